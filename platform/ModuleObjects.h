@@ -1,0 +1,20 @@
+#pragma once
+
+#include "platform/DebugClient.h"
+#include "platform/SysLogTraces.h"
+
+/// What exists once for a loaded library, from load to unload. The objects are built before any export can be called
+/// and destroyed, in reverse order, when the library is unloaded.
+struct ModuleObjects {
+    CScSysLog sysLog;
+    CDebugClient debugClient{"EM_ALERT"};
+
+    ModuleObjects();
+};
+
+extern ModuleObjects moduleObjects;
+
+/// The flag that guards every print.
+inline bool IsTracingEnabled() noexcept {
+    return CDebugClient::tracingEnabled.load(std::memory_order_relaxed);
+}
