@@ -1,0 +1,266 @@
+#include "sip/SipJson.h"
+
+#include <cstring>
+
+#include "sip/CommandData.h"
+#include "sip/DataStruct.h"
+#include "sip/ValueBuilder.h"
+
+namespace {
+
+using value = SipJson::value;
+
+// With the headers of pool and heap these take 2 KiB and 1 KiB. A copy is seldom written to, and many may be kept.
+constexpr std::size_t kBuiltChunk = 2016;
+constexpr std::size_t kCopyChunk = 992;
+constexpr std::size_t kParseChunk = 16 * 1024;
+constexpr std::size_t kParseStack = 128;
+
+/// The highest command index for which GetCmd creates elements: a guard against an index out of thin air.
+constexpr int kMaxCreatedIndex = 65535;
+
+constexpr unsigned kNoStatus = 0xFFFFFFFF;
+
+bool SendEnvelope(CValueBuilder& builder) {
+    builder.StartObject();
+    builder.Key("V", 1, true);
+    builder.Uint(1);
+    builder.Key("CMD", 3, true);
+    builder.StartArray();
+    builder.EndArray(0);
+    return builder.EndObject(2);
+}
+
+}  // namespace
+
+SipJson::SipJson(std::size_t chunkBytes)
+    : pool_(chunkBytes, CRapidJsonUtil::Heap()), document_(&pool_, kParseStack, CRapidJsonUtil::Heap()) {}
+
+SipJson::SipJson() : SipJson(kBuiltChunk) {
+    JsonInit();
+}
+
+SipJson::SipJson(const SipJson& other) : SipJson(kCopyChunk) {
+    *this = other;
+}
+
+SipJson& SipJson::operator=(const SipJson& other) {
+    if (this != &other) {
+        document_.SetNull();
+        pool_.Clear();
+        CRapidJsonUtil::CopyValue(document_, other.document_, pool_);
+        cmdIndex_ = other.cmdIndex_;
+        context_ = 0;
+    }
+    return *this;
+}
+
+void SipJson::JsonInit() {
+    document_.SetNull();
+    pool_.Clear();
+    BuildValue(document_, pool_, [](CValueBuilder& builder) {
+        builder.StartObject();
+        builder.Key("SIP", 3, true);
+        SendEnvelope(builder);
+        return builder.EndObject(1);
+    });
+}
+
+bool SipJson::Parse(const char* text, std::size_t length) {
+    CRapidJsonUtil::Allocator pool(kParseChunk, CRapidJsonUtil::Heap());
+    value parsed;
+    if (!CRapidJsonUtil::Parse(parsed, text, length, pool)) {
+        return false;
+    }
+    document_.SetNull();
+    pool_.Clear();
+    CRapidJsonUtil::CopyValue(document_, parsed, pool_);
+    return true;
+}
+
+bool SipJson::GetJson(std::string& out) const {
+    return CRapidJsonUtil::Print(out, document_);
+}
+
+const value* SipJson::FindCmd(int i) const {
+    const value* sip = CRapidJsonUtil::Find(document_, "SIP");
+    const value* commands = sip != nullptr ? CRapidJsonUtil::Find(*sip, "CMD") : nullptr;
+    if (commands == nullptr || !commands->IsArray() || i < 0 || static_cast<unsigned>(i) >= commands->Size()) {
+        return nullptr;
+    }
+    return &(*commands)[static_cast<unsigned>(i)];
+}
+
+const value* SipJson::FindMember(int i, const char* key) const {
+    const value* cmd = key != nullptr ? FindCmd(i) : nullptr;
+    return cmd != nullptr ? CRapidJsonUtil::Find(*cmd, rapidjson::StringRef(key)) : nullptr;
+}
+
+const value* SipJson::FindData(int i) const {
+    const value* cmd = FindCmd(i);
+    return cmd != nullptr ? CRapidJsonUtil::Find(*cmd, "DA") : nullptr;
+}
+
+value& SipJson::Commands() {
+    if (!document_.IsObject()) {
+        JsonInit();
+    }
+    value* sip = CRapidJsonUtil::Find(document_, "SIP");
+    if (sip == nullptr || !sip->IsObject()) {
+        value envelope;
+        BuildValue(envelope, pool_, SendEnvelope);
+        SetMember(document_, "SIP", std::move(envelope));
+        sip = CRapidJsonUtil::Find(document_, "SIP");
+    }
+    value* commands = CRapidJsonUtil::Find(*sip, "CMD");
+    if (commands == nullptr || !commands->IsArray()) {
+        SetMember(*sip, "CMD", value(rapidjson::kArrayType));
+        commands = CRapidJsonUtil::Find(*sip, "CMD");
+    }
+    return *commands;
+}
+
+value& SipJson::GetCmd() {
+    value& commands = Commands();
+    const bool exists = cmdIndex_ >= 0 && static_cast<unsigned>(cmdIndex_) < commands.Size();
+    const bool served = exists || (cmdIndex_ >= 0 && cmdIndex_ <= kMaxCreatedIndex);
+    const unsigned index = served ? static_cast<unsigned>(cmdIndex_) : 0;
+    if (commands.Capacity() == 0) {
+        commands.Reserve(index + 1, pool_);  // most messages have one command; the default is room for 16
+    }
+    while (commands.Size() <= index) {
+        commands.PushBack(value(rapidjson::kObjectType), pool_);
+    }
+    return commands[index];
+}
+
+void SipJson::SetMember(value& object, const char* key, value&& v) {
+    value* member = CRapidJsonUtil::Find(object, rapidjson::StringRef(key));
+    if (member != nullptr) {
+        *member = v;
+    } else {
+        // A short name costs no memory of its own, and a message must not point into a library that may be unloaded.
+        object.AddMember(value(key, pool_), v, pool_);
+    }
+}
+
+void SipJson::SetCmd(value& cmd, unsigned oc, unsigned oe, unsigned oi, unsigned ca, unsigned st) {
+    cmd.SetObject();
+    SetCmdElemValue(cmd, "OC", oc, false);
+    SetCmdElemValue(cmd, "OE", oe, true);
+    SetCmdElemValue(cmd, "OI", oi, true);
+    SetCmdElemValue(cmd, "CA", ca, false);
+    if (st != kNoStatus) {
+        SetCmdElemValue(cmd, "ST", st, false);
+    }
+}
+
+bool SipJson::SetCmdElemValue(value& elem, const char* key, unsigned v, bool omitZero) {
+    if (!elem.IsObject() || key == nullptr) {
+        return false;
+    }
+    if (v == 0 && omitZero) {
+        elem.EraseMember(key);
+    } else {
+        SetMember(elem, key, value(v));
+    }
+    return true;
+}
+
+bool SipJson::SetStatus(unsigned st) {
+    return SetCmdElemValue(GetCmd(), "ST", st, false);
+}
+
+unsigned SipJson::GetCmdElemValue(int i, const char* key, unsigned def) const {
+    const value* member = FindMember(i, key);
+    if (member != nullptr && member->IsNumber()) {
+        return static_cast<unsigned>(CCommandData::NumberBits(*member));
+    }
+    return member != nullptr && member->IsString() ? static_cast<unsigned>(CCommandData::TextBits(*member)) : def;
+}
+
+bool SipJson::HasCmdElem(int i, const char* key) const {
+    return FindMember(i, key) != nullptr;
+}
+
+rapidjson::Type SipJson::GetCmdDataType(int i) const {
+    const value* data = FindData(i);
+    return data != nullptr ? data->GetType() : rapidjson::kNullType;
+}
+
+unsigned SipJson::GetCmdDataSize(int i) const {
+    return CCommandData(FindData(i)).Size();
+}
+
+bool SipJson::GetCmdUIntData(int i, unsigned& out) const {
+    return CCommandData(FindData(i)).ToUInt(out);
+}
+
+bool SipJson::SetCmdUIntData(value& elem, unsigned v) {
+    return SetCmdElemValue(elem, "DA", v, false);
+}
+
+bool SipJson::GetCmdDataString(int i, std::string& out, unsigned long max) const {
+    return CCommandData(FindData(i)).ToText(out, max);
+}
+
+bool SipJson::GetCmdDataStream(int i, std::vector<unsigned char>& out) const {
+    return CCommandData(FindData(i)).ToBytes(out);
+}
+
+bool SipJson::HasReplyData() const {
+    return GetCmdDataType(cmdIndex_) != rapidjson::kNullType;
+}
+
+bool SipJson::HasDataStruct() const {
+    return CCommandData(FindData(cmdIndex_)).IsStruct();
+}
+
+bool SipJson::GetCmdDataStruct(int i, CDataStruct& out) const {
+    const value* data = FindData(i);
+    if (!CCommandData(data).IsStruct()) {
+        return false;
+    }
+    out.Set(*data);
+    return true;
+}
+
+void SipJson::SetData(value&& data, unsigned st) {
+    value& cmd = GetCmd();
+    if (cmd.IsObject()) {
+        SetMember(cmd, "DA", std::move(data));
+    }
+    SetStatus(st);
+}
+
+void SipJson::SetDataUIntValue(unsigned v, unsigned st) {
+    SetData(value(v), st);
+}
+
+void SipJson::SetDataIntValue(int v, unsigned st) {
+    SetData(value(v), st);
+}
+
+void SipJson::SetDataByte(unsigned char b, unsigned st) {
+    SetDataUIntValue(b, st);
+}
+
+void SipJson::SetReplyDataString(const char* s, unsigned st) {
+    SetData(value(s != nullptr ? s : "", pool_), st);
+}
+
+void SipJson::SetDataStream(const unsigned char* bytes, std::size_t size, unsigned st) {
+    value data;
+    BuildValue(data, pool_, [&](CValueBuilder& builder) {
+        const auto count = static_cast<rapidjson::SizeType>(bytes != nullptr ? size : 0);
+        builder.StartObject();
+        builder.Key("RAW", 3, true);
+        builder.StartArray();
+        for (rapidjson::SizeType i = 0; i < count; ++i) {
+            builder.Uint(bytes[i]);
+        }
+        builder.EndArray(count);
+        return builder.EndObject(1);
+    });
+    SetData(std::move(data), st);
+}
