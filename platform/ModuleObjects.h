@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/DebugClient.h"
+#include "platform/EventTable.h"
 #include "platform/SysLogTraces.h"
 
 /// What exists once for a loaded library, from load to unload. The objects are built before any export can be called
@@ -8,6 +9,7 @@
 struct ModuleObjects {
     CScSysLog sysLog;
     CDebugClient debugClient{"EM_ALERT"};
+    CEventTable eventTable;
 
     ModuleObjects();
 };

@@ -1,0 +1,211 @@
+#include "platform/Event.h"
+
+#include <cerrno>
+
+#include "platform/EventBlock.h"
+#include "platform/Trace.h"
+
+// Set and its like trace before they release the mutex: as soon as a waiter runs, it may destroy the event.
+
+CEvent::CEvent(bool initialState, bool manualReset, const char* name) {
+    Attach(initialState, manualReset, name);
+}
+
+CEvent::CEvent(const CEvent& other) {
+    Share(other);
+}
+
+CEvent& CEvent::operator=(const CEvent& other) {
+    if (this != &other) {
+        CEventBlock* const old = block_;
+        Share(other);
+        Release(old);
+    }
+    return *this;
+}
+
+CEvent::~CEvent() {
+    Release(block_);
+}
+
+void CEvent::Attach(bool initialState, bool manualReset, const char* name) {
+    CEventTable& table = moduleObjects.eventTable;
+    const CCriticalSectionLock eventLock(table.eventLock);
+    const bool named = name != nullptr && *name != '\0';
+    block_ = named ? table.Find(name) : nullptr;
+    if (block_ != nullptr) {
+        ++block_->referenceCount;
+        const CEventMutexLock lock(block_->mutex);
+        EM_TRACE(3, "refCount for event %p <%s> incremented (IsSignaled=%d)\n", static_cast<const void*>(block_),
+                 block_->Label(), block_->signalled);
+        if (block_->manualReset != manualReset) {
+            EM_TRACE(1, "WARNING: manual setting mismatch for event %p <%s>\n", static_cast<const void*>(block_),
+                     block_->Label());
+        }
+        return;
+    }
+    std::unique_ptr<CEventBlock> block = CEventBlock::Make(initialState, manualReset, name);
+    if (block != nullptr && (!named || table.Insert(*block))) {
+        block_ = block.release();
+        EM_TRACE(3, "creating event %p <%s> (IsSignaled=%d)\n", static_cast<const void*>(block_), block_->Label(),
+                 initialState);
+    }
+}
+
+void CEvent::Share(const CEvent& other) {
+    const CCriticalSectionLock eventLock(moduleObjects.eventTable.eventLock);
+    block_ = other.block_;
+    closed_ = other.closed_.load();
+    if (block_ == nullptr) {
+        return;
+    }
+    ++block_->referenceCount;
+    const CEventMutexLock lock(block_->mutex);
+    EM_TRACE(3, "incr refcount on event %p <%s> (IsSignaled=%d,IsManual=%d)\n", static_cast<const void*>(block_),
+             block_->Label(), block_->signalled, block_->manualReset);
+}
+
+void CEvent::Release(CEventBlock* block) {
+    if (block == nullptr) {
+        return;
+    }
+    CEventTable& table = moduleObjects.eventTable;
+    const CCriticalSectionLock eventLock(table.eventLock);
+    --block->referenceCount;
+    {
+        const CEventMutexLock lock(block->mutex);
+        EM_TRACE(3, "decr refcount on event %p <%s> (IsSignaled=%d)\n", static_cast<const void*>(block), block->Label(),
+                 block->signalled);
+        if (block->referenceCount > 0) {
+            return;
+        }
+        EM_TRACE(3, "deleting event %p <%s> (IsSignaled=%d)\n", static_cast<const void*>(block), block->Label(),
+                 block->signalled);
+    }
+    table.Remove(*block);
+    std::default_delete<CEventBlock>()(block);
+}
+
+bool CEvent::Create(bool initialState, bool manualReset, const char* name) {
+    closed_ = false;
+    if (block_ == nullptr) {
+        Attach(initialState, manualReset, name);
+        return block_ != nullptr;
+    }
+    const CEventMutexLock lock(block_->mutex);
+    EM_TRACE(3,
+             "Create event %p <%s>, changing attributes (IsSignaled=%d,IsManual=%d) --> "
+             "(IsSignaled=%d,IsManual=%d)\n",
+             static_cast<const void*>(block_), block_->Label(), block_->signalled, block_->manualReset, initialState,
+             manualReset);
+    block_->manualReset = manualReset;
+    block_->signalled = false;
+    if (initialState) {
+        block_->Signal();
+    }
+    return true;
+}
+
+bool CEvent::Open(const char* /*name*/, unsigned int /*access*/, bool /*inherit*/) {
+    return true;
+}
+
+bool CEvent::Close() {
+    if (block_ == nullptr) {
+        return false;
+    }
+    const CEventMutexLock lock(block_->mutex);
+    if (closed_.exchange(true)) {
+        return false;
+    }
+    EM_TRACE(3, "Close event %p <%s> IsSignaled=%d --> IsSignaled=1\n", static_cast<const void*>(block_),
+             block_->Label(), block_->signalled);
+    block_->signalled = true;
+    block_->ReleaseWaiters(true);
+    return true;
+}
+
+bool CEvent::Set() const {
+    if (block_ == nullptr) {
+        return false;
+    }
+    const CEventMutexLock lock(block_->mutex);
+    if (closed_) {
+        return false;
+    }
+    EM_TRACE(5, "Set event %p <%s> IsSignaled=%d --> IsSignaled=1\n", static_cast<const void*>(block_), block_->Label(),
+             block_->signalled);
+    block_->Signal();
+    return true;
+}
+
+bool CEvent::Pulse() const {
+    if (block_ == nullptr) {
+        return false;
+    }
+    const CEventMutexLock lock(block_->mutex);
+    if (closed_) {
+        return false;
+    }
+    EM_TRACE(5, "Pulse event %p <%s> IsSignaled=%d --> IsSignaled=0\n", static_cast<const void*>(block_),
+             block_->Label(), block_->signalled);
+    block_->signalled = false;
+    block_->ReleaseWaiters(block_->manualReset);
+    return true;
+}
+
+bool CEvent::Reset() const {
+    if (block_ == nullptr) {
+        return false;
+    }
+    const CEventMutexLock lock(block_->mutex);
+    if (closed_) {
+        return false;
+    }
+    EM_TRACE(5, "Reset event %p <%s>: IsSignaled=%d --> IsSignaled=0\n", static_cast<const void*>(block_),
+             block_->Label(), block_->signalled);
+    block_->signalled = false;
+    return true;
+}
+
+bool CEvent::IsSet() const {
+    if (block_ == nullptr) {
+        return false;
+    }
+    const CEventMutexLock lock(block_->mutex);
+    if (closed_) {
+        return false;
+    }
+    EM_TRACE(5, "Check event %p <%s> (IsSignaled=%d)\n", static_cast<const void*>(block_), block_->Label(),
+             block_->signalled);
+    return block_->signalled;
+}
+
+unsigned int CEvent::Wait(unsigned int timeoutMs, bool trace) const {
+    if (block_ == nullptr || closed_) {
+        return kFailed;
+    }
+    if (trace && timeoutMs == kForever) {
+        EM_TRACE(5, "\nwaiting forever on event %p", static_cast<const void*>(block_));
+    } else if (trace) {
+        EM_TRACE(5, "\nwaiting %dms on event %p", static_cast<int>(timeoutMs), static_cast<const void*>(block_));
+    }
+    int error = 0;
+    bool signalled = false;
+    {
+        const CEventMutexLock lock(block_->mutex);
+        if (closed_) {
+            return kFailed;
+        }
+        error = block_->Wait(timeoutMs);
+        signalled = block_->signalled;
+    }
+    const bool timedOut = error == ETIMEDOUT;
+    const unsigned int result = error == 0 ? kSignalled : timedOut ? kTimeout : kFailed;
+    EM_TRACE(5, "%s(%d,%d) on event %p <%s> (IsSignaled=%d)\n",
+             error == 0 ? "SIGNAL"
+             : timedOut ? "TIMEOUT"
+                        : "FAILURE",
+             static_cast<int>(result), error, static_cast<const void*>(block_), block_->Label(), signalled);
+    return result;
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <memory>
+#include <pthread.h>
+#include <string>
+
+#include "platform/ThreadAnnotations.h"
+
+class EM_CAPABILITY("mutex") CEventMutex {
+public:
+    void Lock() EM_ACQUIRE() { ::pthread_mutex_lock(&handle); }
+    void Unlock() EM_RELEASE() { ::pthread_mutex_unlock(&handle); }
+
+    pthread_mutex_t handle = {};
+};
+
+class EM_SCOPED_CAPABILITY CEventMutexLock {
+public:
+    explicit CEventMutexLock(CEventMutex& mutex) EM_ACQUIRE(mutex) : mutex_(mutex) { mutex_.Lock(); }
+    ~CEventMutexLock() EM_RELEASE() { mutex_.Unlock(); }
+    CEventMutexLock(const CEventMutexLock&) = delete;
+    CEventMutexLock& operator=(const CEventMutexLock&) = delete;
+
+private:
+    CEventMutex& mutex_;
+};
+
+/// The state that all handles of one event share; only CEvent uses it.
+struct CEventBlock {
+    CEventBlock(bool initialState, bool manual, const char* eventName)
+        : manualReset(manual), signalled(initialState), name(eventName != nullptr ? eventName : "") {
+        ::pthread_condattr_init(&conditionAttributes);
+    }
+    /// Also for a block whose Make failed half-way: zeroed, mutex and condition are valid ones that hold nothing.
+    ~CEventBlock() {
+        ::pthread_mutex_destroy(&mutex.handle);
+        ::pthread_cond_destroy(&condition);
+        ::pthread_condattr_destroy(&conditionAttributes);
+    }
+    CEventBlock(const CEventBlock&) = delete;
+    CEventBlock& operator=(const CEventBlock&) = delete;
+
+    /// The handles' way to a new block with a reference count of 1.
+    /// @return null, traced, when memory or a POSIX object is missing
+    static std::unique_ptr<CEventBlock> Make(bool initialState, bool manual, const char* eventName);
+
+    /// Signals, and lets go at least those who wait now.
+    void Signal() EM_REQUIRES(mutex);
+
+    /// Lets waiters go without the help of the signalled flag, which a thread that comes later would see as well.
+    /// @param all  false: one of them
+    void ReleaseWaiters(bool all) EM_REQUIRES(mutex);
+
+    /// @return 0 signalled or released, ETIMEDOUT, or another errno value
+    int Wait(unsigned int timeoutMs) EM_REQUIRES(mutex);
+
+    const char* Label() const { return name.empty() ? "anon" : name.c_str(); }
+
+    pthread_cond_t condition = {};
+    CEventMutex mutex;
+    int referenceCount = 1;  // guarded by the event lock of the table, not by the mutex
+    bool manualReset EM_GUARDED_BY(mutex);
+    bool signalled EM_GUARDED_BY(mutex);
+    const std::string name;                         // empty: anonymous, not in the table
+    unsigned int waiters EM_GUARDED_BY(mutex) = 0;  // threads inside Wait
+    pthread_condattr_t conditionAttributes = {};
+
+    // A pulse opens for those who waited before it: each takes one of the releases, and knows by the pulse number that
+    // it came early enough.
+    unsigned int releases EM_GUARDED_BY(mutex) = 0;
+    unsigned long long pulses EM_GUARDED_BY(mutex) = 0;
+};
