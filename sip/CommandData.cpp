@@ -22,8 +22,8 @@ bool IsByte(const value& v) {
 }
 
 /// Bytes that an array element takes: the smallest of 1, 2, 4 and 8 that holds it. Negative numbers take 8.
-unsigned int Width(const value& integer) {
-    const std::uint64_t bits = CCommandData::NumberBits(integer);
+unsigned int Width(const value& number) {
+    const std::uint64_t bits = CCommandData::NumberBits(number);
     if (bits <= 0xFF) {
         return 1;
     }
@@ -130,7 +130,7 @@ CCommandData::Kind CCommandData::GetKind() const {
         if (all([](const value& v) { return v.IsString(); })) {
             return Kind::TextList;
         }
-        return all(IsInteger) ? Kind::IntegerList : Kind::None;
+        return all([](const value& v) { return v.IsNumber(); }) ? Kind::NumberList : Kind::None;
     }
     if (data_->IsObject()) {
         return RawArray() != nullptr ? Kind::Raw : Kind::None;
@@ -162,9 +162,9 @@ unsigned int CCommandData::Size() const {
                 size += std::uint64_t{text.GetStringLength()} + 1;
             }
             break;
-        case Kind::IntegerList:
-            for (const value& integer : data_->GetArray()) {
-                size += Width(integer);
+        case Kind::NumberList:
+            for (const value& number : data_->GetArray()) {
+                size += Width(number);
             }
             break;
         case Kind::Raw:
@@ -232,9 +232,9 @@ bool CCommandData::ToBytes(std::vector<unsigned char>& out) const {
             }
             bytes.push_back(0);
             break;
-        case Kind::IntegerList:
-            for (const value& integer : data_->GetArray()) {
-                AppendLittleEndian(bytes, NumberBits(integer), Width(integer));
+        case Kind::NumberList:
+            for (const value& number : data_->GetArray()) {
+                AppendLittleEndian(bytes, NumberBits(number), Width(number));
             }
             break;
         case Kind::Raw:

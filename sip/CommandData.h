@@ -6,7 +6,7 @@
 
 #include "sip/RapidJsonUtil.h"
 
-/// Reads the data of a command ("DA"), which may be a number, a boolean, a string, an array of strings or of integers,
+/// Reads the data of a command ("DA"), which may be a number, a boolean, a string, an array of strings or of numbers,
 /// raw bytes ({"RAW": [...]}) or a structured object. A view: the value must outlive it.
 class CCommandData {
 public:
@@ -32,7 +32,7 @@ public:
     bool ToBytes(std::vector<unsigned char>& out) const;
 
 private:
-    enum class Kind { None, Integer, Boolean, Text, TextList, IntegerList, Raw };
+    enum class Kind { None, Integer, Boolean, Text, TextList, NumberList, Raw };
 
     Kind GetKind() const;
     const value* RawArray() const;

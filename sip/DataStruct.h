@@ -4,14 +4,13 @@
 
 #include "sip/RapidJsonUtil.h"
 
-/// A structured JSON value taken out of a message, with memory of its own: it outlives the message.
+/// A structured JSON value taken out of a message, with memory of its own: it outlives the message. Not to be
+/// copied, as its pool cannot.
 class CDataStruct {
 public:
     using value = CRapidJsonUtil::value;
 
     CDataStruct() : pool_(kChunkBytes, CRapidJsonUtil::Heap()) {}
-    CDataStruct(const CDataStruct&) = delete;
-    CDataStruct& operator=(const CDataStruct&) = delete;
 
     /// Takes a copy of `from`, which must not be a part of this object, in place of what was held.
     /// @return false when values nested too deeply were left out (null in the copy)

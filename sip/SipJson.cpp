@@ -13,7 +13,7 @@ using value = SipJson::value;
 // With the headers of pool and heap these take 2 KiB and 1 KiB. A copy is seldom written to, and many may be kept.
 constexpr std::size_t kBuiltChunk = 2016;
 constexpr std::size_t kCopyChunk = 992;
-constexpr std::size_t kParseChunk = 16 * 1024;
+constexpr std::size_t kParseChunk = 16384;
 constexpr std::size_t kParseStack = 128;
 
 /// The highest command index for which GetCmd creates elements: a guard against an index out of thin air.

@@ -78,8 +78,8 @@ public:
     rapidjson::Type GetCmdDataType(int i) const;
 
     /// Bytes of the data: 8 for an integer of any size, 1 for a boolean, length + 1 for a string; for an array of
-    /// strings the sum of (length + 1), and 1 more; for an array of integers 1, 2, 4 or 8 for each, by its value; the
-    /// number of raw bytes. 0 for everything else (a floating-point number, an empty or mixed array, a structured
+    /// strings the sum of (length + 1), and 1 more; for an array of numbers 1, 2, 4 or 8 for each, by its value; the
+    /// number of raw bytes. 0 for everything else (a lone floating-point number, an empty or mixed array, a structured
     /// object).
     unsigned GetCmdDataSize(int i) const;
 
@@ -126,6 +126,11 @@ public:
     bool GetJson(std::string& out) const;
 
     const rapidjson::Document& GetDocument() const { return document_; }
+
+    /// The pool of this message, for values that are put into it by hand:
+    /// `CRapidJsonUtil::CopyValue(message.GetCmd(), answer, message.GetAllocator())`. Memory of another pool must never
+    /// get into a message.
+    CRapidJsonUtil::Allocator& GetAllocator() { return pool_; }
 
 private:
     explicit SipJson(std::size_t chunkBytes);

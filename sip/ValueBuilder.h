@@ -5,7 +5,7 @@
 #include "sip/RapidJsonUtil.h"
 
 /// Collects parser or writer events into a value. Unlike AddMember, which starts every object with room for 16 members
-/// (768 bytes), it gives objects and arrays exactly the size they need. Containers nested too deeply are refused, which
+/// (512 bytes), it gives objects and arrays exactly the size they need. Containers nested too deeply are refused, which
 /// ends the recursion of whoever sends the events.
 class CValueBuilder
     : public rapidjson::GenericDocument<rapidjson::UTF8<>, CRapidJsonUtil::Allocator, CRapidJsonUtil::Allocator> {
@@ -30,7 +30,7 @@ private:
 /// @return what `generate` returned; on false `to` is unchanged
 template <typename Generate>
 bool BuildValue(CRapidJsonUtil::value& to, CRapidJsonUtil::Allocator& allocator, Generate generate) {
-    // Pending values wait on this stack of 24 bytes each; only large messages go on to the heap.
+    // Pending values wait on this stack of 16 bytes each; only large messages go on to the heap.
     constexpr std::size_t kStackBytes = 1536;
     constexpr std::size_t kHeapChunk = 8192;
     alignas(std::max_align_t) char scratch[kStackBytes + 64];
