@@ -1,0 +1,63 @@
+#include "agent/Json.h"
+
+#include <rapidjson/error/en.h>
+
+#include "sip/RapidJsonUtil.h"
+
+namespace {
+
+rapidjson::Document Checked(rapidjson::Document document) {
+    if (document.HasParseError()) {
+        throw CAgentError("not valid JSON at character " + std::to_string(document.GetErrorOffset() + 1) + ": " +
+                          rapidjson::GetParseError_En(document.GetParseError()));
+    }
+    return document;
+}
+
+using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
+
+}  // namespace
+
+void RefuseDeepNesting(std::string_view text) {
+    int depth = 0;
+    bool inString = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (inString) {
+            i += c == '\\' ? 1 : 0;
+            inString = c != '"';
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > CRapidJsonUtil::kMaxNesting) {
+                throw CAgentError("nested deeper than " + std::to_string(CRapidJsonUtil::kMaxNesting) + " levels");
+            }
+        } else if (c == ']' || c == '}') {
+            --depth;
+        }
+    }
+}
+
+rapidjson::Document ParseJson(std::string_view text) {
+    RefuseDeepNesting(text);
+    rapidjson::Document document;
+    document.Parse(text.data(), text.size());
+    return Checked(std::move(document));
+}
+
+rapidjson::Document ParseNextValue(rapidjson::MemoryStream& stream) {
+    rapidjson::Document document;
+    document.ParseStream<rapidjson::kParseStopWhenDoneFlag>(stream);
+    return Checked(std::move(document));
+}
+
+std::string JsonText(const rapidjson::Value& value) {
+    rapidjson::StringBuffer buffer;
+    Writer writer(buffer);
+    value.Accept(writer);
+    return {buffer.GetString(), buffer.GetSize()};
+}
+
+std::string JsonString(std::string_view text) {
+    return JsonText(rapidjson::Value(rapidjson::StringRef(text.data(), text.size())));
+}

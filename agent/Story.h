@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+#include "agent/Command.h"
+
+struct TranscriptEntry;
+
+/// Tells an entry as a sentence with the names that people use, behind the time since the start of the run. Long data
+/// is cut, and a mail password is hidden.
+/// @param command  the current command of the entry's message
+/// @return one line with its newline
+std::string TellStory(const TranscriptEntry& entry, const Command& command, long long milliseconds);
