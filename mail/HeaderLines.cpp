@@ -2,6 +2,27 @@
 
 #include <algorithm>
 
+namespace {
+
+bool IsControl(char c) {
+    return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
+}
+
+}  // namespace
+
+bool HasControlCharacter(std::string_view text) {
+    return std::any_of(text.begin(), text.end(), IsControl);
+}
+
+std::string Printable(std::string_view text) {
+    while (text.ends_with('\n') || text.ends_with('\r')) {
+        text.remove_suffix(1);
+    }
+    std::string printable(text);
+    std::replace_if(printable.begin(), printable.end(), IsControl, '?');
+    return printable;
+}
+
 void CHeaderLines::Add(std::string_view name, std::string_view value) {
     AddUnfinished(name, value);
     text_ += lineEnd_;
@@ -16,11 +37,14 @@ void CHeaderLines::AddImportance(std::int32_t importance) {
     static constexpr struct {
         std::string_view priority;
         std::string_view importance;
-    } kLines[] = {{"5", "Low"}, {"3", "Normal"}, {"1", "High"}};
-
+    } kLines[] = {
+        {"X-Priority: 5", "Importance: Low"},
+        {"X-Priority: 3", "Importance: Normal"},
+        {"X-Priority: 1", "Importance: High"},
+    };
     if (importance >= 0 && importance < static_cast<std::int32_t>(std::size(kLines))) {
-        Add("X-Priority: ", kLines[importance].priority);
-        Add("Importance: ", kLines[importance].importance);
+        Add(kLines[importance].priority);
+        Add(kLines[importance].importance);
     }
 }
 

@@ -5,6 +5,12 @@
 #include <string_view>
 #include <vector>
 
+/// True when `text` holds a byte below 0x20, or 0x7F: it could end the line or the command that carries it.
+bool HasControlCharacter(std::string_view text);
+
+/// `text` for a trace: without the line end, a "?" for every other control character.
+std::string Printable(std::string_view text);
+
 /// Builds the header of a mail, the only place that does: no value, wherever it came from, can open a line of its own.
 class CHeaderLines {
 public:
@@ -12,7 +18,7 @@ public:
     explicit CHeaderLines(std::string_view lineEnd) : lineEnd_(lineEnd) {}
 
     /// Adds "name" + "value" and ends the line. CR, LF and NUL in either become blanks.
-    void Add(std::string_view name, std::string_view value);
+    void Add(std::string_view name, std::string_view value = {});
 
     /// The same without the line end: the next line goes on behind it.
     void AddUnfinished(std::string_view name, std::string_view value);

@@ -86,7 +86,7 @@ public:
     }
 
     /// Makes the formatted text the content; the arguments may point into the old content.
-    void Format(const CharType* fmt, ...) __attribute__((format(printf, 2, 3))) {
+    void Format(const char* fmt, ...) __attribute__((format(printf, 2, 3))) {
         va_list args;
         va_start(args, fmt);
         FormatV(*this, fmt, args);
@@ -94,7 +94,7 @@ public:
     }
 
     /// Appends the formatted text; the arguments may point into the content.
-    void AppendFormat(const CharType* fmt, ...) __attribute__((format(printf, 2, 3))) {
+    void AppendFormat(const char* fmt, ...) __attribute__((format(printf, 2, 3))) {
         va_list args;
         va_start(args, fmt);
         AppendFormatV(*this, fmt, args);
@@ -102,15 +102,14 @@ public:
     }
 
     /// Worker of `Format`. A text that cannot be formatted (an encoding error) is the empty text.
-    static void FormatV(StringType& out, const CharType* fmt, va_list args) __attribute__((format(printf, 2, 0))) {
+    static void FormatV(StringType& out, const char* fmt, va_list args) __attribute__((format(printf, 2, 0))) {
         StringType text;
         AppendFormatV(text, fmt, args);
         out = std::move(text);
     }
 
     /// Worker of `AppendFormat`.
-    static void AppendFormatV(StringType& out, const CharType* fmt, va_list args)
-        __attribute__((format(printf, 2, 0))) {
+    static void AppendFormatV(StringType& out, const char* fmt, va_list args) __attribute__((format(printf, 2, 0))) {
         va_list measured;
         va_copy(measured, args);
         const int length = std::vsnprintf(nullptr, 0, fmt, measured);

@@ -78,6 +78,8 @@ TEST(SmtpMessage, StartsAfreshWithEachMail) {
     EXPECT_EQ(message.Subject(), "Hi");
     EXPECT_TRUE(message.SetSmtpMessage("To: a"));
     EXPECT_EQ(message.GetMessageHeader() + message.Text(), "To: a\r\n");
+    message.SetText("\na\nb\r\nc\r\r\n");
+    EXPECT_EQ(message.Text(), "\r\na\r\nb\r\nc\r\r\n");
 }
 
 TEST(SmtpMessage, ReadsTheImportance) {
@@ -102,9 +104,4 @@ TEST(SmtpMessage, ReadsTheImportance) {
     for (const auto& c : cases) {
         EXPECT_EQ(Parsed(c.line).Importance(), c.importance) << c.line;
     }
-}
-
-TEST(SmtpMessage, GivesEveryLineFeedItsCarriageReturn) {
-    EXPECT_EQ(ToCrLf("a\nb\r\nc"), "a\r\nb\r\nc");
-    EXPECT_EQ(ToCrLf("\n\n\r\r\n"), "\r\n\r\n\r\r\n");
 }
