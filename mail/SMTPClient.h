@@ -1,0 +1,48 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <string>
+
+#include "mail/LumeString.h"
+#include "mail/SmtpMessage.h"
+
+/// Delivers one mail to one SMTP server. Holds nothing between calls; any thread.
+class CSMTPClient {
+public:
+    enum class SmtpAuthentication {
+        None,
+        Login,  ///< with user name and password
+    };
+
+    /// @param stopping  ends a running transfer within about a second once it is true; null when nothing does. Not
+    /// owned.
+    explicit CSMTPClient(const std::atomic<bool>* stopping = nullptr) : stopping_(stopping) {}
+
+    /// Sends `message` to its To and Cc addresses. The mail is sent when the server takes one recipient at least; each
+    /// refused one is traced. Takes 16 seconds at most, unless the system's name resolution alone takes longer.
+    /// @param sender    an address, or a display name followed by "<", the address and ">"
+    /// @param server    host name or address, with "smtp://" or "smtps://" before it or not
+    /// @param password  in plain text; never traced
+    /// @param useTls    insist on an encrypted connection (by STARTTLS, unless the server is an smtps one). The
+    /// server's
+    ///                  certificate is checked against the system's store.
+    /// @return the libcurl result code, 0 when the server has taken the mail; CURLE_SEND_ERROR (55) when no recipient
+    /// is
+    ///         usable, CURLE_URL_MALFORMAT (3) for a server text with blanks or control characters,
+    ///         CURLE_ABORTED_BY_CALLBACK (42) when stopped
+    int SendMail(CLumeString sender, const CSmtpMessage& message, CLumeString server, unsigned short port,
+                 CLumeString userName, CLumeString password, SmtpAuthentication authentication, bool useTls);
+
+    /// Hands libcurl the next line of the payload with CR LF behind it; a line that exceeds the offered buffer comes in
+    /// pieces.
+    /// @param stream  a std::istringstream over the payload
+    /// @return the number of bytes, 0 at the end, CURL_READFUNC_ABORT when a buffer of less than three bytes is offered
+    static std::size_t read_callback(void* buffer, std::size_t size, std::size_t count, void* stream);
+
+    /// `text` (UTF-8) as one quoted word for a header, however long it is.
+    static std::string encode(const std::string& text);
+
+private:
+    const std::atomic<bool>* stopping_;
+};

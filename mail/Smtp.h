@@ -1,0 +1,21 @@
+#pragma once
+
+#include <atomic>
+
+#include "mail/SmtpMessage.h"
+
+/// Sends a mail with the settings of one server. Any thread.
+class CSmtp {
+public:
+    /// @param stopping  as of CSMTPClient
+    explicit CSmtp(const std::atomic<bool>* stopping = nullptr) : stopping_(stopping) {}
+
+    /// Traces the mail and hands it to `CSMTPClient::SendMail`. A null text is the empty text; a user name, even an
+    /// empty one, asks for log-in.
+    /// @return the result of `CSMTPClient::SendMail`
+    int SendMail(const char* sender, const CSmtpMessage& message, const char* server, unsigned short port,
+                 const char* userName, const char* password, bool useTls);
+
+private:
+    const std::atomic<bool>* stopping_;
+};
