@@ -68,7 +68,11 @@ bool CAgent::OpenLibrary() {
         return false;
     }
     const bool found = library_.FindExports(error);
-    return Step("dlsym", found, error) && Step("EM_GetModuleName", true, library_.Name());
+    if (!Step("dlsym", found, error)) {
+        return false;
+    }
+    const char* name = library_.Name();
+    return Step("EM_GetModuleName", name != nullptr, name != nullptr ? name : "");
 }
 
 bool CAgent::CreateModule() {

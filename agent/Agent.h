@@ -25,6 +25,8 @@ public:
     ~CAgent();
     CAgent(const CAgent&) = delete;
     CAgent& operator=(const CAgent&) = delete;
+    CAgent(CAgent&&) = delete;
+    CAgent& operator=(CAgent&&) = delete;
 
     /// Loads, creates and starts the module, up to OnSwitchStarted.
     /// @return false at the first step that failed; Unload clears away what was done

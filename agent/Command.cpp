@@ -58,7 +58,7 @@ std::optional<std::uint32_t> ReadNumber(const rapidjson::Value& value) {
 
 Command ParseCommand(const rapidjson::Value& object) {
     if (!object.IsObject()) {
-        throw CAgentError("a command is an object such as {\"OC\":\"0x2240\"}");
+        throw CAgentError(R"(a command is an object such as {"OC":"0x2240"})");
     }
     Command command;
     for (const auto& [name, value] : object.GetObject()) {

@@ -41,7 +41,7 @@ struct CConsole::Entry {
 
 std::span<const CConsole::Entry> CConsole::Entries() {
     static constexpr std::array<Entry, 5> kEntries = {
-        {{"status", 3, "status ST \"NAME\" \"DESIGNATION\"", "a component's status changes: 1 OK, 2 warning, 3 error",
+        {{"status", 3, R"(status ST "NAME" "DESIGNATION")", "a component's status changes: 1 OK, 2 warning, 3 error",
           &CConsole::Status},
          {"pending", 0, "pending", "ask whether an alert is pending", &CConsole::Pending},
          {"ack", 0, "ack", "acknowledge the pending alerts", &CConsole::Acknowledge},

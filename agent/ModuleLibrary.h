@@ -11,6 +11,8 @@ public:
     ~CModuleLibrary();
     CModuleLibrary(const CModuleLibrary&) = delete;
     CModuleLibrary& operator=(const CModuleLibrary&) = delete;
+    CModuleLibrary(CModuleLibrary&&) = delete;
+    CModuleLibrary& operator=(CModuleLibrary&&) = delete;
 
     /// Loads the library with all its symbols bound.
     /// @param error  receives the loader's words on failure

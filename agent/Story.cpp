@@ -32,8 +32,8 @@ constexpr auto kOperations = std::to_array<Name>({
     {0x2322, "component status"},
     {0x2324, "component designation"},
     {0x3341, "update manager alert"},
-    {kReadValue, "read configuration value"},
-    {kWriteValue, "write configuration value"},
+    {kReadValue, "configuration value"},
+    {kWriteValue, "change of configuration value"},
 });
 
 constexpr auto kValues = std::to_array<Name>({
@@ -93,27 +93,26 @@ std::string NameOf(const std::array<Name, Count>& names, std::uint32_t code) {
     return found != names.end() ? found->text : "";
 }
 
-std::string Named(std::string name, std::uint32_t code, const char* fallback) {
+std::string Hex(std::uint32_t code) {
     std::array<char, 16> hex{};
-    std::snprintf(hex.data(), hex.size(), " (0x%04X)", code);
-    return (name.empty() ? fallback : std::move(name)) + hex.data();
+    std::snprintf(hex.data(), hex.size(), "0x%04X", code);
+    return hex.data();
 }
 
 bool IsValueAccess(const Command& command) {
-    return command.oc == kReadValue || command.oc == kWriteValue;
+    const std::uint32_t operation = command.oc.value_or(0);
+    return operation == kReadValue || operation == kWriteValue;
 }
 
 std::string Describe(const Command& command) {
     if (!command.oc) {
         return "a message without operation code";
     }
-    std::string text = Named(NameOf(kOperations, *command.oc), *command.oc, "operation");
+    const std::string operation = NameOf(kOperations, *command.oc);
     const std::uint32_t extension = command.oe.value_or(0);
-    if (IsValueAccess(command)) {
-        text += " " + Named(NameOf(kValues, extension), extension, "value");
-    } else if (extension != 0) {
-        text += Named("", extension, ", extension");
-    }
+    const std::string value = IsValueAccess(command) ? NameOf(kValues, extension) : "";
+    std::string text = (operation.empty() ? "operation" : operation) + (value.empty() ? "" : " \"" + value + "\"") +
+                       " (" + Hex(*command.oc) + (extension != 0 ? "-" + Hex(extension) : "") + ")";
     if (command.oi.value_or(0) != 0) {
         text += ", object " + std::to_string(*command.oi);
     }
@@ -151,16 +150,34 @@ std::string TellRequest(const Scene& scene) {
 
 std::string TellReturned(const Scene& scene) {
     return "The module answers " + Describe(scene.command) + ": " + Outcome(scene.command) +
-           (scene.entry.result == "false" ? ". It was not for this server" : "");
+           (scene.entry.result == "false" ? ", refused" : "");
 }
 
+struct StepSentence {
+    std::string_view step;
+    const char* sentence;
+};
+
+constexpr auto kSteps = std::to_array<StepSentence>({
+    {"dlopen", "The library is loaded"},
+    {"dlsym", "Its four functions are found"},
+    {"EM_GetModuleName", "It has told its name"},
+    {"EM_Create", "The module is created"},
+    {"GetProperties", "The module has described itself"},
+    {"SetServerCabinetNumber", "The module knows the server's cabinet number"},
+    {"Start", "The module is started"},
+    {"Notify", "The module has been notified"},
+    {"OnSwitchStarted", "The module knows that the agent runs"},
+    {"Stop", "The module is stopped"},
+    {"EM_Delete", "The module is deleted"},
+    {"dlclose", "The library is closed"},
+    {"unmapped", "The library is gone from memory"},
+});
+
 std::string TellStep(const Scene& scene) {
+    const auto* known = std::ranges::find(kSteps, std::string_view(scene.entry.step), &StepSentence::step);
     const bool failed = scene.entry.result == "false";
-    const bool plain = failed || scene.entry.result == "true";
-    return scene.entry.step +
-           (failed  ? ": FAILED"
-            : plain ? ": done"
-                    : ": " + scene.entry.result) +
+    return (failed || known == kSteps.end() ? scene.entry.step : known->sentence) + (failed ? " FAILED" : "") +
            (scene.entry.note.empty() ? "" : " (" + scene.entry.note + ")");
 }
 
@@ -183,7 +200,7 @@ constexpr auto kTellers = std::to_array<Teller>({
     {"delivered",
      [](const Scene& s) { return "The module has taken " + Describe(s.command) + ": " + Outcome(s.command); }},
     {"withheld", [](const Scene& s) { return "Withheld, the module takes no events: " + Describe(s.command); }},
-    {"enable-events", [](const Scene& s) { return "The module wants events: " + s.entry.step; }},
+    {"enable-events", [](const Scene& s) { return "The module " + s.entry.step + "s its events"; }},
 });
 
 }  // namespace

@@ -17,8 +17,9 @@ namespace {
 enum : unsigned int {
     kRefuseStop = 0x98,  // notifications
     kStayLoaded = 0x99,
-    kAskAsync = 0x9001,  // requests: ask without waiting
-    kAskSync = 0x9002,   // ask for 0x1234 with the same OE, OI and CA
+    kPendingAlert = 0x2240,  // requests: always pending
+    kAskAsync = 0x9001,      // ask without waiting
+    kAskSync = 0x9002,       // ask for 0x1234 with the same OE, OI and CA
     kForward = 0x9003,
 };
 
@@ -77,6 +78,9 @@ public:
                 return message.SetStatus(0);
             case kForward:
                 return switch_->ForwardEvent(this, question, 3, 4);
+            case kPendingAlert:
+                message.SetDataByte(1, 0);
+                return true;
             default:
                 return message.SetStatus(20) && false;
         }
