@@ -1,0 +1,16 @@
+#include "notification/EncryptedString.h"
+
+#include <cstring>
+
+#include "notification/Rijndael.h"
+
+bool CEncryptedString::TamracDecryptString(std::string& out, const char* text) {
+    if (text == nullptr) {
+        return false;
+    }
+    std::string plain;
+    CRijndael::Decrypt(text, plain);
+    out.assign(plain.c_str());
+    ::explicit_bzero(plain.data(), plain.size());
+    return true;
+}

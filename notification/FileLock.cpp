@@ -1,0 +1,219 @@
+#include "notification/FileLock.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+#include "notification/Directories.h"
+#include "platform/Trace.h"
+#include "xml/XmlText.h"
+
+#define TAG "\nCFileLock           : "
+#define LOCK_TAG "\nCFileLock::Lock     : "
+
+namespace {
+
+/// The only flock error that is worth a retry, and one that Linux never reports. A lock that another process holds
+/// (EWOULDBLOCK) is meant to fail at once.
+constexpr int kSharingViolation = 32;
+constexpr int kRetryIntervalMs = 100;
+constexpr std::chrono::milliseconds kPollInterval{2};
+constexpr std::size_t kMaxHolderLength = 255;
+
+std::string LockFileName(const char* path) {
+    return (std::string(path) + ".lock").substr(0, CFileLock::kMaxPathLength);
+}
+
+/// True when a path still leads to the file behind a descriptor.
+bool IsSameFile(int fd, const std::string& path) {
+    struct stat open {};
+    struct stat named {};
+    return ::fstat(fd, &open) == 0 && ::stat(path.c_str(), &named) == 0 && open.st_dev == named.st_dev &&
+           open.st_ino == named.st_ino;
+}
+
+void TraceLockable(bool isLockable) {
+    EM_TRACE(3, LOCK_TAG "fileIsLockable = %s\n", isLockable ? "true" : "false");
+}
+
+}  // namespace
+
+class CFileLock::CDeadline {
+public:
+    explicit CDeadline(int timeoutMs) : end_(Clock::now() + std::chrono::milliseconds(std::max(timeoutMs, 0))) {}
+
+    /// Sleeps for a moment.
+    /// @return false when the time is up
+    bool Wait() const {
+        if (Clock::now() >= end_) {
+            return false;
+        }
+        std::this_thread::sleep_for(kPollInterval);
+        return true;
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point end_;
+};
+
+CFileLock::~CFileLock() {
+    if (fd_) {
+        EM_TRACE(5, TAG "  release file lock using file %s", path_.c_str());
+        Release(path_);
+    }
+}
+
+bool CFileLock::Remember(bool success) {
+    if (!success) {
+        lastError_ = static_cast<unsigned int>(errno);
+    }
+    return success;
+}
+
+bool CFileLock::Lock(const char* path, const char* owner, int timeoutMs) {
+    if (path == nullptr || *path == '\0') {
+        lastError_ = EINVAL;
+        return false;
+    }
+    EM_TRACE(5, TAG "  apply file lock using file %s...", path);
+    if (fd_) {
+        Release(path_);
+    }
+    holder_.clear();
+    path_ = LockFileName(path);
+    EM_TRACE(3, LOCK_TAG "LockFileName.c_str() = %s\n", path_.c_str());
+    const std::string directory = path_.substr(0, path_.rfind('/'));
+    EM_TRACE(3, LOCK_TAG "LockFileDir.c_str() = %s\n", directory.c_str());
+
+    // The directory of "/x.lock" is empty here, and always there.
+    const bool isInRoot = directory.empty();
+    const bool hasSuffix = path_.size() > std::string_view(path).size();
+    const int error = !hasSuffix ? ENAMETOOLONG : isInRoot ? 0 : CreateDirectories(directory);
+    if (error != 0) {
+        lastError_ = static_cast<unsigned int>(error);
+        EM_TRACE(1, TAG "## ERROR! Failed to open/create lock directory %s (LastError = 0x%08X)", directory.c_str(),
+                 lastError_);
+        return false;
+    }
+    return Acquire(owner, timeoutMs);
+}
+
+bool CFileLock::Acquire(const char* owner, int timeoutMs) {
+    const CDeadline deadline(timeoutMs);
+    const int retries = timeoutMs / kRetryIntervalMs;
+    EM_TRACE(3, LOCK_TAG "nrRetries = %d\n", retries);
+    Outcome outcome = Outcome::StartOver;
+    do {
+        outcome = ProbeLockFile(retries);
+        TraceLockable(outcome == Outcome::Done);
+        if (outcome == Outcome::Done) {
+            outcome = OpenAndLock(deadline);
+        }
+    } while (outcome == Outcome::StartOver && deadline.Wait());
+    if (outcome != Outcome::Done) {
+        ReadHolder();
+        return false;
+    }
+    WriteHolder(owner);
+    return true;
+}
+
+CFileLock::Outcome CFileLock::ProbeLockFile(int retries) {
+    const char* const name = path_.c_str();
+    struct stat status {};
+    if (::stat(name, &status) != 0) {
+        EM_TRACE(3, LOCK_TAG "lockfile %s does NOT exist!\n", name);
+        return Outcome::Done;
+    }
+    EM_TRACE(3, LOCK_TAG "lockfile %s EXISTS!\n", name);
+    const CUniqueFd fd(::open(name, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!Remember(static_cast<bool>(fd))) {
+        EM_TRACE(3, LOCK_TAG "Could NOT open lockfile %s\n", name);
+        // Its holder released it between stat and open.
+        return lastError_ == ENOENT ? Outcome::StartOver : Outcome::Failed;
+    }
+    EM_TRACE(3, LOCK_TAG "Successfully opened lockfile %s\n", name);
+    EM_TRACE(3, LOCK_TAG "Trying to lock lockfile %s\n", name);
+    while (!Remember(::flock(fd.Get(), LOCK_EX | LOCK_NB) == 0)) {
+        if (lastError_ != kSharingViolation) {
+            EM_TRACE(3, LOCK_TAG "Could NOT lock lockfile %s\n", name);
+            return Outcome::Failed;
+        }
+        EM_TRACE(3, LOCK_TAG "Error Sharing Violation while trying to lock lockfile %s\n", name);
+        std::this_thread::sleep_for(std::chrono::milliseconds(kRetryIntervalMs));
+        if (--retries <= 0) {
+            return Outcome::Failed;
+        }
+    }
+    EM_TRACE(3, LOCK_TAG "Successfully locked lockfile %s\n", name);
+    ::flock(fd.Get(), LOCK_UN);
+    return Outcome::Done;
+}
+
+/// Another process may have taken the lock since the probe, and may delete the file on release while we wait for it:
+/// we would then hold the lock on a file that nobody else can find. So the lock counts only when the path still leads
+/// to the locked file. The wait is a poll, since a blocking flock cannot be given an end.
+CFileLock::Outcome CFileLock::OpenAndLock(const CDeadline& deadline) {
+    // Not truncated here: until the lock is ours the text in the file is the holder's.
+    CUniqueFd fd(::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0644));
+    if (!Remember(static_cast<bool>(fd))) {
+        return Outcome::Failed;
+    }
+    while (!Remember(::flock(fd.Get(), LOCK_EX | LOCK_NB) == 0)) {
+        if ((lastError_ != EWOULDBLOCK && lastError_ != EINTR) || !deadline.Wait()) {
+            return Outcome::Failed;
+        }
+    }
+    if (!IsSameFile(fd.Get(), path_)) {
+        lastError_ = EWOULDBLOCK;
+        return Outcome::StartOver;
+    }
+    fd_ = std::move(fd);
+    return Outcome::Done;
+}
+
+void CFileLock::ReadHolder() {
+    const CUniqueFd fd(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!Remember(static_cast<bool>(fd))) {
+        return;
+    }
+    char text[kMaxHolderLength];
+    const ssize_t length = ::read(fd.Get(), text, sizeof text);
+    if (Remember(length >= 0)) {
+        holder_ = ToXml(std::string_view(text, static_cast<std::size_t>(length)), XmlPlace::Verbatim);
+    }
+}
+
+/// An empty or cut text does not make the lock less of a lock.
+void CFileLock::WriteHolder(const char* owner) {
+    const std::string text = (owner != nullptr ? std::string(owner) : std::string()) + "#" + std::to_string(::getpid());
+    Remember(::ftruncate(fd_.Get(), 0) == 0);
+    const ssize_t written = ::write(fd_.Get(), text.data(), text.size());
+    Remember(written == static_cast<ssize_t>(text.size()));
+    Remember(::fsync(fd_.Get()) == 0);
+}
+
+bool CFileLock::UnlockFile(const char* path) {
+    if (fd_) {
+        Release(path != nullptr && *path != '\0' ? LockFileName(path) : std::string());
+    }
+    return true;
+}
+
+/// The file goes before the lock: unlocked first, it could be locked by another process, which would then lose it. For
+/// the same reason a file that is no longer ours stays.
+void CFileLock::Release(const std::string& lockFile) {
+    Remember(::fsync(fd_.Get()) == 0);
+    if (!lockFile.empty() && IsSameFile(fd_.Get(), lockFile)) {
+        Remember(::unlink(lockFile.c_str()) == 0);
+    }
+    Remember(::flock(fd_.Get(), LOCK_UN) == 0);
+    Remember(fd_.Reset() == 0);
+}

@@ -1,0 +1,110 @@
+#include "mail/SmtpMessage.h"
+
+#include <gtest/gtest.h>
+
+#include "support/TraceCapture.h"
+
+namespace {
+
+using List = std::vector<std::string>;
+
+CSmtpMessage Parsed(const char* text) {
+    CSmtpMessage message;
+    EXPECT_TRUE(message.SetSmtpMessage(text));
+    return message;
+}
+
+}  // namespace
+
+TEST(SmtpMessage, SplitsRecipientLists) {
+    const CTraceCapture trace;
+    CSmtpMessage message;
+    EXPECT_TRUE(message.AddRecipients("anna; bert,,\n carl "));
+    EXPECT_TRUE(message.AddRecipientsCc("\tdora\r\n"));
+    EXPECT_FALSE(message.AddRecipients(nullptr));
+    EXPECT_FALSE(message.AddRecipientsCc(nullptr));
+    EXPECT_EQ(message.Recipients(), (List{"anna", "bert", "carl"}));
+    EXPECT_EQ(message.RecipientsCc(), List{"dora"});
+    EXPECT_EQ(trace.All(),
+              "\nCSmtpMessageHeader  : Add mail recipient: \"anna\"\nCSmtpMessageHeader  : Add mail recipient: \"bert\""
+              "\nCSmtpMessageHeader  : Add mail recipient: \"carl\""
+              "\nCSmtpMessageHeader  : Add mail recipient Cc: \"dora\"");
+}
+
+TEST(SmtpMessage, RendersTheHeader) {
+    CSmtpMessage message;
+    EXPECT_EQ(message.GetMessageHeader(), "");
+    message.SetSender("Alerts<ops>");
+    message.AddRecipients("a;b");
+    message.AddRecipientsCc("c");
+    message.AddReplyTo("anna, bert");
+    message.AddReplyTo("d");
+    message.SetSubject("Hi\r\nBcc: evil");
+    message.SetExtraHeader("X-B: ", "2\n");
+    message.SetExtraHeader("X-A: ", "1");
+    const char* importances[] = {"", "X-Priority: 5\r\nImportance: Low\r\n", "X-Priority: 3\r\nImportance: Normal\r\n",
+                                 "X-Priority: 1\r\nImportance: High\r\n", ""};
+    for (int importance = -1; importance <= 3; ++importance) {
+        message.SetImportance(importance);
+        EXPECT_EQ(message.GetMessageHeader(),
+                  std::string("From: Alerts<ops>\r\nTo: a,b\r\nCc: c\r\nReply-To: anna, bert,d\r\n"
+                              "Subject: Hi  Bcc: evil\r\n") +
+                      importances[importance + 1] + "X-A: 1\r\nX-B: 2 \r\n");
+    }
+}
+
+TEST(SmtpMessage, ParsesAWholeMail) {
+    const CTraceCapture trace;
+    const CSmtpMessage message = Parsed(
+        "From: Alerts <ops@x>\r\n To : skipped\nno colon here\n::tO:\ta b , ,c\t,\nCc: d\nTO:e\nBcc: f,g\n"
+        "reply-to: anna, bert\nSUBJECT:  a: b \nX-Other: y\n:::\n \t\r\n\nline1\r\nline2\n");
+    EXPECT_EQ(message.Sender(), "Alerts <ops@x>");
+    EXPECT_EQ(message.Recipients(), (List{"a b", "c", "e"}));
+    EXPECT_EQ(message.RecipientsCc(), List{"d"});
+    EXPECT_EQ(message.RecipientsBcc(), (List{"f", "g"}));
+    EXPECT_EQ(message.ReplyTo(), List{"anna, bert"});
+    EXPECT_EQ(message.Subject(), "a: b");
+    EXPECT_EQ(message.Importance(), CSmtpMessage::kNoImportance);
+    EXPECT_EQ(message.Text(), "\r\nline1\r\nline2\r\n");
+    EXPECT_EQ(message.GetMessageHeader().find('g'), std::string::npos);
+    EXPECT_TRUE(trace.Has("\nCSmtpMessageHeader  : Add mail sender: \"Alerts <ops@x>\""));
+    EXPECT_TRUE(trace.Has("\nCSmtpMessageHeader  : Add mail recipient Bcc: \"g\""));
+}
+
+TEST(SmtpMessage, StartsAfreshWithEachMail) {
+    CSmtpMessage message = Parsed("Subject: Hi\nX-Priority: 5\n\nline1\nline2");
+    EXPECT_EQ(message.Text(), "line1\r\nline2");
+    EXPECT_FALSE(message.SetSmtpMessage(nullptr));
+    EXPECT_EQ(message.Subject(), "Hi");
+    EXPECT_TRUE(message.SetSmtpMessage("To: a"));
+    EXPECT_EQ(message.GetMessageHeader() + message.Text(), "To: a\r\n");
+}
+
+TEST(SmtpMessage, ReadsTheImportance) {
+    const struct {
+        const char* line;
+        int importance;
+    } cases[] = {
+        {"X-Priority: 5", 0},
+        {"x-priority: 99999999999999999999", 0},
+        {"X-Priority: 4", 1},
+        {"X-Priority: 3x", 1},
+        {"X-Priority: 2", 2},
+        {"X-Priority: abc", 2},
+        {"X-Priority:", 2},
+        {"X-Priority: -7", 2},
+        {"Importance: LOW", 0},
+        {"importance: normal", 1},
+        {"Importance: High", 2},
+        {"Importance: highest", -1},
+        {"X-Priority: 1\nImportance: other", 2},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(Parsed(c.line).Importance(), c.importance) << c.line;
+    }
+}
+
+TEST(SmtpMessage, GivesEveryLineFeedItsCarriageReturn) {
+    EXPECT_EQ(ToCrLf("a\nb\r\nc"), "a\r\nb\r\nc");
+    EXPECT_EQ(ToCrLf("\n\n\r\r\n"), "\r\n\r\n\r\r\n");
+}

@@ -1,0 +1,129 @@
+#include "notification/NotificationConfig.h"
+
+#include <algorithm>
+#include <ctime>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using AuthenticationType = CNotificationConfig::AuthenticationType;
+using PasswordEncryptionType = CNotificationConfig::PasswordEncryptionType;
+
+/// Processor time of setting, writing, reading back and joining that many recipients.
+double RecipientsCost(int count) {
+    std::string list;
+    for (int i = 0; i < count; ++i) {
+        list += "operator" + std::to_string(i) + "@example.com;";
+    }
+    const std::clock_t start = std::clock();
+    CNotificationConfig written;
+    CNotificationConfig read;
+    std::string joined;
+    EXPECT_TRUE(written.SetRecipients(list, ";"));
+    EXPECT_TRUE(read.SetDoc(written.GetDocFormatted()) && read.GetRecipients(joined, ";"));
+    EXPECT_TRUE(joined + ";" == list);
+    EXPECT_TRUE(read.SetRecipients("one", ";"));
+    return static_cast<double>(std::clock() - start);
+}
+
+}  // namespace
+
+TEST(NotificationConfig, SettersCreateTheWholePath) {
+    CNotificationConfig config;
+    EXPECT_TRUE(config.SetSender("a@b") && config.SetSenderDescription("A & B"));
+    EXPECT_TRUE(config.SetRecipients("anna,,bert; ", " ,;") && config.SetRecipientsCc("dora", " ,;"));
+    EXPECT_TRUE(config.SetSmtpServer("smtps://h", 1) && config.SetSmtpServerPort(65535, 1));
+    EXPECT_TRUE(config.SetSmtpServerSMTPS(true, 1));
+    EXPECT_TRUE(config.SetSmtpServerAuthenticationType(AuthenticationType::Pop3, 1));
+    EXPECT_TRUE(config.SetSmtpServerAuthenticationUserName("me", 1));
+    EXPECT_TRUE(config.SetSmtpServerAuthenticationUserPassword("secret", 1));
+    std::string text = config.GetDocFormatted();
+    std::erase_if(text, [](char c) { return c == '\n' || c == ' '; });
+    EXPECT_EQ(text.substr(text.find("?>") + 2),
+              "<Notifications><email><Format><Sender><Address>a@b</Address><Description>A&amp;B</Description></Sender>"
+              "<Recipients><Recipient><Address>anna</Address></Recipient><Recipient><Address>bert</Address></Recipient>"
+              "</Recipients><RecipientsCC><RecipientCC><Address>dora</Address></RecipientCC></RecipientsCC></Format>"
+              "<SMTP><Server/><Server><Host>smtps://h</Host><Port>65535</Port><SMTPS>true</SMTPS>"
+              "<AuthenticationType=\"pop3\"><UserName>me</UserName>"
+              "<PasswordEncryption=\"2\">f8s6mivZg++FTemrYkCdMg==</Password></Authentication></Server></SMTP></email>"
+              "</Notifications>");
+}
+
+TEST(NotificationConfig, MissingSettingsLeaveTheCallersValue) {
+    for (const char* text : {"", "<Other><email><Format/></email></Other>",
+                             "<Notifications><email><Format/><SMTP><Server/></SMTP></email></Notifications>"}) {
+        CNotificationConfig config;
+        ASSERT_TRUE(config.SetDoc(text));
+        std::string value = "kept";
+        bool isOn = true;
+        auto type = AuthenticationType::Smtp;
+        EXPECT_FALSE(config.GetSender(value) || config.GetSenderDescription(value) || config.GetSmtpServer(value, 0) ||
+                     config.GetSmtpServerSMTPS(isOn, 0) || config.GetSmtpServerAuthenticationType(type, 0) ||
+                     config.GetSmtpServerAuthenticationUserPassword(value, 0) || config.GetSmtpServer(value, -1));
+        EXPECT_TRUE(value == "kept" && isOn && type == AuthenticationType::Smtp);
+        EXPECT_TRUE(!config.GetRecipients(value, ";") && value.empty());
+        EXPECT_EQ(config.SetSender("a@b"), !std::string_view(text).starts_with("<Other"));  // one root element
+        EXPECT_FALSE(config.SetSmtpServer("h", CNotificationConfig::kMaxSmtpServers));
+    }
+}
+
+TEST(NotificationConfig, RecipientsAreRewrittenInPlace) {
+    CNotificationConfig config;
+    ASSERT_TRUE(
+        config.SetDoc("<Notifications><email><Format><Recipients><x/>"
+                      "<Recipient Id='7'><Name>A</Name><Address>anna</Address></Recipient>"
+                      "<Recipient><Address>bert</Address><Address>more</Address></Recipient>"
+                      "</Recipients></Format></email></Notifications>"));
+    ASSERT_TRUE(config.FindElem("Notifications"));
+    std::string joined;
+    EXPECT_TRUE(config.SetRecipients("carl", " ,;") && config.GetRecipients(joined, ";"));
+    EXPECT_EQ(joined, "carl");
+    EXPECT_TRUE(config.FindChildElem("email"));  // the position was kept
+    EXPECT_NE(config.GetDocFormatted().find("        <x />\n        <Recipient Id=\"7\">\n          <Name>A</Name>\n"
+                                            "          <Address>carl</Address>\n        </Recipient>\n"
+                                            "        <Recipient />\n      </Recipients>\n"),
+              std::string::npos);
+    EXPECT_TRUE(config.SetRecipients("dora,emil,", ",") && config.GetRecipients(joined, "; "));
+    EXPECT_EQ(joined, "dora; emil");
+}
+
+TEST(NotificationConfig, WhatOthersWroteHasARule) {
+    const struct {
+        const char* port;
+        int portRead;  // 7: reads as missing
+        const char* type;
+        AuthenticationType typeRead;
+        const char* encryption;
+        bool isEnciphered;
+    } cases[] = {
+        {"25", 25, "Type='none'", AuthenticationType::None, "Encryption='2'", true},
+        {" 0065535\n", 65535, "Type='smtp'", AuthenticationType::Smtp, "Encryption=' 02 '", true},
+        {"65536", 7, "Type='SMTP'", AuthenticationType::Unknown, "Encryption='2x'", false},
+        {"25a", 7, "", AuthenticationType::Unknown, "Encryption='1'", false},
+        {"", 7, "type='smtp'", AuthenticationType::Unknown, "", false},
+    };
+    const std::string stored = "f8s6mivZg++FTemrYkCdMg==";
+    for (const auto& [port, portRead, type, typeRead, encryption, isEnciphered] : cases) {
+        CNotificationConfig config;
+        ASSERT_TRUE(config.SetDoc("<Notifications><email><SMTP><Server><Port>" + std::string(port) +
+                                  "</Port><Authentication " + type + "><Password " + encryption + ">" + stored +
+                                  "</Password></Authentication></Server></SMTP></email></Notifications>"));
+        unsigned short portValue = 7;
+        auto typeValue = AuthenticationType::Smtp;
+        std::string password;
+        EXPECT_EQ(config.GetSmtpServerPort(portValue, 0), portRead != 7) << port;
+        EXPECT_EQ(portValue, portRead) << port;
+        EXPECT_TRUE(config.GetSmtpServerAuthenticationType(typeValue, 0));
+        EXPECT_EQ(typeValue, typeRead) << type;
+        EXPECT_TRUE(config.GetSmtpServerAuthenticationUserPassword(password, 0));
+        EXPECT_EQ(password, isEnciphered ? "secret" : stored) << encryption;
+        EXPECT_TRUE(config.SetSmtpServerAuthenticationUserPassword("<p>", 0, PasswordEncryptionType::Plain));
+        EXPECT_NE(config.GetDocFormatted().find("<Password>&lt;p&gt;<"), std::string::npos) << encryption;
+    }
+}
+
+TEST(NotificationConfig, RecipientListsCostNoMoreThanTheirLength) {
+    const double few = std::max(RecipientsCost(2500), 1000.0);
+    EXPECT_LT(RecipientsCost(40000), 60 * few);  // 16 times the length; the square would be 256
+}

@@ -1,0 +1,167 @@
+#include "xml/TextFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <memory>
+#include <string_view>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/UniqueFd.h"
+
+namespace {
+
+constexpr std::string_view kRandomPart = "XXXXXX";
+
+int ErrnoUnless(bool success) {
+    return success ? 0 : errno;
+}
+
+int WriteAll(int fd, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = ::write(fd, text.data(), text.size());
+        if (written >= 0) {
+            text.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
+/// A new file beside the one that it is going to replace; it goes away with the object unless it was moved there.
+class CTemporaryFile {
+public:
+    CTemporaryFile() = default;
+    CTemporaryFile(const CTemporaryFile&) = delete;
+    CTemporaryFile& operator=(const CTemporaryFile&) = delete;
+    ~CTemporaryFile() {
+        if (fd_) {
+            ::unlink(name_.c_str());
+        }
+    }
+
+    /// @param prefix  the path of the new file without its random part
+    int Create(const std::string& prefix) {
+        name_ = prefix + std::string(kRandomPart);
+        fd_.Reset(::mkostemp(name_.data(), O_CLOEXEC));
+        // The lock tells RemoveLeftovers that the writer lives.
+        return ErrnoUnless(fd_ && ::flock(fd_.Get(), LOCK_EX | LOCK_NB) == 0);
+    }
+
+    /// Takes mode and owner of an existing file. An owner that cannot be kept is an error: others would lose the file,
+    /// or strangers could read it.
+    int TakeOwnerOf(const std::string& path) const {
+        struct stat old {};
+        if (::stat(path.c_str(), &old) != 0) {
+            return errno == ENOENT ? 0 : errno;
+        }
+        struct stat own {};
+        if (::fstat(fd_.Get(), &own) != 0) {
+            return errno;
+        }
+        const bool isOwned = own.st_uid == old.st_uid && own.st_gid == old.st_gid;
+        return ErrnoUnless((isOwned || ::fchown(fd_.Get(), old.st_uid, old.st_gid) == 0) &&
+                           ::fchmod(fd_.Get(), old.st_mode & 07777) == 0);
+    }
+
+    int Write(const std::string& text) const {
+        const int error = WriteAll(fd_.Get(), text);
+        return error != 0 ? error : ErrnoUnless(::fsync(fd_.Get()) == 0);
+    }
+
+    int MoveTo(const std::string& path) {
+        const int error = ErrnoUnless(::rename(name_.c_str(), path.c_str()) == 0);
+        if (error == 0) {
+            fd_.Reset();
+        }
+        return error;
+    }
+
+private:
+    CUniqueFd fd_;
+    std::string name_;
+};
+
+/// Removes the temporary files of writers that died before they could.
+void RemoveLeftovers(const std::filesystem::path& directory, const std::string& prefix) {
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(directory, error), end; !error && entry != end;
+         entry.increment(error)) {
+        const std::string name = entry->path().filename().string();
+        if (name.size() != prefix.size() + kRandomPart.size() || !name.starts_with(prefix)) {
+            continue;
+        }
+        const CUniqueFd fd(::open(entry->path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+        if (fd && ::flock(fd.Get(), LOCK_EX | LOCK_NB) == 0) {
+            ::unlink(entry->path().c_str());
+        }
+    }
+}
+
+int SyncDirectory(const std::filesystem::path& directory) {
+    const CUniqueFd fd(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return ErrnoUnless(fd && ::fsync(fd.Get()) == 0);
+}
+
+}  // namespace
+
+int ReadTextFile(const std::string& path, std::string& text) {
+    // Without O_NONBLOCK a FIFO in the file's place would hold the caller for ever.
+    const CUniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status {};
+    if (!fd || ::fstat(fd.Get(), &status) != 0) {
+        return errno;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return EINVAL;
+    }
+    text.clear();
+    // A file may grow while it is read: the size is a hint, the end of the file decides.
+    std::size_t capacity = std::min(static_cast<std::size_t>(status.st_size), kMaxTextFileSize) + 1;
+    for (;;) {
+        const std::size_t length = text.size();
+        text.resize(capacity);
+        const ssize_t got = ::read(fd.Get(), text.data() + length, capacity - length);
+        const int error = errno;
+        text.resize(length + static_cast<std::size_t>(got > 0 ? got : 0));
+        if (got == 0) {
+            return 0;
+        }
+        if (got < 0 && error != EINTR) {
+            return error;
+        }
+        if (text.size() > kMaxTextFileSize) {
+            return EFBIG;
+        }
+        if (text.size() == capacity) {
+            capacity = std::min(2 * capacity, kMaxTextFileSize + 1);
+        }
+    }
+}
+
+int ReplaceTextFile(const std::string& path, const std::string& text) {
+    const std::unique_ptr<char, decltype(&::free)> resolved(::realpath(path.c_str(), nullptr), &::free);
+    const std::filesystem::path target = resolved ? resolved.get() : path.c_str();
+    const std::filesystem::path directory = target.has_parent_path() ? target.parent_path() : ".";
+    const std::string prefix = "." + target.filename().string() + ".";
+    RemoveLeftovers(directory, prefix);
+
+    CTemporaryFile file;
+    int error = file.Create((directory / prefix).string());
+    if (error == 0) {
+        error = file.TakeOwnerOf(target.string());
+    }
+    if (error == 0) {
+        error = file.Write(text);
+    }
+    if (error == 0) {
+        error = file.MoveTo(target.string());
+    }
+    return error != 0 ? error : SyncDirectory(directory);
+}
