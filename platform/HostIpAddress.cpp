@@ -10,8 +10,6 @@
 #include "platform/NetworkInterface.h"
 #include "platform/Trace.h"
 
-#define TAG "CHostIPAddress::GetHostIPv%dAddress: "
-
 namespace {
 
 constexpr size_t kShortestIpv4Text = 8;
@@ -20,13 +18,20 @@ std::optional<std::vector<std::string>> InterfaceNames(CHostIPAddress::ip_versio
     try {
         return libnetif::network_interface_manager().get_network_interfaces();
     } catch (const libnetif::libnetif_exception& error) {
-        EM_TRACE(1, TAG "ERROR: Cannot get information about network interfaces! Error message: %s\n", version,
-                 error.what());
+        EM_TRACE(1,
+                 "CHostIPAddress::GetHostIPv%dAddress: ERROR: Cannot get information about network interfaces! Error "
+                 "message: %s\n",
+                 version, error.what());
     } catch (const std::invalid_argument& error) {
-        EM_TRACE(1, TAG "ERROR: Cannot get information about network interfaces! Invalid argument error: %s\n", version,
-                 error.what());
+        EM_TRACE(1,
+                 "CHostIPAddress::GetHostIPv%dAddress: ERROR: Cannot get information about network interfaces! Invalid "
+                 "argument error: %s\n",
+                 version, error.what());
     } catch (...) {
-        EM_TRACE(1, TAG "ERROR: Cannot get information about network interfaces! General error.\n", version);
+        EM_TRACE(1,
+                 "CHostIPAddress::GetHostIPv%dAddress: ERROR: Cannot get information about network interfaces! General "
+                 "error.\n",
+                 version);
     }
     return std::nullopt;
 }
@@ -51,16 +56,21 @@ std::string FindAddress(const std::vector<std::string>& names, int index, CHostI
         const libnetif::network_interface interface(names[i]);
         const int type = interface.get_hardware_type();
         if (type != ARPHRD_ETHER) {
-            EM_TRACE(4, TAG "INFO: interface  %d (%s) is ignored (not Ethernet interface). Interface type %d\n",
+            EM_TRACE(4,
+                     "CHostIPAddress::GetHostIPv%dAddress: INFO: interface  %d (%s) is ignored (not Ethernet "
+                     "interface). Interface type %d\n",
                      version, number, name, type);
             continue;
         }
         std::string text = AddressText(interface, version);
         if (text.empty()) {
-            EM_TRACE(4, TAG "INFO: Interface %d (%s) does not have IP V%d.\n", version, number, name, version);
+            EM_TRACE(4, "CHostIPAddress::GetHostIPv%dAddress: INFO: Interface %d (%s) does not have IP V%d.\n", version,
+                     number, name, version);
         } else if (matches++ == index) {
-            EM_TRACE(3, TAG "INFO: IP V%d %s for interface %d (%s) will be returned. Requested index: %d\n", version,
-                     version, text.c_str(), number, name, index);
+            EM_TRACE(3,
+                     "CHostIPAddress::GetHostIPv%dAddress: INFO: IP V%d %s for interface %d (%s) will be returned. "
+                     "Requested index: %d\n",
+                     version, version, text.c_str(), number, name, index);
             return text;
         }
     }
@@ -84,11 +94,12 @@ std::string CHostIPAddress::GetHostIPAddress(int index, ip_version version) {
         return {};
     }
     const auto count = static_cast<int>(names->size());
-    EM_TRACE(4, TAG "INFO: number of network interfaces = %d. Input index: %d.\n", version, count, index);
+    EM_TRACE(4, "CHostIPAddress::GetHostIPv%dAddress: INFO: number of network interfaces = %d. Input index: %d.\n",
+             version, count, index);
     if (count <= index) {
         EM_TRACE(4,
-                 TAG
-                 "INFO: number of network interfaces = %d is smaller than input index %d. "
+                 "CHostIPAddress::GetHostIPv%dAddress: INFO: number of network interfaces = %d is smaller than input "
+                 "index %d. "
                  "IP V%d will not be returned.\n",
                  version, count, index, version);
         return {};
@@ -96,9 +107,10 @@ std::string CHostIPAddress::GetHostIPAddress(int index, ip_version version) {
     try {
         return FindAddress(*names, index, version);
     } catch (const std::invalid_argument& error) {
-        EM_TRACE(4, TAG "ERROR: Cannot get IP address. Invalid argument error: %s\n", version, error.what());
+        EM_TRACE(4, "CHostIPAddress::GetHostIPv%dAddress: ERROR: Cannot get IP address. Invalid argument error: %s\n",
+                 version, error.what());
     } catch (...) {
-        EM_TRACE(4, TAG "ERROR: Cannot get IP address. General error.\n", version);
+        EM_TRACE(4, "CHostIPAddress::GetHostIPv%dAddress: ERROR: Cannot get IP address. General error.\n", version);
     }
     return {};
 }

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/UniqueFd.h"
+
+/// A small regular file that is read as a whole and changed in place. All operations leave errno set when they fail.
+class CInPlaceFile {
+public:
+    /// Opens the file and reads it at one go. Anything but a regular file and one beyond 64 MiB is refused.
+    /// @param flags  O_RDONLY, O_RDWR ...; always close-on-exec and never waiting
+    bool Load(const char* path, std::string& text, int flags = 0);
+
+    /// Puts `replacement` in the place of the bytes from `begin` up to `end` of a file that was loaded for writing as
+    /// `text`, and closes it. When it fails, the bytes of the file and its length are what they were: the file first
+    /// grows to its new length, and only then is anything overwritten, which needs no more room (where it does, as on
+    /// copy-on-write file systems, what was overwritten is put back; errno EIO tells that even this failed).
+    bool Replace(std::string_view text, size_t begin, size_t end, std::string_view replacement);
+
+    /// Sets the mode of the open file, whatever the process's file creation mask is.
+    bool SetMode(mode_t mode);
+
+private:
+    CUniqueFd file_;
+};

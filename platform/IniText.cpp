@@ -1,0 +1,75 @@
+#include "platform/IniText.h"
+
+namespace {
+
+constexpr bool IsBlank(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+std::string_view TrimLeft(std::string_view text) {
+    size_t first = 0;
+    while (first < text.size() && IsBlank(text[first])) {
+        ++first;
+    }
+    return text.substr(first);
+}
+
+std::string_view TrimRight(std::string_view text) {
+    while (!text.empty() && IsBlank(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+}  // namespace
+
+std::string_view CIniLine::WithoutComment() const {
+    const std::string_view content = text.substr(0, text.find(';'));
+    return TrimRight(content.substr(0, content.find('\0')));
+}
+
+std::optional<std::string_view> CIniLine::Header() const {
+    if (!text.starts_with('[')) {
+        return std::nullopt;
+    }
+    const std::string_view content = WithoutComment();
+    const size_t close = content.find(']');
+    return close == std::string_view::npos ? std::nullopt : std::optional(content.substr(1, close - 1));
+}
+
+bool CIniLine::Split(std::string_view& name, std::string_view& value) const {
+    const std::string_view content = WithoutComment();
+    const size_t equals = content.find('=');
+    if (equals == std::string_view::npos) {
+        return false;
+    }
+    name = TrimRight(content.substr(0, equals));
+    value = TrimLeft(content.substr(equals + 1));
+    return true;
+}
+
+std::optional<std::string_view> CIniLine::ValueOf(std::string_view key) const {
+    std::string_view name;
+    std::string_view value;
+    const bool found = text.starts_with(key) && Split(name, value) && name == key;
+    return found ? std::optional(value) : std::nullopt;
+}
+
+bool CIniText::Next(CIniLine& line) {
+    const std::string_view candidate = text_.substr(next_, kLineLimit);
+    const size_t newline = candidate.find('\n');
+    line.begin = next_;
+    next_ += newline == std::string_view::npos ? candidate.size() : newline + 1;
+    line.end = next_;
+    line.text = TrimLeft(text_.substr(line.begin, next_ - line.begin));
+    return line.end > line.begin;
+}
+
+bool CIniText::FindSection(std::string_view name, CIniLine& header) {
+    while (Next(header)) {
+        if (header.Header() == name) {
+            return true;
+        }
+    }
+    return false;
+}
