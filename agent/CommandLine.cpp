@@ -20,6 +20,8 @@ const char* const kUsage =
     "  --trace LEVEL       module traces, 1 errors to 5 device detail, 0 none; a level\n"
     "                      in the environment (LUME_LOG_DEBUG_LEVEL) goes before\n"
     "  --trace-file FILE   where traces go, default standard error\n"
+    "  --wav FILE          plays the speaker's tones into a sound file\n"
+    "  --port-log FILE     writes down each access to the speaker's ports\n"
     "  --help              this text\n"
     "\n"
     "Exit status: 0 every step worked, 1 one failed, 2 the command line is wrong.\n"
@@ -37,6 +39,8 @@ constexpr auto kOptions = std::to_array<option>({
     {"run-mode", required_argument, nullptr, 'r'},
     {"trace", required_argument, nullptr, 'l'},
     {"trace-file", required_argument, nullptr, 'f'},
+    {"wav", required_argument, nullptr, 'w'},
+    {"port-log", required_argument, nullptr, 'p'},
     {"help", no_argument, nullptr, 'h'},
     {nullptr, 0, nullptr, 0},
 });
@@ -77,6 +81,12 @@ void Take(CommandLine& line, int letter, const char* argument) {
             break;
         case 'f':
             line.traceFile = optarg;
+            break;
+        case 'w':
+            line.wav = optarg;
+            break;
+        case 'p':
+            line.portLog = optarg;
             break;
         case 'h':
             line.help = true;

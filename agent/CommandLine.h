@@ -14,6 +14,8 @@ struct CommandLine {
     std::string transcript = "-";         // "-" is standard output
     std::optional<std::string> traceFile;
     std::optional<std::string> traceLevel;
+    std::string wav;      // empty: none; with one of these two the agent has a speaker
+    std::string portLog;  // empty: none
     bool story = false;
     bool help = false;
 };

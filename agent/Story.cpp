@@ -200,6 +200,7 @@ constexpr auto kTellers = std::to_array<Teller>({
     {"delivered",
      [](const Scene& s) { return "The module has taken " + Describe(s.command) + ": " + Outcome(s.command); }},
     {"withheld", [](const Scene& s) { return "Withheld, the module takes no events: " + Describe(s.command); }},
+    {"tone", [](const Scene& s) { return "The speaker has played " + s.entry.note; }},
     {"enable-events", [](const Scene& s) { return "The module " + s.entry.step + "s its events"; }},
 });
 

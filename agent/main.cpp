@@ -5,10 +5,12 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <memory>
 #include <system_error>
 
 #include "agent/Agent.h"
 #include "agent/AnswerTable.h"
+#include "agent/BusIoDriver.h"
 #include "agent/CommandLine.h"
 #include "agent/Console.h"
 #include "agent/Scenario.h"
@@ -64,11 +66,30 @@ void Work(const CommandLine& line, CAgent& agent, CAnswerTable& answers) {
     }
 }
 
+/// The speaker, when somebody wants to hear it. Built before the module is loaded and gone after it is unloaded.
+std::unique_ptr<CBusIoDriver> MakeSpeaker(const CommandLine& line, CTranscript& transcript) {
+    if (line.wav.empty() && line.portLog.empty()) {
+        return nullptr;
+    }
+    return std::make_unique<CBusIoDriver>(BusIoDriverOptions{
+        .wavFile = line.wav,
+        .portLogFile = line.portLog,
+        .onTone =
+            [&transcript](const std::string& tone) {
+                TranscriptEntry entry;
+                entry.kind = "tone";
+                entry.note = tone;
+                transcript.Write(entry);
+            },
+    });
+}
+
 bool Run(const CommandLine& line) {
     SetUpTraces(line);
     CAnswerTable answers;
     LoadState(answers, line.state);
     CTranscript transcript(line.transcript, line.story);
+    const std::unique_ptr<CBusIoDriver> speaker = MakeSpeaker(line, transcript);
     CAgent agent(line.agent, answers, transcript);
     if (agent.Load()) {
         Work(line, agent, answers);

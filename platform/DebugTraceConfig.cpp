@@ -59,15 +59,13 @@ void CDebugTraceConfig::Initialise(const char* directory) {
     updateInterval_ = interval;
     lastCheck_ = std::time(nullptr);
 
-    const auto supplier = std::find_if(files.begin(), files.end(), [&](const std::string& file) {
-        return moduleSection_.OpenSectionInIniFile(moduleName_, file.c_str(), directory);
-    });
     unsigned int level = 0;
-    if (supplier != files.end()) {
-        moduleFile_ = *supplier;
-        LoadModuleSection(moduleSection_);
-        if (fileLevel_ != kLevelNotSet) {
-            level = fileLevel_;
+    for (const std::string& file : files) {
+        if (moduleSection_.OpenSectionInIniFile(moduleName_, file.c_str(), directory)) {
+            moduleFile_ = file;
+            LoadModuleSection(moduleSection_);
+            level = fileLevel_ == kLevelNotSet ? 0 : fileLevel_.load();
+            break;
         }
     }
     ReadEnvironment("LUME_LOG_DEBUG_LEVEL", level);

@@ -20,6 +20,8 @@ public:
     static constexpr unsigned int kLevelNotSet = 0xFFFFFFFF;
 
     explicit CDebugTraceConfig(const char* moduleName) : moduleName_(moduleName) {}
+    CDebugTraceConfig(const CDebugTraceConfig&) = delete;
+    CDebugTraceConfig& operator=(const CDebugTraceConfig&) = delete;
 
     /// Reads the settings once, before any thread of the module exists.
     /// @param directory  the trace configuration directory. One that can be read but holds no ".ini" file leaves

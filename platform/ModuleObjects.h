@@ -2,6 +2,7 @@
 
 #include "platform/DebugClient.h"
 #include "platform/EventTable.h"
+#include "platform/Mutex.h"
 #include "platform/SysLogTraces.h"
 
 /// What exists once for a loaded library, from load to unload. The objects are built before any export can be called
@@ -10,6 +11,9 @@ struct ModuleObjects {
     CScSysLog sysLog;
     CDebugClient debugClient{"EM_ALERT"};
     CEventTable eventTable;
+
+    /// Held from setting LC_TIME to resetting it: the locale belongs to the whole process.
+    CMutex timeLocaleLock;
 
     ModuleObjects();
 };

@@ -1,0 +1,113 @@
+#include <algorithm>
+#include <utility>
+
+#include "em_alert/AlertExtensionModule.h"
+#include "em_alert/SettingTrace.h"
+
+namespace {
+
+constexpr std::size_t kLongestRefusedSequence = 8;  // bytes
+
+}  // namespace
+
+void CAlertExtensionModule::ApplicationReply(SipJson& message) {
+    EM_TRACE(3, "\nEM_ALERT            :   -> ApplicationReply()");
+    const int command = message.GetCmdIndex();
+    const unsigned int opCode = message.GetCmdElemValue(command, "OC", 0);
+    try {
+        TraceReply(message, 2);
+        switch (opCode) {
+            case CM_StatusTreeComponentInstanceStatus:
+            case CM_UmServerUpdateAlert:
+                ProcessAlertTrigger(message);
+                break;
+            case kWriteConfigurationValue:
+                FollowSetting(message);
+                break;
+            default:
+                break;
+        }
+    } catch (...) {
+        EM_TRACE(1, "\n\nEM_ALERT (REPLY)    : CABINET %04d: FATAL ERROR! EXCEPTION in Reply Handler OpCode 0x%04X!",
+                 static_cast<int>(message.GetCmdElemValue(command, "CA", 0)), opCode);
+    }
+    EM_TRACE(3, "\nEM_ALERT            :   <- ApplicationReply()");
+}
+
+/// Applies the notice of a configuration value that was written anywhere in the agent.
+void CAlertExtensionModule::FollowSetting(const SipJson& notice) {
+    const int command = notice.GetCmdIndex();
+    const unsigned int id = notice.GetCmdElemValue(command, "OE", 0);
+    const auto rows = SettingTable();
+    const auto row = std::find_if(rows.begin(), rows.end(), [id](const SettingRow& r) { return r.id == id; });
+    if (row == rows.end()) {
+        return;
+    }
+    if (const auto* sequence = std::get_if<SettingRow::Sequence>(&row->field)) {
+        FollowSequence(*sequence, notice);
+        return;
+    }
+    SettingValue value;
+    if (!row->Take(notice, value)) {
+        return;
+    }
+    if (id == kBeepAlertSetting) {
+        FollowBeepSwitch(value.number != 0);
+    }
+    unsigned int oldNumber = 0;
+    settings_.Change([&](AlertSettings& settings) {
+        oldNumber = row->Number(settings);
+        row->Store(settings, value);
+    });
+    if (row->IsSwitch()) {
+        TraceSetting(row->noticeTrace, value.number != 0 ? "enabled" : "disabled");
+    } else if (row->IsNumber()) {
+        TraceSetting(row->noticeTrace, oldNumber, value.number);
+    } else if (std::holds_alternative<SettingRow::TraceOnly>(row->field)) {
+        TraceSetting(row->noticeTrace, notice.GetCmdElemValue(command, "OI", 0), value.text.c_str());
+    } else {
+        TraceSetting(row->noticeTrace, value.text.c_str());
+    }
+}
+
+/// Lets the speaker follow the switch at once while alerts are pending.
+void CAlertExtensionModule::FollowBeepSwitch(bool enabled) {
+    if (!IsAlertPending() || enabled == settings_.Get()->beepAlertEnabled) {
+        return;
+    }
+    if (enabled) {
+        EM_TRACE(3, "\nEM_ALERT (REPLY)    : Beep alert configuration changed from disabled to enabled");
+        SipJson newest;
+        unsigned int status = 0;
+        if (GetLastPendingAlert(newest)) {
+            newest.GetCmdUIntData(newest.GetCmdIndex(), status);
+        }
+        BeepSequenceOn(SystemStatusToAlertSeverity(ToStatusByte(status)));
+    } else {
+        EM_TRACE(3, "\nEM_ALERT (REPLY)    : Beep alert configuration changed from enabled to disabled");
+        BeepSequenceOff();
+    }
+}
+
+void CAlertExtensionModule::FollowSequence(SettingRow::Sequence field, const SipJson& notice) {
+    const bool isWarning = field == &AlertSettings::beepWarningSequence;
+    std::vector<unsigned char> sequence;
+    notice.GetCmdDataStream(notice.GetCmdIndex(), sequence);
+    if (sequence.empty()) {
+        if (isWarning) {
+            EM_TRACE(1, "\nEM_ALERT (REPLY)    : ERROR! Invalid size (0) of beep warning sequence!");
+        } else {
+            EM_TRACE(1, "\nEM_ALERT (REPLY)    : ERROR! Invalid size (0) of beep error sequence!");
+        }
+    } else if (sequence.size() <= kLongestRefusedSequence) {
+        if (isWarning) {
+            EM_TRACE(1, "\nEM_ALERT (REPLY)    : ERROR! Size of beep warning sequence is lower than %d bytes!",
+                     static_cast<int>(kLongestRefusedSequence));
+        } else {
+            EM_TRACE(1, "\nEM_ALERT (REPLY)    : ERROR! Size of beep error sequence is lower than %d bytes!",
+                     static_cast<int>(kLongestRefusedSequence));
+        }
+    } else {
+        settings_.Change([&](AlertSettings& settings) { settings.*field = std::move(sequence); });
+    }
+}

@@ -1,0 +1,242 @@
+#include <algorithm>
+
+#include "em_alert/AlertExtensionModule.h"
+#include "notification/FileLock.h"
+#include "platform/Trace.h"
+
+namespace {
+
+constexpr int kServers = 2;  // addressable by the object id
+constexpr char kListSeparators[] = " ,;";
+
+using Config = CNotificationConfig;
+using AuthenticationType = Config::AuthenticationType;
+
+/// How one value is read and written. A reader puts the value into the reply and returns false when there is none; a
+/// writer returns false when the request's data does not hold a value or it cannot be stored.
+struct ConfigurationRow {
+    unsigned int id;
+    bool isPerServer;
+    bool (*read)(Config&, int server, SipJson& reply);
+    bool (*write)(Config&, int server, const SipJson& request);
+};
+
+bool AnswerText(SipJson& reply, bool found, const std::string& text) {
+    if (found) {
+        reply.SetReplyDataString(text.c_str(), kDone);
+    }
+    return found;
+}
+
+bool AnswerNumber(SipJson& reply, bool found, unsigned int number) {
+    if (found) {
+        reply.SetDataUIntValue(number, kDone);
+    }
+    return found;
+}
+
+bool TakeText(const SipJson& request, std::string& text) {
+    return request.GetCmdDataString(request.GetCmdIndex(), text, SipJson::kNoLimit);
+}
+
+bool TakeNumber(const SipJson& request, unsigned int& number) {
+    return request.GetCmdUIntData(request.GetCmdIndex(), number);
+}
+
+template <bool (Config::*get)(std::string&)>
+bool ReadText(Config& config, int /*server*/, SipJson& reply) {
+    std::string text;
+    const bool found = (config.*get)(text);
+    return AnswerText(reply, found, text);
+}
+
+template <bool (Config::*get)(std::string&, int)>
+bool ReadServerText(Config& config, int server, SipJson& reply) {
+    std::string text;
+    const bool found = (config.*get)(text, server);
+    return AnswerText(reply, found, text);
+}
+
+template <bool (Config::*get)(std::string&, const char*)>
+bool ReadList(Config& config, int /*server*/, SipJson& reply) {
+    std::string list;
+    const bool found = (config.*get)(list, ";");
+    return AnswerText(reply, found, list);
+}
+
+template <bool (Config::*set)(const std::string&)>
+bool WriteText(Config& config, int /*server*/, const SipJson& request) {
+    std::string text;
+    return TakeText(request, text) && (config.*set)(text);
+}
+
+template <bool (Config::*set)(const std::string&, const char*)>
+bool WriteList(Config& config, int /*server*/, const SipJson& request) {
+    std::string list;
+    return TakeText(request, list) && (config.*set)(list, kListSeparators);
+}
+
+bool ReadServerCount(Config& config, int /*server*/, SipJson& reply) {
+    int count = 0;
+    for (std::string host; config.GetSmtpServer(host, count);) {
+        ++count;
+    }
+    return AnswerNumber(reply, true, static_cast<unsigned int>(count));
+}
+
+bool WriteHost(Config& config, int server, const SipJson& request) {
+    std::string host;
+    if (!TakeText(request, host)) {
+        return false;
+    }
+    EM_TRACE(3, "\nEM_ALERT            : SMTP server [%d]: Host name \"%s\"", server, host.c_str());
+    return config.SetSmtpServer(host, server);
+}
+
+bool ReadPort(Config& config, int server, SipJson& reply) {
+    unsigned short port = 0;
+    const bool found = config.GetSmtpServerPort(port, server);
+    return AnswerNumber(reply, found, port);
+}
+
+bool WritePort(Config& config, int server, const SipJson& request) {
+    unsigned int port = 0;
+    if (!TakeNumber(request, port) || port > 0xFFFF) {
+        return false;
+    }
+    EM_TRACE(3, "\nEM_ALERT            : SMTP server [%d]: Port \"%d\"", server, static_cast<int>(port));
+    return config.SetSmtpServerPort(static_cast<unsigned short>(port), server);
+}
+
+bool ReadAuthenticationType(Config& config, int server, SipJson& reply) {
+    auto type = AuthenticationType::None;
+    const bool found = config.GetSmtpServerAuthenticationType(type, server);
+    const bool isKnown = type == AuthenticationType::Smtp || type == AuthenticationType::Pop3;
+    return AnswerNumber(reply, found, isKnown ? static_cast<unsigned int>(type) : 0);
+}
+
+bool WriteAuthenticationType(Config& config, int server, const SipJson& request) {
+    unsigned int number = 0;
+    if (!TakeNumber(request, number)) {
+        return false;
+    }
+    // POP3 before SMTP can be read but not set.
+    const auto type = number == 1 ? AuthenticationType::Smtp : AuthenticationType::None;
+    EM_TRACE(3, "\nEM_ALERT            : SMTP server [%d]: Authentication type \"%d\"", server, static_cast<int>(type));
+    return config.SetSmtpServerAuthenticationType(type, server);
+}
+
+bool WriteUserName(Config& config, int server, const SipJson& request) {
+    std::string name;
+    if (!TakeText(request, name)) {
+        return false;
+    }
+    EM_TRACE(3, "\nEM_ALERT            : SMTP server [%d]: User Name %s", server, name.c_str());
+    return config.SetSmtpServerAuthenticationUserName(name, server);
+}
+
+bool WritePassword(Config& config, int server, const SipJson& request) {
+    std::string password;
+    return TakeText(request, password) &&
+           config.SetSmtpServerAuthenticationUserPassword(password, server, Config::PasswordEncryptionType::Enciphered);
+}
+
+bool ReadSmtps(Config& config, int server, SipJson& reply) {
+    bool on = false;
+    const bool found = config.GetSmtpServerSMTPS(on, server);
+    if (found) {
+        reply.SetDataByte(on ? 1 : 0, kDone);
+    }
+    return found;
+}
+
+bool WriteSmtps(Config& config, int server, const SipJson& request) {
+    unsigned int on = 0;
+    return TakeNumber(request, on) && config.SetSmtpServerSMTPS(on != 0, server);
+}
+
+constexpr unsigned int kServerCountValue = 0x0430;
+
+constexpr ConfigurationRow kValues[] = {
+    {0x0412, false, ReadText<&Config::GetSender>, WriteText<&Config::SetSender>},
+    {0x0413, false, ReadText<&Config::GetSenderDescription>, WriteText<&Config::SetSenderDescription>},
+    {0x0414, false, ReadList<&Config::GetRecipients>, WriteList<&Config::SetRecipients>},
+    {0x0419, false, ReadList<&Config::GetRecipientsCc>, WriteList<&Config::SetRecipientsCc>},
+    {kServerCountValue, false, ReadServerCount, nullptr},
+    {0x0431, true, ReadServerText<&Config::GetSmtpServer>, WriteHost},
+    {0x0432, true, ReadPort, WritePort},
+    {0x0436, true, ReadAuthenticationType, WriteAuthenticationType},
+    {0x0438, true, ReadServerText<&Config::GetSmtpServerAuthenticationUserName>, WriteUserName},
+    {0x0439, true, ReadServerText<&Config::GetSmtpServerAuthenticationUserPassword>, WritePassword},
+    {0x043A, true, ReadSmtps, WriteSmtps},
+};
+
+/// A file that is not there yet has no values; one that cannot be read or understood is left alone.
+bool IsUsable(const Config& config) {
+    return config.Status() == Config::LoadStatus::Loaded || config.Status() == Config::LoadStatus::Missing;
+}
+
+/// Finds the value that a request names.
+/// @return null after answering a request for a value, or for a server, that does not exist
+const ConfigurationRow* FindValue(SipJson& request, int& server) {
+    const int command = request.GetCmdIndex();
+    const unsigned int id = request.GetCmdElemValue(command, "OE", 0);
+    const unsigned int index = request.GetCmdElemValue(command, "OI", 0);
+    const auto* row =
+        std::find_if(std::begin(kValues), std::end(kValues), [id](const ConfigurationRow& r) { return r.id == id; });
+    if (row == std::end(kValues)) {
+        request.SetStatus(kNotHandled);
+        return nullptr;
+    }
+    if (row->isPerServer && index >= kServers) {
+        request.SetStatus(kServerIndexOutOfRange);
+        return nullptr;
+    }
+    server = row->isPerServer ? static_cast<int>(index) : 0;
+    return row;
+}
+
+}  // namespace
+
+void CAlertExtensionModule::AnswerReadConfiguration(SipJson& request) {
+    int server = 0;
+    const ConfigurationRow* row = FindValue(request, server);
+    if (row == nullptr) {
+        return;
+    }
+    const CMutexLock lock(notificationLock_);
+    notification_.LoadExclusive();
+    if (IsUsable(notification_)) {
+        row->read(notification_, server, request);
+    }
+}
+
+void CAlertExtensionModule::AnswerWriteConfiguration(SipJson& request) {
+    int server = 0;
+    const ConfigurationRow* row = FindValue(request, server);
+    if (row == nullptr) {
+        return;
+    }
+    if (row->write == nullptr) {  // accepted for the sake of old consoles; servers are counted, not set
+        request.SetStatus(kDone);
+        return;
+    }
+    const CMutexLock lock(notificationLock_);
+    CFileLock fileLock;
+    if (!fileLock.Lock(notification_.Path().c_str(), nullptr, CNotificationConfig::kLockTimeoutMs)) {
+        EM_TRACE(1, "\nEM_ALERT            : ERROR! FAILED to lock notification configuration file!");
+        request.SetStatus(kLockFailed);
+        return;
+    }
+    notification_.Load();
+    const bool isSaved = IsUsable(notification_) && row->write(notification_, server, request) && notification_.Save();
+    if (isSaved) {
+        if (row->isPerServer) {
+            TakeMailServer(server);
+        } else {
+            TakeMailFormat();
+        }
+    }
+    request.SetStatus(isSaved ? kDone : kFailed);
+    fileLock.UnlockFile(notification_.Path().c_str());
+}

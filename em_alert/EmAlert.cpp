@@ -1,0 +1,84 @@
+#include "em_alert/EmAlert.h"
+
+#include "em_alert/AlertExtensionModule.h"
+#include "em_alert/ModuleInstance.h"
+#include "platform/Trace.h"
+
+ModuleInstance moduleInstance;
+
+bool CreateExtensionModule(CIExtensionModule** out, void* /*parameter*/) {
+    *out = new CAlertExtensionModule;
+    return true;
+}
+
+bool DeleteExtensionModule(CIExtensionModule* module) {
+    if (module == nullptr) {
+        return false;
+    }
+    delete module;
+    return true;
+}
+
+const char* GetModuleName() {
+    return moduleObjects.debugClient.ModuleName();
+}
+
+int SetupAction(unsigned int action) {
+    static constexpr const char* kActionNames[] = {"BACKUP", "RESTORE", "CONVERT", "CLEANUP"};
+    if (action >= 1 && action <= std::size(kActionNames)) {
+        EM_TRACE(1, "\n\n%-20s: ## Setup action \"%s\" call - no action function defined\n", GetModuleName(),
+                 kActionNames[action - 1]);
+    } else {
+        EM_TRACE(1, "\n\n%-20s: ## ERROR! Setup action call with unknown action type (%d) - no action defined!\n",
+                 GetModuleName(), static_cast<int>(action));
+    }
+    return 1;
+}
+
+bool EM_Create(CIExtensionModule** out, void* agentParameter) {
+    if (out == nullptr) {
+        EM_TRACE(1, "\nEM DLL (%-10s) : ## ERROR: Module could not be created!\n", GetModuleName());
+        return false;
+    }
+    if (moduleInstance.module != nullptr) {
+        EM_TRACE(1, "\nEM DLL (%-10s) : ## ERROR: Module already existing!\n", GetModuleName());
+        *out = moduleInstance.module;
+        return true;
+    }
+    EM_TRACE(2, "\nEM DLL (%-10s) : Create module", GetModuleName());
+    CreateExtensionModule(&moduleInstance.module, agentParameter);
+    *out = moduleInstance.module;
+    if (moduleInstance.module == nullptr) {
+        EM_TRACE(1, "\nEM DLL (%-10s) : ## ERROR: Module could not be created!\n", GetModuleName());
+        return false;
+    }
+    return true;
+}
+
+bool EM_Delete() {
+    try {
+        if (moduleInstance.module == nullptr) {
+            EM_TRACE(1, "\nEM DLL (%-10s) : Module already destroyed!", GetModuleName());
+            return false;
+        }
+        EM_TRACE(1, "\nEM DLL (%-10s) : Destroy module...", GetModuleName());
+        if (!DeleteExtensionModule(moduleInstance.module)) {
+            EM_TRACE(1, "\nEM DLL (%-10s) : ## ERROR! Module could not be destroyed!", GetModuleName());
+            return false;
+        }
+        moduleInstance.module = nullptr;
+        EM_TRACE(1, "\nEM DLL (%-10s) : .. Module destroyed successfully!", GetModuleName());
+        return true;
+    } catch (...) {
+        EM_TRACE(1, "\nEM DLL (%-10s) : ## ERROR! Exception while destroying module!", GetModuleName());
+        return false;
+    }
+}
+
+const char* EM_GetModuleName() {
+    return GetModuleName();
+}
+
+int EM_SetupAction(unsigned int action) {
+    return SetupAction(action);
+}

@@ -1,0 +1,76 @@
+#include "em_alert/ExtensionModuleBase.h"
+#include "sip/SipJson.h"
+
+namespace {
+
+constexpr unsigned int kEveryone = 0xFFFFFFFF;
+constexpr unsigned int kEventStatus = 255;
+constexpr unsigned int kNoStatus = 22;  // what a command without "ST" reads as
+
+}  // namespace
+
+/// Makes a request ready to be sent.
+/// @return false when there is no switch to send it through; the request then says so itself
+bool CExtensionModule::PrepareRequest(SipJson& message) {
+    if (switch_ == nullptr) {
+        message.SetStatus(6);
+        return false;
+    }
+    if (!message.HasCmdElem(message.GetCmdIndex(), "CA")) {
+        message.SetCmdElemValue(message.GetCmd(), "CA", ServerCabinetNumber(), false);
+    }
+    return true;
+}
+
+void CExtensionModule::SyncRequest(SipJson& message, unsigned int timeout) {
+    if (PrepareRequest(message)) {
+        switch_->SyncRequest(this, message, timeout);
+    }
+}
+
+void CExtensionModule::AsyncRequest(SipJson& message) {
+    if (PrepareRequest(message)) {
+        switch_->AsyncRequest(this, message, 0);
+    }
+}
+
+void CExtensionModule::SyncCabinetBroadcast(SipJson& message, unsigned int timeout) {
+    message.SetCmdElemValue(message.GetCmd(), "CA", kEveryone, false);
+    SyncRequest(message, timeout);
+}
+
+void CExtensionModule::SyncModuleBroadcast(SipJson& message, unsigned int timeout) {
+    message.SetCmdElemValue(message.GetCmd(), "MI", kEveryone, false);
+    SyncRequest(message, timeout);
+}
+
+void CExtensionModule::FireEvent(SipJson& message) {
+    const unsigned int status = message.GetCmdElemValue(message.GetCmdIndex(), "ST", kNoStatus);
+    message.SetStatus(kEventStatus);
+    if (switch_ != nullptr) {
+        switch_->DeliverMessage(this, message);
+    }
+    message.SetStatus(status);
+}
+
+bool CExtensionModule::ForwardEvent(SipJson& message) {
+    if (switch_ == nullptr) {
+        return false;
+    }
+    const unsigned int moduleId = message.GetCmdElemValue(message.GetCmdIndex(), "MI", 0);
+    return switch_->ForwardEvent(this, message, moduleId >> 16, moduleId & 0xFFFF);
+}
+
+bool CExtensionModule::IsLocalServerRequest(const SipJson& message) {
+    const int index = message.GetCmdIndex();
+    return !message.HasCmdElem(index, "CA") ||
+           message.GetCmdElemValue(index, "CA", ServerCabinetNumber()) == ServerCabinetNumber();
+}
+
+bool CExtensionModule::IsLocalServerReply(const SipJson& message) {
+    return IsLocalServerRequest(message);
+}
+
+bool CExtensionModule::IsLocalServerRequestOrCabinetBroadcast(const SipJson& message) {
+    return IsLocalServerRequest(message) || message.GetCmdElemValue(message.GetCmdIndex(), "CA", 0) == kEveryone;
+}

@@ -1,0 +1,144 @@
+#include <gtest/gtest.h>
+
+#include "em_alert/ExtensionModuleBase.h"
+#include "em_alert/ModuleInstance.h"
+#include "support/FakeSwitch.h"
+#include "support/TraceCapture.h"
+
+namespace {
+
+using Calls = std::vector<std::string>;
+
+class CPlainModule : public CExtensionModule {
+public:
+    const char* GetName() const override { return "EM_TEST"; }
+    int OnModuleNotification(unsigned int code, void* /*p1*/, void* /*p2*/) override {
+        return static_cast<int>(code & 0xFF);
+    }
+    using CExtensionModule::IsSwitchShutdown;
+};
+
+class ModuleFrame : public ::testing::Test {
+protected:
+    void SetUp() override { moduleInstance.serverCabinetNumber = 7; }
+
+    CFakeSwitch agent_;
+    CPlainModule module_;
+};
+
+std::string Status(const SipJson& message) {
+    return std::to_string(message.GetCmdElemValue(message.GetCmdIndex(), "ST", 999));
+}
+
+}  // namespace
+
+TEST_F(ModuleFrame, WithoutSwitchNothingIsSentAndRequestsSaySo) {
+    SipJson request = MessageOf(R"({"OC":1})");
+    module_.SyncRequest(request, 5000);
+    EXPECT_EQ(Status(request), "6");
+    EXPECT_FALSE(request.HasCmdElem(0, "CA"));
+    SipJson noCommand = MessageOf("5");
+    module_.AsyncRequest(noCommand);
+    EXPECT_EQ(noCommand.GetCmd().GetInt(), 5);
+
+    EXPECT_FALSE(module_.ReplySip(request) || module_.ModuleReply(request) || module_.EnableEvents(true) ||
+                 module_.DisableEvents() || module_.ForwardEvent(request) || module_.IsAgentlessMode() ||
+                 module_.IsUMEMode());
+    EXPECT_EQ(module_.GetRunMode(), 0U);
+    EXPECT_STREQ(module_.GetSysLogName(), "Hostwarden Server Control");
+}
+
+TEST_F(ModuleFrame, RequestsAndEventsGoThroughTheSwitch) {
+    module_.Start(&agent_, 0x00050003);
+    SipJson bare = MessageOf(R"({"OC":1})");
+    module_.SyncRequest(bare, 5000);
+    SipJson addressed = MessageOf(R"({"OC":1,"CA":5})");
+    module_.AsyncRequest(addressed);
+    module_.SyncCabinetBroadcast(bare, 1);
+    EXPECT_FALSE(CExtensionModule::IsLocalServerRequest(bare));
+    EXPECT_TRUE(CExtensionModule::IsLocalServerRequestOrCabinetBroadcast(bare));
+    module_.SyncModuleBroadcast(addressed, 2);
+    module_.ReplySip(addressed);
+    module_.EnableEvents(true);
+    module_.DisableEvents();
+    SipJson forwarded = MessageOf(R"({"OC":2,"MI":196612})");
+    EXPECT_TRUE(module_.ForwardEvent(forwarded));
+    EXPECT_EQ(
+        agent_.calls,
+        (Calls{R"(sync 5000 [{"OC":1,"CA":7}])", R"(async 0 [{"OC":1,"CA":5}])", R"(sync 1 [{"OC":1,"CA":4294967295}])",
+               R"(sync 2 [{"OC":1,"CA":5,"MI":4294967295}])", R"(deliver [{"OC":1,"CA":5,"MI":4294967295}])", "enable",
+               "disable", R"(forward 3 4 [{"OC":2,"MI":196612}])"}));
+}
+
+TEST_F(ModuleFrame, AnEventCarriesItsMarkOnlyOnTheWay) {
+    module_.Start(&agent_, 0);
+    SipJson withStatus = MessageOf(R"({"OC":1,"ST":3})");
+    SipJson without = MessageOf(R"({"OC":1})");
+    module_.FireEvent(withStatus);
+    module_.FireEvent(without);
+    EXPECT_EQ(agent_.calls, (Calls{R"(deliver [{"OC":1,"ST":255}])", R"(deliver [{"OC":1,"ST":255}])"}));
+    EXPECT_EQ(Status(withStatus) + " " + Status(without), "3 22");
+}
+
+TEST_F(ModuleFrame, TellsLocalFromForeignRequests) {
+    EXPECT_TRUE(CExtensionModule::IsLocalServerRequest(SipJson()));
+    EXPECT_TRUE(CExtensionModule::IsLocalServerRequest(MessageOf("null")));
+    EXPECT_TRUE(CExtensionModule::IsLocalServerReply(MessageOf(R"({"CA":7})")));
+    EXPECT_FALSE(CExtensionModule::IsLocalServerRequest(MessageOf(R"({"CA":8})")));
+    EXPECT_FALSE(CExtensionModule::IsLocalServerRequestOrCabinetBroadcast(MessageOf(R"({"CA":8})")));
+}
+
+TEST_F(ModuleFrame, RunModes) {
+    module_.Start(&agent_, 0);
+    struct Case {
+        unsigned int mode;
+        bool agentless, updates;
+        const char* name;
+    };
+    for (const Case& c :
+         {Case{1, false, false, "Hostwarden Server Control"}, Case{5, true, false, "Hostwarden Agentless Service"},
+          Case{8, false, true, "Hostwarden Server Control"}, Case{10, true, true, "Hostwarden Server Control"}}) {
+        agent_.runMode = c.mode;
+        EXPECT_EQ(module_.IsAgentlessMode(), c.agentless) << c.mode;
+        EXPECT_EQ(module_.IsUMEMode(), c.updates) << c.mode;
+        EXPECT_STREQ(module_.GetSysLogName(), c.name) << c.mode;
+    }
+}
+
+TEST_F(ModuleFrame, NotificationsReachTheModuleAlsoWithTracingOff) {
+    EXPECT_EQ(module_.Notify(SCN_SWITCH_SHUTDOWN, nullptr, nullptr), 0);
+    EXPECT_TRUE(module_.IsSwitchShutdown());
+    const CTraceCapture trace;
+    EXPECT_EQ(module_.Notify(0x40003, nullptr, nullptr), 3);
+    EXPECT_EQ(module_.Notify(0x12345, nullptr, nullptr), 0x45);
+    EXPECT_TRUE(trace.Has("\n\nEM_TEST             : ## NOTIFY: Code = 0Xx40003, param = 0x00000000"));
+    EXPECT_TRUE(trace.Has("\nEM_TEST             : *** SCN_POWERSTATE_AC_OFFLINE *** \n"));
+    EXPECT_TRUE(trace.Has("\nEM_TEST             :   ... OnModuleNotification() completed"));
+}
+
+TEST_F(ModuleFrame, MessagesAreTracedByTheirData) {
+    struct Case {
+        const char* command;
+        const char* line;
+    };
+    const CTraceCapture trace;
+    for (const Case& c : {
+             Case{R"({"OC":4,"OE":2,"OI":1,"MI":196612,"ST":0})",
+                  "\nEM_TEST (REQ)       : OC 0x0004-0x0002 OID 0x0001 MID 0x00030004 Stat 0x00"},
+             Case{R"({"OC":4,"CA":7})",
+                  "\nEM_TEST (REQ)       : OC 0x0004-0x0000 OID 0x0000 CABID 0007 MID 0x00000000 Stat 0x16"},
+             Case{R"({"OC":4,"DA":-5})",
+                  "\nEM_TEST (REQ)       : OC 0x0004-0x0000 OID 0x0000 MID 0x00000000 Stat 0x16 Data -5"},
+             Case{R"({"OC":4,"CA":7,"DA":"abc"})",
+                  "\nEM_TEST (REQ)       : OC 0x0004-0x0000 OID 0x0000 CABID 0007 MID 0x00000000 Stat 0x16 Len 4"},
+             Case{R"({"OC":4,"DA":{"a":[1]}})",
+                  "\nEM_TEST (REQ)       : OC 0x0004-0x0000 OID 0x0000 MID 0x00000000 Stat 0x16 Data (JSON struct):\n"
+                  "{\n    \"a\": [\n        1\n    ]\n}"},
+             Case{R"({"OC":4,"DA":{"RAW":[1,2]}})",
+                  "\nEM_TEST (REQ)       : OC 0x0004-0x0000 OID 0x0000 MID 0x00000000 Stat 0x16 Len 2"},
+             Case{"null", "\nEM_TEST (REQ)       : OC 0x0000-0x0000 OID 0x0000 MID 0x00000000 Stat 0x16"},
+         }) {
+        module_.TraceRequestIn(MessageOf(c.command), 2);
+        EXPECT_EQ(trace.Prints().back(), c.line) << c.command;
+    }
+}

@@ -1,0 +1,127 @@
+#include <cstdio>
+#include <cstring>
+#include <dlfcn.h>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "em_alert/EmAlert.h"
+#include "em_alert/ExtensionModule.h"
+
+namespace {
+
+/// The library as an agent loads it.
+class CLoadedLibrary {
+public:
+    CLoadedLibrary() : handle_(::dlopen(EM_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {
+        EXPECT_NE(handle_, nullptr) << ::dlerror();
+        Find("EM_Create", create);
+        Find("EM_Delete", remove);
+        Find("EM_GetModuleName", name);
+        Find("EM_SetupAction", setupAction);
+    }
+    ~CLoadedLibrary() { EXPECT_EQ(::dlclose(handle_), 0); }
+    CLoadedLibrary(const CLoadedLibrary&) = delete;
+    CLoadedLibrary& operator=(const CLoadedLibrary&) = delete;
+
+    decltype(&EM_Create) create = nullptr;
+    decltype(&EM_Delete) remove = nullptr;
+    decltype(&EM_GetModuleName) name = nullptr;
+    decltype(&EM_SetupAction) setupAction = nullptr;
+
+private:
+    template <typename Function>
+    void Find(const char* symbol, Function& function) {
+        function = reinterpret_cast<Function>(::dlsym(handle_, symbol));
+        ASSERT_NE(function, nullptr) << symbol;
+    }
+
+    void* handle_;
+};
+
+bool IsMapped() {
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        if (line.find("libem_alert.so") != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::string OutputOf(const std::string& command) {
+    std::string output;
+    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
+    for (char line[256]; std::fgets(line, sizeof line, pipe.get()) != nullptr;) {
+        output += line;
+    }
+    return output;
+}
+
+}  // namespace
+
+TEST(Library, ExportsTheFourFunctionsAndNothingElse) {
+    EXPECT_EQ(OutputOf("nm -D --defined-only --format=just-symbols " EM_LIBRARY),
+              "EM_Create\nEM_Delete\nEM_GetModuleName\nEM_SetupAction\n");
+}
+
+TEST(Library, CreatesOneModuleAtATimeAndUnloadsForGood) {
+    for (int round = 0; round < 3; ++round) {
+        {
+            const CLoadedLibrary library;
+            EXPECT_FALSE(library.remove());
+            EXPECT_FALSE(library.create(nullptr, nullptr));
+            CIExtensionModule* module = nullptr;
+            CIExtensionModule* second = nullptr;
+            ASSERT_TRUE(library.create(&module, nullptr));
+            ASSERT_TRUE(library.create(&second, nullptr));
+            EXPECT_EQ(module, second);
+            EXPECT_STREQ(module->GetName(), "EM_ALERT");
+            EXPECT_STREQ(library.name(), "EM_ALERT");
+            EXPECT_TRUE(module->DetectHardware());
+            EXPECT_TRUE(library.remove());
+            EXPECT_FALSE(library.remove());
+            ASSERT_TRUE(library.create(&module, nullptr));
+            EXPECT_TRUE(library.remove());
+            for (const unsigned int action : {0U, 1U, 4U, 5U}) {
+                EXPECT_EQ(library.setupAction(action), 1);
+            }
+        }
+        EXPECT_FALSE(IsMapped());
+    }
+}
+
+TEST(Library, FillsThePropertiesByteForByte) {
+    const CLoadedLibrary library;
+    CIExtensionModule* module = nullptr;
+    ASSERT_TRUE(library.create(&module, nullptr));
+    _ExtensionModuleProperties properties;
+    std::memset(&properties, 0xA4, sizeof properties);
+    properties.size = 245;
+    std::string expected(reinterpret_cast<const char*>(&properties), sizeof properties);
+    EXPECT_FALSE(module->GetProperties(properties));
+    EXPECT_EQ(std::memcmp(&properties, expected.data(), sizeof properties), 0);
+
+    properties.size = 246;
+    EXPECT_TRUE(module->GetProperties(properties));
+    expected.replace(0, 4, std::string("\xF6\0\0\0", 4));
+    expected[8] = expected[21] = '\xA7';
+    expected.replace(26, 4, std::string("\x64\0\0\0", 4));
+    expected.replace(42, 4, std::string("\x02\0\0\0", 4));
+    expected.replace(46, 16, std::string("EM_ALERT").append(8, '\0'));
+    expected.replace(62, 84, 84, '\0');
+    expected.replace(146, 96, std::string("Alert handling module").append(75, '\0'));
+    expected.replace(242, 4, 4, '\0');
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&properties), sizeof properties), expected);
+    EXPECT_TRUE(library.remove());
+}
+
+TEST(Library, AModuleThatNobodyStartedOrStoppedIsDeleted) {
+    const CLoadedLibrary library;
+    CIExtensionModule* module = nullptr;
+    ASSERT_TRUE(library.create(&module, nullptr));
+    module->OnSwitchStarted(nullptr);  // without a switch: every request fails, the worker runs all the same
+    EXPECT_TRUE(library.remove());
+}

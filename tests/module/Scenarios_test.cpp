@@ -1,0 +1,170 @@
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <regex>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "support/SmtpServer.h"
+
+// Each folder of scenarios is one run of the agent with the library on a private machine:
+//
+//   scenario.jsonl      what happens, as the agent takes it
+//   state.json          the agent's answers; without it, those of ../state.json
+//   Notifications.xml   the notification file, if there is one; @PORT0@ and @PORT1@ become the servers' ports
+//   ravlo.ini           the RAID manager's settings, if it is installed
+//   smtp-0, smtp-1      options of the SMTP servers, one a line; a server runs for each file
+//   expected.jsonl      the transcript, without times (see Transcript)
+//   mails-0, mails-1    what each server got, carriage returns written as \r
+//   traces              lines that the trace holds
+//   Notifications.after the notification file at the end
+//
+// With EM_ACCEPT set, the results are written into the folder instead of being compared: read them before they are
+// committed.
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path kNotificationDirectory = "/etc/kestrel/HostwardenSuite/ManagedNode/Notifications";
+
+const fs::path kRaidManagerDirectory = "/opt/kestrel/HostwardenSuite/ArrayKeeper/bin";
+
+std::string Read(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::vector<std::string> Lines(const fs::path& path) {
+    std::vector<std::string> lines;
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+/// The transcript without times. Requests that come back are put last: the worker may answer before they do.
+std::string Transcript(const fs::path& path) {
+    std::vector<std::string> lines = Lines(path);
+    std::stable_partition(lines.begin(), lines.end(), [](const std::string& line) {
+        return line.find(R"("kind":"returned")") == std::string::npos;
+    });
+    std::string text;
+    for (const std::string& line : lines) {
+        text += std::regex_replace(line, std::regex(",\"ms\":\\d+"), "") + "\n";
+    }
+    return text;
+}
+
+std::string Show(const std::vector<CSmtpServer::Mail>& mails) {
+    std::string text;
+    for (const CSmtpServer::Mail& mail : mails) {
+        text += "MAIL FROM " + mail.from + "\n";
+        for (const std::string& address : mail.to) {
+            text += "RCPT TO " + address + "\n";
+        }
+        text += std::regex_replace(mail.data, std::regex("\r"), "\\r") + "=====\n";
+    }
+    return text;
+}
+
+class Scenario : public ::testing::TestWithParam<fs::path> {
+protected:
+    void SetUp() override {
+        fs::remove_all("/etc/kestrel");
+        fs::remove_all("/opt/kestrel");
+        fs::remove_all(out_);
+        fs::create_directories(out_);
+        for (const char* name : {"smtp-0", "smtp-1"}) {
+            if (fs::exists(GetParam() / name)) {
+                servers_.push_back(std::make_unique<CSmtpServer>(Lines(GetParam() / name)));
+            }
+        }
+        if (fs::exists(GetParam() / "Notifications.xml")) {
+            fs::create_directories(kNotificationDirectory);
+            std::ofstream(kNotificationDirectory / "Notifications.xml")
+                << WithPorts(Read(GetParam() / "Notifications.xml"));
+        }
+        if (fs::exists(GetParam() / "ravlo.ini")) {
+            fs::create_directories(kRaidManagerDirectory);
+            fs::copy(GetParam() / "ravlo.ini", kRaidManagerDirectory);
+        }
+    }
+
+    std::string WithPorts(std::string text) const {
+        for (std::size_t i = 0; i < servers_.size(); ++i) {
+            text = std::regex_replace(text, std::regex("@PORT" + std::to_string(i) + "@"),
+                                      std::to_string(servers_[i]->Port()));
+        }
+        return text;
+    }
+
+    /// Ports differ from run to run; the expected files name them by their server.
+    std::string WithoutPorts(std::string text) const {
+        for (std::size_t i = 0; i < servers_.size(); ++i) {
+            text = std::regex_replace(text, std::regex("\\b" + std::to_string(servers_[i]->Port()) + "\\b"),
+                                      "@PORT" + std::to_string(i) + "@");
+        }
+        return text;
+    }
+
+    int RunAgent() const {
+        fs::path state = GetParam() / "state.json";
+        if (!fs::exists(state)) {
+            state = GetParam().parent_path() / "state.json";
+        }
+        std::ostringstream command;
+        command << EM_AGENT " --module " EM_LIBRARY " --trace 5 --state " << state << " --scenario "
+                << GetParam() / "scenario.jsonl"
+                << " --transcript " << out_ / "transcript"
+                << " --trace-file " << out_ / "trace";
+        return std::system(command.str().c_str());
+    }
+
+    void Check(const std::string& name, const std::string& actual) const {
+        if (std::getenv("EM_ACCEPT") != nullptr) {
+            std::ofstream(GetParam() / name, std::ios::binary) << actual;
+        } else {
+            EXPECT_EQ(actual, Read(GetParam() / name)) << name;
+        }
+    }
+
+    const fs::path out_ = fs::path(::testing::TempDir()) / "scenario";
+    std::vector<std::unique_ptr<CSmtpServer>> servers_;
+};
+
+std::vector<fs::path> Folders() {
+    std::vector<fs::path> folders;
+    for (const auto& entry : fs::directory_iterator(EM_SCENARIOS)) {
+        if (entry.is_directory()) {
+            folders.push_back(entry.path());
+        }
+    }
+    std::sort(folders.begin(), folders.end());
+    return folders;
+}
+
+}  // namespace
+
+TEST_P(Scenario, RunsAsExpected) {
+    EXPECT_EQ(RunAgent(), 0) << Read(out_ / "trace");
+    Check("expected.jsonl", WithoutPorts(Transcript(out_ / "transcript")));
+    for (std::size_t i = 0; i < servers_.size(); ++i) {
+        Check("mails-" + std::to_string(i), Show(servers_[i]->WaitForMails(0)));
+    }
+    const std::string trace = WithoutPorts(Read(out_ / "trace"));
+    for (const std::string& line : Lines(GetParam() / "traces")) {
+        EXPECT_NE(trace.find("\n" + line), std::string::npos) << line;
+    }
+    if (fs::exists(GetParam() / "Notifications.after")) {
+        Check("Notifications.after", WithoutPorts(Read(kNotificationDirectory / "Notifications.xml")));
+    }
+    EXPECT_FALSE(fs::exists(kNotificationDirectory / "Notifications.xml.lock"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Module, Scenario, ::testing::ValuesIn(Folders()),
+                         [](const auto& scenario) { return scenario.param.filename().string(); });

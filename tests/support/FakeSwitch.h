@@ -1,0 +1,49 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "em_alert/ExtensionModule.h"
+#include "sip/SipJson.h"
+
+/// A switch that notes each call as one line of text, such as `sync 5000 {"OC":1,"CA":7}` with the current command, and
+/// answers nothing.
+class CFakeSwitch final : public CISwitch {
+public:
+    std::vector<std::string> calls;
+    unsigned int runMode = 0;
+
+    void AsyncRequest(CIExtensionModule*, SipJson& message, unsigned int reserved) override {
+        Note("async " + std::to_string(reserved), &message);
+    }
+    void SyncRequest(CIExtensionModule*, SipJson& message, unsigned int timeout) override {
+        Note("sync " + std::to_string(timeout), &message);
+    }
+    bool DeliverMessage(CIExtensionModule*, SipJson& message) override { return Note("deliver", &message); }
+    bool EnableEvents(CIExtensionModule*, bool enable) override { return Note(enable ? "enable" : "refuse", nullptr); }
+    bool DisableEvents(CIExtensionModule*) override { return Note("disable", nullptr); }
+    bool ForwardEvent(CIExtensionModule*, SipJson& message, unsigned int high, unsigned int low) override {
+        return Note("forward " + std::to_string(high) + " " + std::to_string(low), &message);
+    }
+    unsigned int GetRunMode() override { return runMode; }
+
+private:
+    bool Note(std::string line, SipJson* message) {
+        if (message != nullptr) {
+            std::string json;
+            message->GetJson(json);
+            line += " " + json.substr(sizeof R"({"SIP":{"V":1,"CMD":)" - 1);
+            line.resize(line.size() - 2);
+        }
+        calls.push_back(line);
+        return true;
+    }
+};
+
+/// A message with one command, given as JSON.
+inline SipJson MessageOf(const std::string& command) {
+    SipJson message;
+    const std::string text = R"({"SIP":{"V":1,"CMD":[)" + command + "]}}";
+    EXPECT_TRUE(message.Parse(text.data(), text.size())) << command;
+    return message;
+}
