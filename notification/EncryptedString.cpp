@@ -10,7 +10,7 @@ bool CEncryptedString::TamracDecryptString(std::string& out, const char* text) {
     }
     std::string plain;
     CRijndael::Decrypt(text, plain);
-    out.assign(plain.c_str());
+    out.assign(plain, 0, plain.find('\0'));
     ::explicit_bzero(plain.data(), plain.size());
     return true;
 }

@@ -1,6 +1,7 @@
 #include "notification/Rijndael.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <utility>
 
@@ -88,7 +89,7 @@ std::uint32_t ReadWord(const unsigned char* bytes) {
 void TransformBlock(const unsigned int* roundKeys, int rounds, const unsigned char* in, unsigned char* out,
                     const RoundTables& tables, const Sbox& sbox, unsigned int step) {
     State state{};
-    for (unsigned int i = 0; i < 4; ++i) {
+    for (std::size_t i = 0; i < 4; ++i) {
         state[i] = ReadWord(in + 4 * i) ^ roundKeys[i];
     }
     for (int round = 1; round < rounds; ++round) {
@@ -121,7 +122,7 @@ int CRijndael::SetupEncrypt(unsigned int* roundKeys, const unsigned char* key, i
     const int keyWords = keyBits / 32;
     const int rounds = keyWords + 6;
     for (int i = 0; i < keyWords; ++i) {
-        roundKeys[i] = ReadWord(key + 4 * static_cast<std::ptrdiff_t>(i));
+        roundKeys[i] = ReadWord(key + 4 * static_cast<std::size_t>(i));
     }
     std::uint8_t roundConstant = 1;
     for (int i = keyWords; i < 4 * (rounds + 1); ++i) {

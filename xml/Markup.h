@@ -32,6 +32,7 @@ public:
     };
 
     CMarkup();
+    ~CMarkup() = default;
     CMarkup(const CMarkup&) = delete;
     CMarkup& operator=(const CMarkup&) = delete;
 
@@ -57,7 +58,7 @@ public:
     const std::string& ErrorText() const { return error_; }
 
     /// Goes to the start of the document: before the root element.
-    void ResetPos() { MoveTo(document_); }
+    void ResetPos() { MoveTo(document_.root()); }
 
     /// Goes to the next element of that name (any element without a name) behind the current one.
     /// @return false when there is none; the position then stays

@@ -149,7 +149,7 @@ int ReplaceTextFile(const std::string& path, const std::string& text) {
     const std::unique_ptr<char, decltype(&::free)> resolved(::realpath(path.c_str(), nullptr), &::free);
     const std::filesystem::path target = resolved ? resolved.get() : path.c_str();
     const std::filesystem::path directory = target.has_parent_path() ? target.parent_path() : ".";
-    const std::string prefix = "." + target.filename().string() + ".";
+    const std::string prefix = std::string(".").append(target.filename().string()).append(".");
     RemoveLeftovers(directory, prefix);
 
     CTemporaryFile file;

@@ -1,9 +1,10 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 /// The largest file that is read, in bytes: well above any real settings file, well below what hurts the host.
-inline constexpr std::size_t kMaxTextFileSize = 16U * 1024 * 1024;
+inline constexpr std::size_t kMaxTextFileSize = std::size_t{16} << 20;
 
 /// Reads a whole regular file.
 /// @param text  the content; unspecified on failure
