@@ -107,6 +107,7 @@ TEST(SpeakerRecorder, WavFileHoldsTonesAndPausesAtEachMoment) {
         EXPECT_EQ(Samples(file).size(), step.samples);
     }
     const auto samples = Samples(file);
+    ASSERT_EQ(samples.size(), 44100U);
     EXPECT_NEAR(MeasuredHz(samples, 0, 6615), 2300, 23);
     EXPECT_TRUE(std::all_of(&samples[6615], &samples[17640], [](std::int16_t sample) { return sample == 0; }));
     EXPECT_NEAR(MeasuredHz(samples, 17640, 22050), 1000, 10);

@@ -6,6 +6,7 @@
 #include <latch>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <termios.h>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -67,7 +68,7 @@ TEST(DeviceIo, RequestsPassBuffersBothWaysAndFailuresLeaveThemAlone) {
     Device terminal("/dev/ptmx");
     Device other("/dev/null");
     winsize size{25, 80, 1, 2};
-    winsize all{};
+    termios all{};
     winsize part{1, 1, 1, 1};
     unsigned int returned = 7;
     for (const int error : {EINVAL, ENOTTY}) {
@@ -80,10 +81,10 @@ TEST(DeviceIo, RequestsPassBuffersBothWaysAndFailuresLeaveThemAlone) {
     EXPECT_TRUE(terminal.IoControl(TIOCSWINSZ, &size, sizeof size, nullptr, 0, &returned));
     EXPECT_TRUE(trace.Has(", *arg = 0x0002000100500019\n"));
     // Two bytes go in, so the buffer has to be as large as the output; then only the output's two bytes come out.
-    EXPECT_TRUE(terminal.IoControl(TIOCGWINSZ, &all, 2, &all, sizeof all, nullptr));
+    EXPECT_TRUE(terminal.IoControl(TCGETS, &all, 2, &all, sizeof all, nullptr));
     EXPECT_TRUE(terminal.IoControl(TIOCGWINSZ, nullptr, sizeof part, &part, 2, nullptr));
-    EXPECT_EQ(std::vector({returned, 0U + all.ws_ypixel, 0U + part.ws_row, 0U + part.ws_col}),
-              (std::vector{0U, 2U, 25U, 1U}));
+    EXPECT_EQ(std::vector({returned, all.c_oflag & OPOST, 0U + part.ws_row, 0U + part.ws_col}),
+              (std::vector{0U, 0U + OPOST, 25U, 1U}));
 }
 
 TEST(DeviceIoPerThread, DescriptorsOutliveTheObjectUntilTheirThreadsEnd) {
