@@ -5,7 +5,7 @@
 #include "platform/EventBlock.h"
 #include "platform/Trace.h"
 
-// Set and its like trace before they release the mutex: as soon as a waiter runs, it may destroy the event.
+// As soon as a waiter runs, it may destroy the event: Set and its like trace before that, and use no handle after it.
 
 CEvent::CEvent(bool initialState, bool manualReset, const char* name) {
     Attach(initialState, manualReset, name);
@@ -69,16 +69,27 @@ void CEvent::Release(CEventBlock* block) {
     if (block == nullptr) {
         return;
     }
-    CEventTable& table = moduleObjects.eventTable;
-    const CCriticalSectionLock eventLock(table.eventLock);
-    --block->referenceCount;
     {
         const CEventMutexLock lock(block->mutex);
         EM_TRACE(3, "decr refcount on event %p <%s> (IsSignaled=%d)\n", static_cast<const void*>(block), block->Label(),
                  block->signalled);
-        if (block->referenceCount > 0) {
+    }
+    Drop(block);
+}
+
+void CEvent::Drop(CEventBlock* block) {
+    for (int count = block->referenceCount; count > 1;) {  // not the last: no need of the global lock
+        if (block->referenceCount.compare_exchange_weak(count, count - 1)) {
             return;
         }
+    }
+    CEventTable& table = moduleObjects.eventTable;
+    const CCriticalSectionLock eventLock(table.eventLock);
+    if (--block->referenceCount > 0) {
+        return;
+    }
+    {
+        const CEventMutexLock lock(block->mutex);
         EM_TRACE(3, "deleting event %p <%s> (IsSignaled=%d)\n", static_cast<const void*>(block), block->Label(),
                  block->signalled);
     }
@@ -101,7 +112,8 @@ bool CEvent::Create(bool initialState, bool manualReset, const char* name) {
     block_->manualReset = manualReset;
     block_->signalled = false;
     if (initialState) {
-        block_->Signal();
+        block_->signalled = true;
+        block_->Wake(manualReset);
     }
     return true;
 }
@@ -126,16 +138,28 @@ bool CEvent::Close() {
 }
 
 bool CEvent::Set() const {
-    if (block_ == nullptr) {
+    CEventBlock* const block = block_;
+    if (block == nullptr) {
         return false;
     }
-    const CEventMutexLock lock(block_->mutex);
-    if (closed_) {
-        return false;
+    bool all = false;
+    {
+        const CEventMutexLock lock(block->mutex);
+        if (closed_) {
+            return false;
+        }
+        EM_TRACE(5, "Set event %p <%s> IsSignaled=%d --> IsSignaled=1\n", static_cast<const void*>(block),
+                 block->Label(), block->signalled);
+        block->signalled = true;
+        if (block->waiters == 0) {
+            return true;
+        }
+        all = block->manualReset;
+        ++block->referenceCount;
     }
-    EM_TRACE(5, "Set event %p <%s> IsSignaled=%d --> IsSignaled=1\n", static_cast<const void*>(block_), block_->Label(),
-             block_->signalled);
-    block_->Signal();
+    // Without the mutex, which the waiter wants at once. The handle may be gone by now, the block is held.
+    block->Wake(all);
+    Drop(block);
     return true;
 }
 

@@ -56,6 +56,7 @@ private:
     void Attach(bool initialState, bool manualReset, const char* name);
     void Share(const CEvent& other);
     static void Release(CEventBlock* block);
+    static void Drop(CEventBlock* block);
 
     CEventBlock* block_ = nullptr;
     std::atomic<bool> closed_{false};

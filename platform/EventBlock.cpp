@@ -81,26 +81,10 @@ std::unique_ptr<CEventBlock> CEventBlock::Make(bool initialState, bool manual, c
     return block;
 }
 
-void CEventBlock::Signal() {
-    signalled = true;
-    if (waiters == 0) {
-        return;
-    }
-    if (manualReset) {
-        ::pthread_cond_broadcast(&condition);
-    } else {
-        ::pthread_cond_signal(&condition);
-    }
-}
-
 void CEventBlock::ReleaseWaiters(bool all) {
     ++pulses;
     releases = all ? waiters : std::min(releases + 1, waiters);
-    if (all) {
-        ::pthread_cond_broadcast(&condition);
-    } else {
-        ::pthread_cond_signal(&condition);
-    }
+    Wake(all);
 }
 
 int CEventBlock::Wait(unsigned int timeoutMs) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <pthread.h>
 #include <string>
@@ -44,8 +45,13 @@ struct CEventBlock {
     /// @return null, traced, when memory or a POSIX object is missing
     static std::unique_ptr<CEventBlock> Make(bool initialState, bool manual, const char* eventName);
 
-    /// Signals, and lets go at least those who wait now.
-    void Signal() EM_REQUIRES(mutex);
+    void Wake(bool all) {
+        if (all) {
+            ::pthread_cond_broadcast(&condition);
+        } else {
+            ::pthread_cond_signal(&condition);
+        }
+    }
 
     /// Lets waiters go without the help of the signalled flag, which a thread that comes later would see as well.
     /// @param all  false: one of them
@@ -58,7 +64,9 @@ struct CEventBlock {
 
     pthread_cond_t condition = {};
     CEventMutex mutex;
-    int referenceCount = 1;  // guarded by the event lock of the table, not by the mutex
+    // Handles, and calls of Set that still use the block. Reaches 0 under the event lock of the table only, so that who
+    // finds a block there finds it alive.
+    std::atomic<int> referenceCount{1};
     bool manualReset EM_GUARDED_BY(mutex);
     bool signalled EM_GUARDED_BY(mutex);
     const std::string name;                         // empty: anonymous, not in the table
