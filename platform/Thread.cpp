@@ -110,18 +110,16 @@ struct CThread::Body {
 // The C library's cancellation is no C++ object: a reference to it is a null one, and harmless.
 __attribute__((no_sanitize("null"))) void* CThread::Run(void* body) {
     const std::unique_ptr<std::shared_ptr<Body>> owned(static_cast<std::shared_ptr<Body>*>(body));
-    struct Ending {
-        Body& body;
-        ~Ending() {
-            const CMutexLock lock(body.lock);
-            body.running = false;
-        }
-    } const ending{**owned};
-    if (ending.body.name[0] != '\0') {
-        ::prctl(PR_SET_NAME, ending.body.name);
+    const auto markEnded = [](Body* ended) {
+        const CMutexLock lock(ended->lock);
+        ended->running = false;
+    };
+    const std::unique_ptr<Body, decltype(markEnded)> running(owned->get(), markEnded);
+    if (running->name[0] != '\0') {
+        ::prctl(PR_SET_NAME, running->name);
     }
     try {
-        return ending.body.function(ending.body.argument);
+        return running->function(running->argument);
     } catch (const abi::__forced_unwind&) {  // a cancelled thread: the C library insists on going on
         throw;
     } catch (...) {

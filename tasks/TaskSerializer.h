@@ -23,6 +23,8 @@ public:
     /// @param levels  number of levels, at least 1
     /// @param queueCapacity  bytes of each level's queue: 8 for each task and 8 more
     CTaskSerializer(unsigned int levels, std::uint64_t queueCapacity) : CTaskSerializerBase(levels, queueCapacity) {}
+    CTaskSerializer(const CTaskSerializer&) = delete;
+    CTaskSerializer& operator=(const CTaskSerializer&) = delete;
 
     /// Releases the tasks that were queued when serialization was never started.
     virtual ~CTaskSerializer() {

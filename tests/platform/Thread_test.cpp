@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <linux/capability.h>
+#include <memory>
 #include <sched.h>
 #include <stdexcept>
 #include <sys/prctl.h>
@@ -32,10 +33,8 @@ struct Visit {
     }
     static void* Run(void* argument) {
         auto& visit = *static_cast<Visit*>(argument);
-        struct Leaving {
-            const CEvent& left;
-            ~Leaving() { left.Set(); }  // also when the thread is cancelled
-        } const leaving{visit.left};
+        const auto setLeft = [](const CEvent* event) { event->Set(); };  // also when the thread is cancelled
+        const std::unique_ptr<CEvent, decltype(setLeft)> leaving(&visit.left);
         sigset_t blocked;
         ::pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
         visit.signalsBlocked = sigismember(&blocked, SIGTERM) == 1;
@@ -101,15 +100,12 @@ TEST(Thread, RunsWithInheritedSchedulingWhereRealTimeIsRefused) {
         EXPECT_FALSE(visit.Start(thread, 100));
         // Capabilities belong to a thread: this one alone is without privilege.
         std::thread([&] {
-            rlimit limit{};
-            ::getrlimit(RLIMIT_RTPRIO, &limit);
-            const rlimit none{0, limit.rlim_max};
+            const rlimit none{};
             ::setrlimit(RLIMIT_RTPRIO, &none);
             __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
             const __user_cap_data_struct data[2] = {};
             EXPECT_EQ(::syscall(SYS_capset, &header, data), 0);
             EXPECT_TRUE(visit.Start(thread, 83));
-            ::setrlimit(RLIMIT_RTPRIO, &limit);
         }).join();
     }
     EXPECT_TRUE(visit.left.IsSet());  // the destructor waited
