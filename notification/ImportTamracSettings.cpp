@@ -120,8 +120,8 @@ void CTamracImport::ImportSenderDescription() {
 }
 
 void CTamracImport::ImportRecipients() {
-    const std::string recipients = Read("MailLogRecipient");
-    if (!recipients.empty()) {
+    std::string recipients;
+    if (ini_.GetListString(recipients, "Logging", "MailLogRecipient")) {
         EM_TRACE(3, TAG "  import TAMRAC: email receipient \"%s\"", recipients.c_str());
         config_.SetRecipients(recipients, " ,;");
     }

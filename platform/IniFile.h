@@ -53,6 +53,10 @@ public:
     /// @return false when `value` came out empty
     bool GetString(std::string& value, const char* section, const char* key, const char* fallback) const;
 
+    /// Reads a value that is a list: ";" separates its items, and only one behind a blank starts a comment.
+    /// @return false when `list` came out empty
+    bool GetListString(std::string& list, const char* section, const char* key) const;
+
     /// Reads up to 31 digits in C's notation (010 is 8, 0x10 is 16). What does not begin with a number is 0; of numbers
     /// that need more than 32 bits the low ones are taken.
     unsigned int GetNumber(const char* section, const char* key, unsigned int fallback) const;

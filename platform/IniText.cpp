@@ -23,8 +23,12 @@ std::string_view TrimRight(std::string_view text) {
 
 }  // namespace
 
-std::string_view CIniLine::WithoutComment() const {
-    const std::string_view content = text.substr(0, text.find(';'));
+std::string_view CIniLine::WithoutComment(Comment comment) const {
+    size_t mark = text.find(';');
+    while (comment == Comment::BehindBlank && mark != std::string_view::npos && mark > 0 && !IsBlank(text[mark - 1])) {
+        mark = text.find(';', mark + 1);
+    }
+    const std::string_view content = text.substr(0, mark);
     return TrimRight(content.substr(0, content.find('\0')));
 }
 
@@ -32,13 +36,13 @@ std::optional<std::string_view> CIniLine::Header() const {
     if (!text.starts_with('[')) {
         return std::nullopt;
     }
-    const std::string_view content = WithoutComment();
+    const std::string_view content = WithoutComment(Comment::Anywhere);
     const size_t close = content.find(']');
     return close == std::string_view::npos ? std::nullopt : std::optional(content.substr(1, close - 1));
 }
 
-bool CIniLine::Split(std::string_view& name, std::string_view& value) const {
-    const std::string_view content = WithoutComment();
+bool CIniLine::Split(std::string_view& name, std::string_view& value, Comment comment) const {
+    const std::string_view content = WithoutComment(comment);
     const size_t equals = content.find('=');
     if (equals == std::string_view::npos) {
         return false;
@@ -48,10 +52,10 @@ bool CIniLine::Split(std::string_view& name, std::string_view& value) const {
     return true;
 }
 
-std::optional<std::string_view> CIniLine::ValueOf(std::string_view key) const {
+std::optional<std::string_view> CIniLine::ValueOf(std::string_view key, Comment comment) const {
     std::string_view name;
     std::string_view value;
-    const bool found = text.starts_with(key) && Split(name, value) && name == key;
+    const bool found = text.starts_with(key) && Split(name, value, comment) && name == key;
     return found ? std::optional(value) : std::nullopt;
 }
 

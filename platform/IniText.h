@@ -6,6 +6,12 @@
 /// One line of an INI text, taken apart only as far as somebody asks. The views point into the text.
 class CIniLine {
 public:
+    /// Which ";" starts a comment.
+    enum class Comment {
+        Anywhere,
+        BehindBlank,  ///< for a value that is a list: others separate its items
+    };
+
     size_t begin = 0;       // offset of the line in the text
     size_t end = 0;         // offset behind its newline
     std::string_view text;  // the line without blanks in front
@@ -18,13 +24,13 @@ public:
 
     /// Splits name "=" value at the first "=". Blanks around either are left out.
     /// @return false when there is no "="
-    bool Split(std::string_view& name, std::string_view& value) const;
+    bool Split(std::string_view& name, std::string_view& value, Comment comment = Comment::Anywhere) const;
 
     /// @return the value of this line when it is `key` "=" value
-    std::optional<std::string_view> ValueOf(std::string_view key) const;
+    std::optional<std::string_view> ValueOf(std::string_view key, Comment comment = Comment::Anywhere) const;
 
 private:
-    std::string_view WithoutComment() const;
+    std::string_view WithoutComment(Comment comment) const;
 };
 
 /// Walks through the lines of an INI text without copying it.

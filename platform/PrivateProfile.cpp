@@ -75,10 +75,11 @@ unsigned int ListKeys(CIniText& text, CResultBuffer& result) {
     return result.Stored();
 }
 
-std::optional<std::string_view> FindValue(CIniText& text, std::string_view key) {
+std::optional<std::string_view> FindValue(CIniText& text, std::string_view key,
+                                          CIniLine::Comment comment = CIniLine::Comment::Anywhere) {
     CIniLine line;
     while (text.NextOfSection(line)) {
-        if (const std::optional<std::string_view> value = line.ValueOf(key)) {
+        if (const std::optional<std::string_view> value = line.ValueOf(key, comment)) {
             return value;
         }
     }
@@ -157,6 +158,21 @@ unsigned int CIniFile::GetPrivateProfileString(const char* section, const char* 
         value = fallback;
     }
     return value ? result.StoreValue(*value) : 0;
+}
+
+bool CIniFile::GetListString(std::string& list, const char* section, const char* key) const {
+    list.clear();
+    std::string content;
+    if (!CInPlaceFile().Load(path_.c_str(), content)) {
+        EM_TRACE(4, "GetPrivateProfileString: Cannot open %s\n", path_.c_str());
+        return false;
+    }
+    CIniText text(content);
+    CIniLine header;
+    if (text.FindSection(section, header)) {
+        list = FindValue(text, key, CIniLine::Comment::BehindBlank).value_or(std::string_view());
+    }
+    return !list.empty();
 }
 
 bool CIniFile::WritePrivateProfileString(const char* section, const char* key, const char* value, const char* path) {

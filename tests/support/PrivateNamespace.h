@@ -36,13 +36,25 @@ inline void InChild(const std::function<void()>& body) {
 /// The same, as root of a user namespace with its own network (nothing but a lo that is down) and mounts.
 inline void InPrivateNamespace(const std::function<void()>& body) {
     InChild([&] {
-        const std::string user = "0 " + std::to_string(::getuid()) + " 1";
-        const std::string group = "0 " + std::to_string(::getgid()) + " 1";
+        const std::string user = std::to_string(::getuid());
+        const std::string group = std::to_string(::getgid());
         ASSERT_EQ(::unshare(CLONE_NEWUSER | CLONE_NEWNET | CLONE_NEWNS), 0) << "namespaces are refused here";
         WriteAll("/proc/self/setgroups", "deny");
-        WriteAll("/proc/self/uid_map", user);
-        WriteAll("/proc/self/gid_map", group);
+        WriteAll("/proc/self/uid_map", "0 " + user + " 1");
+        WriteAll("/proc/self/gid_map", "0 " + group + " 1");
         ASSERT_EQ(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
         body();
     });
+}
+
+/// In a private namespace: a resolver that knows what is in `hosts` and asks nobody.
+inline void ResolveFrom(const std::string& hosts) {
+    const std::pair<const char*, std::string> files[] = {
+        {"/etc/hosts", hosts}, {"/etc/nsswitch.conf", "hosts: files\n"}, {"/etc/resolv.conf", ""}};
+    const std::string copy = "/tmp/overlay" + std::to_string(::getpid());
+    for (const auto& [path, text] : files) {
+        WriteAll(copy, text);
+        ASSERT_EQ(::mount(copy.c_str(), path, nullptr, MS_BIND, nullptr), 0) << path;
+        ::unlink(copy.c_str());
+    }
 }
