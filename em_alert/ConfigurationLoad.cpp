@@ -45,9 +45,10 @@ void CAlertExtensionModule::PrepareNotificationFile() {
     }
     if (notification_.ImportTamracSettings(nullptr)) {
         notification_.Save();
+        EM_TRACE(3,
+                 "\nEM_ALERT            : Hostwarden RAID settings imported into shared notification configuration "
+                 "file!");
     }
-    EM_TRACE(3,
-             "\nEM_ALERT            : Hostwarden RAID settings imported into shared notification configuration file!");
 }
 
 bool CAlertExtensionModule::RequestText(unsigned int opCode, unsigned int opCodeExt, unsigned int objectId,
