@@ -56,6 +56,7 @@ protected:
 
 private:
     struct Record {
+        // NOLINTNEXTLINE(modernize-pass-by-value): a message may move no cheaper than it copies
         Record(const CEvent* event, const Message& original) : done(event), message(original) {}
 
         const CEvent* const done;
