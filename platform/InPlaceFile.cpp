@@ -9,11 +9,12 @@ namespace {
 
 constexpr size_t kMaxFileSize = size_t{64} << 20;
 constexpr size_t kReadSize = 4096;  // for files that do not tell their size
+constexpr size_t kSmallFile = 16384;
 
 /// Some pseudo files claim to be empty, so only a read that finds less than it asked for after `expected` bytes is
 /// taken for the end without asking again.
-bool ReadAll(int file, size_t expected, std::string& text) {
-    size_t length = 0;
+bool ReadRest(int file, size_t expected, std::string& text) {
+    size_t length = text.size();
     for (;;) {
         text.resize(expected > length ? expected + 1 : length + kReadSize);
         const ssize_t count = ::read(file, text.data() + length, text.size() - length);
@@ -54,6 +55,16 @@ size_t WriteAt(int file, std::string_view bytes, size_t offset) {
 bool CInPlaceFile::Load(const char* path, std::string& text, int flags) {
     // O_NONBLOCK: opening a pipe of that name must not wait for its other end.
     file_.Reset(::open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0644));
+    text.clear();
+    if (file_ && flags == O_RDONLY) {
+        // What reads short of a small buffer is a whole file: asking for its size would cost as much as reading it.
+        char small[kSmallFile];
+        const ssize_t count = ::read(file_.Get(), small, sizeof small);
+        text.assign(small, static_cast<size_t>(std::max<ssize_t>(count, 0)));
+        if (!text.empty() && text.size() < sizeof small) {
+            return true;
+        }
+    }
     struct stat status {};
     if (!file_ || ::fstat(file_.Get(), &status) != 0) {
         return false;
@@ -66,7 +77,7 @@ bool CInPlaceFile::Load(const char* path, std::string& text, int flags) {
         errno = EFBIG;
         return false;
     }
-    return ReadAll(file_.Get(), static_cast<size_t>(status.st_size), text);
+    return ReadRest(file_.Get(), static_cast<size_t>(status.st_size), text);
 }
 
 bool CInPlaceFile::Replace(std::string_view text, size_t begin, size_t end, std::string_view replacement) {

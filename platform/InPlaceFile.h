@@ -8,7 +8,8 @@
 /// A small regular file that is read as a whole and changed in place. All operations leave errno set when they fail.
 class CInPlaceFile {
 public:
-    /// Opens the file and reads it at one go. Anything but a regular file and one beyond 64 MiB is refused.
+    /// Opens the file and reads it at one go. A directory, an empty device or pipe and a file beyond 64 MiB are
+    /// refused, and for writing anything but a regular file.
     /// @param flags  O_RDONLY, O_RDWR ...; always close-on-exec and never waiting
     bool Load(const char* path, std::string& text, int flags = 0);
 

@@ -81,6 +81,7 @@ TEST_F(IniFile, WritesInPlace) {
         {"a\n[s]\nk=1", nullptr, "v", "a\n"},
         {"[t]\n", nullptr, nullptr, "[t]\n"},
         {"[s]\nz\nk=" + kLong + kLong + "\nl=2\n", "k", "1", "[s]\nz\nk=1\n" + kLong.substr(22) + "\nl=2\n"},
+        {kPiece + "[s]\n" + kPiece + "y  [s]\nk=1\n", "k", "2", kPiece + "[s]\n" + kPiece + "y  [s]\n\nk=2\n"},
         {"[s]\n" + kPiece + "k=1\n", "k", "2", "[s]\n" + kPiece + "k=1\nk=2\n"},
         {"[s]\n" + kPiece + "yk=1\n", "k", "2", "[s]\n" + kPiece + "y\nk=2\n"},
     };
