@@ -6,7 +6,6 @@
 namespace {
 
 constexpr int kMailServers = 2;             // as many as the notification file's readers use
-constexpr int kLockTimeout = 5000;          // ms
 constexpr unsigned short kSmtpPort = 25;    // RFC 5321
 constexpr unsigned short kSmtpsPort = 465;  // RFC 8314
 
