@@ -114,6 +114,7 @@ std::span<const CConsole::Entry> CConsole::Entries() {
         {"status", 3, 3, R"(status 1|2|3 "NAME" "DESIGNATION")",
          "a component is OK (1), in warning (2) or in error (3)", &CConsole::Status, nullptr,
          "The server's overall status becomes the same. 2 and 3 raise an alert, 1 clears the pending alerts.\n"
+         "What happens at an alert is set by \"setting\"; what became of its mail is told by traces of level 2.\n"
          "Example: status 3 \"Fan 1\" \"CPU 1 fan\"\n",
          nullptr},
         {"pending", 0, 0, "pending", "is an alert pending?", &CConsole::Pending, nullptr, "", nullptr},

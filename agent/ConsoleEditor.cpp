@@ -111,14 +111,15 @@ void CConsoleEditor::ShowWaiting() {
         const std::lock_guard guard(lock_);
         text = std::exchange(waiting_, {});
     }
-    if (!text.empty()) {
-        ShowAbove(text);
-    }
-    if (CConsoleWait::TakeTerminalChange()) {
+    const bool changed = CConsoleWait::TakeTerminalChange();
+    if (changed) {
+        // The shell has had the terminal in between, and leaves it in its own mode.
         ::el_set(editor_.get(), EL_PREP_TERM, 0);
         ::el_set(editor_.get(), EL_PREP_TERM, 1);
         ::el_resize(editor_.get());
-        ::el_set(editor_.get(), EL_REFRESH);
+    }
+    if (changed || !text.empty()) {
+        ShowAbove(text);
     }
 }
 

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "agent/Command.h"
 #include "agent/Json.h"
+#include "sip/RapidJsonUtil.h"
 
 namespace {
 
@@ -51,6 +53,11 @@ constexpr auto kMailServerSettings = std::to_array<ConsoleSetting>({
 
 constexpr auto kAlertSettings = std::to_array<ConsoleSetting>({
     {.name = "beep", .id = 0x0400, .kind = Kind::Switch, .meaning = "an alert makes the speaker sound"},
+    {.name = "warning-tones",
+     .id = 0x0401,
+     .kind = Kind::Tones,
+     .meaning = "Hz/ms/pause of each tone, such as 2300/150/100 2400/400/100"},
+    {.name = "error-tones", .id = 0x0402, .kind = Kind::Tones, .meaning = "the same for an error"},
     {.name = "mail", .id = 0x0410, .kind = Kind::Switch, .meaning = "an alert sends a mail"},
     {.name = "severity",
      .id = 0x0411,
@@ -108,6 +115,44 @@ std::string WithoutLineBreaks(std::string text) {
     return text;
 }
 
+constexpr std::size_t kBytesOfNumber = 4;  // the lowest first
+constexpr std::size_t kNumbersOfTone = 3;
+constexpr std::uint32_t kHighestOfTone = 10000;  // Hz and ms; the module waits no longer for a tone to end
+
+// @return nothing unless the bytes make whole tones
+std::string ShowTones(const rapidjson::Value& bytes) {
+    std::string text;
+    std::uint32_t number = 0;
+    for (rapidjson::SizeType i = 0; i < bytes.Size(); ++i) {
+        number |= ReadNumber(bytes[i]).value_or(0) << (8 * (i % kBytesOfNumber));
+        if ((i + 1) % kBytesOfNumber == 0) {
+            const bool begins = i / kBytesOfNumber % kNumbersOfTone == 0;
+            text += (text.empty() ? "" : begins ? " " : "/") + std::to_string(std::exchange(number, 0));
+        }
+    }
+    return bytes.Size() % (kBytesOfNumber * kNumbersOfTone) == 0 ? text : std::string();
+}
+
+std::string ToneData(const ConsoleSetting& setting, std::span<const std::string> words) {
+    std::string bytes;
+    for (const std::string& word : words) {
+        std::string_view rest = word;
+        for (std::size_t i = 0; i < kNumbersOfTone; ++i) {
+            const std::size_t end = i + 1 < kNumbersOfTone ? rest.find('/') : rest.size();
+            const auto number = ParseNumber(rest.substr(0, end));
+            if (end == std::string_view::npos || !number || *number > kHighestOfTone) {
+                Refuse(setting, "a list of tones, each of three numbers up to " + std::to_string(kHighestOfTone) +
+                                    ": Hz, milliseconds, milliseconds of pause, such as 2300/150/100");
+            }
+            for (std::size_t byte = 0; byte < kBytesOfNumber; ++byte) {
+                bytes += (bytes.empty() ? "" : ",") + std::to_string(*number >> (8 * byte) & 0xFF);
+            }
+            rest.remove_prefix(std::min(end + 1, rest.size()));
+        }
+    }
+    return R"({"RAW":[)" + bytes + "]}";
+}
+
 }  // namespace
 
 std::span<const ConsoleSetting> MailServerSettings() {
@@ -156,6 +201,8 @@ std::string SettingData(const ConsoleSetting& setting, std::span<const std::stri
                 Refuse(setting, "none or smtp");
             }
             return text == "smtp" ? "1" : "0";
+        case Kind::Tones:
+            return ToneData(setting, words);
     }
     return {};
 }
@@ -168,6 +215,10 @@ std::string ShowSetting(const ConsoleSetting& setting, std::string_view data) {
             return "(hidden)";
         }
         return text.empty() ? "(empty)" : WithoutLineBreaks(text);
+    }
+    if (const rapidjson::Value* bytes = CRapidJsonUtil::Find(value, "RAW"); bytes != nullptr && bytes->IsArray()) {
+        const std::string tones = ShowTones(*bytes);
+        return tones.empty() ? std::string(data) : tones;
     }
     const auto number = ReadNumber(value);
     if (number && setting.kind == Kind::Switch) {

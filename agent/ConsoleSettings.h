@@ -15,6 +15,7 @@ struct ConsoleSetting {
         Number,
         Switch,
         LogIn,
+        Tones,
     };
 
     std::string_view name;

@@ -128,6 +128,10 @@ TEST(Console, LetsAnOperatorSetUpMailsAndHandleAnAlert) {
     const CSmtpServer server({"--auth", "anna:geheim"});
     fs::remove_all("/etc/kestrel");
     Session session(Session::Place::Terminal, EM_LIBRARY);
+    std::string tones;
+    for (int i = 0; i < 20; ++i) {
+        tones += " 1000/100/100";
+    }
     const std::pair<std::string, std::string> kFirst[] = {
         {"help", "the speaker stops"},
         {"set host 1 127.0.0.1", "host 1            127.0.0.1\r\n"},
@@ -145,6 +149,7 @@ TEST(Console, LetsAnOperatorSetUpMailsAndHandleAnAlert) {
         {"test-mail update", "The mail was sent."},
         {"supported", "Alerts about updates are supported."},
         {"setting beep on", "beep              on\r\n"},
+        {"setting error-tones" + tones, "error-tones      " + tones.substr(0, 20)},
         {"setting mail on", "mail              on\r\n"},
         {"setting subject Ärger mit $(ComponentName)", "subject           Ärger mit $(ComponentName)\r\n"},
         {"status 3 \"Fan 1\" \"CPU 1 fan\"", "is now 3 (error)."},
@@ -156,7 +161,7 @@ TEST(Console, LetsAnOperatorSetUpMailsAndHandleAnAlert) {
     // A tone ends while a line is being typed that fills two rows of the screen: it is told above, the line stays.
     session.Type(std::string(50, 'x'));
     ASSERT_TRUE(session.Sees("\r\033[1A\033[J")) << session.Rest();
-    EXPECT_TRUE(session.Sees(" Hz for ")) << session.Rest();
+    EXPECT_TRUE(session.Sees("The speaker has played 1000 Hz for 1")) << session.Rest();
     EXPECT_TRUE(session.Sees("ms\r\n> xxxxxxxxxx")) << session.Rest();
     EXPECT_TRUE(session.Answers("\025ack", "The pending alerts are acknowledged: the speaker is silent."))
         << session.Rest();
@@ -196,6 +201,8 @@ TEST(Console, TellsWhatIsRight) {
         {"set servers 2", "servers cannot be set: the module counts them."},
         {"get sender 1", "sender is the same for both mail servers"},
         {"get user 2", "user 2            (not set)"},
+        {"setting error-tones 2300/150", "error-tones is a list of tones, each of three numbers up to 10000"},
+        {"setting error-tones 2300/150/100/1", "error-tones is a list of tones"},
         {"setting severity x", "severity is a number from 0 to 255 (the lowest status that is mailed"},
         {"setting message one\\ntwo", "message           one\\ntwo"},
         {"setting", "\nlanguage          (not set)\n"},
