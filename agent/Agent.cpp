@@ -157,8 +157,10 @@ void CAgent::Work(std::chrono::milliseconds time) {
     WorkUntil(time, [] { return false; });
 }
 
-bool CAgent::Await(const TranscriptPattern& pattern, std::chrono::milliseconds time) {
-    return WorkUntil(time, [&] { return transcript_.Take(pattern); });
+std::optional<Command> CAgent::Await(const TranscriptPattern& pattern, std::chrono::milliseconds time) {
+    std::optional<Command> taken;
+    WorkUntil(time, [&] { return (taken = transcript_.Take(pattern)).has_value(); });
+    return taken;
 }
 
 bool CAgent::WorkUntil(std::chrono::milliseconds time, const std::function<bool()>& done) {

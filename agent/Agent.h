@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "agent/AgentSwitch.h"
@@ -51,8 +52,8 @@ public:
     void Work(std::chrono::milliseconds time);
 
     /// Works until the transcript holds an entry that fits, and takes that.
-    /// @return false when there was none in time
-    bool Await(const TranscriptPattern& pattern, std::chrono::milliseconds time);
+    /// @return its command; nothing when there was none in time
+    std::optional<Command> Await(const TranscriptPattern& pattern, std::chrono::milliseconds time);
 
     unsigned int Cabinet() const { return settings_.cabinet; }
 

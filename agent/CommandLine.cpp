@@ -6,15 +6,18 @@
 #include "agent/Command.h"
 
 const char* const kUsage =
-    "Usage: em-alert-agent --module LIB --state FILE [options]\n"
+    "Usage: em-alert-agent --module LIB [--state FILE] [options]\n"
     "Loads an extension module and plays the agent for it.\n"
     "\n"
     "  --module LIB        the module, for example build/dev/lib/libem_alert.so\n"
-    "  --state FILE        the agent's answers to the module's requests (JSON)\n"
+    "  --state FILE        the agent's answers to the module's requests (JSON);\n"
+    "                      a console does without\n"
     "  --scenario FILE     what happens, a JSON object a line; - is standard input;\n"
     "                      without it there is a console\n"
-    "  --transcript FILE   where the run is written down; - is standard output (default)\n"
-    "  --story             write sentences, as on a terminal, instead of JSON\n"
+    "  --transcript FILE   where the run is written down; - is standard output, the\n"
+    "                      default with a scenario\n"
+    "  --story             write sentences, as on a terminal, instead of JSON; in a\n"
+    "                      console: tell everything\n"
     "  --cabinet N         the server's cabinet number, default 0\n"
     "  --run-mode N        5 agentless service, 8 update management, 10 both; default 0\n"
     "  --trace LEVEL       module traces, 1 errors to 5 device detail, 0 none; a level\n"
@@ -118,8 +121,14 @@ CommandLine ParseCommandLine(int argc, char** argv) {
     if (optind < argc) {
         throw CAgentError(std::string("\"") + argv[optind] + "\" is one argument too many; --help lists the options");
     }
-    if (line.agent.library.empty() || line.state.empty()) {
-        throw CAgentError("--module LIB and --state FILE are needed; --help lists the options");
+    if (line.agent.library.empty()) {
+        throw CAgentError("--module LIB is needed; --help lists the options");
+    }
+    if (line.scenario && line.state.empty()) {
+        throw CAgentError("a scenario needs --state FILE; --help lists the options");
+    }
+    if (!line.scenario && line.transcript == "-") {
+        throw CAgentError("a console uses standard output itself; give --transcript a file");
     }
     return line;
 }

@@ -9,9 +9,9 @@
 /// What the operator asked for.
 struct CommandLine {
     AgentSettings agent;
-    std::string state;
-    std::optional<std::string> scenario;  // "-" is standard input; the console without one
-    std::string transcript = "-";         // "-" is standard output
+    std::string state;                      // empty: none, which is enough for a console
+    std::optional<std::string> scenario;    // "-" is standard input; the console without one
+    std::optional<std::string> transcript;  // "-" is standard output, the default with a scenario
     std::optional<std::string> traceFile;
     std::optional<std::string> traceLevel;
     std::string wav;      // empty: none; with one of these two the agent has a speaker

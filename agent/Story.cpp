@@ -124,8 +124,7 @@ std::string Outcome(const Command& command) {
     constexpr std::size_t kLongest = 100;
     std::string text;
     if (command.st) {
-        const std::string name = NameOf(kStatuses, *command.st);
-        text = "status " + std::to_string(*command.st) + (name.empty() ? "" : " (" + name + ")");
+        text = StatusText(*command.st);
     }
     if (!command.data.empty()) {
         const bool secret = IsValueAccess(command) && command.oe == kPassword;
@@ -205,6 +204,11 @@ constexpr auto kTellers = std::to_array<Teller>({
 });
 
 }  // namespace
+
+std::string StatusText(std::uint32_t status) {
+    const std::string name = NameOf(kStatuses, status);
+    return "status " + std::to_string(status) + (name.empty() ? "" : " (" + name + ")");
+}
 
 std::string TellStory(const TranscriptEntry& entry, const Command& command, long long milliseconds) {
     std::array<char, 32> time{};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "agent/Command.h"
@@ -11,3 +12,6 @@ struct TranscriptEntry;
 /// @param command  the current command of the entry's message
 /// @return one line with its newline
 std::string TellStory(const TranscriptEntry& entry, const Command& command, long long milliseconds);
+
+/// @return a command's status in words, such as "status 6 (failed)"
+std::string StatusText(std::uint32_t status);

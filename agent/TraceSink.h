@@ -6,6 +6,8 @@
 
 #include "platform/DebugSink.h"
 
+class CIConsoleTerminal;
+
 /// Writes the prints of modules to standard error or a file. Its one object is exported under the name by which modules
 /// look it up.
 class CTraceSink final : public CIDebugSink {
@@ -19,8 +21,18 @@ public:
     /// @throw CAgentError when it cannot be opened
     void UseFile(const std::string& path);
 
+    /// Prints go to the terminal that a console works on, each on lines of its own. While a module is loaded the
+    /// terminal has to live.
+    /// @param terminal  null for standard error again
+    void UseTerminal(CIConsoleTerminal* terminal) { terminal_ = terminal; }
+
+    /// Lets prints through, or drops them. Any thread.
+    void Show(bool shown) { shown_ = shown; }
+
 private:
     std::atomic<std::FILE*> file_{nullptr};  // null is standard error
+    std::atomic<CIConsoleTerminal*> terminal_{nullptr};
+    std::atomic<bool> shown_{true};
 };
 
 extern "C" __attribute__((visibility("default"))) CTraceSink Debug;

@@ -5,8 +5,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "agent/Command.h"
@@ -35,17 +37,21 @@ class CTranscript {
 public:
     using Clock = std::chrono::steady_clock;
 
+    /// Is told each entry and its sentence, in their order, on the thread that writes it.
+    using Listener = std::function<void(const TranscriptEntry& entry, const std::string& sentence)>;
+
     /// Begins the run's time.
-    /// @param path  "-" is standard output
+    /// @param path  "-" is standard output; nothing is written down without one
     /// @param story  sentences instead of JSON; a terminal gets them anyway
     /// @throw CAgentError when the file cannot be opened
-    CTranscript(const std::string& path, bool story);
+    CTranscript(const std::optional<std::string>& path, bool story, Listener listener = {});
 
     /// @throw std::exception when memory ran out
     void Write(const TranscriptEntry& entry);
 
     /// Takes the oldest entry that fits the pattern and was not taken before.
-    bool Take(const TranscriptPattern& pattern);
+    /// @return its command
+    std::optional<Command> Take(const TranscriptPattern& pattern);
 
     /// The number of entries so far.
     std::size_t Count() const;
@@ -66,6 +72,7 @@ private:
 
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file_;
     const bool story_;
+    const Listener listener_;
     const Clock::time_point start_ = Clock::now();
 
     mutable std::mutex lock_;  // guards the lines' order and all below

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -6,13 +8,17 @@
 #include <iostream>
 #include <iterator>
 #include <memory>
+#include <string_view>
 #include <system_error>
+#include <unistd.h>
 
 #include "agent/Agent.h"
 #include "agent/AnswerTable.h"
 #include "agent/BusIoDriver.h"
 #include "agent/CommandLine.h"
 #include "agent/Console.h"
+#include "agent/ConsoleTerminal.h"
+#include "agent/ConsoleWait.h"
 #include "agent/Scenario.h"
 #include "agent/TraceSink.h"
 #include "agent/Transcript.h"
@@ -55,20 +61,11 @@ void SetUpTraces(const CommandLine& line) {
     }
 }
 
-void Work(const CommandLine& line, CAgent& agent, CAnswerTable& answers) {
-    if (!line.scenario) {
-        CConsole(agent, answers, std::cout).Run(std::cin);
-    } else if (*line.scenario == "-") {
-        CScenario(agent, answers).Run(std::cin, "standard input");
-    } else {
-        std::ifstream file = OpenInput(*line.scenario);
-        CScenario(agent, answers).Run(file, *line.scenario);
-    }
-}
-
-/// The speaker, when somebody wants to hear it. Built before the module is loaded and gone after it is unloaded.
+/// The speaker, when somebody wants to hear it, and for an operator without a real one. Built before the module is
+/// loaded and gone after it is unloaded.
 std::unique_ptr<CBusIoDriver> MakeSpeaker(const CommandLine& line, CTranscript& transcript) {
-    if (line.wav.empty() && line.portLog.empty()) {
+    const bool tells = !line.scenario && ::access("/dev/pci/smbus", F_OK) != 0;
+    if (line.wav.empty() && line.portLog.empty() && !tells) {
         return nullptr;
     }
     return std::make_unique<CBusIoDriver>(BusIoDriverOptions{
@@ -84,19 +81,58 @@ std::unique_ptr<CBusIoDriver> MakeSpeaker(const CommandLine& line, CTranscript& 
     });
 }
 
-bool Run(const CommandLine& line) {
-    SetUpTraces(line);
+template <typename Work>
+bool WithModule(const CommandLine& line, CTranscript& transcript, Work work) {
     CAnswerTable answers;
-    LoadState(answers, line.state);
-    CTranscript transcript(line.transcript, line.story);
+    if (!line.state.empty()) {
+        LoadState(answers, line.state);
+    }
     const std::unique_ptr<CBusIoDriver> speaker = MakeSpeaker(line, transcript);
     CAgent agent(line.agent, answers, transcript);
     if (agent.Load()) {
-        Work(line, agent, answers);
+        work(agent, answers);
         return agent.Unload() && !agent.HasFailed() && transcript.IsComplete();
     }
     agent.Unload();
     return false;
+}
+
+bool RunScenario(const CommandLine& line) {
+    CTranscript transcript(line.transcript.value_or("-"), line.story);
+    return WithModule(line, transcript, [&](CAgent& agent, CAnswerTable& answers) {
+        if (*line.scenario == "-") {
+            CScenario(agent, answers).Run(std::cin, "standard input");
+        } else {
+            std::ifstream file = OpenInput(*line.scenario);
+            CScenario(agent, answers).Run(file, *line.scenario);
+        }
+    });
+}
+
+/// True for what the module does on its own, and for what fails; the console's commands tell the rest themselves.
+bool ConcernsOperator(const TranscriptEntry& entry) {
+    constexpr std::array<std::string_view, 5> kKinds = {"event", "reply", "tone", "forward-event", "withheld"};
+    return std::ranges::find(kKinds, entry.kind) != kKinds.end() ||
+           (entry.kind == "lifecycle" && entry.result == "false");
+}
+
+bool RunConsole(const CommandLine& line) {
+    CConsoleWait wait;
+    const std::unique_ptr<CIConsoleTerminal> terminal = MakeConsoleTerminal(wait, CConsole::Complete);
+    if (!line.traceFile && IsAtTerminal() && ::isatty(STDERR_FILENO) == 1) {
+        Debug.UseTerminal(terminal.get());
+    }
+    CTranscript transcript(line.transcript, false, [&](const TranscriptEntry& entry, const std::string& sentence) {
+        if (line.story || ConcernsOperator(entry)) {
+            terminal->Print(sentence);
+        }
+    });
+    const bool worked = WithModule(
+        line, transcript, [&](CAgent& agent, CAnswerTable& answers) { CConsole(agent, answers, *terminal).Run(); });
+    if (worked) {
+        terminal->Print("The module is stopped and unloaded.\n");
+    }
+    return worked;
 }
 
 }  // namespace
@@ -113,7 +149,8 @@ int main(int argc, char** argv) {
         return EXIT_SUCCESS;
     }
     try {
-        return Run(line) ? EXIT_SUCCESS : kStepFailed;
+        SetUpTraces(line);
+        return (line.scenario ? RunScenario(line) : RunConsole(line)) ? EXIT_SUCCESS : kStepFailed;
     } catch (const std::exception& error) {
         return Report(error.what(), kStepFailed);
     } catch (...) {
