@@ -1,0 +1,160 @@
+#!/usr/bin/python3
+"""Runs the examples of a document on a private machine and compares what they show. A block of code is marked behind its
+language; a block without a known mark fails, so that no example goes without a test.
+
+  state              the agent's answers from here on
+  file=PATH          a file that is there from here on; port 25 in it becomes that of the mail server
+  after=PATH         what a file holds now
+  start              the messages of the module's start (see docs/messages.md)
+  conversation       the messages after it; what a line with "asks" shows is compared when there is one
+  mail, trace        all mails, and lines of the trace in order, of the last start or conversation
+  session            commands behind "$ ", each with its output
+"""
+
+import argparse
+import base64
+import difflib
+import json
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+
+BLOCK = re.compile(r"^```(\w*) ?(.*)\n((?:.*\n)*?)```$", re.M)
+STATEMENT = re.compile(r"EM_TRACE\(\s*(\w+),(.*?)\);", re.S)
+LITERAL = re.compile(r'"((?:[^"\\]|\\.)*)"')
+TRACE_FILES = pathlib.Path("/etc/kestrel/HostwardenSuite/TraceConfig")
+KINDS = {"returned": "returned", "reply": "reply", "event": "fires", "sync-request": "asks"}
+
+
+def plain(command):
+    """A command with its hexadecimal texts as the numbers that they stand for."""
+    return {key: int(value, 0) if key != "DA" and isinstance(value, str) else value for key, value in command.items()}
+
+
+def entry(kind, message):
+    return {kind: plain(message["SIP"]["CMD"][0])}
+
+
+class Examples:
+    def __init__(self, options, folder):
+        self.options = options
+        self.folder = folder
+        self.failures = 0
+        server = [sys.executable, options.sources / "tests/support/smtp_server.py", "--mails", folder / "mails"]
+        self.server = subprocess.Popen(server, stdout=subprocess.PIPE, text=True)
+        self.port = self.server.stdout.readline().strip()
+        (folder / "libem_alert.so").symlink_to(options.module)
+
+    def check(self, where, expected, actual):
+        if expected != actual:
+            self.failures += 1
+            print(f"{where}: not as shown", *difflib.ndiff(expected, actual), sep="\n")
+
+    def named(self, text):
+        return re.sub(rf"\b{self.port}\b", "25", text)
+
+    def run_agent(self, scenario):
+        (self.folder / "mails").write_text("")
+        (self.folder / "scenario").write_text("".join(json.dumps(line) + "\n" for line in scenario))
+        command = [self.options.programs / "em-alert-agent", "--module", self.options.module, "--state", "state",
+                   "--scenario", "scenario", "--transcript", "transcript", "--trace-file", "trace"]
+        if not TRACE_FILES.exists():
+            command += ["--trace", "4"]
+        subprocess.run(command, cwd=self.folder, check=True)
+        return [json.loads(line) for line in (self.folder / "transcript").read_text().splitlines()]
+
+    def conversation(self, where, text, mark):
+        lines = [json.loads(line) for line in text.splitlines()]
+        scenario, expected = [], []
+        for line in lines:
+            shown = {key: plain(value) for key, value in line.items()}
+            if "reply" in line:
+                scenario.append({"await": {"kind": "reply", "OC": line["reply"]["OC"]}, "ms": 20000})
+            if line.keys() & {"returned", "reply", "fires", "asks"}:
+                expected.append(shown)
+            else:
+                scenario.append(line)
+        transcript = self.run_agent(scenario)
+        started = [line.get("step") for line in transcript].index("OnSwitchStarted")
+        actual = []
+        for line in transcript[:started] if mark == "start" else transcript[started:]:
+            kind = KINDS.get(line["kind"])
+            if kind and (kind != "asks" or any("asks" in shown for shown in expected)):
+                answer = entry("answer", line["answer"]) if "answer" in line else {}
+                actual.append(entry(kind, line["message"]) | answer)
+        # The worker may answer a request before it has come back.
+        ordered = [sorted(side, key=lambda line: "returned" not in line) for side in (expected, actual)]
+        self.check(where, *([json.dumps(line, sort_keys=True) for line in side] for side in ordered))
+
+    def mail(self, where, text):
+        shown = ""
+        for mail in map(json.loads, (self.folder / "mails").read_text().splitlines()):
+            shown += f"MAIL FROM {mail['from']}\n" + "".join(f"RCPT TO {address}\n" for address in mail["to"])
+            shown += base64.b64decode(mail["data"]).decode().replace("\r", "\\r")
+        self.check(where, text.splitlines(), shown.splitlines())
+
+    def trace(self, where, text):
+        trace = iter(self.named((self.folder / "trace").read_text()).splitlines())
+        missing = [line for line in text.splitlines() if line not in trace]
+        self.check(where, [], missing)
+
+    def session(self, where, text):
+        environment = os.environ | {"PATH": f"{self.options.programs}:{os.environ['PATH']}"}
+        shown = ""
+        for command in re.findall(r"^\$ (.*)", text, re.M):
+            run = subprocess.run(command, shell=True, cwd=self.folder, env=environment, text=True, check=False,
+                                 stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+            shown += f"$ {command}\n{run.stdout}"
+        self.check(where, text.splitlines(), shown.splitlines())
+
+    def block(self, where, mark, text):
+        name, _, path = mark.partition("=")
+        if name == "state":
+            (self.folder / "state").write_text(text)
+        elif name == "file":
+            (self.folder / path).parent.mkdir(parents=True, exist_ok=True)
+            (self.folder / path).write_text(text.replace("<Port>25<", f"<Port>{self.port}<"))
+        elif name == "after":
+            self.check(where, text.splitlines(), self.named((self.folder / path).read_text()).splitlines())
+        elif name in ("start", "conversation"):
+            self.conversation(where, text, name)
+        elif name in ("mail", "trace", "session"):
+            getattr(self, name)(where, text)
+        else:
+            self.check(where, ["a mark that says how to run it"], [mark])
+
+    def table_rows(self, document):
+        """Each `text` | level of a table must be a trace of the sources."""
+        traces = [(level, "".join(LITERAL.findall(body)).replace('\\"', '"').replace("\\n", "\n"))
+                  for folder in ("em_alert", "mail", "notification", "devices", "tasks", "platform")
+                  for source in (self.options.sources / folder).glob("*.*")
+                  for level, body in STATEMENT.findall(source.read_text())]
+        for text, level in re.findall(r"^\| `([^`]+ [^`]+)` \| (\d) \|", document, re.M):
+            found = [text] if any(level == at and text in trace for at, trace in traces) else []
+            self.check(f"{self.options.document.name}, table", [text], found)
+
+    def run(self):
+        document = self.options.document.read_text()
+        (self.folder / "state").write_text("[]")
+        try:
+            for block in BLOCK.finditer(document):
+                line = document.count("\n", 0, block.start()) + 1
+                self.block(f"{self.options.document.name}:{line}", block[2], block[3])
+        finally:
+            self.server.kill()
+        self.table_rows(document)
+        return self.failures
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    for option in ("--programs", "--module", "--sources", "document"):
+        parser.add_argument(option, type=lambda path: pathlib.Path(path).resolve())
+    with tempfile.TemporaryDirectory() as folder:
+        sys.exit(1 if Examples(parser.parse_args(), pathlib.Path(folder)).run() else 0)
+
+
+main()
