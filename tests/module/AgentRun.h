@@ -7,6 +7,7 @@
 #include <memory>
 #include <regex>
 #include <sstream>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -23,6 +24,8 @@ protected:
         std::filesystem::remove_all(out_);
         std::filesystem::create_directories(out_);
     }
+
+    void TearDown() override { std::filesystem::remove_all(out_); }
 
     void StartServer(const std::vector<std::string>& options) {
         servers_.push_back(std::make_unique<CSmtpServer>(options));
@@ -63,6 +66,6 @@ protected:
     }
 
     const Path kNotificationFile = "/etc/kestrel/HostwardenSuite/ManagedNode/Notifications/Notifications.xml";
-    const Path out_ = Path(::testing::TempDir()) / "agent-run";
+    const Path out_ = Path(::testing::TempDir()) / ("agent-run-" + std::to_string(::getpid()));
     std::vector<std::unique_ptr<CSmtpServer>> servers_;
 };

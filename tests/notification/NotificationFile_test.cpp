@@ -9,6 +9,7 @@
 
 #include "notification/FileLock.h"
 #include "notification/NotificationConfig.h"
+#include "support/PrivateNamespace.h"
 #include "support/TraceCapture.h"
 #include "xml/TempDirectory.h"
 
@@ -44,13 +45,7 @@ bool AddOne(const std::string& directory) {
 
 /// Mounts a file system of one page over a directory, for the calling (child) process alone.
 bool MountTinyDisk(const std::string& path) {
-    const std::string user = "0 " + std::to_string(::getuid()) + " 1";
-    const std::string group = "0 " + std::to_string(::getgid()) + " 1";
-    const bool isPrivate = ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0;
-    WriteFile("/proc/self/uid_map", user);
-    WriteFile("/proc/self/setgroups", "deny");
-    WriteFile("/proc/self/gid_map", group);
-    return isPrivate && ::mount("none", path.c_str(), "tmpfs", 0, "size=4k") == 0;
+    return EnterPrivateNamespace(0) && ::mount("none", path.c_str(), "tmpfs", 0, "size=4k") == 0;
 }
 
 }  // namespace

@@ -33,16 +33,28 @@ inline void InChild(const std::function<void()>& body) {
     EXPECT_EQ(status, 0) << "the child failed, see above";
 }
 
-/// The same, as root of a user namespace with its own network (nothing but a lo that is down) and mounts.
-inline void InPrivateNamespace(const std::function<void()>& body) {
-    InChild([&] {
-        const std::string user = std::to_string(::getuid());
-        const std::string group = std::to_string(::getgid());
-        ASSERT_EQ(::unshare(CLONE_NEWUSER | CLONE_NEWNET | CLONE_NEWNS), 0) << "namespaces are refused here";
+/// Makes the calling process root on mounts, and on what else `namespaces` names, of its own. Root needs no user
+/// namespace for that, which the kernel refuses to a process with threads (such as that of a sanitizer).
+/// @return false when namespaces are refused
+inline bool EnterPrivateNamespace(int namespaces) {
+    const std::string user = std::to_string(::getuid());
+    const std::string group = std::to_string(::getgid());
+    const bool isRoot = ::geteuid() == 0;
+    if (::unshare(namespaces | CLONE_NEWNS | (isRoot ? 0 : CLONE_NEWUSER)) != 0) {
+        return false;
+    }
+    if (!isRoot) {
         WriteAll("/proc/self/setgroups", "deny");
         WriteAll("/proc/self/uid_map", "0 " + user + " 1");
         WriteAll("/proc/self/gid_map", "0 " + group + " 1");
-        ASSERT_EQ(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+    }
+    return ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+/// Runs `body` in a child with its own network (nothing but a lo that is down) and mounts.
+inline void InPrivateNamespace(const std::function<void()>& body) {
+    InChild([&] {
+        ASSERT_TRUE(EnterPrivateNamespace(CLONE_NEWNET)) << "namespaces are refused here";
         body();
     });
 }
