@@ -41,6 +41,8 @@ void CAlertExtensionModule::ReadAlerterSmtpSettings() {
         }
         TakeMailFormat();
         fileLock.UnlockFile(notification_.Path().c_str());
+    } else {
+        EM_TRACE(1, "\nEM_ALERT            : ERROR! FAILED to lock notification configuration file!");
     }
     EM_TRACE(3, "\nEM_ALERT            : SMTP configurations added: %d", static_cast<int>(MailServers().size()));
 }
