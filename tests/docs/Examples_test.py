@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""Runs the examples of a document on a private machine and compares what they show. A block of code is marked behind its
-language; a block without a known mark fails, so that no example goes without a test.
+"""Runs the examples of a document on a private machine and compares what they show. A block of code is marked behind
+its language; a block without a known mark fails, so that no example goes without a test.
 
   state              the agent's answers from here on
   file=PATH          a file that is there from here on; port 25 in it becomes that of the mail server
