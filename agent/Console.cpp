@@ -177,7 +177,7 @@ void CConsole::Say(const std::string& sentence) {
 const CConsole::Entry& CConsole::FindEntry(std::string_view name) {
     const auto entry = std::ranges::find(Entries(), name, &Entry::name);
     if (entry == Entries().end()) {
-        throw CAgentError("There is no command \"" + std::string(name) + "\"; \"help\" lists the commands.");
+        throw CAgentError("There is no command \"" + std::string(name) + R"("; "help" lists the commands.)");
     }
     return *entry;
 }

@@ -181,6 +181,7 @@ int CConsoleEditor::ReadCharacter(wchar_t& character) {
         if (count <= 0) {
             return static_cast<int>(count);
         }
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): the state is our own
         const std::size_t length = std::mbrtowc(&character, &byte, 1, &state);
         if (length <= 1) {
             return 1;

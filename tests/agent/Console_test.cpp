@@ -33,6 +33,7 @@ public:
     Session(Place place, const std::string& module, std::vector<std::string> options = {}) {
         options.insert(options.begin(), {AGENT, "--module", module});
         std::vector<char*> arguments;
+        arguments.reserve(options.size() + 1);
         for (std::string& option : options) {
             arguments.push_back(option.data());
         }
@@ -48,10 +49,8 @@ public:
                 ::dup2(ends[1], STDIN_FILENO);
                 ::dup2(ends[1], STDOUT_FILENO);
             }
-            ::setenv("TERM", "xterm", 1);
-            ::setenv("HOME", "/nowhere", 1);
-            ::setenv("LC_ALL", "C.UTF-8", 1);
-            ::execv(AGENT, arguments.data());
+            std::array<char*, 5> environment = {terminal_.data(), home_.data(), locale_.data(), zone_.data(), nullptr};
+            ::execve(AGENT, arguments.data(), environment.data());
             ::_exit(127);
         }
         if (place == Place::Socket) {
@@ -112,6 +111,10 @@ public:
     std::string Rest() const { return output_.substr(seen_); }
 
 private:
+    std::string terminal_ = "TERM=xterm";
+    std::string home_ = "HOME=/nowhere";
+    std::string locale_ = "LC_ALL=C.UTF-8";
+    std::string zone_ = "TZ=Asia/Kolkata";
     pid_t pid_ = -1;
     int fd_ = -1;
     std::string output_;
@@ -152,7 +155,7 @@ TEST(Console, LetsAnOperatorSetUpMailsAndHandleAnAlert) {
         {"setting error-tones" + tones, "error-tones      " + tones.substr(0, 20)},
         {"setting mail on", "mail              on\r\n"},
         {"setting subject Ärger mit $(ComponentName)", "subject           Ärger mit $(ComponentName)\r\n"},
-        {"status 3 \"Fan 1\" \"CPU 1 fan\"", "is now 3 (error)."},
+        {R"(status 3 "Fan 1" "CPU 1 fan")", "is now 3 (error)."},
         {"pending", "An alert is pending."},
     };
     for (const auto& [line, answer] : kFirst) {
@@ -184,10 +187,10 @@ TEST(Console, TellsWhatIsRight) {
     std::ofstream(file) << "To: anna@example.net\n\ntext\n";
     Session session(Session::Place::Socket, EM_LIBRARY);
     const std::pair<const char*, const char*> kCases[] = {
-        {"pendin", "There is no command \"pendin\"; \"help\" lists the commands."},
+        {"pendin", R"(There is no command "pendin"; "help" lists the commands.)"},
         {"help nothing", "There is no command \"nothing\""},
         {"help set", "password 1|2        stored enciphered"},
-        {"status 3", "It goes: status 1|2|3 \"NAME\" \"DESIGNATION\""},
+        {"status 3", R"(It goes: status 1|2|3 "NAME" "DESIGNATION")"},
         {"status 4 a b", "The status is 1 (OK), 2 (warning) or 3 (error)."},
         {"status 3 \"a b", "A closing quotation mark is missing."},
         {"set colour red", "there is no \"colour\" here; there are sender, sender-name, recipients"},
