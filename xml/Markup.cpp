@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <span>
 #include <string_view>
 #include <system_error>
 
@@ -85,12 +86,18 @@ bool EqualsIgnoringCase(std::string_view left, std::string_view right) {
                       [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); });
 }
 
+constexpr std::string_view kLatin1Names[] = {"ISO-8859-1", "latin1"};
+
+bool NamesEncodingOf(const pugi::xml_document& document, std::span<const std::string_view> names) {
+    const std::string_view name = Declaration(document).attribute("encoding").value();
+    return std::any_of(names.begin(), names.end(),
+                       [&](std::string_view known) { return EqualsIgnoringCase(known, name); });
+}
+
 /// True when the declaration of a byte-wise file names an encoding that the parser does not know.
 bool IsForeignEncoding(const pugi::xml_document& document) {
-    constexpr std::string_view kKnown[] = {"", "UTF-8", "US-ASCII", "ISO-8859-1", "latin1"};
-    const std::string_view name = Declaration(document).attribute("encoding").value();
-    return std::none_of(std::begin(kKnown), std::end(kKnown),
-                        [&](std::string_view known) { return EqualsIgnoringCase(known, name); });
+    constexpr std::string_view kOtherNames[] = {"", "UTF-8", "US-ASCII"};
+    return !NamesEncodingOf(document, kOtherNames) && !NamesEncodingOf(document, kLatin1Names);
 }
 
 /// Entities of the document's own are left as they stand by the parser, and would be escaped on writing.
@@ -161,7 +168,10 @@ bool CMarkup::Parse(const std::string& text) {
     Clear();
     error_.clear();
     pugi::xml_parse_result result = document_.load_buffer(text.data(), text.size(), kParseOptions);
-    if (result.encoding == pugi::encoding_utf8 && !IsUtf8(text)) {
+    if (result.encoding == pugi::encoding_latin1 && IsUtf8(text) && !NamesEncodingOf(document_, kLatin1Names)) {
+        // The parser takes the name from anywhere in the declaration; every save would encode the text once more.
+        result = document_.load_buffer(text.data(), text.size(), kParseOptions, pugi::encoding_utf8);
+    } else if (result.encoding == pugi::encoding_utf8 && !IsUtf8(text)) {
         result = document_.load_buffer(text.data(), text.size(), kParseOptions, pugi::encoding_latin1);
     }
     ResetPos();
