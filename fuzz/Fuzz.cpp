@@ -28,11 +28,9 @@ long CFuzzInput::Number() {
     return std::strtol(Text().c_str(), nullptr, 10);
 }
 
-void Expect(bool holds, const char* promise) {
-    if (!holds) {
-        std::fprintf(stderr, "Broken promise: %s\n", promise);
-        std::abort();
-    }
+void Break(const char* promise) {
+    std::fprintf(stderr, "Broken promise: %s\n", promise);
+    std::abort();
 }
 
 CFuzzDirectory::CFuzzDirectory() : path_("/dev/shm/em_alert_fuzz.XXXXXX") {

@@ -39,8 +39,15 @@ private:
     std::string_view rest_;
 };
 
-/// Ends the process, and so makes the input a finding, when a promise does not hold.
-void Expect(bool holds, const char* promise);
+/// Ends the process, which makes the input a finding.
+[[noreturn]] void Break(const char* promise);
+
+/// For a promise that has to hold.
+inline void Expect(bool holds, const char* promise) {
+    if (!holds) {
+        Break(promise);
+    }
+}
 
 /// A directory in memory for the files of one process; goes with it.
 class CFuzzDirectory {

@@ -113,9 +113,9 @@ public:
         if (letter == 'n') {
             module_->Notify(static_cast<unsigned int>(std::strtoul(text.c_str(), nullptr, 0)), nullptr, nullptr);
         } else if (letter == 'm') {
-            transferResult = std::atoi(text.c_str());
+            transferResult = static_cast<int>(std::strtol(text.c_str(), nullptr, 10) & 0x7F);
         } else if (letter == 'i') {
-            index_ = std::atoi(text.c_str()) % 1000;
+            index_ = static_cast<int>(std::strtol(text.c_str(), nullptr, 10) % 1000);
         } else if (letter == 's') {
             module_->OnSwitchStarted(nullptr);
         } else if (ToMessage(text, message)) {
@@ -161,10 +161,8 @@ extern "C" int nanosleep(const timespec* /*time*/, timespec* /*left*/) {
 extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
     char host[64] = {};
     ::gethostname(host, sizeof host - 1);
-    if (std::string_view(host) != "alpha.example.net") {
-        std::fprintf(stderr, "This writes the notification file of the machine: run it with scripts/private-machine\n");
-        std::exit(2);
-    }
+    Expect(std::string_view(host) == "alpha.example.net",
+           "this runs on scripts/private-machine, for it writes the notification file");
     moduleObjects.debugClient.SetDebugLevel(5);
     std::filesystem::create_directories(CNotificationConfig::kDirectory);
     return 0;

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <ctime>
 #include <string>
+#include <utility>
 
 #include "mail/LogMsgArguments.h"
 #include "mail/LumeString.h"
@@ -36,7 +37,7 @@ protected:
 /// expanded in its turn.
 class CAlertMailTexts {
 public:
-    CAlertMailTexts(const MailSettings& settings, CIAgentValues& agent) : settings_(settings), agent_(agent) {}
+    CAlertMailTexts(MailSettings settings, CIAgentValues& agent) : settings_(std::move(settings)), agent_(agent) {}
 
     /// Replaces the variables that any text may hold.
     void FormatText(CLumeString& text);
