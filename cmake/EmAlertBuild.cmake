@@ -33,8 +33,11 @@ elseif(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
   add_compile_options(-Wthread-safety)
 endif()
 if(EM_SANITIZE)
-  add_compile_options(-fsanitize=${EM_SANITIZE} -fno-omit-frame-pointer)
+  add_compile_options(-fsanitize=${EM_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${EM_SANITIZE})
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    add_compile_options(-Wno-maybe-uninitialized)  # gcc 12 loses track of <regex> in instrumented code
+  endif()
 endif()
 
 # em_include_root(TARGET FOLDER VISIBILITY): lets TARGET include "FOLDER/Header.h". The headers are reached through a

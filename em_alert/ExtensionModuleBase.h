@@ -13,6 +13,7 @@
 class CExtensionModule : public CIExtensionModule {
 public:
     CExtensionModule() = default;
+    ~CExtensionModule() override = default;
     CExtensionModule(const CExtensionModule&) = delete;
     CExtensionModule& operator=(const CExtensionModule&) = delete;
 

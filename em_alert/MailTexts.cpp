@@ -34,9 +34,11 @@ bool CAlertExtensionModule::AlerterFormatText(CLumeString& text) {
     return true;
 }
 
+// NOLINTBEGIN(performance-unnecessary-value-param): the signature is given
 bool CAlertExtensionModule::AlerterFormatSystemStatusText(CLumeString& text, unsigned char systemStatus,
                                                           unsigned char componentStatus, std::string componentName,
                                                           std::string componentDesignation) {
+    // NOLINTEND(performance-unnecessary-value-param)
     MailTexts().FormatSystemStatusText(text, systemStatus, componentStatus, componentName, componentDesignation);
     return true;
 }
