@@ -49,8 +49,10 @@ public:
                 ::dup2(ends[1], STDIN_FILENO);
                 ::dup2(ends[1], STDOUT_FILENO);
             }
-            std::array<char*, 5> environment = {terminal_.data(), home_.data(), locale_.data(), zone_.data(), nullptr};
-            ::execve(AGENT, arguments.data(), environment.data());
+            ::setenv("TERM", "xterm", 1);
+            ::setenv("HOME", "/nowhere", 1);
+            ::setenv("LC_ALL", "C.UTF-8", 1);
+            ::execv(AGENT, arguments.data());
             ::_exit(127);
         }
         if (place == Place::Socket) {
@@ -111,10 +113,6 @@ public:
     std::string Rest() const { return output_.substr(seen_); }
 
 private:
-    std::string terminal_ = "TERM=xterm";
-    std::string home_ = "HOME=/nowhere";
-    std::string locale_ = "LC_ALL=C.UTF-8";
-    std::string zone_ = "TZ=Asia/Kolkata";
     pid_t pid_ = -1;
     int fd_ = -1;
     std::string output_;
