@@ -41,7 +41,7 @@ std::vector<Command> ParseAnswers(rapidjson::MemoryStream& stream) {
 
 }  // namespace
 
-Command ParseAnswer(const rapidjson::Value& object) {
+Command ParseAnswer(const CRapidJsonUtil::value& object) {
     Command answer = ParseCommand(object);
     if (!answer.oc) {
         throw CAgentError("an answer needs \"OC\", the operation code that it answers");
@@ -91,8 +91,8 @@ Command CAnswerTable::Find(const Command& request) const {
 }
 
 std::string CAnswerTable::Answer(std::string_view message, int index) const {
-    rapidjson::Document document = ParseJson(message);
-    rapidjson::Value* command = FindCommand(document, index);
+    CRapidJsonUtil::Document document = ParseJson(message);
+    CRapidJsonUtil::value* command = FindCommand(document, index);
     if (command == nullptr) {
         return std::string(message);
     }
@@ -103,7 +103,7 @@ std::string CAnswerTable::Answer(std::string_view message, int index) const {
         }
     }
     command->AddMember("ST", answer.st.value_or(0), allocator);
-    rapidjson::Document data(&allocator);
+    CRapidJsonUtil::Document data(&allocator);
     if (!answer.data.empty()) {
         data.Parse(answer.data.data(), answer.data.size());
         command->AddMember("DA", data, allocator);

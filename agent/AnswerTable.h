@@ -9,7 +9,7 @@
 
 /// Reads one answer that the operator wrote.
 /// @throw CAgentError as ParseCommand, and when there is no "OC"
-Command ParseAnswer(const rapidjson::Value& object);
+Command ParseAnswer(const CRapidJsonUtil::value& object);
 
 /// The state of the simulated agent: what it answers to the module's requests. Any thread.
 class CAnswerTable {

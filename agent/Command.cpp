@@ -21,14 +21,14 @@ std::span<const CommandMember> CommandMembers() {
     return kMembers;
 }
 
-rapidjson::Value* FindCommand(rapidjson::Value& message, int index) {
-    rapidjson::Value* envelope = CRapidJsonUtil::Find(message, "SIP");
-    rapidjson::Value* commands = envelope != nullptr ? CRapidJsonUtil::Find(*envelope, "CMD") : nullptr;
+CRapidJsonUtil::value* FindCommand(CRapidJsonUtil::value& message, int index) {
+    CRapidJsonUtil::value* envelope = CRapidJsonUtil::Find(message, "SIP");
+    CRapidJsonUtil::value* commands = envelope != nullptr ? CRapidJsonUtil::Find(*envelope, "CMD") : nullptr;
     if (commands == nullptr || !commands->IsArray() || index < 0 ||
         static_cast<rapidjson::SizeType>(index) >= commands->Size()) {
         return nullptr;
     }
-    rapidjson::Value& command = (*commands)[static_cast<rapidjson::SizeType>(index)];
+    CRapidJsonUtil::value& command = (*commands)[static_cast<rapidjson::SizeType>(index)];
     return command.IsObject() ? &command : nullptr;
 }
 
@@ -46,7 +46,7 @@ std::optional<std::uint32_t> ParseNumber(std::string_view text) {
     return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
 }
 
-std::optional<std::uint32_t> ReadNumber(const rapidjson::Value& value) {
+std::optional<std::uint32_t> ReadNumber(const CRapidJsonUtil::value& value) {
     if (value.IsUint()) {
         return value.GetUint();
     }
@@ -56,7 +56,7 @@ std::optional<std::uint32_t> ReadNumber(const rapidjson::Value& value) {
     return std::nullopt;
 }
 
-Command ParseCommand(const rapidjson::Value& object) {
+Command ParseCommand(const CRapidJsonUtil::value& object) {
     if (!object.IsObject()) {
         throw CAgentError(R"(a command is an object such as {"OC":"0x2240"})");
     }
@@ -81,18 +81,18 @@ Command ParseCommand(const rapidjson::Value& object) {
 }
 
 Command CurrentCommand(std::string_view message, int index) {
-    rapidjson::Document document = ParseJson(message);
+    CRapidJsonUtil::Document document = ParseJson(message);
     Command command;
-    const rapidjson::Value* element = FindCommand(document, index);
+    const CRapidJsonUtil::value* element = FindCommand(document, index);
     if (element == nullptr) {
         return command;
     }
     for (const auto& [key, value] : kMembers) {
-        if (const rapidjson::Value* found = CRapidJsonUtil::Find(*element, rapidjson::StringRef(key))) {
+        if (const CRapidJsonUtil::value* found = CRapidJsonUtil::Find(*element, rapidjson::StringRef(key))) {
             command.*value = ReadNumber(*found);
         }
     }
-    if (const rapidjson::Value* data = CRapidJsonUtil::Find(*element, "DA")) {
+    if (const CRapidJsonUtil::value* data = CRapidJsonUtil::Find(*element, "DA")) {
         command.data = JsonText(*data);
     }
     return command;

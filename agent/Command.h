@@ -28,17 +28,17 @@ std::span<const CommandMember> CommandMembers();
 std::optional<std::uint32_t> ParseNumber(std::string_view text);
 
 /// As ParseNumber; a JSON number is taken as well.
-std::optional<std::uint32_t> ReadNumber(const rapidjson::Value& value);
+std::optional<std::uint32_t> ReadNumber(const CRapidJsonUtil::value& value);
 
 /// Reads a command that the operator wrote. Its numbers are for ReadNumber.
 /// @throw CAgentError for a member that no command has, and for a number that is none
-Command ParseCommand(const rapidjson::Value& object);
+Command ParseCommand(const CRapidJsonUtil::value& object);
 
 /// Reads the command at `index` of a message; empty when the message has none. Rubbish reads as not given.
 Command CurrentCommand(std::string_view message, int index);
 
 /// @return the command at `index` of a message, null when the message lacks any part of the way down to it
-rapidjson::Value* FindCommand(rapidjson::Value& message, int index);
+CRapidJsonUtil::value* FindCommand(CRapidJsonUtil::value& message, int index);
 
 /// @return the message {"SIP":{"V":1,"CMD":[...]}} with this one command
 std::string MessageText(const Command& command);

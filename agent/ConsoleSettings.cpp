@@ -120,7 +120,7 @@ constexpr std::size_t kNumbersOfTone = 3;
 constexpr std::uint32_t kHighestOfTone = 10000;  // Hz and ms; the module waits no longer for a tone to end
 
 // @return nothing unless the bytes make whole tones
-std::string ShowTones(const rapidjson::Value& bytes) {
+std::string ShowTones(const CRapidJsonUtil::value& bytes) {
     std::string text;
     std::uint32_t number = 0;
     for (rapidjson::SizeType i = 0; i < bytes.Size(); ++i) {
@@ -208,7 +208,7 @@ std::string SettingData(const ConsoleSetting& setting, std::span<const std::stri
 }
 
 std::string ShowSetting(const ConsoleSetting& setting, std::string_view data) {
-    const rapidjson::Document value = ParseJson(data);
+    const CRapidJsonUtil::Document value = ParseJson(data);
     if (value.IsString()) {
         const std::string text(value.GetString(), value.GetStringLength());
         if (setting.kind == Kind::Secret && !text.empty()) {
@@ -216,7 +216,7 @@ std::string ShowSetting(const ConsoleSetting& setting, std::string_view data) {
         }
         return text.empty() ? "(empty)" : WithoutLineBreaks(text);
     }
-    if (const rapidjson::Value* bytes = CRapidJsonUtil::Find(value, "RAW"); bytes != nullptr && bytes->IsArray()) {
+    if (const CRapidJsonUtil::value* bytes = CRapidJsonUtil::Find(value, "RAW"); bytes != nullptr && bytes->IsArray()) {
         const std::string tones = ShowTones(*bytes);
         return tones.empty() ? std::string(data) : tones;
     }

@@ -2,11 +2,9 @@
 
 #include <rapidjson/error/en.h>
 
-#include "sip/RapidJsonUtil.h"
-
 namespace {
 
-rapidjson::Document Checked(rapidjson::Document document) {
+CRapidJsonUtil::Document Checked(CRapidJsonUtil::Document document) {
     if (document.HasParseError()) {
         throw CAgentError("not valid JSON at character " + std::to_string(document.GetErrorOffset() + 1) + ": " +
                           rapidjson::GetParseError_En(document.GetParseError()));
@@ -38,20 +36,20 @@ void RefuseDeepNesting(std::string_view text) {
     }
 }
 
-rapidjson::Document ParseJson(std::string_view text) {
+CRapidJsonUtil::Document ParseJson(std::string_view text) {
     RefuseDeepNesting(text);
-    rapidjson::Document document;
+    CRapidJsonUtil::Document document;
     document.Parse(text.data(), text.size());
     return Checked(std::move(document));
 }
 
-rapidjson::Document ParseNextValue(rapidjson::MemoryStream& stream) {
-    rapidjson::Document document;
+CRapidJsonUtil::Document ParseNextValue(rapidjson::MemoryStream& stream) {
+    CRapidJsonUtil::Document document;
     document.ParseStream<rapidjson::kParseStopWhenDoneFlag>(stream);
     return Checked(std::move(document));
 }
 
-std::string JsonText(const rapidjson::Value& value) {
+std::string JsonText(const CRapidJsonUtil::value& value) {
     rapidjson::StringBuffer buffer;
     Writer writer(buffer);
     value.Accept(writer);
@@ -59,5 +57,5 @@ std::string JsonText(const rapidjson::Value& value) {
 }
 
 std::string JsonString(std::string_view text) {
-    return JsonText(rapidjson::Value(rapidjson::StringRef(text.data(), text.size())));
+    return JsonText(CRapidJsonUtil::value(rapidjson::StringRef(text.data(), text.size())));
 }

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "sip/RapidJson.h"
+#include "sip/RapidJsonUtil.h"
 
 /// Ends the run; what() is a sentence for the operator.
 class CAgentError : public std::runtime_error {
@@ -15,17 +15,17 @@ public:
 
 /// Reads a text that is one JSON value. Deep nesting is refused before RapidJSON recurses into it.
 /// @throw CAgentError with the position of the first fault
-rapidjson::Document ParseJson(std::string_view text);
+CRapidJsonUtil::Document ParseJson(std::string_view text);
 
 /// Reads the next JSON value of a stream whose whole text passed RefuseDeepNesting.
 /// @throw CAgentError as ParseJson
-rapidjson::Document ParseNextValue(rapidjson::MemoryStream& stream);
+CRapidJsonUtil::Document ParseNextValue(rapidjson::MemoryStream& stream);
 
 /// @throw CAgentError when the text opens more than 64 arrays and objects inside each other
 void RefuseDeepNesting(std::string_view text);
 
 /// @return the value without white space; a number that JSON cannot hold ends the text early
-std::string JsonText(const rapidjson::Value& value);
+std::string JsonText(const CRapidJsonUtil::value& value);
 
 /// @return the text as a JSON string, with its quotes
 std::string JsonString(std::string_view text);

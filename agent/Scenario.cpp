@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::uint32_t kAwaitMilliseconds = 5000;
 
-std::uint32_t NumberOf(const rapidjson::Value& value, const char* what) {
+std::uint32_t NumberOf(const CRapidJsonUtil::value& value, const char* what) {
     const auto number = ReadNumber(value);
     if (!number) {
         throw CAgentError(std::string(what) + " is a number from 0 to 4294967295");
@@ -23,7 +23,7 @@ std::uint32_t NumberOf(const rapidjson::Value& value, const char* what) {
 }
 
 // A command, or a whole message that goes to the module as it stands.
-void ReadMessage(const rapidjson::Value& value, SipJson& message) {
+void ReadMessage(const CRapidJsonUtil::value& value, SipJson& message) {
     const bool whole = CRapidJsonUtil::Find(value, "SIP") != nullptr;
     const std::string text = whole ? JsonText(value) : MessageText(ParseCommand(value));
     if (!message.Parse(text.data(), text.size())) {
@@ -32,15 +32,15 @@ void ReadMessage(const rapidjson::Value& value, SipJson& message) {
 }
 
 // The texts are taken out of the object, so that the rest is a command.
-TranscriptPattern ReadPattern(const rapidjson::Value& value) {
+TranscriptPattern ReadPattern(const CRapidJsonUtil::value& value) {
     if (!value.IsObject()) {
         throw CAgentError(R"("await" needs an object such as {"kind":"reply","OC":"0x2242"})");
     }
-    rapidjson::Document copy;
+    CRapidJsonUtil::Document copy;
     copy.CopyFrom(value, copy.GetAllocator());
     TranscriptPattern pattern;
     for (const auto& [key, text] : {std::pair("kind", &pattern.kind), std::pair("step", &pattern.step)}) {
-        const rapidjson::Value* found = CRapidJsonUtil::Find(copy, rapidjson::StringRef(key));
+        const CRapidJsonUtil::value* found = CRapidJsonUtil::Find(copy, rapidjson::StringRef(key));
         if (found != nullptr && !found->IsString()) {
             throw CAgentError(JsonString(key) + " is a text");
         }
@@ -57,11 +57,11 @@ TranscriptPattern ReadPattern(const rapidjson::Value& value) {
 
 struct CScenario::Step {
     std::string_view name;
-    void (CScenario::*run)(const rapidjson::Value& line);
+    void (CScenario::*run)(const CRapidJsonUtil::value& line);
     std::string_view option;  // a second member that the line may have
 };
 
-const CScenario::Step* CScenario::FindStep(const rapidjson::Value& line) {
+const CScenario::Step* CScenario::FindStep(const CRapidJsonUtil::value& line) {
     static constexpr std::array<Step, 9> kSteps = {{{"event", &CScenario::Event, ""},
                                                     {"notice", &CScenario::Notice, ""},
                                                     {"request", &CScenario::Request, ""},
@@ -109,43 +109,43 @@ void CScenario::Run(std::istream& lines, const std::string& name) {
     }
 }
 
-void CScenario::Execute(const rapidjson::Value& line) {
+void CScenario::Execute(const CRapidJsonUtil::value& line) {
     const Step* step = FindStep(line);
     (this->*step->run)(line);
 }
 
-void CScenario::Event(const rapidjson::Value& line) {
+void CScenario::Event(const CRapidJsonUtil::value& line) {
     SipJson message;
     ReadMessage(line["event"], message);
     agent_.SendEvent(message);
 }
 
-void CScenario::Notice(const rapidjson::Value& line) {
+void CScenario::Notice(const CRapidJsonUtil::value& line) {
     SipJson message;
     ReadMessage(line["notice"], message);
     agent_.SendNotice(message);
 }
 
-void CScenario::Request(const rapidjson::Value& line) {
+void CScenario::Request(const CRapidJsonUtil::value& line) {
     SipJson message;
     ReadMessage(line["request"], message);
     agent_.Request(message);
 }
 
-void CScenario::Notify(const rapidjson::Value& line) {
+void CScenario::Notify(const CRapidJsonUtil::value& line) {
     agent_.Notify(NumberOf(line["notify"], "\"notify\""));
 }
 
-void CScenario::Set(const rapidjson::Value& line) {
+void CScenario::Set(const CRapidJsonUtil::value& line) {
     answers_.Set(ParseAnswer(line["set"]));
 }
 
-void CScenario::Wait(const rapidjson::Value& line) {
+void CScenario::Wait(const CRapidJsonUtil::value& line) {
     agent_.Work(std::chrono::milliseconds(NumberOf(line["wait"], "\"wait\"")));
 }
 
-void CScenario::Await(const rapidjson::Value& line) {
-    const rapidjson::Value* limit = CRapidJsonUtil::Find(line, "ms");
+void CScenario::Await(const CRapidJsonUtil::value& line) {
+    const CRapidJsonUtil::value* limit = CRapidJsonUtil::Find(line, "ms");
     const std::uint32_t milliseconds = limit != nullptr ? NumberOf(*limit, "\"ms\"") : kAwaitMilliseconds;
     if (!agent_.Await(ReadPattern(line["await"]), std::chrono::milliseconds(milliseconds))) {
         throw CAgentError("nothing like " + JsonText(line["await"]) + " came within " + std::to_string(milliseconds) +
@@ -153,7 +153,7 @@ void CScenario::Await(const rapidjson::Value& line) {
     }
 }
 
-void CScenario::Restart(const rapidjson::Value& line) {
+void CScenario::Restart(const CRapidJsonUtil::value& line) {
     if (!line["restart"].IsTrue()) {
         throw CAgentError("\"restart\" is true");
     }
@@ -162,22 +162,22 @@ void CScenario::Restart(const rapidjson::Value& line) {
     }
 }
 
-void CScenario::ExecuteAll(const rapidjson::Value& lines) {
-    for (const rapidjson::Value& line : lines.GetArray()) {
+void CScenario::ExecuteAll(const CRapidJsonUtil::value& lines) {
+    for (const CRapidJsonUtil::value& line : lines.GetArray()) {
         Execute(line);
     }
 }
 
-void CScenario::Parallel(const rapidjson::Value& line) {
-    const rapidjson::Value& threads = line["parallel"];
+void CScenario::Parallel(const CRapidJsonUtil::value& line) {
+    const CRapidJsonUtil::value& threads = line["parallel"];
     if (!threads.IsArray()) {
         throw CAgentError("\"parallel\" is an array with an array of lines for each thread");
     }
-    for (const rapidjson::Value& lines : threads.GetArray()) {
+    for (const CRapidJsonUtil::value& lines : threads.GetArray()) {
         if (!lines.IsArray()) {
             throw CAgentError("each thread of \"parallel\" is an array of lines");
         }
-        for (const rapidjson::Value& inner : lines.GetArray()) {
+        for (const CRapidJsonUtil::value& inner : lines.GetArray()) {
             const Step* step = FindStep(inner);
             if (step->run == &CScenario::Parallel || step->run == &CScenario::Restart) {
                 throw CAgentError(JsonString(step->name) + " does not go into \"parallel\"");

@@ -20,19 +20,19 @@ public:
 
 private:
     struct Step;
-    static const Step* FindStep(const rapidjson::Value& line);
-    void Execute(const rapidjson::Value& line);
-    void ExecuteAll(const rapidjson::Value& lines);
+    static const Step* FindStep(const CRapidJsonUtil::value& line);
+    void Execute(const CRapidJsonUtil::value& line);
+    void ExecuteAll(const CRapidJsonUtil::value& lines);
 
-    void Event(const rapidjson::Value& line);
-    void Notice(const rapidjson::Value& line);
-    void Request(const rapidjson::Value& line);
-    void Notify(const rapidjson::Value& line);
-    void Set(const rapidjson::Value& line);
-    void Wait(const rapidjson::Value& line);
-    void Await(const rapidjson::Value& line);
-    void Restart(const rapidjson::Value& line);
-    void Parallel(const rapidjson::Value& line);
+    void Event(const CRapidJsonUtil::value& line);
+    void Notice(const CRapidJsonUtil::value& line);
+    void Request(const CRapidJsonUtil::value& line);
+    void Notify(const CRapidJsonUtil::value& line);
+    void Set(const CRapidJsonUtil::value& line);
+    void Wait(const CRapidJsonUtil::value& line);
+    void Await(const CRapidJsonUtil::value& line);
+    void Restart(const CRapidJsonUtil::value& line);
+    void Parallel(const CRapidJsonUtil::value& line);
 
     CAgent& agent_;
     CAnswerTable& answers_;

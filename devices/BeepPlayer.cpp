@@ -19,7 +19,7 @@ CBeepPlayer::~CBeepPlayer() {
 bool CBeepPlayer::Start(const std::vector<unsigned char>& sequence) {
     const CMutexLock lock(mutex_);
     StopLocked();
-    if (sequence.size() < kShortestSequence) {
+    if (sequence.size() < kShortestSequence || !isOpen_) {
         return false;
     }
     StopLocked();
@@ -37,6 +37,17 @@ bool CBeepPlayer::Start(const std::vector<unsigned char>& sequence) {
 void CBeepPlayer::Stop() {
     const CMutexLock lock(mutex_);
     StopLocked();
+}
+
+void CBeepPlayer::Close() {
+    const CMutexLock lock(mutex_);
+    isOpen_ = false;
+    StopLocked();
+}
+
+void CBeepPlayer::Open() {
+    const CMutexLock lock(mutex_);
+    isOpen_ = true;
 }
 
 void CBeepPlayer::StopLocked() {

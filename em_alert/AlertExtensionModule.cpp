@@ -65,6 +65,7 @@ bool CAlertExtensionModule::Start(CISwitch* agent, unsigned int moduleId) {
     TraceBanner();
     EM_TRACE(1, "\n### Starting module %s ###\n", GetName());
     stopping_ = false;
+    beeper_.Open();
     CExtensionModule::Start(agent, moduleId);
     EM_TRACE(1, "\n\n### Start of module %s completed successfully ###", GetName());
     TraceRule();
@@ -80,18 +81,39 @@ void CAlertExtensionModule::OnSwitchStarted(void* parameter) {
     } catch (...) {
         EM_TRACE(1, "\nEM_ALERT            : ERROR! Exception while loading the configuration!");
     }
-    StartSerialization();
+    isWorkerMissing_ = true;
+    StartMissingWorker();
     EnableEvents(true);
     EM_TRACE(1, "\n\nEM_ALERT            : ## OnSwitchStarted() finished");
     TraceRule();
+}
+
+/// A worker that could not be started when it was due (no memory, too many threads) is tried again for each request.
+/// @return false while there is none
+bool CAlertExtensionModule::StartMissingWorker() {
+    if (!isWorkerMissing_) {
+        return true;
+    }
+    const CMutexLock lock(workerLock_);
+    if (isWorkerMissing_) {
+        isWorkerMissing_ = !StartSerialization();
+    }
+    if (isWorkerMissing_) {
+        EM_TRACE(1, "\nEM_ALERT            : ERROR! The worker thread could not be started!");
+    }
+    return !isWorkerMissing_;
 }
 
 bool CAlertExtensionModule::Stop() {
     TraceBanner();
     EM_TRACE(1, "\n### Stopping module %s ###\n", GetName());
     stopping_ = true;
-    TerminateSerialization();
-    beeper_.Stop();
+    {
+        const CMutexLock lock(workerLock_);
+        isWorkerMissing_ = false;  // nobody starts it any more
+        TerminateSerialization();
+    }
+    beeper_.Close();
     CExtensionModule::Stop();
     EM_TRACE(1, "\n\n### Stop of module %s completed successfully ###", GetName());
     TraceRule();

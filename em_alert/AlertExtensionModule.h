@@ -57,7 +57,7 @@ public:
     bool Start(CISwitch* agent, unsigned int moduleId) override;
 
     /// Stops the worker, whose queued tasks are dropped, and the beep; a mail that is being sent is broken off.
-    /// Settings and pending alerts stay.
+    /// Settings and pending alerts stay, and requests about them are still answered; events are ignored from here on.
     bool Stop() override;
 
     /// Loads the configuration, then starts the worker and enables events: no event meets an unconfigured module.
@@ -146,6 +146,9 @@ private:
                        unsigned int& number) override;
     bool RequestMessageTemplate(std::uint32_t errorCode, std::string& messageTemplate) override;
 
+    // Life cycle (AlertExtensionModule.cpp)
+    bool StartMissingWorker();
+
     // Configuration (ConfigurationLoad.cpp, ConfigurationReplies.cpp)
     void LoadConfiguration();
     void PrepareNotificationFile();
@@ -157,6 +160,8 @@ private:
 
     // Alert triggers (AlertTrigger.cpp)
     void ProcessComponentStatus(SipJson& event);
+    void FollowPendingAlerts(SipJson& event, AlerterSeverity severity);
+    void MailSystemStatus(const SipJson& event, unsigned char systemStatus, unsigned int leastComponentStatus);
     void SendSystemStatusMail(const SipJson& event, unsigned char systemStatus, unsigned int componentStatus);
     void ProcessUpdateAlert(const SipJson& event);
     bool IsUpdateMailWanted(std::uint32_t errorCode) const;
@@ -191,6 +196,9 @@ private:
         return status > 0xFF ? 0 : static_cast<unsigned char>(status);
     }
 
+    /// For a handler of exceptions: memory may be what has run out.
+    static void TrySetStatus(SipJson& message, unsigned int status) noexcept;
+
     bool IsStopping() const { return stopping_.load(std::memory_order_relaxed) || IsSwitchShutdown(); }
 
     CPendingAlerts pendingAlerts_;
@@ -201,4 +209,6 @@ private:
     CAlertSettingsStore settings_;
     CBeepPlayer beeper_;
     std::atomic<bool> stopping_{false};
+    CMutex workerLock_;  // held while the worker is started or stopped
+    std::atomic<bool> isWorkerMissing_{false};
 };

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <exception>
 
 #include "em_alert/AlertExtensionModule.h"
 #include "platform/Trace.h"
@@ -56,6 +57,30 @@ void CAlertExtensionModule::ProcessComponentStatus(SipJson& event) {
     const unsigned char systemStatus = ReadSystemStatus(cabinet);
     const AlerterSeverity severity = SystemStatusToAlertSeverity(systemStatus);
 
+    // An alert that cannot be kept (no memory is left) must be heard all the same, and one that cannot be heard mailed.
+    std::exception_ptr failure;
+    const auto attempt = [&failure](const auto& consequence) {
+        try {
+            consequence();
+        } catch (...) {
+            failure = std::current_exception();
+        }
+    };
+    attempt([&] { FollowPendingAlerts(event, severity); });
+    if (settings->beepAlertEnabled) {
+        EM_TRACE(2, "\nEM_ALERT            : Process beep alert for severity %d", static_cast<int>(severity));
+        attempt([&] { BeepSequenceOn(severity); });
+    }
+    if (settings->mailForStatusAlertEnabled) {
+        attempt([&] { MailSystemStatus(event, systemStatus, settings->mailAlertSeverity); });
+    }
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
+}
+
+/// Keeps the event as a pending alert, or clears the list when all is well again.
+void CAlertExtensionModule::FollowPendingAlerts(SipJson& event, AlerterSeverity severity) {
     if (severity == AlerterSeverityWarning) {
         EM_TRACE(2, "\nEM_ALERT            : Add warning alert to be acknowledged");
         AddPendingAlert(event);
@@ -66,19 +91,14 @@ void CAlertExtensionModule::ProcessComponentStatus(SipJson& event) {
         EM_TRACE(2, "\nEM_ALERT            : System status OK - clear pending alerts");
         ClearPendingAlerts();
     }
+}
 
-    if (settings->beepAlertEnabled) {
-        EM_TRACE(2, "\nEM_ALERT            : Process beep alert for severity %d", static_cast<int>(severity));
-        BeepSequenceOn(severity);
-    }
-
-    if (!settings->mailForStatusAlertEnabled) {
-        return;
-    }
+void CAlertExtensionModule::MailSystemStatus(const SipJson& event, unsigned char systemStatus,
+                                             unsigned int leastComponentStatus) {
     const unsigned int componentStatus = DataNumber(event);
-    if (severity == AlerterSeverityUnknown) {
+    if (SystemStatusToAlertSeverity(systemStatus) == AlerterSeverityUnknown) {
         EM_TRACE(1, "\nEM_ALERT            : ERROR! Mail alert skipped - unknown alert severity!");
-    } else if (settings->mailAlertSeverity > componentStatus) {
+    } else if (leastComponentStatus > componentStatus) {
         // The component's own status number counts here, not the severity that the system's status maps to.
         EM_TRACE(2,
                  "\nEM_ALERT            : eMail alert skipped - component status severity is lower than configured "

@@ -12,6 +12,10 @@ constexpr std::size_t kLongestRefusedSequence = 8;  // bytes
 
 void CAlertExtensionModule::ApplicationReply(SipJson& message) {
     EM_TRACE(3, "\nEM_ALERT            :   -> ApplicationReply()");
+    if (stopping_) {
+        EM_TRACE(2, "\nEM_ALERT            : The module is stopped - message ignored");
+        return;
+    }
     const int command = message.GetCmdIndex();
     const unsigned int opCode = message.GetCmdElemValue(command, "OC", 0);
     try {

@@ -60,8 +60,13 @@ void CExtensionModule::TraceSip(int level, const char* name, const SipJson& mess
 }
 
 void CExtensionModule::TraceSipAs(int level, const char* suffix, const SipJson& message) const {
-    if (IsTracingEnabled()) {
+    if (!IsTracingEnabled()) {
+        return;
+    }
+    try {
         TraceSip(level, (std::string(GetName()) + suffix).c_str(), message);
+    } catch (...) {  // out of memory: a trace is lost, the message is not
+        EM_TRACE(1, "\n%-20s: ## EXCEPTION while tracing a message! ##", GetName());
     }
 }
 

@@ -29,7 +29,7 @@ bool CAlertExtensionModule::ModuleRequest(SipJson& message) {
         }
         DispatchRequest(message);
     } catch (...) {
-        message.SetStatus(kException);
+        TrySetStatus(message, kException);
         const int command = message.GetCmdIndex();
         EM_TRACE(1, "\nEM_ALERT (REQUEST)  : ## EXCEPTION! CABID %04d: OpCode 0x%04X-0x%04X ObjId 0x%04X Status 0x%02X",
                  static_cast<int>(message.GetCmdElemValue(command, "CA", 0)), message.GetCmdElemValue(command, "OC", 0),
@@ -38,6 +38,14 @@ bool CAlertExtensionModule::ModuleRequest(SipJson& message) {
     }
     TraceRequestOut(message, 2);
     return true;
+}
+
+void CAlertExtensionModule::TrySetStatus(SipJson& message, unsigned int status) noexcept {
+    try {
+        message.SetStatus(status);
+    } catch (...) {
+        EM_TRACE(1, "\nEM_ALERT            : ## EXCEPTION while setting status %d! ##", static_cast<int>(status));
+    }
 }
 
 void CAlertExtensionModule::DispatchRequest(SipJson& request) {
@@ -61,7 +69,7 @@ void CAlertExtensionModule::AnswerAcknowledge(SipJson& request) {
 
 /// Leaves the request to the worker, which answers it through the switch.
 void CAlertExtensionModule::QueueRequest(SipJson& request) {
-    request.SetStatus(InsertTask(request, 0, nullptr) ? kAnswerFollows : kFailed);
+    request.SetStatus(StartMissingWorker() && InsertTask(request, 0, nullptr) ? kAnswerFollows : kFailed);
 }
 
 void CAlertExtensionModule::QueueSendMail(SipJson& request) {

@@ -29,7 +29,7 @@ void CAlertExtensionModule::OnTaskExecution(SipJson& request, _TaskPriority /*pr
     try {
         ExecuteTask(request);
     } catch (...) {  // the requester waits for an answer
-        request.SetStatus(kException);
+        TrySetStatus(request, kException);
         ReplySip(request);
         throw;
     }

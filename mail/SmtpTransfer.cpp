@@ -1,5 +1,6 @@
 #include "mail/SmtpTransfer.h"
 
+#include <dlfcn.h>
 #include <string_view>
 
 #include "mail/SMTPClient.h"
@@ -21,6 +22,17 @@ CURL* NewHandle() {
     return initialised == CURLE_OK ? curl_easy_init() : nullptr;
 }
 
+/// Keeps libcurl, not the module, in memory until the process ends: a thread that looks a name up may outlive its
+/// transfer, and it runs in libcurl's code.
+bool IsKeptLoaded() {
+    static const bool isKept = [] {
+        Dl_info library{};
+        return ::dladdr(reinterpret_cast<const void*>(&curl_easy_init), &library) != 0 &&
+               ::dlopen(library.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE) != nullptr;
+    }();
+    return isKept;
+}
+
 }  // namespace
 
 CSmtpTransfer::CSmtpTransfer(const std::atomic<bool>* stopping) : stopping_(stopping), handle_(NewHandle()) {
@@ -38,6 +50,10 @@ void CSmtpTransfer::SetLimits() {
     // Counts for the farewell as well, where the timeout of the transfer no longer does.
     Check(curl_easy_setopt(handle, CURLOPT_SERVER_RESPONSE_TIMEOUT, kTimeout),
           "ERROR! Failed to set CURLOPT_SERVER_RESPONSE_TIMEOUT!");
+    if (IsKeptLoaded()) {
+        // The system's resolver may take minutes: when the time is up, a look-up is left behind, not waited for.
+        Check(curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L), "ERROR! Failed to set CURLOPT_QUICK_EXIT!");
+    }
     // Farewells belong to the transfer: in the clean-up of the handle they would not heed the progress callback.
     Check(curl_easy_setopt(handle, CURLOPT_FORBID_REUSE, 1L), "ERROR! Failed to set CURLOPT_FORBID_REUSE!");
     Check(curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, error_.data()), "ERROR! Failed to set CURLOPT_ERRORBUFFER!");

@@ -39,12 +39,15 @@ void CDebugClient::PrintAlways(const char* format, ...) {
 }
 
 void CDebugClient::PrintToSink(const char* format, va_list arguments) {
-    CIDebugSink* sink = sink_.load(std::memory_order_acquire);
-    if (sink == nullptr) {
-        sink = FindSink();
-    }
-    if (sink != nullptr) {
-        sink->Print(format, arguments, ModuleName());
+    try {
+        CIDebugSink* sink = sink_.load(std::memory_order_acquire);
+        if (sink == nullptr) {
+            sink = FindSink();
+        }
+        if (sink != nullptr) {
+            sink->Print(format, arguments, ModuleName());
+        }
+    } catch (...) {  // the host's own, out of memory: what is traced matters more than its trace
     }
 }
 

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <filesystem>
+#include <cstring>
+#include <dirent.h>
+#include <memory>
 #include <vector>
 
 std::atomic<bool> CDebugTraceConfig::tracingEnabled{false};
@@ -15,16 +17,15 @@ constexpr char kGlobalSection[] = "GlobalDebugSettings";
 /// The names of the trace files in alphabetical order.
 /// @return false when the directory cannot be read
 bool ListTraceFiles(const std::string& directory, std::vector<std::string>& names) {
-    std::error_code error;
-    for (std::filesystem::directory_iterator entry(directory, error), end; !error && entry != end;
-         entry.increment(error)) {
-        const std::string name = entry->path().filename().string();
-        if (name.find(".ini") != std::string::npos) {
-            names.push_back(name);
+    // The iterator of <filesystem> ends the process when it gets no memory.
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(::opendir(directory.c_str()), ::closedir);
+    while (const dirent* entry = entries ? ::readdir(entries.get()) : nullptr) {
+        if (std::strstr(entry->d_name, ".ini") != nullptr) {
+            names.emplace_back(entry->d_name);
         }
     }
     std::sort(names.begin(), names.end());
-    return !error;
+    return entries != nullptr;
 }
 
 bool ReadEnvironment(const char* name, unsigned int& value) {

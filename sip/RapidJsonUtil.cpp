@@ -50,10 +50,13 @@ struct StringStream {
     std::string text;
 };
 
+using Writer = rapidjson::Writer<StringStream, rapidjson::UTF8<>, rapidjson::UTF8<>, CJsonHeap>;
+using PrettyWriter = rapidjson::PrettyWriter<StringStream, rapidjson::UTF8<>, rapidjson::UTF8<>, CJsonHeap>;
+
 }  // namespace
 
-rapidjson::CrtAllocator* CRapidJsonUtil::Heap() {
-    static rapidjson::CrtAllocator heap;  // stateless
+CJsonHeap* CRapidJsonUtil::Heap() {
+    static CJsonHeap heap;
     return &heap;
 }
 
@@ -80,7 +83,7 @@ bool CRapidJsonUtil::Parse(value& to, const char* text, std::size_t length, Allo
     }
     return BuildValue(to, allocator, [&](CValueBuilder& builder) {
         rapidjson::MemoryStream stream(text, length);
-        rapidjson::GenericReader<rapidjson::UTF8<>, rapidjson::UTF8<>> reader(Heap());
+        rapidjson::GenericReader<rapidjson::UTF8<>, rapidjson::UTF8<>, CJsonHeap> reader(Heap());
         constexpr unsigned int kFlags = rapidjson::kParseValidateEncodingFlag;
         // The reader takes a zero byte for the end of the text.
         return !reader.Parse<kFlags>(stream, builder).IsError() && stream.Tell() == length;
@@ -89,7 +92,7 @@ bool CRapidJsonUtil::Parse(value& to, const char* text, std::size_t length, Allo
 
 bool CRapidJsonUtil::Print(std::string& out, const value& from) {
     StringStream stream;
-    rapidjson::Writer<StringStream> writer(stream, Heap());
+    Writer writer(stream, Heap());
     if (!Send(from, writer, kMaxNesting)) {
         return false;
     }
@@ -99,7 +102,7 @@ bool CRapidJsonUtil::Print(std::string& out, const value& from) {
 
 bool CRapidJsonUtil::PrintPretty(std::string& out, const value& from, char indentChar, int indentCount) {
     StringStream stream;
-    rapidjson::PrettyWriter<StringStream> writer(stream, Heap());
+    PrettyWriter writer(stream, Heap());
     const bool blank = indentChar == '\t' || indentChar == '\n' || indentChar == '\r';
     writer.SetIndent(blank ? indentChar : ' ', static_cast<unsigned int>(std::clamp(indentCount, 0, 16)));
     const bool whole = Send(from, writer, kMaxNesting);

@@ -12,13 +12,14 @@
 /// changes the values that are read and each allocator has one user at a time.
 class CRapidJsonUtil {
 public:
-    using value = rapidjson::Value;
-    using Allocator = rapidjson::Document::AllocatorType;
+    using Allocator = rapidjson::MemoryPoolAllocator<CJsonHeap>;
+    using value = rapidjson::GenericValue<rapidjson::UTF8<>, Allocator>;
+    using Document = rapidjson::GenericDocument<rapidjson::UTF8<>, Allocator, CJsonHeap>;
 
     static constexpr int kMaxNesting = 64;
 
     /// The heap below all pools. Pools that are not given one allocate their own.
-    static rapidjson::CrtAllocator* Heap();
+    static CJsonHeap* Heap();
 
     /// Copies `from` with all its strings into memory of `allocator`. `from` and `to` may overlap: `to` is replaced at
     /// the end.

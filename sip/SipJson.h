@@ -125,7 +125,7 @@ public:
     /// @return false, with `out` unchanged, when it is nested deeper than 64 levels
     bool GetJson(std::string& out) const;
 
-    const rapidjson::Document& GetDocument() const { return document_; }
+    const CRapidJsonUtil::Document& GetDocument() const { return document_; }
 
     /// The pool of this message, for values that are put into it by hand:
     /// `CRapidJsonUtil::CopyValue(message.GetCmd(), answer, message.GetAllocator())`. Memory of another pool must never
@@ -144,6 +144,6 @@ private:
 
     std::uint64_t context_ = 0;
     CRapidJsonUtil::Allocator pool_;
-    rapidjson::Document document_;
+    CRapidJsonUtil::Document document_;
     int cmdIndex_ = 0;
 };

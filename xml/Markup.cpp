@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <new>
 #include <span>
 #include <string_view>
 #include <system_error>
@@ -51,21 +52,46 @@ public:
     bool for_each(pugi::xml_node& node) override { return node.type() != pugi::node_element || depth() < kMaxDepth; }
 };
 
-/// Brings every text of a tree into the form that stands in a file. The library's own escaping leaves one of the two
-/// quotes alone and writes references that no XML reader accepts.
-class CEscaper final : public pugi::xml_tree_walker {
-public:
-    bool for_each(pugi::xml_node& node) override {
-        const bool isElementText = node.type() == pugi::node_pcdata;
-        if (*node.value() != '\0') {
-            node.set_value(ToXml(node.value(), isElementText ? XmlPlace::Text : XmlPlace::Verbatim).c_str());
-        }
-        for (pugi::xml_attribute attribute : node.attributes()) {
-            attribute.set_value(ToXml(attribute.value(), XmlPlace::Attribute).c_str());
-        }
+// The library makes elements and attributes without a name when memory ends, and says nothing.
+
+pugi::xml_node AddChild(pugi::xml_node parent, const char* name) {
+    pugi::xml_node added = parent.append_child(pugi::node_element);
+    if (added && !added.set_name(name)) {
+        parent.remove_child(added);
+        return {};
+    }
+    return added;
+}
+
+bool AddAttribute(pugi::xml_node node, const char* name, const std::string& value) {
+    pugi::xml_attribute added = node.append_attribute(name);
+    if (added.set_name(name) && added.set_value(value.c_str())) {
         return true;
     }
-};
+    node.remove_attribute(added);
+    return false;
+}
+
+/// Copies what a node holds into an empty one, with every text in the form that stands in a file. The library's own
+/// escaping leaves one of the two quotes alone and writes references that no XML reader accepts; its own copy leaves
+/// out what there is no memory for.
+/// @return false when memory ended
+bool CopyForFile(const pugi::xml_node& from, pugi::xml_node to) {
+    const XmlPlace place = from.type() == pugi::node_pcdata ? XmlPlace::Text : XmlPlace::Verbatim;
+    if ((*from.name() != '\0' && !to.set_name(from.name())) ||
+        (*from.value() != '\0' && !to.set_value(ToXml(from.value(), place).c_str()))) {
+        return false;
+    }
+    for (const pugi::xml_attribute& attribute : from.attributes()) {
+        if (!AddAttribute(to, attribute.name(), ToXml(attribute.value(), XmlPlace::Attribute))) {
+            return false;
+        }
+    }
+    return std::all_of(from.begin(), from.end(), [&to](const pugi::xml_node& child) {
+        const pugi::xml_node copy = to.append_child(child.type());
+        return copy && CopyForFile(child, copy);
+    });
+}
 
 class CStringWriter final : public pugi::xml_writer {
 public:
@@ -142,6 +168,7 @@ bool CMarkup::Fail(LoadStatus status, std::string text) {
 }
 
 bool CMarkup::Load(const std::string& path) {
+    status_ = LoadStatus::Unreadable;  // should memory end on the way
     std::string text;
     const int error = ReadTextFile(path, text);
     if (error != 0) {
@@ -195,17 +222,19 @@ bool CMarkup::Parse(const std::string& text) {
 
 std::string CMarkup::GetDocFormatted() const {
     pugi::xml_document copy;
-    copy.reset(document_);
-    CEscaper escaper;
-    copy.traverse(escaper);
+    bool isWhole = CopyForFile(document_, copy);
     pugi::xml_node declaration = Declaration(copy);
     if (!declaration) {
         declaration = copy.prepend_child(pugi::node_declaration);
-        declaration.append_attribute("version") = "1.0";
-        declaration.append_attribute("encoding");
+        isWhole = isWhole && AddAttribute(declaration, "version", "1.0") && AddAttribute(declaration, "encoding", "");
     }
     // The text is UTF-8, whatever the file was.
-    declaration.attribute("encoding").set_value("UTF-8");
+    if (pugi::xml_attribute encoding = declaration.attribute("encoding"); encoding) {
+        isWhole = encoding.set_value("UTF-8") && isWhole;
+    }
+    if (!isWhole) {
+        throw std::bad_alloc();
+    }
     CStringWriter writer;
     copy.save(writer, "  ", pugi::format_indent | pugi::format_no_escapes, pugi::encoding_utf8);
     return std::move(writer.Text());
@@ -251,7 +280,7 @@ bool CMarkup::OutOfElem() {
 
 bool CMarkup::AddElem(const char* name) {
     const bool isSecondRoot = position_.parent_.type() == pugi::node_document && !document_.document_element().empty();
-    const pugi::xml_node added = isSecondRoot ? pugi::xml_node() : position_.parent_.append_child(name);
+    const pugi::xml_node added = isSecondRoot ? pugi::xml_node() : AddChild(position_.parent_, name);
     if (added) {
         MoveTo(position_.parent_, added);
     }
@@ -259,7 +288,7 @@ bool CMarkup::AddElem(const char* name) {
 }
 
 bool CMarkup::AddChildElem(const char* name) {
-    const pugi::xml_node added = position_.element_.append_child(name);
+    const pugi::xml_node added = AddChild(position_.element_, name);
     if (added) {
         position_.child_ = added;
     }
@@ -308,10 +337,7 @@ std::string CMarkup::GetAttrib(const char* name) const {
 
 bool CMarkup::SetAttrib(const char* name, const std::string& value) {
     pugi::xml_attribute attribute = position_.element_.attribute(name);
-    if (!attribute) {
-        attribute = position_.element_.append_attribute(name);
-    }
-    return attribute.set_value(value.c_str());
+    return attribute ? attribute.set_value(value.c_str()) : AddAttribute(position_.element_, name, value);
 }
 
 bool CMarkup::RemoveAttrib(const char* name) {

@@ -51,6 +51,7 @@ public:
     bool SetDoc(const std::string& text);
 
     /// The document as UTF-8 text, indented by two blanks a level, always with a declaration.
+    /// @throw std::bad_alloc also when pugixml cannot get memory: never a part of the document
     std::string GetDocFormatted() const;
 
     LoadStatus Status() const { return status_; }

@@ -4,8 +4,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <dirent.h>
 #include <fcntl.h>
-#include <filesystem>
 #include <memory>
 #include <string_view>
 #include <sys/file.h>
@@ -89,22 +89,23 @@ private:
 };
 
 /// Removes the temporary files of writers that died before they could.
-void RemoveLeftovers(const std::filesystem::path& directory, const std::string& prefix) {
-    std::error_code error;
-    for (std::filesystem::directory_iterator entry(directory, error), end; !error && entry != end;
-         entry.increment(error)) {
-        const std::string name = entry->path().filename().string();
+void RemoveLeftovers(const std::string& directory, const std::string& prefix) {
+    // The iterator of <filesystem> ends the process when it gets no memory.
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(::opendir(directory.c_str()), ::closedir);
+    while (const dirent* entry = entries ? ::readdir(entries.get()) : nullptr) {
+        const std::string_view name = entry->d_name;
         if (name.size() != prefix.size() + kRandomPart.size() || !name.starts_with(prefix)) {
             continue;
         }
-        const CUniqueFd fd(::open(entry->path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+        const int folder = ::dirfd(entries.get());
+        const CUniqueFd fd(::openat(folder, entry->d_name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
         if (fd && ::flock(fd.Get(), LOCK_EX | LOCK_NB) == 0) {
-            ::unlink(entry->path().c_str());
+            ::unlinkat(folder, entry->d_name, 0);
         }
     }
 }
 
-int SyncDirectory(const std::filesystem::path& directory) {
+int SyncDirectory(const std::string& directory) {
     const CUniqueFd fd(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     return ErrnoUnless(fd && ::fsync(fd.Get()) == 0);
 }
@@ -147,21 +148,25 @@ int ReadTextFile(const std::string& path, std::string& text) {
 
 int ReplaceTextFile(const std::string& path, const std::string& text) {
     const std::unique_ptr<char, decltype(&::free)> resolved(::realpath(path.c_str(), nullptr), &::free);
-    const std::filesystem::path target = resolved ? resolved.get() : path.c_str();
-    const std::filesystem::path directory = target.has_parent_path() ? target.parent_path() : ".";
-    const std::string prefix = std::string(".").append(target.filename().string()).append(".");
+    if (!resolved && errno != ENOENT) {
+        return errno;  // a link must not be replaced by a file
+    }
+    const std::string target = resolved ? resolved.get() : path;
+    const std::size_t nameAt = target.rfind('/') + 1;  // 0 without a directory
+    const std::string directory = nameAt == 0 ? "." : target.substr(0, nameAt);
+    const std::string prefix = "." + target.substr(nameAt) + ".";
     RemoveLeftovers(directory, prefix);
 
     CTemporaryFile file;
-    int error = file.Create((directory / prefix).string());
+    int error = file.Create((nameAt == 0 ? "" : directory) + prefix);
     if (error == 0) {
-        error = file.TakeOwnerOf(target.string());
+        error = file.TakeOwnerOf(target);
     }
     if (error == 0) {
         error = file.Write(text);
     }
     if (error == 0) {
-        error = file.MoveTo(target.string());
+        error = file.MoveTo(target);
     }
     return error != 0 ? error : SyncDirectory(directory);
 }

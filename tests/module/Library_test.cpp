@@ -1,45 +1,14 @@
 #include <cstdio>
 #include <cstring>
-#include <dlfcn.h>
 #include <fstream>
 #include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
 
-#include "em_alert/EmAlert.h"
-#include "em_alert/ExtensionModule.h"
+#include "LoadedLibrary.h"
 
 namespace {
-
-/// The library as an agent loads it.
-class CLoadedLibrary {
-public:
-    CLoadedLibrary() : handle_(::dlopen(EM_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {
-        EXPECT_NE(handle_, nullptr) << ::dlerror();
-        Find("EM_Create", create);
-        Find("EM_Delete", remove);
-        Find("EM_GetModuleName", name);
-        Find("EM_SetupAction", setupAction);
-    }
-    ~CLoadedLibrary() { EXPECT_EQ(::dlclose(handle_), 0); }
-    CLoadedLibrary(const CLoadedLibrary&) = delete;
-    CLoadedLibrary& operator=(const CLoadedLibrary&) = delete;
-
-    decltype(&EM_Create) create = nullptr;
-    decltype(&EM_Delete) remove = nullptr;
-    decltype(&EM_GetModuleName) name = nullptr;
-    decltype(&EM_SetupAction) setupAction = nullptr;
-
-private:
-    template <typename Function>
-    void Find(const char* symbol, Function& function) {
-        function = reinterpret_cast<Function>(::dlsym(handle_, symbol));
-        ASSERT_NE(function, nullptr) << symbol;
-    }
-
-    void* handle_;
-};
 
 bool IsMapped() {
     std::ifstream maps("/proc/self/maps");

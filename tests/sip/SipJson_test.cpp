@@ -220,13 +220,13 @@ TEST(SipJson, RefusesWhatIsNotOneShallowDocument) {
 
 TEST(SipJson, LeavesOutOfACopyWhatIsNestedTooDeeply) {
     SipJson message = WithCmd(R"({"ST":3,"DA":{}})");
-    rapidjson::Value chain(rapidjson::kArrayType);
+    CRapidJsonUtil::value chain(rapidjson::kArrayType);
     CRapidJsonUtil::Allocator& pool = message.GetAllocator();
     for (int level = 1; level < 100000; ++level) {
-        rapidjson::Value outer(rapidjson::kArrayType);
+        CRapidJsonUtil::value outer(rapidjson::kArrayType);
         chain = outer.PushBack(chain, pool);
     }
-    rapidjson::Value shallow(1);
+    CRapidJsonUtil::value shallow(1);
     EXPECT_FALSE(CRapidJsonUtil::CopyArray(shallow, message.GetCmd(), pool));
     EXPECT_FALSE(CRapidJsonUtil::CopyObject(shallow, chain, pool));
     EXPECT_EQ(shallow.GetInt(), 1);

@@ -13,7 +13,9 @@ The first line on standard output is the port. The server runs until it is kille
                             and 127.0.0.1, valid one day
   --auth USER:PASSWORD      insists on this log-in (PLAIN or LOGIN), with or without TLS; else any log-in is welcome
   --reply STEP=REPLY        answers REPLY ("550 no") instead of carrying the step out; may be repeated
-  --hang STEP               falls silent at the step; may be repeated
+  --hang STEP, --drip STEP, --endless STEP, --reset STEP
+                            at the step falls silent, sends a byte a second, sends a line without end, or resets the
+                            connection; may be repeated
 
 STEP is CONNECT (the greeting), EHLO, HELO, STARTTLS, AUTH, MAIL, RCPT, RCPT:address (this recipient only), DATA, DOT (after
 the final dot) or QUIT. A REPLY of several lines has "\\n" between them. With 421 the server hangs up as well.
@@ -25,14 +27,16 @@ import base64
 import json
 import logging
 import os
+import socket
 import ssl
+import struct
 import subprocess
 import sys
 import warnings
 
 from aiosmtpd.smtp import SMTP, AuthResult
 
-HANG = None
+FAULTS = ("hang", "drip", "endless", "reset")
 
 
 def parse_options():
@@ -43,10 +47,11 @@ def parse_options():
     parser.add_argument("--certificate")
     parser.add_argument("--auth")
     parser.add_argument("--reply", action="append", default=[])
-    parser.add_argument("--hang", action="append", default=[])
+    for fault in FAULTS:
+        parser.add_argument("--" + fault, action="append", default=[])
     options = parser.parse_args()
     options.script = dict(reply.split("=", 1) for reply in options.reply)
-    options.script.update((step, HANG) for step in options.hang)
+    options.faults = {step: fault for fault in FAULTS for step in getattr(options, fault)}
     return options
 
 
@@ -107,8 +112,19 @@ class ScriptedSmtp(SMTP):
             self._smtp_methods[name] = self.wrap(name, method)
 
     async def scripted(self, step):
-        """The reply that the script has for this step; never returns where the script falls silent."""
-        if step in self.options.script and self.options.script[step] is HANG:
+        """The reply that the script has for this step; never returns where it has a fault."""
+        fault = self.options.faults.get(step)
+        if fault == "reset":
+            linger = struct.pack("ii", 1, 0)
+            self.transport.get_extra_info("socket").setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, linger)
+            self.transport.abort()
+        while fault == "endless":
+            self._writer.write(b"2" * 65536)
+            await self._writer.drain()
+        while fault == "drip":
+            self._writer.write(b"2")
+            await asyncio.sleep(1)
+        if fault:
             await asyncio.sleep(3600)
         return self.options.script.get(step)
 

@@ -1,0 +1,185 @@
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <malloc.h>
+#include <netdb.h>
+#include <string_view>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include "AnsweringSwitch.h"
+#include "LoadedLibrary.h"
+#include "support/SmtpServer.h"
+
+namespace {
+
+std::atomic<int> lookUps{0};
+std::atomic<bool> isLookUpOver{false};
+
+}  // namespace
+
+// This program's resolver, which the library's transfers use as well: it does not answer until it is told to.
+extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* name, const char* service,
+                                                                  const addrinfo* hints, addrinfo** found) {
+    static const auto real = reinterpret_cast<decltype(&getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
+    if (std::string_view(name) != "hangs.example") {
+        return real(name, service, hints, found);
+    }
+    ++lookUps;
+    while (!isLookUpOver) {
+        ::usleep(1000);
+    }
+    --lookUps;
+    return EAI_AGAIN;
+}
+
+namespace {
+
+constexpr int kCycles = 50;
+constexpr std::size_t kTaskRecord = 2048;  // bytes at most: what termination drops is not released
+constexpr std::size_t kHeapNoise = 32768;
+
+SipJson Command(const std::string& members) {
+    const std::string text = R"({"SIP":{"V":1,"CMD":[{)" + members + "}]}}";
+    SipJson message;
+    EXPECT_TRUE(message.Parse(text.data(), text.size())) << text;
+    return message;
+}
+
+auto Entries(const char* directory) {
+    return std::distance(std::filesystem::directory_iterator(directory), {});
+}
+
+void WriteNotificationFile(const std::string& host, int port) {
+    const std::filesystem::path file = "/etc/kestrel/HostwardenSuite/ManagedNode/Notifications/Notifications.xml";
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream(file)
+        << "<Notifications><email><Format><Sender><Address>ops@x</Address></Sender><Recipients><Recipient>"
+        << "<Address>anna@x</Address></Recipient></Recipients></Format><SMTP><Server><Host>" << host << "</Host><Port>"
+        << port << "</Port></Server></SMTP></email></Notifications>";
+}
+
+/// Runs `body` in processes of their own; each expects that no test in it fails.
+void RunInProcesses(int processes, const std::function<void()>& body) {
+    std::vector<pid_t> children;
+    for (int i = 0; i < processes; ++i) {
+        children.push_back(::fork());
+        if (children.back() == 0) {
+            body();
+            std::exit(::testing::Test::HasFailure() ? 1 : 0);
+        }
+    }
+    for (const pid_t child : children) {
+        int status = -1;
+        EXPECT_TRUE(::waitpid(child, &status, 0) == child && status == 0) << status;
+    }
+}
+
+/// From load to unload; events and requests go on while the module stops.
+/// @return the number of tasks that the stop dropped
+unsigned int LiveOnce(unsigned int stopAfter) {
+    CAnsweringSwitch agent;
+    const CLoadedLibrary library;
+    CIExtensionModule* module = library.StartModule(agent);
+    std::atomic<unsigned int> queued{0};
+    std::atomic<unsigned int> rounds{0};
+    std::atomic<bool> isDone{false};
+    std::jthread events([&] {
+        while (!isDone) {
+            SipJson event = Command(R"("OC":"0x2322","OE":3,"OI":1,"DA":3)");
+            module->ApplicationReply(event);
+            ++rounds;
+        }
+    });
+    std::jthread requests([&] {
+        while (!isDone) {
+            for (const char* members : {R"("OC":"0x2243")", R"("OC":"0x2240")", R"("OC":"0x2241")",
+                                        R"("OC":"0xE002","OE":"0x0413","DA":"Alerts")"}) {
+                SipJson request = Command(members);
+                module->ModuleRequest(request);
+                queued += request.GetCmdElemValue(0, "ST", 0) == 22 ? 1 : 0;
+            }
+        }
+    });
+    while (rounds < stopAfter) {
+        std::this_thread::yield();
+    }
+    EXPECT_TRUE(module->Stop());
+    isDone = true;
+    events.join();
+    requests.join();
+    EXPECT_TRUE(library.remove());
+    return queued - agent.Replies();
+}
+
+}  // namespace
+
+TEST(LifeCycle, TwoHundredTimesWithTrafficLeaveNothingBehind) {
+    RunInProcesses(4, [] {
+        unsigned int dropped = 0;
+        std::size_t heap = 0;
+        std::ptrdiff_t descriptors = 0;
+        for (int cycle = 0; cycle < kCycles; ++cycle) {
+            dropped += LiveOnce(static_cast<unsigned int>(cycle % 7));
+            if (cycle == kCycles / 5) {
+                dropped = 0;
+                heap = ::mallinfo2().uordblks;
+                descriptors = Entries("/proc/self/fd");
+            }
+        }
+        EXPECT_LE(::mallinfo2().uordblks, heap + dropped * kTaskRecord + kHeapNoise);
+        EXPECT_EQ(Entries("/proc/self/fd"), descriptors);
+        EXPECT_EQ(Entries("/proc/self/task"), 1);
+    });
+}
+
+TEST(LifeCycle, AHostMayExitAtAnyTimeWithoutStop) {
+    const CSmtpServer server({"--hang", "MAIL"});
+    WriteNotificationFile("127.0.0.1", server.Port());
+    for (int i = 0; i < 4; ++i) {
+        RunInProcesses(1, [&] {
+            CAnsweringSwitch agent;
+            const CLoadedLibrary library;
+            CIExtensionModule* module = library.StartModule(agent);
+            std::atomic<bool> isRunning{false};
+            agent.onRequest = [&] { isRunning = true; };
+            SipJson request = Command(R"("OC":"0x2242")");
+            module->ModuleRequest(request);
+            std::thread([module] {
+                for (;;) {
+                    SipJson event = Command(R"("OC":"0x2240")");
+                    module->ModuleRequest(event);
+                }
+            }).detach();
+            while (!isRunning) {
+                std::this_thread::yield();
+            }
+            ::usleep(static_cast<unsigned int>(i) * 30000);
+            std::exit(0);
+        });
+    }
+}
+
+TEST(LifeCycle, ALookUpThatOutlivesTheLibraryDoesNoHarm) {
+    WriteNotificationFile("hangs.example", 25);
+    {
+        CAnsweringSwitch agent;
+        const CLoadedLibrary library;
+        CIExtensionModule* module = library.StartModule(agent);
+        SipJson request = Command(R"("OC":"0x2242")");
+        module->ModuleRequest(request);
+        while (lookUps == 0) {
+            std::this_thread::yield();
+        }
+        EXPECT_TRUE(module->Stop());
+        EXPECT_TRUE(library.remove());
+    }
+    EXPECT_EQ(lookUps, 1);
+    isLookUpOver = true;
+    while (lookUps != 0) {
+        std::this_thread::yield();
+    }
+    ::usleep(100000);  // the thread is still on its way out, through libcurl's code
+}
