@@ -1,0 +1,51 @@
+# What `cmake --install` puts where, and the Debian package that is made of it (`cpack`).
+include(CMakePackageConfigHelpers)
+
+# Everything that is no program goes into a folder of its own, so that "sip" or "platform" stand in nobody's way.
+set(library_dir ${CMAKE_INSTALL_LIBDIR}/em_alert)
+set(header_dir ${CMAKE_INSTALL_INCLUDEDIR}/em_alert)
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/em_alert)
+
+add_library(em_headers INTERFACE)
+target_compile_features(em_headers INTERFACE cxx_std_20)
+target_link_libraries(em_sip PUBLIC em_headers)
+set_target_properties(em_headers PROPERTIES EXPORT_NAME headers)
+set_target_properties(em_sip PROPERTIES EXPORT_NAME sip)
+set_target_properties(em_alert PROPERTIES EXPORT_NAME module)
+install(TARGETS em_headers em_sip em_alert EXPORT em_alert
+  ARCHIVE DESTINATION ${library_dir} INCLUDES DESTINATION ${header_dir}
+  # A folder deeper than where CPack takes a module for a library, and adds scripts that call ldconfig.
+  LIBRARY DESTINATION ${library_dir}/modules)
+install(FILES em_alert/EmAlert.h em_alert/ExtensionModule.h DESTINATION ${header_dir}/em_alert)
+install(FILES platform/DebugSink.h DESTINATION ${header_dir}/platform)
+# SipJson.h with what it includes, and the class that one of its operations fills.
+install(FILES sip/SipJson.h sip/RapidJsonUtil.h sip/RapidJson.h sip/DataStruct.h DESTINATION ${header_dir}/sip)
+
+install(EXPORT em_alert NAMESPACE em_alert:: FILE em_alert-targets.cmake DESTINATION ${package_dir})
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/em_alert-config-version.cmake COMPATIBILITY SameMajorVersion)
+install(FILES cmake/em_alert-config.cmake ${CMAKE_CURRENT_BINARY_DIR}/em_alert-config-version.cmake
+  DESTINATION ${package_dir})
+
+install(TARGETS em-alert-agent)
+install(FILES docs/em-alert-agent.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+# The documents keep their places to each other, for their links.
+install(FILES CHANGELOG.md LICENSE SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN *.md PATTERN minimal-host.cpp)
+
+# One package: a host must be built with the headers and the message class of the very version that it loads, and they
+# are too small to be worth a package of their own. RapidJSON, which only building a host needs, is a suggestion.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME em-alert)
+set(CPACK_PACKAGE_CONTACT "em_alert developers <em-alert@example.net>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "rapidjson-dev, g++, cmake")
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "A shared library that turns component-status and update events into pending
+alerts, beeps on the PC speaker and mails. With it come a stand-alone agent,
+em-alert-agent, to try it and test it, and what is needed to build an agent
+that loads it.")
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/DebianForms.cmake)
+include(CPack)

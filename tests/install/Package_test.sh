@@ -1,0 +1,51 @@
+#!/usr/bin/env bash
+# Makes the Debian package, lets dpkg install it into an empty root that knows which packages the machine has, runs the
+# demo's scenario with the files at their real places, and purges the package: nothing may be left. To be called on a
+# private machine; all stays in a temporary folder.
+#
+#   scripts/private-machine tests/install/Package_test.sh BUILD
+set -euo pipefail
+build=$1
+sources=$(realpath "$(dirname "$0")/../..")
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+root=$work/root
+records=$root/var/lib/dpkg
+
+fail() {
+    echo "$*" >&2
+    exit 1
+}
+
+quietly() {
+    "$@" >"$work/log" 2>&1 || fail "$* failed: $(cat "$work/log")"
+}
+
+quietly cpack --config "$build/CPackConfig.cmake" -B "$work" -D CPACK_CMAKE_GENERATOR=Ninja
+package=$(echo "$work"/*.deb)
+depends=$(dpkg-deb -f "$package" Depends)
+[[ $depends == *libcurl4* && $depends == *libedit2* ]] || fail "These are not all dependencies: $depends"
+
+mkdir -p "$records/info" "$records/updates"
+cp /var/lib/dpkg/status "$records"
+dpkg-query -W -f "$records/info/\${binary:Package}.list\n" | xargs touch
+quietly dpkg --root="$root" --log="$work/dpkg.log" --install "$package"
+
+# Over the machine's /usr, in a mount namespace that ends with the command.
+# shellcheck disable=SC2016
+run='mount -t overlay overlay -o "lowerdir=$1:/usr" /usr; shift; exec "$@"'
+quietly unshare --mount bash -ec "$run" - "$root/usr" "$sources/scripts/demo-files/run" \
+    /usr/bin/em-alert-agent /usr/lib/em_alert/modules/libem_alert.so "$work"
+[ "$(wc -l <"$work/mails.jsonl")" = 3 ] || fail "Not three mails, but: $(cat "$work/mails.jsonl")"
+
+# The manual page as packed is clean, and names each option that the agent names.
+dpkg-deb --fsys-tarfile "$package" | tar -xO ./usr/share/man/man1/em-alert-agent.1.gz | gunzip >"$work/manual"
+groff -mandoc -ww -Tascii -P-cbou "$work/manual" >"$work/page" 2>"$work/warnings"
+[ ! -s "$work/warnings" ] || fail "$(cat "$work/warnings")"
+for option in $("$root/usr/bin/em-alert-agent" --help | grep -o '^  --[a-z-]*'); do
+    grep -q "^     $option\b" "$work/page" || fail "The manual page does not know $option"
+done
+
+quietly dpkg --root="$root" --log="$work/dpkg.log" --purge em-alert
+left=$(find "$root" -mindepth 1 -path "$root/var" -prune -o -print)
+[ -z "$left" ] || fail "The package left behind: $left"
