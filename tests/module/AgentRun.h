@@ -1,17 +1,31 @@
 #pragma once
 
+#include <cctype>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
-#include <regex>
 #include <sstream>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "support/SmtpServer.h"
+
+/// @param whole  not where further digits follow or precede
+inline std::string ReplaceAll(std::string text, const std::string& from, const std::string& to, bool whole = false) {
+    const auto isDigit = [&text](std::size_t at) { return at < text.size() && std::isdigit(text[at]) != 0; };
+    for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos;) {
+        if (whole && (isDigit(at - 1) || isDigit(at + from.size()))) {
+            ++at;
+        } else {
+            text.replace(at, from.size(), to);
+            at += to.size();
+        }
+    }
+    return text;
+}
 
 /// Runs the agent with the library on a private machine, with SMTP servers and a notification file.
 class AgentRun : public ::testing::Test {
@@ -34,8 +48,7 @@ protected:
     /// @param text  @PORT0@, @PORT1@ become the servers' ports
     void WriteNotificationFile(std::string text) const {
         for (std::size_t i = 0; i < servers_.size(); ++i) {
-            text = std::regex_replace(text, std::regex("@PORT" + std::to_string(i) + "@"),
-                                      std::to_string(servers_[i]->Port()));
+            text = ReplaceAll(text, "@PORT" + std::to_string(i) + "@", std::to_string(servers_[i]->Port()));
         }
         std::filesystem::create_directories(kNotificationFile.parent_path());
         std::ofstream(kNotificationFile) << text;
@@ -44,8 +57,7 @@ protected:
     /// The other way round, for texts that are compared.
     std::string WithoutPorts(std::string text) const {
         for (std::size_t i = 0; i < servers_.size(); ++i) {
-            text = std::regex_replace(text, std::regex("\\b" + std::to_string(servers_[i]->Port()) + "\\b"),
-                                      "@PORT" + std::to_string(i) + "@");
+            text = ReplaceAll(text, std::to_string(servers_[i]->Port()), "@PORT" + std::to_string(i) + "@", true);
         }
         return text;
     }

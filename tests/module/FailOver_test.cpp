@@ -43,8 +43,8 @@ protected:
     int Send(const Failure& failure, const std::string& scenario) {
         StartServer(failure.options);
         StartServer({});
-        std::string settings = std::regex_replace(kTwoServers, std::regex("@TLS@"), failure.tls ? "true" : "false");
-        WriteNotificationFile(std::regex_replace(settings, std::regex("@LOGIN@"), failure.login ? kLogin : ""));
+        const std::string settings = ReplaceAll(kTwoServers, "@TLS@", failure.tls ? "true" : "false");
+        WriteNotificationFile(ReplaceAll(settings, "@LOGIN@", failure.login ? kLogin : ""));
         std::ofstream(out_ / "state.json") << R"([{"OC":"0xE001","OE":"0x041B","DA":"$_IDN"}])";
         std::ofstream(out_ / "scenario.jsonl") << scenario;
         return RunAgent(out_ / "state.json", out_ / "scenario.jsonl");
@@ -64,9 +64,10 @@ TEST_P(FailOverAt, TheSecondServerGetsTheMailOnce) {
     EXPECT_EQ(servers_[0]->WaitForMails(0).size(), 0U);
     EXPECT_EQ(servers_[1]->WaitForMails(1).size(), 1U);
     const std::string trace = WithoutPorts(Read(out_ / "trace"));
-    std::smatch line;
-    EXPECT_TRUE(std::regex_search(trace, line, std::regex("ERROR! Server \"smtp://127.0.0.1:@PORT0@\".*"))) << trace;
-    EXPECT_NE(line.str().find(GetParam().trace), std::string::npos) << line.str();
+    const std::size_t start = trace.find("ERROR! Server \"smtp://127.0.0.1:@PORT0@\"");
+    ASSERT_NE(start, std::string::npos) << trace;
+    const std::string line = trace.substr(start, trace.find('\n', start) - start);
+    EXPECT_NE(line.find(GetParam().trace), std::string::npos) << line;
 }
 
 INSTANTIATE_TEST_SUITE_P(Step, FailOverAt, ::testing::ValuesIn(kFailures),

@@ -40,7 +40,7 @@ std::string Transcript(const fs::path& path) {
     });
     std::string text;
     for (const std::string& line : lines) {
-        text += std::regex_replace(line, std::regex(",\"ms\":\\d+"), "") + "\n";
+        text += line.substr(0, line.rfind(",\"ms\":")) + "}\n";
     }
     return text;
 }
@@ -52,7 +52,7 @@ std::string Show(const std::vector<CSmtpServer::Mail>& mails) {
         for (const std::string& address : mail.to) {
             text += "RCPT TO " + address + "\n";
         }
-        text += std::regex_replace(mail.data, std::regex("\r"), "\\r") + "=====\n";
+        text += ReplaceAll(mail.data, "\r", "\\r") + "=====\n";
     }
     return text;
 }
