@@ -11,6 +11,7 @@
 
 #include "AnsweringSwitch.h"
 #include "LoadedLibrary.h"
+#include "support/FakeSwitch.h"
 #include "support/SmtpServer.h"
 
 namespace {
@@ -40,13 +41,6 @@ namespace {
 constexpr int kCycles = 50;
 constexpr std::size_t kTaskRecord = 2048;  // bytes at most: what termination drops is not released
 constexpr std::size_t kHeapNoise = 32768;
-
-SipJson Command(const std::string& members) {
-    const std::string text = R"({"SIP":{"V":1,"CMD":[{)" + members + "}]}}";
-    SipJson message;
-    EXPECT_TRUE(message.Parse(text.data(), text.size())) << text;
-    return message;
-}
 
 auto Entries(const char* directory) {
     return std::distance(std::filesystem::directory_iterator(directory), {});
@@ -88,16 +82,16 @@ unsigned int LiveOnce(unsigned int stopAfter) {
     std::atomic<bool> isDone{false};
     std::jthread events([&] {
         while (!isDone) {
-            SipJson event = Command(R"("OC":"0x2322","OE":3,"OI":1,"DA":3)");
+            SipJson event = MessageOf(R"({"OC":"0x2322","OE":3,"OI":1,"DA":3})");
             module->ApplicationReply(event);
             ++rounds;
         }
     });
     std::jthread requests([&] {
         while (!isDone) {
-            for (const char* members : {R"("OC":"0x2243")", R"("OC":"0x2240")", R"("OC":"0x2241")",
-                                        R"("OC":"0xE002","OE":"0x0413","DA":"Alerts")"}) {
-                SipJson request = Command(members);
+            for (const char* members : {R"({"OC":"0x2243"})", R"({"OC":"0x2240"})", R"({"OC":"0x2241"})",
+                                        R"({"OC":"0xE002","OE":"0x0413","DA":"Alerts"})"}) {
+                SipJson request = MessageOf(members);
                 module->ModuleRequest(request);
                 queued += request.GetCmdElemValue(0, "ST", 0) == 22 ? 1 : 0;
             }
@@ -145,11 +139,11 @@ TEST(LifeCycle, AHostMayExitAtAnyTimeWithoutStop) {
             CIExtensionModule* module = library.StartModule(agent);
             std::atomic<bool> isRunning{false};
             agent.onRequest = [&] { isRunning = true; };
-            SipJson request = Command(R"("OC":"0x2242")");
+            SipJson request = MessageOf(R"({"OC":"0x2242"})");
             module->ModuleRequest(request);
             std::thread([module] {
                 for (;;) {
-                    SipJson event = Command(R"("OC":"0x2240")");
+                    SipJson event = MessageOf(R"({"OC":"0x2240"})");
                     module->ModuleRequest(event);
                 }
             }).detach();
@@ -168,7 +162,7 @@ TEST(LifeCycle, ALookUpThatOutlivesTheLibraryDoesNoHarm) {
         CAnsweringSwitch agent;
         const CLoadedLibrary library;
         CIExtensionModule* module = library.StartModule(agent);
-        SipJson request = Command(R"("OC":"0x2242")");
+        SipJson request = MessageOf(R"({"OC":"0x2242"})");
         module->ModuleRequest(request);
         while (lookUps == 0) {
             std::this_thread::yield();

@@ -1,0 +1,109 @@
+#include <cerrno>
+#include <iterator>
+
+#include "StartedModule.h"
+
+// What the machine lacks, the loaded library lacks as well: this program's own heap goes before the C library's. Not
+// for sanitizers, which have one of theirs.
+
+namespace {
+
+/// How many allocations of this thread still succeed; negative: all. What follows fails once, or until Restore.
+struct Memory {
+    int left = -1;
+    bool once = true;
+    bool failed = false;
+};
+thread_local constinit Memory memory;
+
+bool HasMemory() {
+    if (memory.left < 0) {
+        return true;
+    }
+    if (memory.left > 0) {
+        --memory.left;
+        return true;
+    }
+    memory.left = memory.once ? -1 : 0;
+    memory.failed = true;
+    errno = ENOMEM;
+    return false;
+}
+
+/// Lets the allocations of this thread fail from number `left` on.
+void Limit(int left, bool once) {
+    memory = {left, once, false};
+}
+
+/// @return whether an allocation had failed
+bool Restore() {
+    memory.left = -1;
+    return memory.failed;
+}
+
+}  // namespace
+
+#define EXPORTED extern "C" __attribute__((visibility("default")))
+
+extern "C" void* __libc_malloc(std::size_t);               // NOLINT(bugprone-reserved-identifier)
+extern "C" void* __libc_calloc(std::size_t, std::size_t);  // NOLINT(bugprone-reserved-identifier)
+extern "C" void* __libc_realloc(void*, std::size_t);       // NOLINT(bugprone-reserved-identifier)
+
+EXPORTED void* malloc(std::size_t size) noexcept {
+    return HasMemory() ? __libc_malloc(size) : nullptr;
+}
+EXPORTED void* calloc(std::size_t count, std::size_t size) noexcept {
+    return HasMemory() ? __libc_calloc(count, size) : nullptr;
+}
+EXPORTED void* realloc(void* old, std::size_t size) noexcept {
+    return HasMemory() ? __libc_realloc(old, size) : nullptr;
+}
+
+using NoMemory = StartedModule;
+
+/// Each call again and again, with each of its allocations failing in turn, alone and with all that follow.
+TEST_F(NoMemory, InACallCostsNoMoreThanTheCall) {
+    const std::string event = R"("OC":"0x2322","OE":3,"OI":1,"DA":3)";
+    const std::string update = R"("OC":"0x3341","DA":{"RAW":[26,0,1,0,0,0,41,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0]})";
+    const std::string notice = R"("OC":"0xE002","OE":"0x0416","DA":"a subject that no short string holds")";
+    for (const bool once : {true, false}) {
+        for (const std::string& members : {event, update, notice}) {
+            for (int left = 0;; ++left) {
+                SipJson message = MessageOf("{" + members + "}");
+                Limit(left, once);
+                module_->ApplicationReply(message);
+                if (!Restore()) {
+                    break;
+                }
+            }
+        }
+        for (const std::string members : {R"("OC":"0x2240")", R"("OC":"0x2241")", R"("OC":"0xE001","OE":"0x0414")",
+                                          R"("OC":"0xE002","OE":"0x0413","DA":"a name that no short string holds")"}) {
+            for (int left = 0;; ++left) {
+                SipJson message = MessageOf("{" + members + "}");
+                Limit(left, once);
+                EXPECT_TRUE(module_->ModuleRequest(message));
+                if (!Restore()) {
+                    EXPECT_EQ(message.GetCmdElemValue(0, "ST", 999), 0U) << members;
+                    break;
+                }
+            }
+        }
+    }
+    Event(event);
+    EXPECT_EQ(Request(R"("OC":"0x2240")"), kPending);
+    std::ifstream file(kFile);
+    EXPECT_NE(std::string(std::istreambuf_iterator<char>(file), {}).find("<Address>anna@x<"), std::string::npos);
+}
+
+TEST_F(NoMemory, InATaskIsAnswered) {
+    unsigned int failures = 0;
+    bool hasFailed = true;
+    for (int left = 0; hasFailed; left += 7) {
+        agent_.onRequest = [left] { Limit(left, true); };
+        agent_.onReply = [&hasFailed] { hasFailed = Restore(); };
+        EXPECT_EQ(Request(R"("OC":"0x2242","OE":0)").first, 22U);
+        ASSERT_TRUE(agent_.AwaitReplies(++failures));
+        EXPECT_TRUE(agent_.LastStatus() == 13 || agent_.LastStatus() == 0);
+    }
+}
