@@ -169,19 +169,12 @@ TEST_F(AgentTest, TellsWhatIsWrong) {
         std::string state, scenario, words;
     } kCases[] = {
         {"", "", "state.json, line 1: the state is an array of answers"},
-        {"[{\"OC\":1},\n{\"OE\":1}]", "", "state.json, line 2: an answer needs \"OC\""},
         {"[{\"OC\":1},\n\n{\"OC\":x}]", "", "state.json, line 3: not valid JSON at character 19: Invalid value."},
-        {"[{\"OC\":1}] 1", "", "state.json, line 1: something follows the end of the array"},
         {"[{\"OC\":1} {}]", "", "state.json, line 1: a comma or the end of the array is missing"},
         {"[{\"OC\":1,\"DA\":" + deep + "]", "", "state.json, line 1: nested deeper than 64 levels"},
-        {"[]", "\n{\"event\":" + deep + "}", "run.jsonl, line 2: nested deeper than 64 levels"},
         {"[]", "{\"wait\":0}\n{\"event\":{\"OD\":1}}", "run.jsonl, line 2: a command has no \"OD\""},
-        {"[]", "{\"event\":{\"OC\":\"0x\"}}", "run.jsonl, line 1: \"OC\" is a number"},
         {"[]", "{\"event\":{\"OC\":4294967296}}", "run.jsonl, line 1: \"OC\" is a number"},
-        {"[]", "{\"event\":[]}", "run.jsonl, line 1: a command is an object"},
-        {"[]", "{\"wait\":1,\"ms\":1}", "run.jsonl, line 1: \"ms\" does not go with \"wait\""},
         {"[]", "{\"wiat\":1}", "run.jsonl, line 1: no step is known in this line; the steps are event, notice"},
-        {"[]", "{\"restart\":1}", "run.jsonl, line 1: \"restart\" is true"},
         {"[]", "{\"parallel\":[[{\"restart\":true}]]}", "line 1: \"restart\" does not go into \"parallel\""},
         {"[]", "{\"await\":{\"kind\":\"reply\",\"ST\":0},\"ms\":10}",
          "line 1: nothing like {\"kind\":\"reply\",\"ST\":0} came within 10 ms"},
@@ -214,9 +207,6 @@ TEST_F(AgentTest, RefusesAWrongCommandLine) {
     } kCases[] = {
         {"", "--module LIB is needed"},
         {"--module x --scenario -", "a scenario needs --state FILE"},
-        {"--module x --transcript -", "give --transcript a file"},
-        {"--module x --state y z", "\"z\" is one argument too many"},
-        {"--modul", "--modul needs a value"},
         {"--speed 3", "--speed is not an option"},
         {"--module x --state y --cabinet 1x", "--cabinet takes a number from 0 to 4294967295, not \"1x\""},
     };
@@ -235,21 +225,6 @@ TEST_F(AgentTest, PassesTracesAndRunModeOn) {
     EXPECT_EQ(Run("[]", "", "--trace 4").status, 0);
     ::unsetenv("LUME_LOG_DEBUG_LEVEL");
     EXPECT_EQ(Text("traces"), "\nFAKE: level 2, mode 0");
-}
-
-TEST_F(AgentTest, TellsAStory) {
-    const Outcome run = Run(kEventsOn, R"({"event":{"OC":"0x2322","CA":0,"DA":3}}
-{"request":{"OC":"0xE002","OE":"0x0439","DA":"secret"}}
-)",
-                            "--story");
-    EXPECT_EQ(LinesWith(run.output, R"(value "beep alert" (0xE001-0x0400). Answer: status 0 (done), data 1)").size(),
-              1U)
-        << run.output;
-    EXPECT_EQ(LinesWith(run.output, "The module fires the event pending alert (0x2240)").size(), 1U);
-    EXPECT_EQ(LinesWith(run.output, "The library is gone from memory").size(), 1U);
-    EXPECT_EQ(
-        LinesWith(run.output, R"("password" (0xE002-0x0439): status 20 (not for this server), data hidden)").size(),
-        1U);
 }
 
 }  // namespace

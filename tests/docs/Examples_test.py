@@ -43,7 +43,7 @@ class Examples:
         self.options = options
         self.folder = folder
         self.failures = 0
-        server = [sys.executable, options.sources / "tests/support/smtp_server.py", "--mails", folder / "mails"]
+        server = [sys.executable, options.sources / "scripts/smtp-server", "--mails", folder / "mails"]
         self.server = subprocess.Popen(server, stdout=subprocess.PIPE, text=True)
         self.port = self.server.stdout.readline().strip()
         (folder / "libem_alert.so").symlink_to(options.module)

@@ -1,7 +1,6 @@
 #include <csignal>
 #include <random>
 #include <sched.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,7 +8,6 @@
 
 #include "notification/FileLock.h"
 #include "notification/NotificationConfig.h"
-#include "support/PrivateNamespace.h"
 #include "support/TraceCapture.h"
 #include "xml/TempDirectory.h"
 
@@ -41,11 +39,6 @@ bool AddOne(const std::string& directory) {
     config.Load();
     config.GetSenderDescription(number);
     return config.SetSenderDescription(std::to_string(std::stoi(number) + 1)) && config.Save();
-}
-
-/// Mounts a file system of one page over a directory, for the calling (child) process alone.
-bool MountTinyDisk(const std::string& path) {
-    return EnterPrivateNamespace(0) && ::mount("none", path.c_str(), "tmpfs", 0, "size=4k") == 0;
 }
 
 }  // namespace
@@ -138,25 +131,4 @@ TEST(NotificationFile, SaveTakesModeAndOwnerOfTheOldFileAndKeepsLinks) {
     ASSERT_TRUE(config.SetSender("c@d") && config.Save() && ::lstat((directory / "real.xml").c_str(), &status) == 0);
     EXPECT_TRUE((status.st_mode & 07777) == 0640U && status.st_uid == owner);
     EXPECT_NE(ReadFile(directory / "real.xml").find("c@d"), std::string::npos);
-}
-
-TEST(NotificationFile, AFailedSaveIsTracedAndLeavesTheOldFile) {
-    const CTempDirectory directory;
-    const CTraceCapture trace(1);
-    WriteFile(directory / "file", "");
-    CNotificationConfig nowhere(directory / "file/below");
-    EXPECT_FALSE(nowhere.Save());
-    EXPECT_TRUE(
-        trace.Has("\nCNotificationConfig : ERROR! FAILED to create directory \"" + (directory / "file/below\"!")));
-    EXPECT_TRUE(IsChildFine(StartChild([&] {
-        CNotificationConfig config(directory / "");
-        const bool isFull = MountTinyDisk(directory / "") && config.SetSender("a@b") && config.Save();
-        const std::string old = ReadFile(config.Path());
-        const bool isRefused = isFull && config.SetSender("c@d") && !config.Save() && ReadFile(config.Path()) == old &&
-                               directory.FileCount() == 1 &&
-                               trace.Has("\nCNotificationConfig :   No space left on device");
-        ::mount("none", (directory / "").c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr);
-        return isRefused && !config.Save() && trace.Has("\nCNotificationConfig :   Read-only file system") &&
-               trace.Count("\nCNotificationConfig : ERROR! FAILED to save file \"" + config.Path() + "\"!") == 2;
-    })));
 }

@@ -65,7 +65,7 @@ CSmtpServer::CSmtpServer(std::vector<std::string> options) {
         throw std::runtime_error("no directory for the SMTP server");
     }
     directory_ = name;
-    const auto script = std::filesystem::path(__FILE__).parent_path() / "smtp_server.py";
+    const auto script = std::filesystem::path(__FILE__).parent_path() / "../../scripts/smtp-server";
     std::vector<std::string> arguments{
         "python3",       script,       "--mails", directory_ + "/mails", "--commands", directory_ + "/commands",
         "--certificate", Certificate()};

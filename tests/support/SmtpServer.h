@@ -4,7 +4,7 @@
 #include <sys/types.h>
 #include <vector>
 
-/// Runs smtp_server.py (its head describes the options) while it lives: a real SMTP server on a port of its own.
+/// Runs scripts/smtp-server (its head describes the options) while it lives: a real SMTP server on a port of its own.
 class CSmtpServer {
 public:
     struct Mail {
