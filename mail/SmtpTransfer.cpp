@@ -1,6 +1,5 @@
 #include "mail/SmtpTransfer.h"
 
-#include <dlfcn.h>
 #include <string_view>
 
 #include "mail/SMTPClient.h"
@@ -16,26 +15,9 @@ void Check(CURLcode result, const char* failure) {
     }
 }
 
-CURL* NewHandle() {
-    // Not undone at unload: a host that ends without deleting the module may still have a transfer running then.
-    static const CURLcode initialised = curl_global_init(CURL_GLOBAL_DEFAULT);
-    return initialised == CURLE_OK ? curl_easy_init() : nullptr;
-}
-
-/// Keeps libcurl, not the module, in memory until the process ends: a thread that looks a name up may outlive its
-/// transfer, and it runs in libcurl's code.
-bool IsKeptLoaded() {
-    static const bool isKept = [] {
-        Dl_info library{};
-        return ::dladdr(reinterpret_cast<const void*>(&curl_easy_init), &library) != 0 &&
-               ::dlopen(library.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE) != nullptr;
-    }();
-    return isKept;
-}
-
 }  // namespace
 
-CSmtpTransfer::CSmtpTransfer(const std::atomic<bool>* stopping) : stopping_(stopping), handle_(NewHandle()) {
+CSmtpTransfer::CSmtpTransfer(const std::atomic<bool>* stopping) : stopping_(stopping), handle_(CCurlUse::NewHandle()) {
     if (handle_) {
         SetLimits();
     }
@@ -50,7 +32,7 @@ void CSmtpTransfer::SetLimits() {
     // Counts for the farewell as well, where the timeout of the transfer no longer does.
     Check(curl_easy_setopt(handle, CURLOPT_SERVER_RESPONSE_TIMEOUT, kTimeout),
           "ERROR! Failed to set CURLOPT_SERVER_RESPONSE_TIMEOUT!");
-    if (IsKeptLoaded()) {
+    if (CCurlUse::OutlivesModule()) {
         // The system's resolver may take minutes: when the time is up, a look-up is left behind, not waited for.
         Check(curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L), "ERROR! Failed to set CURLOPT_QUICK_EXIT!");
     }

@@ -7,6 +7,7 @@
 
 #include <curl/curl.h>
 
+#include "mail/CurlUse.h"
 #include "mail/MailEnvelope.h"
 #include "mail/SmtpDialogue.h"
 
@@ -42,11 +43,12 @@ private:
         void operator()(curl_slist* list) const { curl_slist_free_all(list); }
     };
 
-    bool IsStopping() const { return stopping_ != nullptr && *stopping_; }
+    bool IsStopping() const { return CCurlUse::MustEnd() || (stopping_ != nullptr && *stopping_); }
     void SetLimits();
     void TraceFailure(CURLcode result) const;
     static int OnProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
 
+    const CCurlUse use_;  // first: ends when all else has
     const std::atomic<bool>* stopping_;
     std::string url_;
     std::string error_ = std::string(CURL_ERROR_SIZE, '\0');

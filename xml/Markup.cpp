@@ -52,6 +52,11 @@ public:
     bool for_each(pugi::xml_node& node) override { return node.type() != pugi::node_element || depth() < kMaxDepth; }
 };
 
+/// Anything else there is no XML, and readers that look for "encoding" in it read on in another character set.
+bool BelongsToDeclaration(std::string_view attribute) {
+    return attribute == "version" || attribute == "encoding" || attribute == "standalone";
+}
+
 // The library makes elements and attributes without a name when memory ends, and says nothing.
 
 pugi::xml_node AddChild(pugi::xml_node parent, const char* name) {
@@ -83,6 +88,9 @@ bool CopyForFile(const pugi::xml_node& from, pugi::xml_node to) {
         return false;
     }
     for (const pugi::xml_attribute& attribute : from.attributes()) {
+        if (from.type() == pugi::node_declaration && !BelongsToDeclaration(attribute.name())) {
+            continue;
+        }
         if (!AddAttribute(to, attribute.name(), ToXml(attribute.value(), XmlPlace::Attribute))) {
             return false;
         }
