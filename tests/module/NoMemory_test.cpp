@@ -1,5 +1,6 @@
 #include <cerrno>
 #include <iterator>
+#include <new>
 
 #include "StartedModule.h"
 
@@ -106,4 +107,35 @@ TEST_F(NoMemory, InATaskIsAnswered) {
         ASSERT_TRUE(agent_.AwaitReplies(++failures));
         EXPECT_TRUE(agent_.LastStatus() == 13 || agent_.LastStatus() == 0);
     }
+}
+
+TEST_F(NoMemory, AtTheStartCostsNoMoreThanSettings) {
+    EXPECT_TRUE(module_->Stop() && library_.remove());
+    for (int left = 0, failures = 1; failures != 0; left += 19) {
+        failures = 0;
+        Limit(left, false);
+        const bool isCreated = [this] {
+            try {
+                return library_.create(&module_, nullptr);
+            } catch (const std::bad_alloc&) {
+                return false;
+            }
+        }();
+        failures += Restore() ? 1 : 0;
+        if (!isCreated) {
+            continue;
+        }
+        Limit(left, false);
+        EXPECT_TRUE(module_->Start(&agent_, 1));
+        module_->OnSwitchStarted(nullptr);
+        failures += Restore() ? 1 : 0;
+        Event();
+        EXPECT_EQ(Request(R"("OC":"0x2240")"), kPending) << left;
+        EXPECT_EQ(Request(R"("OC":"0x2243")").first, 22U) << left;
+        Limit(left % 5, false);
+        EXPECT_TRUE(module_->Stop());
+        EXPECT_TRUE(library_.remove());
+        Restore();
+    }
+    module_ = library_.StartModule(agent_);
 }
