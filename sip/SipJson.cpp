@@ -10,9 +10,7 @@ namespace {
 
 using value = SipJson::value;
 
-// With the headers of pool and heap these take 2 KiB and 1 KiB. A copy is seldom written to, and many may be kept.
-constexpr std::size_t kBuiltChunk = 2016;
-constexpr std::size_t kCopyChunk = 992;
+constexpr std::size_t kFurtherChunk = 992;  // 1 KiB on the heap, with its headers
 constexpr std::size_t kParseChunk = 16384;
 constexpr std::size_t kParseStack = 128;
 
@@ -31,16 +29,22 @@ bool SendEnvelope(CValueBuilder& builder) {
     return builder.EndObject(2);
 }
 
+/// A short name costs no memory of its own, and a message must not point into a library that may be unloaded.
+inline void AddMember(value& object, const value::StringRefType& key, value&& v, CRapidJsonUtil::Allocator& pool) {
+    object.AddMember(value(key, pool), v, pool);
+}
+
 }  // namespace
 
-SipJson::SipJson(std::size_t chunkBytes)
-    : pool_(chunkBytes, CRapidJsonUtil::Heap()), document_(&pool_, kParseStack, CRapidJsonUtil::Heap()) {}
+SipJson::SipJson(WithoutDocument /*tag*/)
+    : pool_(ownMemory_, sizeof ownMemory_, kFurtherChunk, CRapidJsonUtil::Heap()),
+      document_(&pool_, kParseStack, CRapidJsonUtil::Heap()) {}
 
-SipJson::SipJson() : SipJson(kBuiltChunk) {
+SipJson::SipJson() : SipJson(WithoutDocument()) {
     JsonInit();
 }
 
-SipJson::SipJson(const SipJson& other) : SipJson(kCopyChunk) {
+SipJson::SipJson(const SipJson& other) : SipJson(WithoutDocument()) {
     *this = other;
 }
 
@@ -121,9 +125,11 @@ value& SipJson::Commands() {
 }
 
 value& SipJson::GetCmd() {
+    if (const value* existing = FindCmd(cmdIndex_)) {
+        return const_cast<value&>(*existing);
+    }
     value& commands = Commands();
-    const bool exists = cmdIndex_ >= 0 && static_cast<unsigned>(cmdIndex_) < commands.Size();
-    const bool served = exists || (cmdIndex_ >= 0 && cmdIndex_ <= kMaxCreatedIndex);
+    const bool served = cmdIndex_ >= 0 && cmdIndex_ <= kMaxCreatedIndex;
     const unsigned index = served ? static_cast<unsigned>(cmdIndex_) : 0;
     if (commands.Capacity() == 0) {
         commands.Reserve(index + 1, pool_);  // most messages have one command; the default is room for 16
@@ -134,24 +140,27 @@ value& SipJson::GetCmd() {
     return commands[index];
 }
 
-void SipJson::SetMember(value& object, const char* key, value&& v) {
-    value* member = CRapidJsonUtil::Find(object, rapidjson::StringRef(key));
+void SipJson::SetMember(value& object, const value::StringRefType& key, value&& v) {
+    value* member = CRapidJsonUtil::Find(object, key);
     if (member != nullptr) {
         *member = v;
     } else {
-        // A short name costs no memory of its own, and a message must not point into a library that may be unloaded.
-        object.AddMember(value(key, pool_), v, pool_);
+        AddMember(object, key, std::move(v), pool_);
     }
 }
 
 void SipJson::SetCmd(value& cmd, unsigned oc, unsigned oe, unsigned oi, unsigned ca, unsigned st) {
     cmd.SetObject();
-    SetCmdElemValue(cmd, "OC", oc, false);
-    SetCmdElemValue(cmd, "OE", oe, true);
-    SetCmdElemValue(cmd, "OI", oi, true);
-    SetCmdElemValue(cmd, "CA", ca, false);
+    AddMember(cmd, "OC", value(oc), pool_);
+    if (oe != 0) {
+        AddMember(cmd, "OE", value(oe), pool_);
+    }
+    if (oi != 0) {
+        AddMember(cmd, "OI", value(oi), pool_);
+    }
+    AddMember(cmd, "CA", value(ca), pool_);
     if (st != kNoStatus) {
-        SetCmdElemValue(cmd, "ST", st, false);
+        AddMember(cmd, "ST", value(st), pool_);
     }
 }
 
@@ -162,7 +171,7 @@ bool SipJson::SetCmdElemValue(value& elem, const char* key, unsigned v, bool omi
     if (v == 0 && omitZero) {
         elem.EraseMember(key);
     } else {
-        SetMember(elem, key, value(v));
+        SetMember(elem, rapidjson::StringRef(key), value(v));
     }
     return true;
 }
@@ -229,8 +238,8 @@ void SipJson::SetData(value&& data, unsigned st) {
     value& cmd = GetCmd();
     if (cmd.IsObject()) {
         SetMember(cmd, "DA", std::move(data));
+        SetMember(cmd, "ST", value(st));
     }
-    SetStatus(st);
 }
 
 void SipJson::SetDataUIntValue(unsigned v, unsigned st) {
