@@ -21,7 +21,8 @@ enum class Clock {
 /// One side of a row: gets things ready, then measures with one of the functions below.
 using Side = std::function<void(benchmark::State&)>;
 
-void AddRow(const std::string& name, Clock clock, const Side& project, const Side& floor);
+/// @param iterations  of one repetition; 0 lets the run find out how many it takes
+void AddRow(const std::string& name, Clock clock, const Side& project, const Side& floor, int iterations = 0);
 
 /// A row for exact counts of the project's side, which has no floor: sets counters of its state, once.
 void AddCount(const std::string& name, const std::function<void(benchmark::State&)>& project);
@@ -54,5 +55,9 @@ inline double SecondsSince(std::chrono::steady_clock::time_point begin) {
 
 // The families of rows, each in a source of its own.
 void AddAlertRows();
+void AddIniRows();
+void AddMailRows();
+void AddMailTextRows();
 void AddMessageRows();
+void AddNotificationRows();
 void AddTaskRows();

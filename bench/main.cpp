@@ -6,9 +6,13 @@
 
 /// Takes the options of Google Benchmark, which follow the defaults here and so win over them.
 int main(int argc, char** argv) {
+    AddMailRows();
     AddMessageRows();
     AddAlertRows();
     AddTaskRows();
+    AddMailTextRows();
+    AddNotificationRows();
+    AddIniRows();
 
     std::string defaults[] = {"--benchmark_enable_random_interleaving=true", "--benchmark_repetitions=15",
                               "--benchmark_min_time=0.02", "--benchmark_report_aggregates_only=true"};
