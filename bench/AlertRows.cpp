@@ -2,25 +2,10 @@
 
 #include "bench/BareMessage.h"
 #include "bench/Row.h"
+#include "bench/WarningSwitch.h"
 #include "em_alert/AlertExtensionModule.h"
 
 namespace {
-
-constexpr unsigned int kWarning = 2;
-
-/// An agent that reports a warning whenever it is asked for the system's status.
-class CWarningSwitch final : public CISwitch {
-public:
-    void AsyncRequest(CIExtensionModule*, SipJson&, unsigned int) override {}
-    void SyncRequest(CIExtensionModule*, SipJson& message, unsigned int) override {
-        message.SetDataUIntValue(kWarning, 0);
-    }
-    bool DeliverMessage(CIExtensionModule*, SipJson&) override { return true; }
-    bool EnableEvents(CIExtensionModule*, bool) override { return true; }
-    bool DisableEvents(CIExtensionModule*) override { return true; }
-    bool ForwardEvent(CIExtensionModule*, SipJson&, unsigned int, unsigned int) override { return true; }
-    unsigned int GetRunMode() override { return 0; }
-};
 
 void EventProject(benchmark::State& state) {
     CWarningSwitch agent;
@@ -40,7 +25,7 @@ void EventFloor(benchmark::State& state) {
     const SipJson event = StatusEvent();
     std::list<CBareMessage> alerts;
     const auto deliver = [&] {
-        const CBareMessage request({0x230F, 0, 0, 0, 0, kWarning});
+        const CBareMessage request({0x230F, 0, 0, 0, 0, CWarningSwitch::kWarning});
         benchmark::DoNotOptimize(request);
         alerts.emplace_back(event.GetDocument());
         if (alerts.size() > CPendingAlerts::kCapacity) {

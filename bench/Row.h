@@ -13,7 +13,7 @@
 /// with bench/goals.
 
 enum class Clock {
-    Cpu,     ///< of the measuring thread: for work that neither waits nor uses other threads
+    Cpu,  ///< of the measuring thread, which stays on one processor: for work that neither waits nor uses other threads
     Real,    ///< from begin to end
     Manual,  ///< what the side reports itself, see MeasureReported
 };
@@ -56,6 +56,7 @@ inline double SecondsSince(std::chrono::steady_clock::time_point begin) {
 // The families of rows, each in a source of its own.
 void AddAlertRows();
 void AddIniRows();
+void AddLibraryRows();
 void AddMailRows();
 void AddMailTextRows();
 void AddMessageRows();

@@ -191,6 +191,7 @@ private:
             return;
         }
         const StringType wanted = Lowered(find, lower);
+        const bool mayBeginOne = replacement.find(wanted.front()) != View::npos;
         StringType result;
         StringType searched;           // the end of `result` in which an occurrence may begin, as it is compared
         std::vector<View> insertions;  // what is left of each inserted text, the innermost last
@@ -220,7 +221,7 @@ private:
                 result.resize(result.size() - wanted.size());
                 searched.resize(searched.size() - wanted.size());
             }
-            if (inserted == Inserted::Skipped) {
+            if (inserted == Inserted::Skipped || (!mayBeginOne && !MayGoOn(searched, wanted, std::identity()))) {
                 result += replacement;
                 searched.clear();
             } else if (!replacement.empty()) {
