@@ -29,11 +29,6 @@ bool SendEnvelope(CValueBuilder& builder) {
     return builder.EndObject(2);
 }
 
-/// A short name costs no memory of its own, and a message must not point into a library that may be unloaded.
-inline void AddMember(value& object, const value::StringRefType& key, value&& v, CRapidJsonUtil::Allocator& pool) {
-    object.AddMember(value(key, pool), v, pool);
-}
-
 }  // namespace
 
 SipJson::SipJson(WithoutDocument /*tag*/)
@@ -145,22 +140,23 @@ void SipJson::SetMember(value& object, const value::StringRefType& key, value&& 
     if (member != nullptr) {
         *member = v;
     } else {
-        AddMember(object, key, std::move(v), pool_);
+        // A short name costs no memory of its own, and a message must not point into a library that may be unloaded.
+        object.AddMember(value(key, pool_), v, pool_);
     }
 }
 
 void SipJson::SetCmd(value& cmd, unsigned oc, unsigned oe, unsigned oi, unsigned ca, unsigned st) {
     cmd.SetObject();
-    AddMember(cmd, "OC", value(oc), pool_);
-    if (oe != 0) {
-        AddMember(cmd, "OE", value(oe), pool_);
-    }
-    if (oi != 0) {
-        AddMember(cmd, "OI", value(oi), pool_);
-    }
-    AddMember(cmd, "CA", value(ca), pool_);
-    if (st != kNoStatus) {
-        AddMember(cmd, "ST", value(st), pool_);
+    // All are made before the first is added: a value that is copied right after it was made, in parts, keeps the
+    // processor waiting.
+    value names[] = {value("OC", pool_), value("OE", pool_), value("OI", pool_), value("CA", pool_),
+                     value("ST", pool_)};
+    value numbers[] = {value(oc), value(oe), value(oi), value(ca), value(st)};
+    const bool isThere[] = {true, oe != 0, oi != 0, true, st != kNoStatus};
+    for (std::size_t i = 0; i < std::size(names); ++i) {
+        if (isThere[i]) {
+            cmd.AddMember(names[i], numbers[i], pool_);
+        }
     }
 }
 
