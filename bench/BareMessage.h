@@ -1,11 +1,18 @@
 #pragma once
 
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
 #include "sip/SipJson.h"
 
 /// A command message by RapidJSON's means alone: a pool, a document in it, and what AddMember does. Nothing is checked,
 /// names are not copied, and a copy has a smaller pool, as SipJson's has.
 class CBareMessage {
 public:
+    using Document = std::remove_cvref_t<decltype(std::declval<SipJson>().GetDocument())>;
+    using Value = SipJson::value;
+
     struct Command {
         unsigned int oc;
         unsigned int oe;
@@ -16,7 +23,6 @@ public:
     };
 
     explicit CBareMessage(const Command& command) : pool_(kBuiltPool, CRapidJsonUtil::Heap()), document_(&pool_) {
-        using rapidjson::Value;
         const auto name = [this](const char* text) { return Value(text, pool_); };
         Value members(rapidjson::kObjectType);
         members.AddMember(name("OC"), Value(command.oc), pool_)
@@ -32,19 +38,16 @@ public:
         document_.SetObject().AddMember(name("SIP"), envelope, pool_);
     }
 
-    explicit CBareMessage(const rapidjson::Document& original)
-        : pool_(kCopyPool, CRapidJsonUtil::Heap()), document_(&pool_) {
+    explicit CBareMessage(const Document& original) : pool_(kCopyPool, CRapidJsonUtil::Heap()), document_(&pool_) {
         document_.CopyFrom(original, pool_);  // with all strings: a parsed message has no constant ones
     }
-
-    const rapidjson::Document& Document() const { return document_; }
 
 private:
     static constexpr std::size_t kBuiltPool = 2016;
     static constexpr std::size_t kCopyPool = 992;
 
-    rapidjson::MemoryPoolAllocator<> pool_;
-    rapidjson::Document document_;
+    CRapidJsonUtil::Allocator pool_;
+    Document document_;
 };
 
 /// The status event that the rows work on: a component of cabinet 0 reports a warning.

@@ -8,9 +8,9 @@ namespace {
 constexpr CBareMessage::Command kCommand = {0xE001, 0x0210, 17, 7, 255, 2};
 
 /// Not inlined: SipJson's accessors are not either, so the name of the member comes as a pointer to both.
-[[gnu::noinline]] unsigned int BareNumber(const rapidjson::Document& document, unsigned int index, const char* key,
+[[gnu::noinline]] unsigned int BareNumber(const CBareMessage::Document& document, unsigned int index, const char* key,
                                           unsigned int fallback) {
-    const rapidjson::Value& command = document.FindMember("SIP")->value.FindMember("CMD")->value[index];
+    const CBareMessage::Value& command = document.FindMember("SIP")->value.FindMember("CMD")->value[index];
     const auto member = command.FindMember(key);
     return member != command.MemberEnd() ? member->value.GetUint() : fallback;
 }
