@@ -1,6 +1,5 @@
 #include "mail/AlertMailTexts.h"
 
-#include <algorithm>
 #include <sys/utsname.h>
 
 #include "mail/DateTime.h"
@@ -19,10 +18,6 @@ constexpr char kUpdateMessageToken[] = "$(UpdateMessage)";
 constexpr unsigned int kReadConfigurationValue = 0xE001;
 constexpr unsigned int kReadSystemStatus = 0x230F;
 constexpr unsigned int kReadSystemInformation = 0x0C00;
-
-char LowerAscii(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
 
 struct StatusWord {
     const char* system;
@@ -70,12 +65,7 @@ const CAlertMailTexts::Variable CAlertMailTexts::kVariables[] = {
 };
 
 bool CAlertMailTexts::ContainsVariableName(const CLumeString& text, const char* name) {
-    if (name == nullptr || *name == '\0') {
-        return false;
-    }
-    const std::string_view token(name);
-    return std::search(text.begin(), text.end(), token.begin(), token.end(),
-                       [](char a, char b) { return LowerAscii(a) == LowerAscii(b); }) != text.end();
+    return name != nullptr && CLumeString::ContainsTokenIgnoreCase(text, name);
 }
 
 void CAlertMailTexts::Replace(CLumeString& text, const char* token, const std::string& value) {

@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cwctype>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,6 +16,8 @@
 template <class StringType, class CharType>
 class CLumeStringT : public StringType {
 public:
+    using View = std::basic_string_view<CharType>;
+
     using StringType::StringType;
     CLumeStringT() = default;
     CLumeStringT(const StringType& text) : StringType(text) {}        // NOLINT(*-explicit-*): a string like any other
@@ -85,6 +88,11 @@ public:
         Replace(target, token, value, LowerAscii, mayHoldToken ? Inserted::Skipped : Inserted::Searched);
     }
 
+    /// True when `token` occurs in `text`; the case of ASCII letters is ignored. False for an empty token.
+    static bool ContainsTokenIgnoreCase(const StringType& text, View token) {
+        return !token.empty() && Find(text, Lowered(token, LowerAscii), 0, LowerAscii) != View::npos;
+    }
+
     /// Makes the formatted text the content; the arguments may point into the old content.
     void Format(const char* fmt, ...) __attribute__((format(printf, 2, 3))) {
         va_list args;
@@ -122,49 +130,98 @@ public:
     }
 
 private:
-    using View = std::basic_string_view<CharType>;
     enum class Inserted { Searched, Skipped };
 
     static bool IsEmptyText(const CharType* text) { return text == nullptr || *text == CharType(); }
 
-    static CharType LowerByLocale(CharType c) {
+    // Objects, not functions: they are inlined where they are handed on.
+    static constexpr auto LowerByLocale = [](CharType c) {
         if constexpr (sizeof(CharType) == 1) {
             return static_cast<CharType>(std::tolower(static_cast<unsigned char>(c)));
         } else {
             return static_cast<CharType>(std::towlower(static_cast<std::wint_t>(c)));
         }
-    }
-    static CharType LowerAscii(CharType c) { return c >= 'A' && c <= 'Z' ? static_cast<CharType>(c - 'A' + 'a') : c; }
+    };
+    static constexpr auto LowerAscii = [](CharType c) {
+        return c >= 'A' && c <= 'Z' ? static_cast<CharType>(c - 'A' + 'a') : c;
+    };
 
-    /// Moves the text over character by character and looks for the search text at the end of what has been moved: the
-    /// first occurrence that becomes complete is the leftmost one, and nothing before it needs another look.
-    static void Replace(StringType& target, View find, View replacement, CharType (*lower)(CharType),
-                        Inserted inserted) {
+    template <class Lower>
+    static StringType Lowered(View text, Lower lower) {
+        StringType lowered(text);
+        std::transform(lowered.begin(), lowered.end(), lowered.begin(), lower);
+        return lowered;
+    }
+
+    /// The place of the first occurrence of `wanted`, which is in lower case, from `from` on; else `npos`.
+    template <class Lower>
+    static std::size_t Find(View text, View wanted, std::size_t from, Lower lower) {
+        const auto isHere = [&](std::size_t at) {
+            return std::equal(wanted.begin(), wanted.end(), text.begin() + static_cast<std::ptrdiff_t>(at),
+                              [&](CharType w, CharType c) { return w == lower(c); });
+        };
+        // Signs and digits are what no letter becomes: the text up to the next one is passed at the speed of memchr.
+        const bool isSign = wanted.front() > 0 && wanted.front() < 'A';
+        while (from + wanted.size() <= text.size()) {
+            from = isSign ? text.find(wanted.front(), from) : from;
+            if (from == View::npos || from + wanted.size() > text.size()) {
+                break;
+            }
+            if (isHere(from)) {
+                return from;
+            }
+            ++from;
+        }
+        return View::npos;
+    }
+
+    /// False when no occurrence of `wanted` can begin in `text` and end behind it.
+    template <class Lower>
+    static bool MayGoOn(View text, View wanted, Lower lower) {
+        const View tail = text.substr(text.size() - std::min(text.size(), wanted.size() - 1));
+        return std::any_of(tail.begin(), tail.end(), [&](CharType c) { return lower(c) == wanted.front(); });
+    }
+
+    /// Moves the text over. As long as no occurrence can have begun in what was moved, all up to the next one in the
+    /// rest is moved at once; else one character, with a look for the search text at the end of what has been moved:
+    /// the first occurrence that becomes complete is the leftmost one, and nothing before it needs another look.
+    template <class Lower>
+    static void Replace(StringType& target, View find, View replacement, Lower lower, Inserted inserted) {
         if (find.empty()) {
             return;
         }
-        StringType wanted(find);
-        std::transform(wanted.begin(), wanted.end(), wanted.begin(), lower);
-
+        const StringType wanted = Lowered(find, lower);
+        const bool mayBeginOne = replacement.find(wanted.front()) != View::npos;
         StringType result;
-        StringType searched;           // the end of `result` that may match, as it is compared
+        StringType searched;           // the end of `result` in which an occurrence may begin, as it is compared
         std::vector<View> insertions;  // what is left of each inserted text, the innermost last
         View rest = target;
+        result.reserve(target.size());
         while (!rest.empty() || !insertions.empty()) {
-            View& source = insertions.empty() ? rest : insertions.back();
-            const CharType next = source.front();
-            source.remove_prefix(1);
-            result.push_back(next);
-            searched.push_back(insertions.empty() ? lower(next) : next);
-            while (!insertions.empty() && insertions.back().empty()) {
-                insertions.pop_back();
+            if (insertions.empty() && !MayGoOn(searched, wanted, std::identity())) {
+                const std::size_t found = Find(rest, wanted, 0, lower);
+                const View passed = rest.substr(0, found);
+                result += passed;
+                if (found == View::npos) {
+                    break;
+                }
+                searched = MayGoOn(passed, wanted, lower) ? Lowered(passed, lower) : StringType();
+                rest.remove_prefix(found + wanted.size());
+            } else {
+                View& source = insertions.empty() ? rest : insertions.back();
+                result.push_back(source.front());
+                searched.push_back(insertions.empty() ? lower(source.front()) : source.front());
+                source.remove_prefix(1);
+                while (!insertions.empty() && insertions.back().empty()) {
+                    insertions.pop_back();
+                }
+                if (!searched.ends_with(wanted)) {
+                    continue;
+                }
+                result.resize(result.size() - wanted.size());
+                searched.resize(searched.size() - wanted.size());
             }
-            if (!searched.ends_with(wanted)) {
-                continue;
-            }
-            result.resize(result.size() - wanted.size());
-            searched.resize(searched.size() - wanted.size());
-            if (inserted == Inserted::Skipped) {
+            if (inserted == Inserted::Skipped || (!mayBeginOne && !MayGoOn(searched, wanted, std::identity()))) {
                 result += replacement;
                 searched.clear();
             } else if (!replacement.empty()) {

@@ -48,15 +48,35 @@ public:
     static bool PrintPretty(std::string& out, const value& from, char indentChar, int indentCount);
 
     /// The first member with this name, null when there is none or `object` is not an object. A string literal as `key`
-    /// brings its length along; for other strings use rapidjson::StringRef.
-    static const value* Find(const value& object, const value::StringRefType& key) {
+    /// brings its length along; for other strings use rapidjson::StringRef. Inlined, so that the length is a constant.
+    [[gnu::always_inline]] static const value* Find(const value& object, const value::StringRefType& key) {
         if (!object.IsObject()) {
             return nullptr;
         }
-        const auto member = object.FindMember(value(key));
-        return member != object.MemberEnd() ? &member->value : nullptr;
+        for (const auto& member : object.GetObject()) {
+            if (IsText(member.name, key)) {
+                return &member.value;
+            }
+        }
+        return nullptr;
     }
-    static value* Find(value& object, const value::StringRefType& key) {
+    [[gnu::always_inline]] static value* Find(value& object, const value::StringRefType& key) {
         return const_cast<value*>(Find(const_cast<const value&>(object), key));
+    }
+
+private:
+    /// Compares from the back: the names of a command's members differ in their last characters, and are so short that
+    /// this is done before a call of memcmp is.
+    [[gnu::always_inline]] static bool IsText(const value& text, const value::StringRefType& wanted) {
+        std::size_t rest = text.GetStringLength();
+        if (rest != wanted.length) {
+            return false;
+        }
+        for (const char* const characters = text.GetString(); rest > 0; --rest) {
+            if (characters[rest - 1] != wanted.s[rest - 1]) {
+                return false;
+            }
+        }
+        return true;
     }
 };

@@ -10,9 +10,7 @@ namespace {
 
 using value = SipJson::value;
 
-// With the headers of pool and heap these take 2 KiB and 1 KiB. A copy is seldom written to, and many may be kept.
-constexpr std::size_t kBuiltChunk = 2016;
-constexpr std::size_t kCopyChunk = 992;
+constexpr std::size_t kFurtherChunk = 992;  // 1 KiB on the heap, with its headers
 constexpr std::size_t kParseChunk = 16384;
 constexpr std::size_t kParseStack = 128;
 
@@ -33,14 +31,15 @@ bool SendEnvelope(CValueBuilder& builder) {
 
 }  // namespace
 
-SipJson::SipJson(std::size_t chunkBytes)
-    : pool_(chunkBytes, CRapidJsonUtil::Heap()), document_(&pool_, kParseStack, CRapidJsonUtil::Heap()) {}
+SipJson::SipJson(WithoutDocument /*tag*/)
+    : pool_(ownMemory_, sizeof ownMemory_, kFurtherChunk, CRapidJsonUtil::Heap()),
+      document_(&pool_, kParseStack, CRapidJsonUtil::Heap()) {}
 
-SipJson::SipJson() : SipJson(kBuiltChunk) {
+SipJson::SipJson() : SipJson(WithoutDocument()) {
     JsonInit();
 }
 
-SipJson::SipJson(const SipJson& other) : SipJson(kCopyChunk) {
+SipJson::SipJson(const SipJson& other) : SipJson(WithoutDocument()) {
     *this = other;
 }
 
@@ -121,9 +120,11 @@ value& SipJson::Commands() {
 }
 
 value& SipJson::GetCmd() {
+    if (const value* existing = FindCmd(cmdIndex_)) {
+        return const_cast<value&>(*existing);
+    }
     value& commands = Commands();
-    const bool exists = cmdIndex_ >= 0 && static_cast<unsigned>(cmdIndex_) < commands.Size();
-    const bool served = exists || (cmdIndex_ >= 0 && cmdIndex_ <= kMaxCreatedIndex);
+    const bool served = cmdIndex_ >= 0 && cmdIndex_ <= kMaxCreatedIndex;
     const unsigned index = served ? static_cast<unsigned>(cmdIndex_) : 0;
     if (commands.Capacity() == 0) {
         commands.Reserve(index + 1, pool_);  // most messages have one command; the default is room for 16
@@ -134,8 +135,8 @@ value& SipJson::GetCmd() {
     return commands[index];
 }
 
-void SipJson::SetMember(value& object, const char* key, value&& v) {
-    value* member = CRapidJsonUtil::Find(object, rapidjson::StringRef(key));
+void SipJson::SetMember(value& object, const value::StringRefType& key, value&& v) {
+    value* member = CRapidJsonUtil::Find(object, key);
     if (member != nullptr) {
         *member = v;
     } else {
@@ -146,12 +147,16 @@ void SipJson::SetMember(value& object, const char* key, value&& v) {
 
 void SipJson::SetCmd(value& cmd, unsigned oc, unsigned oe, unsigned oi, unsigned ca, unsigned st) {
     cmd.SetObject();
-    SetCmdElemValue(cmd, "OC", oc, false);
-    SetCmdElemValue(cmd, "OE", oe, true);
-    SetCmdElemValue(cmd, "OI", oi, true);
-    SetCmdElemValue(cmd, "CA", ca, false);
-    if (st != kNoStatus) {
-        SetCmdElemValue(cmd, "ST", st, false);
+    // All are made before the first is added: a value that is copied right after it was made, in parts, keeps the
+    // processor waiting.
+    value names[] = {value("OC", pool_), value("OE", pool_), value("OI", pool_), value("CA", pool_),
+                     value("ST", pool_)};
+    value numbers[] = {value(oc), value(oe), value(oi), value(ca), value(st)};
+    const bool isThere[] = {true, oe != 0, oi != 0, true, st != kNoStatus};
+    for (std::size_t i = 0; i < std::size(names); ++i) {
+        if (isThere[i]) {
+            cmd.AddMember(names[i], numbers[i], pool_);
+        }
     }
 }
 
@@ -162,7 +167,7 @@ bool SipJson::SetCmdElemValue(value& elem, const char* key, unsigned v, bool omi
     if (v == 0 && omitZero) {
         elem.EraseMember(key);
     } else {
-        SetMember(elem, key, value(v));
+        SetMember(elem, rapidjson::StringRef(key), value(v));
     }
     return true;
 }
@@ -229,8 +234,8 @@ void SipJson::SetData(value&& data, unsigned st) {
     value& cmd = GetCmd();
     if (cmd.IsObject()) {
         SetMember(cmd, "DA", std::move(data));
+        SetMember(cmd, "ST", value(st));
     }
-    SetStatus(st);
 }
 
 void SipJson::SetDataUIntValue(unsigned v, unsigned st) {

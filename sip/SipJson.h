@@ -133,16 +133,21 @@ public:
     CRapidJsonUtil::Allocator& GetAllocator() { return pool_; }
 
 private:
-    explicit SipJson(std::size_t chunkBytes);
+    struct WithoutDocument {};
+    explicit SipJson(WithoutDocument /*tag*/);
 
     const value* FindCmd(int i) const;
     const value* FindMember(int i, const char* key) const;
     const value* FindData(int i) const;
     value& Commands();
-    void SetMember(value& object, const char* key, value&& v);
+    void SetMember(value& object, const value::StringRefType& key, value&& v);
     void SetData(value&& data, unsigned st);
 
+    // Where the pool begins: usual messages need no heap. With it a message takes 1 KiB wherever it is kept.
+    static constexpr std::size_t kOwnBytes = 840;
+
     std::uint64_t context_ = 0;
+    alignas(std::max_align_t) char ownMemory_[kOwnBytes];
     CRapidJsonUtil::Allocator pool_;
     CRapidJsonUtil::Document document_;
     int cmdIndex_ = 0;

@@ -84,13 +84,15 @@ std::string ToXml(std::string_view text, XmlPlace place) {
 }
 
 bool IsUtf8(std::string_view text) {
-    std::uint32_t character = 0;
-    while (!text.empty()) {
-        const std::size_t length = ReadUtf8(text, character);
+    const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+    const auto* const end = text.data() + text.size();
+    for (const auto* at = text.data(); (at = std::find_if_not(at, end, isAscii)) != end;) {
+        std::uint32_t character = 0;
+        const std::size_t length = ReadUtf8({at, static_cast<std::size_t>(end - at)}, character);
         if (length == 0) {
             return false;
         }
-        text.remove_prefix(length);
+        at += length;
     }
     return true;
 }

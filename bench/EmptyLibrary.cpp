@@ -1,0 +1,1 @@
+// A library with the module's dependencies and nothing in it: what loading them alone costs.

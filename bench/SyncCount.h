@@ -1,0 +1,4 @@
+#pragma once
+
+/// How often this program has called fsync: it replaces the function by a counting one.
+int SyncCalls();
