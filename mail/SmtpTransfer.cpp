@@ -92,7 +92,8 @@ void CSmtpTransfer::SetEnvelope(const CMailEnvelope& envelope) {
 void CSmtpTransfer::SetPayload(std::string payload) {
     CURL* const handle = handle_.get();
     payload_.str(std::move(payload));
-    Check(curl_easy_setopt(handle, CURLOPT_READFUNCTION, OnRead), "ERROR! Failed to set CURLOPT_READFUNCTION!");
+    Check(curl_easy_setopt(handle, CURLOPT_READFUNCTION, CSMTPClient::read_callback),
+          "ERROR! Failed to set CURLOPT_READFUNCTION!");
     Check(curl_easy_setopt(handle, CURLOPT_READDATA, &payload_), "ERROR! Failed to set CURLOPT_READDATA!");
     Check(curl_easy_setopt(handle, CURLOPT_UPLOAD, 1L), "ERROR! Failed to set CURLOPT_UPLOAD!");
 }
@@ -118,17 +119,6 @@ void CSmtpTransfer::TraceFailure(CURLcode result) const {
              explained_ && error_.front() != '\0' ? error_.c_str() : curl_easy_strerror(result),
              static_cast<int>(result),
              dialogue_.LastRefusal().empty() ? "" : ", last refusal: ", dialogue_.LastRefusal().c_str());
-}
-
-std::size_t CSmtpTransfer::OnRead(char* buffer, std::size_t size, std::size_t count, void* stream) {
-    std::size_t length = 0;
-    for (;;) {
-        const std::size_t read = CSMTPClient::read_callback(buffer + length, 1, size * count - length, stream);
-        if (read == 0 || read == CURL_READFUNC_ABORT) {  // the end of the payload, or of the buffer
-            return length != 0 ? length : read;
-        }
-        length += read;
-    }
 }
 
 int CSmtpTransfer::OnProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {

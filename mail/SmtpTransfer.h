@@ -46,9 +46,6 @@ private:
     bool IsStopping() const { return CCurlUse::MustEnd() || (stopping_ != nullptr && *stopping_); }
     void SetLimits();
     void TraceFailure(CURLcode result) const;
-    /// Hands libcurl as many lines as its buffer takes. It sends what it gets from one call, and asks the kernel twice
-    /// before: line by line a mail takes more than twice as long.
-    static std::size_t OnRead(char* buffer, std::size_t size, std::size_t count, void* stream);
     static int OnProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
 
     const CCurlUse use_;  // first: ends when all else has
