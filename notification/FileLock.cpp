@@ -197,7 +197,7 @@ void CFileLock::WriteHolder(const char* owner) {
     Remember(::ftruncate(fd_.Get(), 0) == 0);
     const ssize_t written = ::write(fd_.Get(), text.data(), text.size());
     Remember(written == static_cast<ssize_t>(text.size()));
-    isSynced_ = Remember(::fsync(fd_.Get()) == 0);
+    Remember(::fsync(fd_.Get()) == 0);
 }
 
 bool CFileLock::UnlockFile(const char* path) {
@@ -210,9 +210,7 @@ bool CFileLock::UnlockFile(const char* path) {
 /// The file goes before the lock: unlocked first, it could be locked by another process, which would then lose it. For
 /// the same reason a file that is no longer ours stays.
 void CFileLock::Release(const std::string& lockFile) {
-    if (!isSynced_) {
-        Remember(::fsync(fd_.Get()) == 0);
-    }
+    Remember(::fsync(fd_.Get()) == 0);
     if (!lockFile.empty() && IsSameFile(fd_.Get(), lockFile)) {
         Remember(::unlink(lockFile.c_str()) == 0);
     }

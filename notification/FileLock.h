@@ -53,8 +53,7 @@ private:
     void Release(const std::string& lockFile);
     bool Remember(bool success);
 
-    CUniqueFd fd_;           // open exactly while the lock is held
-    bool isSynced_ = false;  // what was written is on the disk: to sync it again costs as much and does nothing
+    CUniqueFd fd_;  // open exactly while the lock is held
     std::string path_;
     unsigned int lastError_ = 0;
     std::string holder_;
