@@ -66,6 +66,9 @@ void CAlertExtensionModule::TakeMailServer(int index) {
     EM_TRACE(3, "\nEM_ALERT            :   SMTP authentification user name: \"%s\"", server.userName.c_str());
     notification_.GetSmtpServerAuthenticationUserPassword(server.password, index);
 
+    if (!server.host.empty()) {
+        CSmtp::Prepare();  // here, on a thread of the agent, rather than on the worker with the first mail
+    }
     const CMutexLock lock(smtpLock_);
     smtpSettings_[ServerKey("Alerter", index)] = std::move(server);
 }

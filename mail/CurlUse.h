@@ -11,6 +11,9 @@
 /// never takes.
 class CCurlUse {
 public:
+    /// Initialises libcurl if nobody has yet.
+    static void Prepare() { Library(); }
+
     CCurlUse();
     ~CCurlUse() { --uses_; }
     CCurlUse(const CCurlUse&) = delete;

@@ -1,5 +1,6 @@
 #include "mail/Smtp.h"
 
+#include "mail/CurlUse.h"
 #include "mail/LumeString.h"
 #include "mail/SMTPClient.h"
 #include "mail/SMTPClientTrace.h"
@@ -25,6 +26,10 @@ const char* OrEmpty(const char* text) {
 }
 
 }  // namespace
+
+void CSmtp::Prepare() {
+    CCurlUse::Prepare();
+}
 
 int CSmtp::SendMail(const char* sender, const CSmtpMessage& message, const char* server, unsigned short port,
                     const char* userName, const char* password, bool useTls) {

@@ -10,6 +10,10 @@ public:
     /// @param stopping  as of CSMTPClient
     explicit CSmtp(const std::atomic<bool>* stopping = nullptr) : stopping_(stopping) {}
 
+    /// Makes libcurl ready for transfers. Optional, but a process that exits while the first of them does it, on a
+    /// thread of the module, may crash.
+    static void Prepare();
+
     /// Traces the mail and hands it to `CSMTPClient::SendMail`. A null text is the empty text; a user name, even an
     /// empty one, asks for log-in.
     /// @return the result of `CSMTPClient::SendMail`

@@ -150,12 +150,6 @@ TEST(LifeCycle, AHostMayExitAtAnyTimeWithoutStop) {
             agent.onRequest = [&] { isRunning = true; };
             SipJson request = MessageOf(R"({"OC":"0x2242"})");
             module->ModuleRequest(request);
-            std::thread([module] {
-                for (;;) {
-                    SipJson event = MessageOf(R"({"OC":"0x2240"})");
-                    module->ModuleRequest(event);
-                }
-            }).detach();
             while (!isRunning) {
                 std::this_thread::yield();
             }
