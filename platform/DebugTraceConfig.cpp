@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
-#include <dirent.h>
-#include <memory>
 #include <vector>
+
+#include "platform/DirectoryEntries.h"
 
 std::atomic<bool> CDebugTraceConfig::tracingEnabled{false};
 
@@ -17,15 +16,13 @@ constexpr char kGlobalSection[] = "GlobalDebugSettings";
 /// The names of the trace files in alphabetical order.
 /// @return false when the directory cannot be read
 bool ListTraceFiles(const std::string& directory, std::vector<std::string>& names) {
-    // The iterator of <filesystem> ends the process when it gets no memory.
-    const std::unique_ptr<DIR, int (*)(DIR*)> entries(::opendir(directory.c_str()), ::closedir);
-    while (const dirent* entry = entries ? ::readdir(entries.get()) : nullptr) {
-        if (std::strstr(entry->d_name, ".ini") != nullptr) {
-            names.emplace_back(entry->d_name);
+    const bool isRead = ForEachEntry(directory, [&names](const std::string& name) {
+        if (name.find(".ini") != std::string::npos) {
+            names.push_back(name);
         }
-    }
+    });
     std::sort(names.begin(), names.end());
-    return entries != nullptr;
+    return isRead;
 }
 
 bool ReadEnvironment(const char* name, unsigned int& value) {

@@ -230,7 +230,7 @@ bool CMarkup::Parse(const std::string& text) {
 
 std::string CMarkup::GetDocFormatted() const {
     pugi::xml_document copy;
-    bool isWhole = CopyForFile(document_, copy);
+    bool isWhole = CopyForFile(document_.root(), copy.root());
     pugi::xml_node declaration = Declaration(copy);
     if (!declaration) {
         declaration = copy.prepend_child(pugi::node_declaration);

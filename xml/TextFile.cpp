@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <dirent.h>
 #include <fcntl.h>
 #include <memory>
 #include <string_view>
@@ -12,6 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/DirectoryEntries.h"
 #include "platform/UniqueFd.h"
 
 namespace {
@@ -90,19 +90,16 @@ private:
 
 /// Removes the temporary files of writers that died before they could.
 void RemoveLeftovers(const std::string& directory, const std::string& prefix) {
-    // The iterator of <filesystem> ends the process when it gets no memory.
-    const std::unique_ptr<DIR, int (*)(DIR*)> entries(::opendir(directory.c_str()), ::closedir);
-    while (const dirent* entry = entries ? ::readdir(entries.get()) : nullptr) {
-        const std::string_view name = entry->d_name;
+    ForEachEntry(directory, [&](const std::string& name) {
         if (name.size() != prefix.size() + kRandomPart.size() || !name.starts_with(prefix)) {
-            continue;
+            return;
         }
-        const int folder = ::dirfd(entries.get());
-        const CUniqueFd fd(::openat(folder, entry->d_name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+        const std::string path = directory + "/" + name;
+        const CUniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
         if (fd && ::flock(fd.Get(), LOCK_EX | LOCK_NB) == 0) {
-            ::unlinkat(folder, entry->d_name, 0);
+            ::unlink(path.c_str());
         }
-    }
+    });
 }
 
 int SyncDirectory(const std::string& directory) {

@@ -46,7 +46,7 @@ public:
     bool DetectHardware() override { return true; }
     bool Start(CISwitch* agent, unsigned int /*moduleId*/) override {
         switch_ = agent;
-        const char* level = std::getenv("LUME_LOG_DEBUG_LEVEL");
+        const char* level = std::getenv("LUME_LOG_DEBUG_LEVEL");  // NOLINT(concurrency-mt-unsafe): one thread so far
         Print("\nFAKE: level %s, mode %u", level != nullptr ? level : "none", agent->GetRunMode());
         return true;
     }
@@ -82,7 +82,8 @@ public:
                 message.SetDataByte(1, 0);
                 return true;
             default:
-                return message.SetStatus(20) && false;
+                message.SetStatus(20);
+                return false;
         }
     }
     bool CommandToDevice(SipJson& /*message*/) override { return false; }

@@ -18,7 +18,8 @@ std::vector<std::string> prints;
 class CCaptureSink final : public CIDebugSink {
 public:
     bool IsActive() const override { return true; }
-    void Print(const char* format, va_list arguments, const char* /*moduleName*/) override {
+    __attribute__((format(printf, 2, 0))) void Print(const char* format, va_list arguments,
+                                                     const char* /*moduleName*/) override {
         char* text = nullptr;
         if (::vasprintf(&text, format, arguments) >= 0) {
             const std::lock_guard guard(lock);
