@@ -32,6 +32,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
 elseif(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
   add_compile_options(-Wthread-safety)
 endif()
+add_compile_options(-ffunction-sections -fdata-sections)  # the module leaves out what it does not use
 if(EM_SANITIZE)
   add_compile_options(-fsanitize=${EM_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${EM_SANITIZE})
