@@ -81,13 +81,13 @@ TEST(LumeString, ReplacesAsIfSearchingAnewFromTheStart) {
     EXPECT_EQ(Replaced(CLumeString::ReplaceIgnoreCase, "a", "A", "AA"), "AA");
     EXPECT_EQ(Replaced(CLumeString::ReplaceIgnoreCase, "text", "", "X"), "text");
     // All short texts over a small alphabet: matches overlap, and arise where inserted text meets its surroundings.
-    for (int n = 0; n < 729; ++n) {
+    for (int n = 0; n < 4096; ++n) {
         std::string text;
-        for (int digits = n, i = 0; i < 6; ++i, digits /= 3) {
-            text += "aBb"[digits % 3];
+        for (int digits = n, i = 0; i < 6; ++i, digits /= 4) {
+            text += "aBb$"[digits % 4];
         }
-        for (const char* find : {"a", "ab", "aBa", "bb"}) {
-            for (const char* replacement : {"", "A", "B", "cdE", "Ab"}) {
+        for (const char* find : {"a", "ab", "aBa", "bb", "$b"}) {
+            for (const char* replacement : {"", "A", "B", "cdE", "Ab", "$", "$B"}) {
                 ASSERT_EQ(Replaced(CLumeString::ReplaceIgnoreCase, text, find, replacement),
                           Replaced(ReplaceAnewFromTheStart, text, find, replacement))
                     << text << " " << find << " " << replacement;
