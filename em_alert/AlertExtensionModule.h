@@ -187,6 +187,7 @@ private:
     void ExecuteSendMail(SipJson& request);
 
     // Mail dispatch (MailDispatch.cpp)
+    void ReadDueMailSettings();
     void TakeMailServer(int index) EM_REQUIRES(notificationLock_);
     void TakeMailFormat() EM_REQUIRES(notificationLock_);
 
@@ -208,6 +209,7 @@ private:
     SmtpSettingsMap smtpSettings_ EM_GUARDED_BY(smtpLock_);
     CAlertSettingsStore settings_;
     CBeepPlayer beeper_;
+    std::atomic<bool> areMailSettingsDue_{false};
     std::atomic<bool> stopping_{false};
     CMutex workerLock_;  // held while the worker is started or stopped
     std::atomic<bool> isWorkerMissing_{false};

@@ -32,7 +32,8 @@ void TraceAddresses(const char* heading, const std::vector<std::string>& address
 void CAlertExtensionModule::ReadAlerterSmtpSettings() {
     const CMutexLock lock(notificationLock_);
     CFileLock fileLock;
-    if (fileLock.Lock(notification_.Path().c_str(), nullptr, CNotificationConfig::kLockTimeoutMs)) {
+    areMailSettingsDue_ = !fileLock.Lock(notification_.Path().c_str(), nullptr, CNotificationConfig::kLockTimeoutMs);
+    if (!areMailSettingsDue_) {
         EM_TRACE(3, "\nEM_ALERT            : Load shared notification configuration from file");
         notification_.Load();
         EM_TRACE(3, "\nEM_ALERT            : Read shared notification configuration settings");
@@ -45,6 +46,13 @@ void CAlertExtensionModule::ReadAlerterSmtpSettings() {
         EM_TRACE(1, "\nEM_ALERT            : ERROR! FAILED to lock notification configuration file!");
     }
     EM_TRACE(3, "\nEM_ALERT            : SMTP configurations added: %d", static_cast<int>(MailServers().size()));
+}
+
+/// Another program may have held the lock when the module started: each mail is worth another try.
+void CAlertExtensionModule::ReadDueMailSettings() {
+    if (areMailSettingsDue_) {
+        ReadAlerterSmtpSettings();
+    }
 }
 
 /// Takes one server of the loaded notification file over into the table of mail servers.

@@ -35,7 +35,7 @@ struct Fault {
     const char* name;
     std::vector<std::string> options;
     const char* host = nullptr;
-    double longest = 18;
+    double longest = 20;
     bool tls = false;
     bool isSent = false;
 };
@@ -43,27 +43,27 @@ struct Fault {
 const Fault kFaults[] = {
     {"silent: greeting", {"--hang", "CONNECT"}},
     {"silent: EHLO and HELO", {"--hang", "EHLO", "--hang", "HELO"}},
-    {"silent: STARTTLS", {"--tls", "starttls", "--hang", "STARTTLS"}, nullptr, 18, true},
+    {"silent: STARTTLS", {"--tls", "starttls", "--hang", "STARTTLS"}, nullptr, 20, true},
     {"silent: AUTH", {"--auth", "user:x", "--hang", "AUTH"}},
     {"silent: MAIL", {"--hang", "MAIL"}},
     {"silent: RCPT", {"--hang", "RCPT"}},
     {"silent: DATA", {"--hang", "DATA"}},
     {"silent: after the final dot", {"--hang", "DOT"}},
-    {"silent: QUIT", {"--hang", "QUIT"}, nullptr, 4, false, true},
+    {"silent: QUIT", {"--hang", "QUIT"}, nullptr, 8, false, true},
     {"dripping: greeting", {"--drip", "CONNECT"}},
     {"dripping: RCPT", {"--drip", "RCPT"}},
     {"dripping: after the final dot", {"--drip", "DOT"}},
-    {"dripping: QUIT", {"--drip", "QUIT"}, nullptr, 4, false, true},
+    {"dripping: QUIT", {"--drip", "QUIT"}, nullptr, 8, false, true},
     {"line without end: greeting", {"--endless", "CONNECT"}},
     {"line without end: after the final dot", {"--endless", "DOT"}},
-    {"reset: greeting", {"--reset", "CONNECT"}, nullptr, 4},
-    {"reset: DATA", {"--reset", "DATA"}, nullptr, 4},
-    {"reset: after the final dot", {"--reset", "DOT"}, nullptr, 4},
-    {"reset: QUIT", {"--reset", "QUIT"}, nullptr, 4, false, true},
+    {"reset: greeting", {"--reset", "CONNECT"}, nullptr, 8},
+    {"reset: DATA", {"--reset", "DATA"}, nullptr, 8},
+    {"reset: after the final dot", {"--reset", "DOT"}, nullptr, 8},
+    {"reset: QUIT", {"--reset", "QUIT"}, nullptr, 8, false, true},
     {"garbage: greeting", {"--reply", "CONNECT=\xFF\x01garbage"}},
     {"garbage: MAIL", {"--reply", "MAIL=999999999999 \xC3\x28"}},
     {"garbage: after the final dot", {"--reply", "DOT=hello"}},
-    {"look-up that fails", {}, "fails.example", 4},
+    {"look-up that fails", {}, "fails.example", 8},
     {"look-up without end", {}, "hangs.example"},
 };
 

@@ -1,8 +1,12 @@
 #include <atomic>
 #include <cerrno>
+#include <fcntl.h>
 #include <pthread.h>
+#include <sys/file.h>
 
 #include "StartedModule.h"
+#include "platform/UniqueFd.h"
+#include "support/TraceCapture.h"
 
 namespace {
 
@@ -33,6 +37,23 @@ TEST_F(Faults, ThreadsThatCannotBeStartedAreTriedAgain) {
     EXPECT_EQ(Request(kUpdatesSupported).first, 22U);
     EXPECT_TRUE(agent_.AwaitReplies(1));
     Event();
+}
+
+TEST_F(Faults, MailSettingsThatWereLockedAtTheStartAreReadForTheNextMail) {
+    module_->Stop();
+    EXPECT_TRUE(library_.remove());
+    const std::string lockFile = std::string(kFile) + ".lock";
+    const CUniqueFd lock(::open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_EQ(::flock(lock.Get(), LOCK_EX), 0);
+    module_ = library_.StartModule(agent_);
+    const CTraceCapture trace;
+    for (const char* servers : {"0", "2"}) {
+        const unsigned int replies = agent_.Replies();
+        Request(R"("OC":"0x1060","DA":"From: ops@x\nTo: anna@x\n\ntext")");
+        EXPECT_TRUE(agent_.AwaitReplies(replies + 1));
+        EXPECT_TRUE(trace.Has("EM_ALERT            : Available internal SMTP settings: " + std::string(servers)));
+        ::flock(lock.Get(), LOCK_UN);
+    }
 }
 
 TEST_F(Faults, AfterTheStopEventsAreRefusedAndRequestsAnswered) {
