@@ -173,8 +173,12 @@ TEST(SmtpClient, TracesItsWorkButNoPassword) {
 
 /// Only for the test below, which starts this program anew: sends to the port in EM_SMTP_PORT, and expects success.
 TEST(SmtpTls, DISABLED_SendFromTrustingHost) {
-    const auto port = static_cast<unsigned short>(std::atoi(std::getenv("EM_SMTP_PORT")));
-    EXPECT_EQ(CSmtp().SendMail(kSender, kMessage, std::getenv("EM_SMTP_HOST"), port, "user", "pass word=", true), 0);
+    const char* const host = std::getenv("EM_SMTP_HOST");
+    const char* const port = std::getenv("EM_SMTP_PORT");
+    ASSERT_TRUE(host != nullptr && port != nullptr);
+    EXPECT_EQ(CSmtp().SendMail(kSender, kMessage, host, static_cast<unsigned short>(std::stoi(port)), "user",
+                               "pass word=", true),
+              0);
 }
 
 TEST(SmtpTls, DemandsATrustedCertificate) {

@@ -46,9 +46,9 @@ bool Restore() {
 
 #define EXPORTED extern "C" __attribute__((visibility("default")))
 
-extern "C" void* __libc_malloc(std::size_t);               // NOLINT(bugprone-reserved-identifier)
-extern "C" void* __libc_calloc(std::size_t, std::size_t);  // NOLINT(bugprone-reserved-identifier)
-extern "C" void* __libc_realloc(void*, std::size_t);       // NOLINT(bugprone-reserved-identifier)
+extern "C" void* __libc_malloc(std::size_t);
+extern "C" void* __libc_calloc(std::size_t, std::size_t);
+extern "C" void* __libc_realloc(void*, std::size_t);
 
 EXPORTED void* malloc(std::size_t size) noexcept {
     return HasMemory() ? __libc_malloc(size) : nullptr;

@@ -29,7 +29,7 @@ bool Fails(const char* name) {
 }  // namespace
 
 // The linker (--wrap, see CMakeLists.txt) leads the calls of the code under test here.
-// NOLINTBEGIN(bugprone-reserved-identifier)
+//
 #define FAILING(type, name, whenFailed, parameters, ...)                 \
     extern "C" type __real_##name parameters;                            \
     extern "C" type __wrap_##name parameters;                            \
@@ -52,7 +52,6 @@ FAILING(int, rename, -1, (const char* from, const char* to), from, to)
 FAILING(int, unlink, -1, (const char* path), path)
 FAILING(char*, realpath, nullptr, (const char* path, char* resolved), path, resolved)
 FAILING(DIR*, opendir, nullptr, (const char* path), path)
-// NOLINTEND(bugprone-reserved-identifier)
 
 /// A setting is changed, as a write request does it, with each system call on the way failing in turn, for each reason.
 TEST(FailingSystemCalls, LeaveTheOldFileOrTheNewOne) {
