@@ -29,7 +29,6 @@ bool Fails(const char* name) {
 }  // namespace
 
 // The linker (--wrap, see CMakeLists.txt) leads the calls of the code under test here.
-//
 #define FAILING(type, name, whenFailed, parameters, ...)                 \
     extern "C" type __real_##name parameters;                            \
     extern "C" type __wrap_##name parameters;                            \
