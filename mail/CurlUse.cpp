@@ -20,7 +20,10 @@ bool KeepLoaded() {
 /// them. libcurl is not cleaned up: other parts of the host may use it as well.
 class CCurlUse::CLibrary {
 public:
-    CLibrary() : isInitialised_(curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK), staysLoaded_(KeepLoaded()) {}
+    CLibrary() : staysLoaded_(KeepLoaded()) {
+        // Should memory be short now, curl_easy_init tries again.
+        static_cast<void>(curl_global_init(CURL_GLOBAL_DEFAULT));
+    }
     ~CLibrary() {
         exiting_ = true;
         for (int i = 0; i < kLongestWait && uses_ != 0; ++i) {
@@ -30,11 +33,9 @@ public:
     CLibrary(const CLibrary&) = delete;
     CLibrary& operator=(const CLibrary&) = delete;
 
-    bool IsInitialised() const { return isInitialised_; }
     bool StaysLoaded() const { return staysLoaded_; }
 
 private:
-    const bool isInitialised_;
     const bool staysLoaded_;
 };
 
@@ -49,7 +50,7 @@ CCurlUse::CCurlUse() {
 }
 
 CURL* CCurlUse::NewHandle() {
-    return !exiting_ && Library().IsInitialised() ? curl_easy_init() : nullptr;
+    return exiting_ ? nullptr : curl_easy_init();
 }
 
 bool CCurlUse::OutlivesModule() {
