@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -9,10 +8,10 @@
 #include "devices/BeepPlayer.h"
 #include "em_alert/AlertSettings.h"
 #include "em_alert/ExtensionModuleBase.h"
+#include "em_alert/NotificationSettings.h"
 #include "em_alert/OperationCodes.h"
 #include "em_alert/PendingAlerts.h"
 #include "mail/AlertMailTexts.h"
-#include "notification/NotificationConfig.h"
 #include "platform/Mutex.h"
 #include "sip/SipJson.h"
 #include "tasks/TaskSerializer.h"
@@ -21,7 +20,7 @@
 /// requests about them. Each concern has its own source file, named in the groups below.
 ///
 /// Threads: the agent calls on its own threads, several at a time; the task serializer's worker runs OnTaskExecution.
-/// What they share lives in types with a lock of their own (settings, pending alerts, mail servers, notification file).
+/// What they share lives in types with a lock of their own (settings, pending alerts, mail settings).
 /// Mails are composed and sent with no lock held.
 class CAlertExtensionModule : public CExtensionModule, public CTaskSerializer<SipJson>, private CIAgentValues {
 public:
@@ -32,16 +31,7 @@ public:
         AlerterSeverityError = 3,
     };
 
-    /// One mail server.
-    struct SmptSettings {
-        std::string host;  ///< name or address; an empty one marks an unusable entry
-        std::string userName;
-        std::string password;  ///< plain
-        unsigned short port = 0;
-        bool useTls = false;
-        unsigned char authenticationType = 0;  ///< CNotificationConfig::AuthenticationType; not 0: log in
-    };
-    using SmtpSettingsMap = std::map<CLumeString, SmptSettings>;
+    using SmptSettings = ::SmptSettings;
 
     // Life cycle (AlertExtensionModule.cpp)
 
@@ -151,7 +141,6 @@ private:
 
     // Configuration (ConfigurationLoad.cpp, ConfigurationReplies.cpp)
     void LoadConfiguration();
-    void PrepareNotificationFile();
     void LoadSettings(SettingRow::Load when);
     void LoadSetting(const SettingRow& row);
     void FollowSetting(const SipJson& notice);
@@ -169,7 +158,7 @@ private:
     std::string RequestComponentText(unsigned int opCode, const SipJson& event);
     void FireAlertEvent(unsigned int opCode);
 
-    // Module requests (ModuleRequests.cpp, ConfigurationRequests.cpp)
+    // Module requests (ModuleRequests.cpp)
     struct RequestRow;
     static const RequestRow kRequests[];
     void DispatchRequest(SipJson& request);
@@ -186,13 +175,7 @@ private:
     void ExecuteSendTestMail(SipJson& request);
     void ExecuteSendMail(SipJson& request);
 
-    // Mail dispatch (MailDispatch.cpp)
-    void ReadDueMailSettings();
-    void TakeMailServer(int index) EM_REQUIRES(notificationLock_);
-    void TakeMailFormat() EM_REQUIRES(notificationLock_);
-
     CAlertMailTexts MailTexts();
-    SmtpSettingsMap MailServers() const;
     static unsigned char ToStatusByte(unsigned int status) {
         return status > 0xFF ? 0 : static_cast<unsigned char>(status);
     }
@@ -203,13 +186,9 @@ private:
     bool IsStopping() const { return stopping_.load(std::memory_order_relaxed) || IsSwitchShutdown(); }
 
     CPendingAlerts pendingAlerts_;
-    CMutex notificationLock_;
-    CNotificationConfig notification_ EM_GUARDED_BY(notificationLock_);
-    mutable CMutex smtpLock_;
-    SmtpSettingsMap smtpSettings_ EM_GUARDED_BY(smtpLock_);
+    CNotificationSettings mailSettings_;
     CAlertSettingsStore settings_;
     CBeepPlayer beeper_;
-    std::atomic<bool> areMailSettingsDue_{false};
     std::atomic<bool> stopping_{false};
     CMutex workerLock_;  // held while the worker is started or stopped
     std::atomic<bool> isWorkerMissing_{false};

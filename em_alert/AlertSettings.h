@@ -14,7 +14,7 @@
 class SipJson;
 
 /// The alert settings: a plain value. Whoever works with it takes one snapshot and never mixes two.
-struct AlertSettings : MailSettings {
+struct AlertSettings : MailTemplates {
     bool beepAlertEnabled = false;
     bool mailForStatusAlertEnabled = false;
     bool ConfUpdAlertNewUpdates = false;   ///< mail when new updates are available

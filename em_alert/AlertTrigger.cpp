@@ -134,7 +134,7 @@ std::string CAlertExtensionModule::RequestComponentText(unsigned int opCode, con
 void CAlertExtensionModule::SendSystemStatusMail(const SipJson& event, unsigned char systemStatus,
                                                  unsigned int componentStatus) {
     EM_TRACE(2, "\nEM_ALERT            : Generate eMail alert");
-    ReadDueMailSettings();
+    mailSettings_.ReadWhenDue();
     const std::string name = RequestComponentText(kReadComponentName, event);
     const std::string designation = RequestComponentText(kReadComponentDesignation, event);
     CSmtpMessage mail;
@@ -166,7 +166,7 @@ void CAlertExtensionModule::ProcessUpdateAlert(const SipJson& event) {
     if (code >> 16 != kUpdateManagerClass || !IsUpdateMailWanted(code)) {
         return;
     }
-    ReadDueMailSettings();
+    mailSettings_.ReadWhenDue();
     CSmtpMessage mail;
     int result = 0;
     if (AlerterCreateUpdateStatusMail(mail, record)) {

@@ -1,11 +1,9 @@
-#include <sys/stat.h>
-
 #include "em_alert/AlertExtensionModule.h"
 #include "em_alert/SettingTrace.h"
 
 void CAlertExtensionModule::LoadConfiguration() {
     LoadSettings(SettingRow::Load::First);
-    PrepareNotificationFile();
+    mailSettings_.ImportWhenMissing();
     ReadAlerterSmtpSettings();
     LoadSettings(SettingRow::Load::AfterMailServers);
 }
@@ -20,7 +18,7 @@ void CAlertExtensionModule::LoadSettings(SettingRow::Load when) {
 
 void CAlertExtensionModule::LoadSetting(const SettingRow& row) {
     SipJson request;
-    request.SetCmd(request.GetCmd(), 0xE001, row.id, 0, ServerCabinetNumber(), kWithoutStatus);
+    request.SetCmd(request.GetCmd(), kReadConfigurationValue, row.id, 0, ServerCabinetNumber(), kWithoutStatus);
     SyncRequest(request, kRequestTimeout);
     SettingValue value;
     if (!request.HasReplyData() || !row.Take(request, value)) {
@@ -33,21 +31,6 @@ void CAlertExtensionModule::LoadSetting(const SettingRow& row) {
         TraceSetting(row.loadTrace, value.number);
     } else {
         TraceSetting(row.loadTrace, value.text.c_str());
-    }
-}
-
-/// Makes the notification file of a server that has only the RAID manager's settings yet.
-void CAlertExtensionModule::PrepareNotificationFile() {
-    const CMutexLock lock(notificationLock_);
-    struct stat status {};
-    if (::stat(notification_.Path().c_str(), &status) == 0) {
-        return;
-    }
-    if (notification_.ImportTamracSettings(nullptr)) {
-        notification_.Save();
-        EM_TRACE(3,
-                 "\nEM_ALERT            : Hostwarden RAID settings imported into shared notification configuration "
-                 "file!");
     }
 }
 
@@ -69,8 +52,8 @@ bool CAlertExtensionModule::RequestNumber(unsigned int opCode, unsigned int opCo
 
 bool CAlertExtensionModule::RequestMessageTemplate(std::uint32_t errorCode, std::string& messageTemplate) {
     SipJson request;
-    request.SetCmd(request.GetCmd(), 0x0B21, 0, 0, ServerCabinetNumber(), kWithoutStatus);
-    request.SetDataUIntValue(errorCode, 22);
+    request.SetCmd(request.GetCmd(), kReadMessageTemplate, 0, 0, ServerCabinetNumber(), kWithoutStatus);
+    request.SetDataUIntValue(errorCode, kAnswerFollows);
     SyncRequest(request, kRequestTimeout);
     return request.HasReplyData() && request.GetCmdDataString(0, messageTemplate, SipJson::kNoLimit);
 }

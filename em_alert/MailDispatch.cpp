@@ -1,24 +1,8 @@
 #include "em_alert/AlertExtensionModule.h"
 #include "mail/Smtp.h"
-#include "notification/FileLock.h"
 #include "platform/Trace.h"
 
 namespace {
-
-constexpr int kMailServers = 2;             // as many as the notification file's readers use
-constexpr unsigned short kSmtpPort = 25;    // RFC 5321
-constexpr unsigned short kSmtpsPort = 465;  // RFC 8314
-
-CLumeString ServerKey(const char* prefix, int index) {
-    CLumeString key;
-    key.Format("%s.%d", prefix, index);
-    return key;
-}
-
-/// What a server entry without a port means.
-unsigned short DefaultPort(const std::string& host) {
-    return host.starts_with("smtps://") ? kSmtpsPort : kSmtpPort;
-}
 
 void TraceAddresses(const char* heading, const std::vector<std::string>& addresses) {
     EM_TRACE(3, "\nEM_ALERT            : %s", heading);
@@ -30,79 +14,7 @@ void TraceAddresses(const char* heading, const std::vector<std::string>& address
 }  // namespace
 
 void CAlertExtensionModule::ReadAlerterSmtpSettings() {
-    const CMutexLock lock(notificationLock_);
-    CFileLock fileLock;
-    areMailSettingsDue_ = !fileLock.Lock(notification_.Path().c_str(), nullptr, CNotificationConfig::kLockTimeoutMs);
-    if (!areMailSettingsDue_) {
-        EM_TRACE(3, "\nEM_ALERT            : Load shared notification configuration from file");
-        notification_.Load();
-        EM_TRACE(3, "\nEM_ALERT            : Read shared notification configuration settings");
-        for (int index = 0; index < kMailServers; ++index) {
-            TakeMailServer(index);
-        }
-        TakeMailFormat();
-        fileLock.UnlockFile(notification_.Path().c_str());
-    } else {
-        EM_TRACE(1, "\nEM_ALERT            : ERROR! FAILED to lock notification configuration file!");
-    }
-    EM_TRACE(3, "\nEM_ALERT            : SMTP configurations added: %d", static_cast<int>(MailServers().size()));
-}
-
-/// Another program may have held the lock when the module started: each mail is worth another try.
-void CAlertExtensionModule::ReadDueMailSettings() {
-    if (areMailSettingsDue_) {
-        ReadAlerterSmtpSettings();
-    }
-}
-
-/// Takes one server of the loaded notification file over into the table of mail servers.
-void CAlertExtensionModule::TakeMailServer(int index) {
-    SmptSettings server;
-    EM_TRACE(3, "\nEM_ALERT            : Add SMTP server config [%d]:", index);
-    notification_.GetSmtpServer(server.host, index);
-    EM_TRACE(3, "\nEM_ALERT            :   SMTP host name: \"%s\"", server.host.c_str());
-    server.port = DefaultPort(server.host);
-    notification_.GetSmtpServerPort(server.port, index);
-    EM_TRACE(3, "\nEM_ALERT            :   SMTP port: %d", server.port);
-    notification_.GetSmtpServerSMTPS(server.useTls, index);
-    EM_TRACE(3, "\nEM_ALERT            :   SMTPS: %s", server.useTls ? "true" : "false");
-    auto type = CNotificationConfig::AuthenticationType::None;
-    notification_.GetSmtpServerAuthenticationType(type, index);
-    server.authenticationType = static_cast<unsigned char>(type);
-    EM_TRACE(3, "\nEM_ALERT            :   SMTP authentification type: %d", static_cast<int>(type));
-    notification_.GetSmtpServerAuthenticationUserName(server.userName, index);
-    EM_TRACE(3, "\nEM_ALERT            :   SMTP authentification user name: \"%s\"", server.userName.c_str());
-    notification_.GetSmtpServerAuthenticationUserPassword(server.password, index);
-
-    if (!server.host.empty()) {
-        CSmtp::Prepare();  // here, on a thread of the agent, rather than on the worker with the first mail
-    }
-    const CMutexLock lock(smtpLock_);
-    smtpSettings_[ServerKey("Alerter", index)] = std::move(server);
-}
-
-/// Takes sender and recipients of the loaded notification file over into the settings.
-void CAlertExtensionModule::TakeMailFormat() {
-    MailSettings mail;
-    notification_.GetSender(mail.senderAddress);
-    EM_TRACE(3, "\nEM_ALERT            : Mail alert sender: \"%s\"", mail.senderAddress.c_str());
-    notification_.GetSenderDescription(mail.senderName);
-    EM_TRACE(3, "\nEM_ALERT            : Mail alert sender name: \"%s\"", mail.senderName.c_str());
-    notification_.GetRecipients(mail.recipients, ";");
-    EM_TRACE(3, "\nEM_ALERT            : Mail alert recipients: \"%s\"", mail.recipients.c_str());
-    notification_.GetRecipientsCc(mail.recipientsCc, ";");
-    EM_TRACE(3, "\nEM_ALERT            : Mail alert recipients CC: \"%s\"", mail.recipientsCc.c_str());
-    settings_.Change([&](AlertSettings& settings) {
-        settings.senderAddress = mail.senderAddress;
-        settings.senderName = mail.senderName;
-        settings.recipients = mail.recipients;
-        settings.recipientsCc = mail.recipientsCc;
-    });
-}
-
-CAlertExtensionModule::SmtpSettingsMap CAlertExtensionModule::MailServers() const {
-    const CMutexLock lock(smtpLock_);
-    return smtpSettings_;
+    mailSettings_.Read();
 }
 
 void CAlertExtensionModule::ImportZelconSmtpSettings(SmtpSettingsMap& map) {
@@ -134,7 +46,8 @@ int CAlertExtensionModule::AlerterSendMail(const CSmtpMessage& mail) {
     if (mail.Sender().empty()) {
         return kNoServerTried;
     }
-    const SmtpSettingsMap servers = MailServers();
+    const auto settings = mailSettings_.Get();
+    const SmtpSettingsMap& servers = settings->servers;
     EM_TRACE(3, "\nEM_ALERT            : SendMail sender: \"%s\"", mail.Sender().c_str());
     TraceAddresses("SendMail recipients:", mail.Recipients());
     TraceAddresses("SendMail recipients CC:", mail.RecipientsCc());

@@ -10,7 +10,7 @@ std::string OrEmpty(const char* text) {
 }  // namespace
 
 CAlertMailTexts CAlertExtensionModule::MailTexts() {
-    return {*settings_.Get(), *this};
+    return {MailSettings{mailSettings_.Get()->addresses, *settings_.Get()}, *this};
 }
 
 bool CAlertExtensionModule::ContainsVariableName(CLumeString& text, const char* name) {

@@ -81,3 +81,11 @@ void CAlertExtensionModule::QueueSendMail(SipJson& request) {
         request.SetStatus(kMissingMailData);
     }
 }
+
+void CAlertExtensionModule::AnswerReadConfiguration(SipJson& request) {
+    mailSettings_.AnswerRead(request);
+}
+
+void CAlertExtensionModule::AnswerWriteConfiguration(SipJson& request) {
+    mailSettings_.AnswerWrite(request);
+}

@@ -65,7 +65,7 @@ void CAlertExtensionModule::ExecuteAlertSupported(SipJson& request) {
 void CAlertExtensionModule::ExecuteSendTestMail(SipJson& request) {
     EM_TRACE(3, "\nEM_ALERT            : Process CM_AlerterSendTestMail");
     constexpr unsigned char kCritical = 3;
-    ReadDueMailSettings();
+    mailSettings_.ReadWhenDue();
     CSmtpMessage mail;
     bool isBuilt = false;
     switch (request.GetCmdElemValue(request.GetCmdIndex(), "OE", 0)) {
@@ -90,7 +90,7 @@ void CAlertExtensionModule::ExecuteSendTestMail(SipJson& request) {
 
 void CAlertExtensionModule::ExecuteSendMail(SipJson& request) {
     EM_TRACE(3, "\nEM_ALERT            : Process CM_SendMail");
-    ReadDueMailSettings();
+    mailSettings_.ReadWhenDue();
     std::string mailText;
     request.GetCmdDataString(request.GetCmdIndex(), mailText, SipJson::kNoLimit);
     CSmtpMessage mail;

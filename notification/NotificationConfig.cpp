@@ -41,10 +41,7 @@ bool CNotificationConfig::Save() {
         EM_TRACE(1, TAG "ERROR! File \"%s\" could not be loaded and is not overwritten!", path_.c_str());
         return false;
     }
-    const int error = CreateDirectories(directory_);
-    if (error != 0) {
-        EM_TRACE(1, TAG "ERROR! FAILED to create directory \"%s\"!", directory_.c_str());
-        EM_TRACE(1, TAG "  %s", std::generic_category().message(error).c_str());
+    if (!MakeDirectory()) {
         return false;
     }
     if (!CMarkup::Save(path_)) {
@@ -53,6 +50,15 @@ bool CNotificationConfig::Save() {
         return false;
     }
     return true;
+}
+
+bool CNotificationConfig::MakeDirectory() const {
+    const int error = CreateDirectories(directory_);
+    if (error != 0) {
+        EM_TRACE(1, TAG "ERROR! FAILED to create directory \"%s\"!", directory_.c_str());
+        EM_TRACE(1, TAG "  %s", std::generic_category().message(error).c_str());
+    }
+    return error == 0;
 }
 
 bool CNotificationConfig::Enter(const char* name) {

@@ -54,6 +54,10 @@ public:
     /// Writes the file, and its directory when missing, all or nothing.
     bool Save();
 
+    /// Makes the file's directory when it is missing. `Save` does so itself.
+    /// @return false, with a trace that gives the reason, when that fails
+    bool MakeDirectory() const;
+
     /// Copies the mail settings of the RAID manager into the document.
     /// @param path  its INI file; null or empty means the place where it is installed
     /// @return false when there is no such file

@@ -1,25 +1,17 @@
+#include "em_alert/NotificationValues.h"
+
 #include <algorithm>
 
-#include "em_alert/AlertExtensionModule.h"
-#include "notification/FileLock.h"
+#include "em_alert/OperationCodes.h"
 #include "platform/Trace.h"
+#include "sip/SipJson.h"
 
 namespace {
 
-constexpr int kServers = 2;  // addressable by the object id
 constexpr char kListSeparators[] = " ,;";
 
 using Config = CNotificationConfig;
 using AuthenticationType = Config::AuthenticationType;
-
-/// How one value is read and written. A reader puts the value into the reply and returns false when there is none; a
-/// writer returns false when the request's data does not hold a value or it cannot be stored.
-struct ConfigurationRow {
-    unsigned int id;
-    bool isPerServer;
-    bool (*read)(Config&, int server, SipJson& reply);
-    bool (*write)(Config&, int server, const SipJson& request);
-};
 
 bool AnswerText(SipJson& reply, bool found, const std::string& text) {
     if (found) {
@@ -157,7 +149,7 @@ bool WriteSmtps(Config& config, int server, const SipJson& request) {
 
 constexpr unsigned int kServerCountValue = 0x0430;
 
-constexpr ConfigurationRow kValues[] = {
+constexpr NotificationValue kValues[] = {
     {0x0412, false, ReadText<&Config::GetSender>, WriteText<&Config::SetSender>},
     {0x0413, false, ReadText<&Config::GetSenderDescription>, WriteText<&Config::SetSenderDescription>},
     {0x0414, false, ReadList<&Config::GetRecipients>, WriteList<&Config::SetRecipients>},
@@ -171,72 +163,10 @@ constexpr ConfigurationRow kValues[] = {
     {0x043A, true, ReadSmtps, WriteSmtps},
 };
 
-/// A file that is not there yet has no values; one that cannot be read or understood is left alone.
-bool IsUsable(const Config& config) {
-    return config.Status() == Config::LoadStatus::Loaded || config.Status() == Config::LoadStatus::Missing;
-}
-
-/// Finds the value that a request names.
-/// @return null after answering a request for a value, or for a server, that does not exist
-const ConfigurationRow* FindValue(SipJson& request, int& server) {
-    const int command = request.GetCmdIndex();
-    const unsigned int id = request.GetCmdElemValue(command, "OE", 0);
-    const unsigned int index = request.GetCmdElemValue(command, "OI", 0);
-    const auto* row =
-        std::find_if(std::begin(kValues), std::end(kValues), [id](const ConfigurationRow& r) { return r.id == id; });
-    if (row == std::end(kValues)) {
-        request.SetStatus(kNotHandled);
-        return nullptr;
-    }
-    if (row->isPerServer && index >= kServers) {
-        request.SetStatus(kServerIndexOutOfRange);
-        return nullptr;
-    }
-    server = row->isPerServer ? static_cast<int>(index) : 0;
-    return row;
-}
-
 }  // namespace
 
-void CAlertExtensionModule::AnswerReadConfiguration(SipJson& request) {
-    int server = 0;
-    const ConfigurationRow* row = FindValue(request, server);
-    if (row == nullptr) {
-        return;
-    }
-    const CMutexLock lock(notificationLock_);
-    notification_.LoadExclusive();
-    if (IsUsable(notification_)) {
-        row->read(notification_, server, request);
-    }
-}
-
-void CAlertExtensionModule::AnswerWriteConfiguration(SipJson& request) {
-    int server = 0;
-    const ConfigurationRow* row = FindValue(request, server);
-    if (row == nullptr) {
-        return;
-    }
-    if (row->write == nullptr) {  // accepted for the sake of old consoles; servers are counted, not set
-        request.SetStatus(kDone);
-        return;
-    }
-    const CMutexLock lock(notificationLock_);
-    CFileLock fileLock;
-    if (!fileLock.Lock(notification_.Path().c_str(), nullptr, CNotificationConfig::kLockTimeoutMs)) {
-        EM_TRACE(1, "\nEM_ALERT            : ERROR! FAILED to lock notification configuration file!");
-        request.SetStatus(kLockFailed);
-        return;
-    }
-    notification_.Load();
-    const bool isSaved = IsUsable(notification_) && row->write(notification_, server, request) && notification_.Save();
-    if (isSaved) {
-        if (row->isPerServer) {
-            TakeMailServer(server);
-        } else {
-            TakeMailFormat();
-        }
-    }
-    request.SetStatus(isSaved ? kDone : kFailed);
-    fileLock.UnlockFile(notification_.Path().c_str());
+const NotificationValue* FindNotificationValue(unsigned int id) {
+    const auto* row =
+        std::find_if(std::begin(kValues), std::end(kValues), [id](const NotificationValue& v) { return v.id == id; });
+    return row == std::end(kValues) ? nullptr : row;
 }
