@@ -39,21 +39,27 @@ TEST_F(Faults, ThreadsThatCannotBeStartedAreTriedAgain) {
     Event();
 }
 
-TEST_F(Faults, MailSettingsThatWereLockedAtTheStartAreReadForTheNextMail) {
+TEST_F(Faults, MailSettingsThatWereLockedAtTheStartAreImportedAndReadForTheNextMail) {
     module_->Stop();
     EXPECT_TRUE(library_.remove());
+    const std::filesystem::path raidManager = "/opt/kestrel/HostwardenSuite/ArrayKeeper/bin";
+    std::filesystem::create_directories(raidManager);
+    std::ofstream(raidManager / "ravlo.ini") << "[Logging]\nMailLogSMTPServer=127.0.0.1\n";
+    std::filesystem::remove(kFile);
     const std::string lockFile = std::string(kFile) + ".lock";
     const CUniqueFd lock(::open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     ASSERT_EQ(::flock(lock.Get(), LOCK_EX), 0);
     module_ = library_.StartModule(agent_);
     const CTraceCapture trace;
     for (const char* servers : {"0", "2"}) {
+        EXPECT_FALSE(std::filesystem::exists(kFile));
         const unsigned int replies = agent_.Replies();
         Request(R"("OC":"0x1060","DA":"From: ops@x\nTo: anna@x\n\ntext")");
         EXPECT_TRUE(agent_.AwaitReplies(replies + 1));
         EXPECT_TRUE(trace.Has("EM_ALERT            : Available internal SMTP settings: " + std::string(servers)));
         ::flock(lock.Get(), LOCK_UN);
     }
+    EXPECT_TRUE(std::filesystem::exists(kFile));
 }
 
 TEST_F(Faults, AfterTheStopEventsAreRefusedAndRequestsAnswered) {
