@@ -16,6 +16,12 @@ endif()
 # A small library matters more to the host than what -O3 would gain.
 string(REPLACE "-O3" "-O2" CMAKE_CXX_FLAGS_RELEASE "${CMAKE_CXX_FLAGS_RELEASE}")
 
+# A compiler cache, where there is one, makes sanitized and repeated builds cheap.
+find_program(EM_CCACHE ccache)
+if(EM_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${EM_CCACHE})
+endif()
+
 option(EM_WARNINGS_ARE_ERRORS "Treat compiler warnings as errors" OFF)
 set(EM_SANITIZE "" CACHE STRING "Sanitizers for all targets, as -fsanitize= takes them")
 

@@ -19,6 +19,8 @@
 
 namespace {
 
+constexpr char kPython[] = "/usr/bin/python3";  // the one that Debian's packages are for
+
 std::string Base64Decoded(const std::string& text) {
     static const std::string kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string bytes;
@@ -65,10 +67,9 @@ CSmtpServer::CSmtpServer(std::vector<std::string> options) {
         throw std::runtime_error("no directory for the SMTP server");
     }
     directory_ = name;
-    const auto script = std::filesystem::path(__FILE__).parent_path() / "../../scripts/smtp-server";
-    std::vector<std::string> arguments{
-        "python3",       script,       "--mails", directory_ + "/mails", "--commands", directory_ + "/commands",
-        "--certificate", Certificate()};
+    // By its whole name: Python looks for its modules beside what it was called as.
+    std::vector<std::string> arguments{kPython,      EM_SMTP_SERVER,           "--mails",       directory_ + "/mails",
+                                       "--commands", directory_ + "/commands", "--certificate", Certificate()};
     arguments.insert(arguments.end(), options.begin(), options.end());
     Start(arguments);
 }
@@ -88,7 +89,7 @@ void CSmtpServer::Start(std::vector<std::string> arguments) {
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_adddup2(&actions, serverOutput.Get(), STDOUT_FILENO);
-    const int failure = ::posix_spawn(&pid_, "/usr/bin/python3", &actions, nullptr, argv.data(), environ);
+    const int failure = ::posix_spawn(&pid_, kPython, &actions, nullptr, argv.data(), environ);
     ::posix_spawn_file_actions_destroy(&actions);
     serverOutput.Reset();  // so that the read ends when the server dies
 
