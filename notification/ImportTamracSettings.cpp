@@ -102,7 +102,7 @@ void CTamracImport::ImportSender() {
     if (!sender.empty()) {
         EM_TRACE(3, TAG "  import TAMRAC: email sender \"%s\"", sender.c_str());
         config_.SetSender(sender);
-    } else if (isEnabled_ && !HostName().empty()) {
+    } else if (isEnabled_) {
         EM_TRACE(3, TAG "  import TAMRAC: email sender is host name \"%s\"", HostName().c_str());
         config_.SetSender(HostName());
     }
@@ -113,7 +113,7 @@ void CTamracImport::ImportSenderDescription() {
     if (!description.empty()) {
         EM_TRACE(3, TAG "  import TAMRAC: email sender description \"%s\"", description.c_str());
         config_.SetSenderDescription(description);
-    } else if (isEnabled_ && !HostName().empty()) {
+    } else if (isEnabled_) {
         EM_TRACE(3, TAG "  import TAMRAC: email sender description set to host name \"%s\"", HostName().c_str());
         config_.SetSenderDescription(HostName());
     }

@@ -53,7 +53,8 @@ public:
     /// @return false when `value` came out empty
     bool GetString(std::string& value, const char* section, const char* key, const char* fallback) const;
 
-    /// Reads a value that is a list: ";" separates its items, and only one behind a blank starts a comment.
+    /// Reads a value that is a list: ";" separates its items, and only one behind a blank, or before any item, starts a
+    /// comment.
     /// @return false when `list` came out empty
     bool GetListString(std::string& list, const char* section, const char* key) const;
 

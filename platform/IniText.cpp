@@ -1,5 +1,7 @@
 #include "platform/IniText.h"
 
+#include <algorithm>
+
 namespace {
 
 constexpr bool IsBlank(char c) {
@@ -23,9 +25,19 @@ std::string_view TrimRight(std::string_view text) {
 
 }  // namespace
 
+/// True when the character at `mark` stands right behind an item of a list.
+bool CIniLine::EndsItem(size_t mark) const {
+    const size_t equals = text.substr(0, mark).find('=');
+    if (equals == std::string_view::npos || IsBlank(text[mark - 1])) {
+        return false;
+    }
+    const std::string_view list = text.substr(equals + 1, mark - equals - 1);
+    return std::any_of(list.begin(), list.end(), [](char c) { return !IsBlank(c) && c != ','; });
+}
+
 std::string_view CIniLine::WithoutComment(Comment comment) const {
     size_t mark = text.find(';');
-    while (comment == Comment::BehindBlank && mark != std::string_view::npos && mark > 0 && !IsBlank(text[mark - 1])) {
+    while (comment == Comment::BehindBlank && mark != std::string_view::npos && EndsItem(mark)) {
         mark = text.find(';', mark + 1);
     }
     const std::string_view content = text.substr(0, mark);

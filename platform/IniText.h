@@ -9,7 +9,7 @@ public:
     /// Which ";" starts a comment.
     enum class Comment {
         Anywhere,
-        BehindBlank,  ///< for a value that is a list: others separate its items
+        BehindBlank,  ///< for a value that is a list, also one before any item: others separate the items
     };
 
     size_t begin = 0;       // offset of the line in the text
@@ -30,6 +30,7 @@ public:
     std::optional<std::string_view> ValueOf(std::string_view key, Comment comment = Comment::Anywhere) const;
 
 private:
+    bool EndsItem(size_t mark) const;
     std::string_view WithoutComment(Comment comment) const;
 };
 
