@@ -7,6 +7,7 @@
 #include <string_view>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -83,25 +84,25 @@ bool CFileLock::Lock(const char* path, const char* owner, int timeoutMs) {
         return false;
     }
     EM_TRACE(5, TAG "  apply file lock using file %s...", path);
-    if (fd_) {
-        Release(path_);
-    }
     holder_.clear();
-    path_ = LockFileName(path);
-    EM_TRACE(3, LOCK_TAG "LockFileName.c_str() = %s\n", path_.c_str());
-    const std::string directory = path_.substr(0, path_.rfind('/'));
+    const std::string lockFile = LockFileName(path);
+    EM_TRACE(3, LOCK_TAG "LockFileName.c_str() = %s\n", lockFile.c_str());
+    const std::string directory = lockFile.substr(0, lockFile.rfind('/'));
     EM_TRACE(3, LOCK_TAG "LockFileDir.c_str() = %s\n", directory.c_str());
 
-    // The directory of "/x.lock" is empty here, and always there.
-    const bool isInRoot = directory.empty();
-    const bool hasSuffix = path_.size() > std::string_view(path).size();
-    const int error = !hasSuffix ? ENAMETOOLONG : isInRoot ? 0 : CreateDirectories(directory);
+    const bool hasSuffix = lockFile.size() > std::string_view(path).size();
+    const int error = hasSuffix ? CreateDirectories(directory) : ENAMETOOLONG;
     if (error != 0) {
         lastError_ = static_cast<unsigned int>(error);
         EM_TRACE(1, TAG "## ERROR! Failed to open/create lock directory %s (LastError = 0x%08X)", directory.c_str(),
                  lastError_);
+        EM_TRACE(1, TAG "  %s", std::generic_category().message(error).c_str());
         return false;
     }
+    if (fd_) {
+        Release(std::string());
+    }
+    path_ = lockFile;
     return Acquire(owner, timeoutMs);
 }
 
@@ -118,11 +119,27 @@ bool CFileLock::Acquire(const char* owner, int timeoutMs) {
         }
     } while (outcome == Outcome::StartOver && deadline.Wait());
     if (outcome != Outcome::Done) {
-        ReadHolder();
-        return false;
+        return Refuse(outcome);
     }
     WriteHolder(owner);
     return true;
+}
+
+/// @return false
+bool CFileLock::Refuse(Outcome outcome) {
+    const int error = static_cast<int>(lastError_);
+    if (outcome != Outcome::NotMade) {
+        const bool isRead = ReadHolder();
+        Remember(isRead || outcome != Outcome::NotLockable);
+    }
+    if (error == EWOULDBLOCK) {
+        EM_TRACE(1, TAG "## ERROR! %s is held by %s", path_.c_str(),
+                 holder_.empty() ? "a process that left no name" : holder_.c_str());
+    } else {
+        EM_TRACE(1, TAG "## ERROR! %s cannot be taken: %s", path_.c_str(),
+                 std::generic_category().message(error).c_str());
+    }
+    return false;
 }
 
 CFileLock::Outcome CFileLock::ProbeLockFile(int retries) {
@@ -137,19 +154,19 @@ CFileLock::Outcome CFileLock::ProbeLockFile(int retries) {
     if (!Remember(static_cast<bool>(fd))) {
         EM_TRACE(3, LOCK_TAG "Could NOT open lockfile %s\n", name);
         // Its holder released it between stat and open.
-        return lastError_ == ENOENT ? Outcome::StartOver : Outcome::Failed;
+        return lastError_ == ENOENT ? Outcome::StartOver : Outcome::NotLockable;
     }
     EM_TRACE(3, LOCK_TAG "Successfully opened lockfile %s\n", name);
     EM_TRACE(3, LOCK_TAG "Trying to lock lockfile %s\n", name);
     while (!Remember(::flock(fd.Get(), LOCK_EX | LOCK_NB) == 0)) {
         if (lastError_ != kSharingViolation) {
             EM_TRACE(3, LOCK_TAG "Could NOT lock lockfile %s\n", name);
-            return Outcome::Failed;
+            return Outcome::NotLockable;
         }
         EM_TRACE(3, LOCK_TAG "Error Sharing Violation while trying to lock lockfile %s\n", name);
         std::this_thread::sleep_for(std::chrono::milliseconds(kRetryIntervalMs));
         if (--retries <= 0) {
-            return Outcome::Failed;
+            return Outcome::NotLockable;
         }
     }
     EM_TRACE(3, LOCK_TAG "Successfully locked lockfile %s\n", name);
@@ -164,11 +181,14 @@ CFileLock::Outcome CFileLock::OpenAndLock(const CDeadline& deadline) {
     // Not truncated here: until the lock is ours the text in the file is the holder's.
     CUniqueFd fd(::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0644));
     if (!Remember(static_cast<bool>(fd))) {
-        return Outcome::Failed;
+        return Outcome::NotMade;
     }
     while (!Remember(::flock(fd.Get(), LOCK_EX | LOCK_NB) == 0)) {
-        if ((lastError_ != EWOULDBLOCK && lastError_ != EINTR) || !deadline.Wait()) {
-            return Outcome::Failed;
+        if (lastError_ != EWOULDBLOCK && lastError_ != EINTR) {
+            return Outcome::NotMade;
+        }
+        if (!deadline.Wait()) {
+            return Outcome::StartOver;
         }
     }
     if (!IsSameFile(fd.Get(), path_)) {
@@ -179,16 +199,14 @@ CFileLock::Outcome CFileLock::OpenAndLock(const CDeadline& deadline) {
     return Outcome::Done;
 }
 
-void CFileLock::ReadHolder() {
+bool CFileLock::ReadHolder() {
     const CUniqueFd fd(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!Remember(static_cast<bool>(fd))) {
-        return;
-    }
     char text[kMaxHolderLength];
-    const ssize_t length = ::read(fd.Get(), text, sizeof text);
-    if (Remember(length >= 0)) {
+    const ssize_t length = fd ? ::read(fd.Get(), text, sizeof text) : -1;
+    if (length >= 0) {
         holder_ = ToXml(std::string_view(text, static_cast<std::size_t>(length)), XmlPlace::Verbatim);
     }
+    return length >= 0;
 }
 
 /// An empty or cut text does not make the lock less of a lock.

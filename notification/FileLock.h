@@ -20,14 +20,17 @@ public:
     /// Releases a held lock and deletes its lock file.
     ~CFileLock();
 
-    /// Takes the lock; a lock that this object holds already is released first.
-    /// @param path       the protected file, absolute. Its directory is created when missing. A lock-file name of more
+    /// Takes the lock. One that this object holds already is given up as soon as the directory of the new one exists;
+    /// its lock file stays, unlocked.
+    /// @param path       the protected file, absolute, not in "/". Its directory is created when missing. A lock-file
+    /// name of more
     ///                   than 259 characters is cut there; a path that leaves no room for any of ".lock" is refused
     ///                   (ENAMETOOLONG), since the lock file would then be the protected file itself.
     /// @param owner      written in front of the process id; may be null
     /// @param timeoutMs  the longest wait. A lock that another process holds fails at once, by design: what is waited
     ///                   for is the moment between finding a lock file free and having it.
-    /// @return false when the lock could not be had: `LastError` and `HolderText` tell more
+    /// @return false when the lock could not be had: `LastError` and `HolderText` tell more, and a trace of level 1
+    ///         tells who holds it, or else why it cannot be taken
     bool Lock(const char* path, const char* owner, int timeoutMs);
 
     /// Releases the lock and deletes the lock file of a protected file. Without a held lock it does nothing.
@@ -38,17 +41,24 @@ public:
     /// The errno value of the last failure; EINVAL for a missing or relative path.
     unsigned int LastError() const { return lastError_; }
 
-    /// What the lock file said when taking the lock failed: at most 255 bytes, less what is not UTF-8.
+    /// What the lock file said when taking the lock failed: at most 255 bytes, less what is not UTF-8. Empty when the
+    /// lock file could not be read, or made.
     const std::string& HolderText() const { return holder_; }
 
 private:
     class CDeadline;
-    enum class Outcome { Done, Failed, StartOver };
+    enum class Outcome {
+        Done,
+        StartOver,    // its holder released it, or another one was faster
+        NotLockable,  // the file that is there cannot be opened or locked
+        NotMade,      // the file cannot be opened for writing, or locked
+    };
 
     bool Acquire(const char* owner, int timeoutMs);
     Outcome ProbeLockFile(int retries);
     Outcome OpenAndLock(const CDeadline& deadline);
-    void ReadHolder();
+    bool Refuse(Outcome outcome);
+    bool ReadHolder();
     void WriteHolder(const char* owner);
     void Release(const std::string& lockFile);
     bool Remember(bool success);

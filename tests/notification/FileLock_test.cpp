@@ -8,6 +8,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "support/PrivateNamespace.h"
 #include "support/TraceCapture.h"
 #include "xml/TempDirectory.h"
 
@@ -60,6 +61,7 @@ TEST_F(FileLock, AHeldLockFailsAtOnceAndNamesItsHolder) {
     ::alarm(0);
     EXPECT_EQ(lock.LastError(), static_cast<unsigned int>(EWOULDBLOCK));
     EXPECT_EQ(lock.HolderText(), "M\xC3\xBCller" + pid_);
+    EXPECT_TRUE(trace_.Has("\nCFileLock           : ## ERROR! " + lockFile_ + " is held by M\xC3\xBCller" + pid_));
     lock.UnlockFile(file_.c_str());
     EXPECT_EQ(ReadFile(lockFile_), "M\xC3\xBCller\xFF\x01" + pid_);
     WriteFile(lockFile_ + ".new", "another holder");
@@ -68,19 +70,49 @@ TEST_F(FileLock, AHeldLockFailsAtOnceAndNamesItsHolder) {
     EXPECT_EQ(ReadFile(lockFile_), "another holder");  // not ours to delete
 }
 
-TEST_F(FileLock, RefusesPathsThatItCannotLock) {
+TEST_F(FileLock, RefusesPathsThatItCannotLockAndKeepsTheLockThatItHas) {
     WriteFile(directory_ / "file", "");
     const std::string base = directory_ / "";
-    CFileLock lock;
-    for (const std::string& path : {std::string(), std::string("relative/a.xml"), base + "file/a.xml",
-                                    base + std::string(259 - base.size(), 'a')}) {
-        EXPECT_FALSE(lock.Lock(path.c_str(), nullptr, 0)) << path;
-    }
-    EXPECT_EQ(lock.LastError(), static_cast<unsigned int>(ENAMETOOLONG));
-    EXPECT_TRUE(trace_.Has("## ERROR! Failed to open/create lock directory relative (LastError = 0x00000016)"));
     const std::string longest = base + std::string(256 - base.size(), 'a');
-    EXPECT_TRUE(lock.Lock(longest.c_str(), nullptr, 0) && std::filesystem::exists(longest + ".lo"));
-    EXPECT_TRUE(lock.UnlockFile(longest.c_str()) && !std::filesystem::exists(longest + ".lo"));
+    const std::string tooLong = base + std::string(259 - base.size(), 'a');
+    CFileLock lock;
+    ASSERT_TRUE(lock.Lock(longest.c_str(), nullptr, 0));
+    const struct {
+        std::string path;
+        unsigned int error;
+        std::string directory;
+        std::string reason;
+    } cases[] = {
+        {"relative/a.xml", EINVAL, "relative", "16)\nCFileLock           :   Invalid argument"},
+        {"a.xml", EINVAL, "a.xml.lock", "16)\nCFileLock           :   Invalid argument"},
+        {"/a.xml", EINVAL, "", "16)\nCFileLock           :   Invalid argument"},
+        {base + "file/x/a.xml", ENOTDIR, base + "file/x", "14)\nCFileLock           :   Not a directory"},
+        {tooLong, ENAMETOOLONG, base.substr(0, base.size() - 1), "24)\nCFileLock           :   File name too long"}};
+    for (const auto& [path, error, directory, reason] : cases) {
+        const CTraceCapture trace(1);
+        EXPECT_TRUE(!lock.Lock(path.c_str(), nullptr, 0) && lock.LastError() == error) << path;
+        EXPECT_EQ(trace.All(), "\nCFileLock           : ## ERROR! Failed to open/create lock directory " + directory +
+                                   " (LastError = 0x000000" + reason);
+    }
+    EXPECT_FALSE(lock.Lock(nullptr, nullptr, 0) || lock.Lock("", nullptr, 0));
+    EXPECT_EQ(lock.LastError(), static_cast<unsigned int>(EINVAL));
+    EXPECT_FALSE(CFileLock().Lock(longest.c_str(), nullptr, 0));
+    EXPECT_TRUE(lock.Lock(file_.c_str(), nullptr, 0) &&
+                std::filesystem::exists(longest + ".lo"));  // closed, not deleted
+    EXPECT_TRUE(CFileLock().Lock(longest.c_str(), nullptr, 0));
+    EXPECT_FALSE(std::filesystem::exists(longest + ".lo"));
+}
+
+TEST_F(FileLock, TellsWhyALockFileCannotBeMade) {
+    InPrivateNamespace([&] {
+        ASSERT_EQ(::mount("none", (directory_ / "").c_str(), "tmpfs", MS_RDONLY, nullptr), 0);
+        const CTraceCapture trace(1);
+        CFileLock lock;
+        EXPECT_FALSE(lock.Lock((directory_ / "a").c_str(), nullptr, 0));
+        EXPECT_TRUE(lock.LastError() == EROFS && lock.HolderText().empty());
+        EXPECT_EQ(trace.All(), "\nCFileLock           : ## ERROR! " + (directory_ / "a") +
+                                   ".lock cannot be taken: Read-only file system");
+    });
 }
 
 TEST_F(FileLock, TheWaitEndsWhenAnotherOneWasFaster) {
