@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <fcntl.h>
+#include <memory>
 #include <sys/stat.h>
 
 namespace {
@@ -107,6 +109,16 @@ bool CInPlaceFile::Replace(std::string_view text, size_t begin, size_t end, std:
         return false;
     }
     return file_.Reset() == 0;
+}
+
+void CInPlaceFile::Remove(const char* path) {
+    const int error = errno;
+    const std::unique_ptr<char, decltype(&::free)> target(::realpath(path, nullptr), &::free);
+    if (target != nullptr) {
+        ::unlink(target.get());
+    }
+    file_.Reset();
+    errno = error;
 }
 
 bool CInPlaceFile::SetMode(mode_t mode) {

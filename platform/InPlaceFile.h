@@ -22,6 +22,9 @@ public:
     /// Sets the mode of the open file, whatever the process's file creation mask is.
     bool SetMode(mode_t mode);
 
+    /// Deletes the file that was opened as `path` and closes it; a symbolic link to it stays. errno is kept.
+    void Remove(const char* path);
+
 private:
     CUniqueFd file_;
 };

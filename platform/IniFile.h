@@ -10,8 +10,8 @@
 /// is described with CIniText. Directories, devices, pipes and files beyond 64 MiB count as unreadable.
 ///
 /// Writing keeps the file's identity (inode, links, owner, mode): what follows the changed place is moved in the file.
-/// A write that fails (full disk, quota, size limit) leaves the file as it was. There is no locking: two writers of one
-/// file must agree by other means.
+/// A write that fails (full disk, quota, size limit) leaves the file as it was, and no file where there was none. There
+/// is no locking: two writers of one file must agree by other means.
 ///
 /// The static functions may be called on any thread, an object on one thread at a time.
 class CIniFile {

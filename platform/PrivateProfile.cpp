@@ -124,6 +124,31 @@ void StartOnNewLine(std::string_view text, CChange& change) {
     }
 }
 
+/// Carries the change out on a file that was loaded as `text`.
+bool Apply(CInPlaceFile& file, std::string_view text, std::optional<CChange> change) {
+    if (!change) {
+        return true;
+    }
+    StartOnNewLine(text, *change);
+    return file.Replace(text, change->begin, change->end, change->text);
+}
+
+/// Makes a file that holds nothing but the entry; a failure leaves none, and errno.
+bool Create(const char* section, const char* key, const char* value, const char* path) {
+    std::string text;
+    CInPlaceFile file;
+    if (!file.Load(path, text, O_RDWR | O_CREAT)) {
+        return false;
+    }
+    if (file.SetMode(0644) && Apply(file, text, PlanChange(text, section, key, value))) {
+        return true;
+    }
+    if (text.empty()) {  // else somebody has made it meanwhile
+        file.Remove(path);
+    }
+    return false;
+}
+
 bool HasLineBreak(const char* text) {
     return text != nullptr && std::strpbrk(text, "\r\n") != nullptr;
 }
@@ -183,26 +208,16 @@ bool CIniFile::WritePrivateProfileString(const char* section, const char* key, c
     const bool deletion = key == nullptr || value == nullptr;
     std::string text;
     CInPlaceFile file;
-    bool opened = file.Load(path, text, O_RDWR);
-    const bool missing = !opened && errno == ENOENT;
-    if (missing) {
-        if (deletion) {
-            return true;
-        }
-        opened = file.Load(path, text, O_RDWR | O_CREAT) && file.SetMode(0644);
+    const bool opened = file.Load(path, text, O_RDWR);
+    if (!opened && errno == ENOENT && (deletion || Create(section, key, value, path))) {
+        return true;
     }
     if (!opened) {
         EM_TRACE(1, "WritePrivateProfileString: ## WARNING: append open error: %s\n",
                  std::generic_category().message(errno).c_str());
         return false;
     }
-    std::optional<CChange> change = PlanChange(text, section, key, value);
-    if (change) {
-        StartOnNewLine(text, *change);
-    }
-    const bool done = !change || file.Replace(text, change->begin, change->end, change->text);
-    if (!missing) {
-        EM_TRACE(4, "WritePrivateProfileString rc=0x%04x\n", static_cast<unsigned int>(done));
-    }
+    const bool done = Apply(file, text, PlanChange(text, section, key, value));
+    EM_TRACE(4, "WritePrivateProfileString rc=0x%04x\n", static_cast<unsigned int>(done));
     return done;
 }

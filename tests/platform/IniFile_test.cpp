@@ -175,5 +175,15 @@ TEST_F(IniFile, AFailedWriteLeavesTheFileAsItWas) {
         std::ofstream(path_, std::ios::app) << "\n";
         WriteAll(directory_ / "filler", std::string(8192, 'f'));
         unchanged("k", "12");
+        ASSERT_EQ(::unlink(path_.c_str()), 0);
+        WriteFile(directory_ / "filler", std::string(20480, 'f'));
+        std::filesystem::create_symlink(path_, directory_ / "link");
+        for (const std::string& path : {path_, directory_ / "link"}) {
+            const CTraceCapture trace(1);
+            EXPECT_FALSE(CIniFile(path.c_str()).SetString("s", "k", "1"));
+            EXPECT_EQ(trace.All(),
+                      "WritePrivateProfileString: ## WARNING: append open error: No space left on device\n");
+            EXPECT_TRUE(!std::filesystem::exists(path_) && std::filesystem::is_symlink(directory_ / "link"));
+        }
     });
 }
