@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "platform/Cancellation.h"
 #include "platform/DirectoryEntries.h"
 
 std::atomic<bool> CDebugTraceConfig::tracingEnabled{false};
@@ -98,19 +99,22 @@ void CDebugTraceConfig::RereadWhenDue() {
     if (!due || !rereadLock_.TryLock()) {
         return;
     }
+    const CMutexLock lock(rereadLock_, std::adopt_lock);  // memory may run out on the way
+    const CCancellationPause pause;
     lastCheck_ = now;
     Reread();
-    rereadLock_.Unlock();
 }
 
 void CDebugTraceConfig::Reread() {
-    if (globalSection_.CheckForChange() == CDebugTraceConfigFile::Change::Newer &&
+    using Change = CDebugTraceConfigFile::Change;
+    if (globalSection_.CheckForChange() == Change::Newer &&
         globalSection_.OpenSectionInIniFile(kGlobalSection, kGlobalFile, directory_.c_str())) {
         unsigned int interval = updateInterval_;
         globalSection_.GetNumberFromIniFile("DynamicUpdate", interval);
         updateInterval_ = interval;
     }
-    if (!moduleFile_.empty() && moduleSection_.CheckForChange() == CDebugTraceConfigFile::Change::Newer &&
+    const Change change = moduleFile_.empty() ? Change::None : moduleSection_.CheckForChange();
+    if ((change == Change::Newer || change == Change::Other) &&
         moduleSection_.OpenSectionInIniFile(moduleName_, moduleFile_.c_str(), directory_.c_str())) {
         LoadModuleSection(moduleSection_);
         if (fileLevel_ != kLevelNotSet) {

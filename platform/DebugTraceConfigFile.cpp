@@ -31,14 +31,17 @@ bool CDebugTraceConfigFile::ReadCompleteFile(std::string& text) {
     if (!file || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size > kMaxFileSize) {
         return false;
     }
-    size_ = status.st_size;
-    modified_ = status.st_mtim;
-    text.resize(static_cast<size_t>(size_));
-    if (::read(file.Get(), text.data(), text.size()) != size_) {
+    text.resize(static_cast<size_t>(status.st_size));
+    if (::read(file.Get(), text.data(), text.size()) != status.st_size) {
         return false;
     }
     const size_t last = text.rfind('[');
-    return last != std::string::npos && ::strcasecmp(SectionName(text, last).c_str(), "EndOfFile") == 0;
+    if (last == std::string::npos || ::strcasecmp(SectionName(text, last).c_str(), "EndOfFile") != 0) {
+        return false;
+    }
+    size_ = status.st_size;
+    modified_ = status.st_mtim;
+    return true;
 }
 
 bool CDebugTraceConfigFile::OpenSectionInIniFile(const char* section, const char* fileName, const char* directory) {
@@ -81,5 +84,9 @@ CDebugTraceConfigFile::Change CDebugTraceConfigFile::CheckForChange() {
         CloseSectionInIniFile();
         return Change::Gone;
     }
-    return IsNewer(status.st_mtim, modified_) ? Change::Newer : Change::None;
+    if (IsNewer(status.st_mtim, modified_)) {
+        return Change::Newer;
+    }
+    const bool same = !IsNewer(modified_, status.st_mtim) && status.st_size == size_;
+    return same ? Change::None : Change::Other;
 }

@@ -13,8 +13,8 @@ class CDebugTraceConfigFile {
 public:
     /// Reads the file and keeps the text of one section. Files larger than 1 MiB and anything but regular files count
     /// as unreadable.
-    /// @return false when the file is unreadable, incomplete or lacks the section; nothing is kept of an unreadable
-    ///         file, while path, size and time of a readable one are remembered either way.
+    /// @return false when the file is unreadable, incomplete or lacks the section; of an unreadable file only
+    ///         the path is kept, while size and time of a readable one are remembered either way.
     bool OpenSectionInIniFile(const char* section, const char* fileName, const char* directory);
 
     /// Looks a number up in the kept section: the first place where the text `key` occurs (also inside a longer key),
@@ -24,10 +24,15 @@ public:
 
     void CloseSectionInIniFile();
 
-    /// How the file on disk compares with what was read.
-    enum class Change { None, Newer, Gone };
+    /// How the file on disk compares with the one that was read last.
+    enum class Change {
+        None,
+        Newer,
+        Other,  ///< older, or of the same time and another size
+        Gone,
+    };
 
-    /// Gone drops the section text and the remembered time and size, so that a file which comes back is newer.
+    /// What could not be read completely is not remembered, and neither is a file that is gone: both are newer then.
     Change CheckForChange();
 
 private:

@@ -19,6 +19,8 @@ private:
 class EM_SCOPED_CAPABILITY CMutexLock {
 public:
     explicit CMutexLock(CMutex& mutex) EM_ACQUIRE(mutex) : mutex_(mutex) { mutex_.Lock(); }
+    /// Takes over a lock that the caller holds.
+    CMutexLock(CMutex& mutex, std::adopt_lock_t /*held*/) EM_REQUIRES(mutex) : mutex_(mutex) {}
     ~CMutexLock() EM_RELEASE() { mutex_.Unlock(); }
     CMutexLock(const CMutexLock&) = delete;
     CMutexLock& operator=(const CMutexLock&) = delete;

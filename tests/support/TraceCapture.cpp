@@ -1,8 +1,12 @@
 #include "support/TraceCapture.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <mutex>
+#include <pthread.h>
+
+#include <gtest/gtest.h>
 
 #include "platform/DebugSink.h"
 #include "platform/ModuleObjects.h"
@@ -11,15 +15,18 @@ namespace {
 
 std::mutex lock;
 std::vector<std::string> prints;
+std::atomic<bool> isSinkActive{true};
 
 }  // namespace
 
 // Not in the unnamed namespace: an object of such a type is not exported.
 class CCaptureSink final : public CIDebugSink {
 public:
-    bool IsActive() const override { return true; }
+    bool IsActive() const override { return isSinkActive; }
     __attribute__((format(printf, 2, 0))) void Print(const char* format, va_list arguments,
-                                                     const char* /*moduleName*/) override {
+                                                     const char* moduleName) override {
+        ::pthread_testcancel();  // as in any sink that writes to a file
+        EXPECT_STREQ(moduleName, "EM_ALERT");
         char* text = nullptr;
         if (::vasprintf(&text, format, arguments) >= 0) {
             const std::lock_guard guard(lock);
@@ -43,6 +50,10 @@ CTraceCapture::~CTraceCapture() {
 std::vector<std::string> CTraceCapture::Prints() const {
     const std::lock_guard guard(lock);
     return prints;
+}
+
+void CTraceCapture::SetActive(bool isActive) {
+    isSinkActive = isActive;
 }
 
 bool CTraceCapture::Has(const std::string& text) const {

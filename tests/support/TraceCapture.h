@@ -19,5 +19,7 @@ public:
     bool Has(const std::string& text) const;
     int Count(const std::string& text) const;
     std::string All() const;
+    /// Whether the sink wants prints of those who look for one; it does.
+    void SetActive(bool isActive);
     void Clear();
 };
