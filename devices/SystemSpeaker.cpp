@@ -9,6 +9,7 @@
 
 #include "devices/DeviceBeeper.h"
 #include "devices/SpeakerBlock.h"
+#include "platform/Cancellation.h"
 #include "platform/Event.h"
 #include "platform/Trace.h"
 
@@ -110,6 +111,7 @@ void* CSystemSpeaker::RunAsThread_BeeperThread(void* parameter) {
     } catch (const std::exception& exception) {
         EM_TRACE(1, "\nCSystemSpeaker      : ERROR! Exception: %s", exception.what());
     } catch (...) {
+        LetCancellationPass();
         EM_TRACE(1, "\nCSystemSpeaker      : ERROR! Unknown exception");
     }
     block.reset();

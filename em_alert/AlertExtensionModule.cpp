@@ -5,6 +5,7 @@
 
 #include "em_alert/EmAlert.h"
 #include "em_alert/ModuleInstance.h"
+#include "platform/Cancellation.h"
 #include "platform/Trace.h"
 
 namespace {
@@ -79,6 +80,7 @@ void CAlertExtensionModule::OnSwitchStarted(void* parameter) {
     try {
         LoadConfiguration();
     } catch (...) {
+        LetCancellationPass();
         EM_TRACE(1, "\nEM_ALERT            : ERROR! Exception while loading the configuration!");
     }
     isWorkerMissing_ = true;

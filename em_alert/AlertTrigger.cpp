@@ -2,6 +2,7 @@
 #include <exception>
 
 #include "em_alert/AlertExtensionModule.h"
+#include "platform/Cancellation.h"
 #include "platform/Trace.h"
 
 namespace {
@@ -63,6 +64,7 @@ void CAlertExtensionModule::ProcessComponentStatus(SipJson& event) {
         try {
             consequence();
         } catch (...) {
+            LetCancellationPass();
             failure = std::current_exception();
         }
     };

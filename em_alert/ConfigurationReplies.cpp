@@ -3,6 +3,7 @@
 
 #include "em_alert/AlertExtensionModule.h"
 #include "em_alert/SettingTrace.h"
+#include "platform/Cancellation.h"
 
 namespace {
 
@@ -32,6 +33,7 @@ void CAlertExtensionModule::ApplicationReply(SipJson& message) {
                 break;
         }
     } catch (...) {
+        LetCancellationPass();
         EM_TRACE(1, "\n\nEM_ALERT (REPLY)    : CABINET %04d: FATAL ERROR! EXCEPTION in Reply Handler OpCode 0x%04X!",
                  static_cast<int>(message.GetCmdElemValue(command, "CA", 0)), opCode);
     }

@@ -2,6 +2,7 @@
 
 #include "em_alert/AlertExtensionModule.h"
 #include "em_alert/ModuleInstance.h"
+#include "platform/Cancellation.h"
 #include "platform/Trace.h"
 
 ModuleInstance moduleInstance;
@@ -70,6 +71,7 @@ bool EM_Delete() {
         EM_TRACE(1, "\nEM DLL (%-10s) : .. Module destroyed successfully!", GetModuleName());
         return true;
     } catch (...) {
+        LetCancellationPass();
         EM_TRACE(1, "\nEM DLL (%-10s) : ## ERROR! Exception while destroying module!", GetModuleName());
         return false;
     }

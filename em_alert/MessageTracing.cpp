@@ -1,6 +1,7 @@
 #include <string>
 
 #include "em_alert/ExtensionModuleBase.h"
+#include "platform/Cancellation.h"
 #include "platform/Trace.h"
 #include "sip/DataStruct.h"
 #include "sip/SipJson.h"
@@ -66,6 +67,7 @@ void CExtensionModule::TraceSipAs(int level, const char* suffix, const SipJson& 
     try {
         TraceSip(level, (std::string(GetName()) + suffix).c_str(), message);
     } catch (...) {  // out of memory: a trace is lost, the message is not
+        LetCancellationPass();
         EM_TRACE(1, "\n%-20s: ## EXCEPTION while tracing a message! ##", GetName());
     }
 }

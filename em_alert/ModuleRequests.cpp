@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "em_alert/AlertExtensionModule.h"
+#include "platform/Cancellation.h"
 #include "platform/Trace.h"
 
 struct CAlertExtensionModule::RequestRow {
@@ -29,6 +30,7 @@ bool CAlertExtensionModule::ModuleRequest(SipJson& message) {
         }
         DispatchRequest(message);
     } catch (...) {
+        LetCancellationPass();
         TrySetStatus(message, kException);
         const int command = message.GetCmdIndex();
         EM_TRACE(1, "\nEM_ALERT (REQUEST)  : ## EXCEPTION! CABID %04d: OpCode 0x%04X-0x%04X ObjId 0x%04X Status 0x%02X",
@@ -41,6 +43,7 @@ bool CAlertExtensionModule::ModuleRequest(SipJson& message) {
 }
 
 void CAlertExtensionModule::TrySetStatus(SipJson& message, unsigned int status) noexcept {
+    const CCancellationPause pause;
     try {
         message.SetStatus(status);
     } catch (...) {

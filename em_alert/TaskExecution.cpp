@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "em_alert/AlertExtensionModule.h"
+#include "platform/Cancellation.h"
 #include "platform/Trace.h"
 
 namespace {
@@ -29,6 +30,7 @@ void CAlertExtensionModule::OnTaskExecution(SipJson& request, _TaskPriority /*pr
     try {
         ExecuteTask(request);
     } catch (...) {  // the requester waits for an answer
+        LetCancellationPass();
         TrySetStatus(request, kException);
         ReplySip(request);
         throw;

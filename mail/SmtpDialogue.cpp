@@ -2,6 +2,7 @@
 
 #include "mail/HeaderLines.h"
 #include "mail/SMTPClientTrace.h"
+#include "platform/Cancellation.h"
 
 int CSmtpDialogue::Observe(CURL* /*handle*/, curl_infotype type, char* data, std::size_t size, void* dialogue) {
     try {
@@ -11,8 +12,8 @@ int CSmtpDialogue::Observe(CURL* /*handle*/, curl_infotype type, char* data, std
         } else if (type == CURLINFO_HEADER_IN) {
             self.OnAnswer({data, size});
         }
-    } catch (...) {
-        // Out of memory: a trace is lost, the mail need not be.
+    } catch (...) {  // out of memory: a trace is lost, the mail need not be
+        LetCancellationPass();
     }
     return 0;
 }

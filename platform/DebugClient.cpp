@@ -2,12 +2,14 @@
 
 #include <dlfcn.h>
 
+#include "platform/Cancellation.h"
 #include "platform/SysLogTraces.h"
 
 void CDebugClient::Print(unsigned int level, const char* format, ...) {
     try {
         RereadWhenDue();
     } catch (...) {  // out of memory: the settings stay as they are
+        LetCancellationPass();
     }
     if (level > DebugLevel()) {
         return;
@@ -39,16 +41,21 @@ void CDebugClient::PrintAlways(const char* format, ...) {
 }
 
 void CDebugClient::PrintToSink(const char* format, va_list arguments) {
-    try {
-        CIDebugSink* sink = sink_.load(std::memory_order_acquire);
-        if (sink == nullptr) {
-            sink = FindSink();
+    {
+        const CCancellationPause pause;
+        try {
+            CIDebugSink* sink = sink_.load(std::memory_order_acquire);
+            if (sink == nullptr) {
+                sink = FindSink();
+            }
+            if (sink != nullptr) {
+                sink->Print(format, arguments, ModuleName());
+            }
+        } catch (...) {  // the host's own, out of memory: what is traced matters more than its trace
+            LetCancellationPass();
         }
-        if (sink != nullptr) {
-            sink->Print(format, arguments, ModuleName());
-        }
-    } catch (...) {  // the host's own, out of memory: what is traced matters more than its trace
     }
+    ::pthread_testcancel();  // a thread that does nothing but trace can be killed, too
 }
 
 CIDebugSink* CDebugClient::FindSink() {

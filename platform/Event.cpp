@@ -2,10 +2,12 @@
 
 #include <cerrno>
 
+#include "platform/Cancellation.h"
 #include "platform/EventBlock.h"
 #include "platform/Trace.h"
 
 // As soon as a waiter runs, it may destroy the event: Set and its like trace before that, and use no handle after it.
+// A thread can be cancelled while it waits, and nowhere else: a signal that was set, or taken, is not lost.
 
 CEvent::CEvent(bool initialState, bool manualReset, const char* name) {
     Attach(initialState, manualReset, name);
@@ -29,6 +31,7 @@ CEvent::~CEvent() {
 }
 
 void CEvent::Attach(bool initialState, bool manualReset, const char* name) {
+    const CCancellationPause pause;
     CEventTable& table = moduleObjects.eventTable;
     const CCriticalSectionLock eventLock(table.eventLock);
     const bool named = name != nullptr && *name != '\0';
@@ -53,6 +56,7 @@ void CEvent::Attach(bool initialState, bool manualReset, const char* name) {
 }
 
 void CEvent::Share(const CEvent& other) {
+    const CCancellationPause pause;
     const CCriticalSectionLock eventLock(moduleObjects.eventTable.eventLock);
     block_ = other.block_;
     closed_ = other.closed_.load();
@@ -69,6 +73,7 @@ void CEvent::Release(CEventBlock* block) {
     if (block == nullptr) {
         return;
     }
+    const CCancellationPause pause;
     {
         const CEventMutexLock lock(block->mutex);
         EM_TRACE(3, "decr refcount on event %p <%s> (IsSignaled=%d)\n", static_cast<const void*>(block), block->Label(),
@@ -98,6 +103,7 @@ void CEvent::Drop(CEventBlock* block) {
 }
 
 bool CEvent::Create(bool initialState, bool manualReset, const char* name) {
+    const CCancellationPause pause;
     closed_ = false;
     if (block_ == nullptr) {
         Attach(initialState, manualReset, name);
@@ -112,8 +118,8 @@ bool CEvent::Create(bool initialState, bool manualReset, const char* name) {
     block_->manualReset = manualReset;
     block_->signalled = false;
     if (initialState) {
-        block_->signalled = true;
-        block_->Wake(manualReset);
+        block_->Signal();
+        block_->Wake();
     }
     return true;
 }
@@ -123,6 +129,7 @@ bool CEvent::Open(const char* /*name*/, unsigned int /*access*/, bool /*inherit*
 }
 
 bool CEvent::Close() {
+    const CCancellationPause pause;
     if (block_ == nullptr) {
         return false;
     }
@@ -133,16 +140,17 @@ bool CEvent::Close() {
     EM_TRACE(3, "Close event %p <%s> IsSignaled=%d --> IsSignaled=1\n", static_cast<const void*>(block_),
              block_->Label(), block_->signalled);
     block_->signalled = true;
-    block_->ReleaseWaiters(true);
+    block_->ReleaseWaiters(true, CEventBlock::Release::BySet);
+    block_->Wake();
     return true;
 }
 
 bool CEvent::Set() const {
+    const CCancellationPause pause;
     CEventBlock* const block = block_;
     if (block == nullptr) {
         return false;
     }
-    bool all = false;
     {
         const CEventMutexLock lock(block->mutex);
         if (closed_) {
@@ -150,20 +158,20 @@ bool CEvent::Set() const {
         }
         EM_TRACE(5, "Set event %p <%s> IsSignaled=%d --> IsSignaled=1\n", static_cast<const void*>(block),
                  block->Label(), block->signalled);
-        block->signalled = true;
-        if (block->waiters == 0) {
+        block->Signal();
+        if (block->waiters == nullptr) {
             return true;
         }
-        all = block->manualReset;
         ++block->referenceCount;
     }
     // Without the mutex, which the waiter wants at once. The handle may be gone by now, the block is held.
-    block->Wake(all);
+    block->Wake();
     Drop(block);
     return true;
 }
 
 bool CEvent::Pulse() const {
+    const CCancellationPause pause;
     if (block_ == nullptr) {
         return false;
     }
@@ -174,11 +182,13 @@ bool CEvent::Pulse() const {
     EM_TRACE(5, "Pulse event %p <%s> IsSignaled=%d --> IsSignaled=0\n", static_cast<const void*>(block_),
              block_->Label(), block_->signalled);
     block_->signalled = false;
-    block_->ReleaseWaiters(block_->manualReset);
+    block_->ReleaseWaiters(block_->manualReset, CEventBlock::Release::ByPulse);
+    block_->Wake();
     return true;
 }
 
 bool CEvent::Reset() const {
+    const CCancellationPause pause;
     if (block_ == nullptr) {
         return false;
     }
@@ -193,6 +203,7 @@ bool CEvent::Reset() const {
 }
 
 bool CEvent::IsSet() const {
+    const CCancellationPause pause;
     if (block_ == nullptr) {
         return false;
     }
@@ -224,6 +235,7 @@ unsigned int CEvent::Wait(unsigned int timeoutMs, bool trace) const {
         error = block_->Wait(timeoutMs);
         signalled = block_->signalled;
     }
+    const CCancellationPause pause;  // who has taken the signal comes back with it
     const bool timedOut = error == ETIMEDOUT;
     const unsigned int result = error == 0 ? kSignalled : timedOut ? kTimeout : kFailed;
     EM_TRACE(5, "%s(%d,%d) on event %p <%s> (IsSignaled=%d)\n",

@@ -40,6 +40,9 @@ public:
     bool Close();
 
     /// These return false on a handle that has no event or is closed.
+    ///
+    /// Who waits when Set comes is released, whatever follows at once: all with manual reset, else the one who waits
+    /// longest, which leaves the event unsignalled.
     bool Set() const;
     /// Releases who waits now (all, or one with automatic reset) and leaves the event unsignalled.
     bool Pulse() const;

@@ -1,10 +1,11 @@
 #include "platform/EventBlock.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <ctime>
 #include <new>
+#include <utility>
 
+#include "platform/Cancellation.h"
 #include "platform/Event.h"
 #include "platform/Trace.h"
 
@@ -27,22 +28,40 @@ timespec Deadline(unsigned int timeoutMs, const CEventBlock& block) {
     return end;
 }
 
-/// Counts a waiter for the length of a scope, which also a cancelled thread leaves.
-class CWaiter {
+}  // namespace
+
+/// A thread inside Wait, queued for the length of a scope, which also a cancelled thread leaves.
+class CEventBlock::CWaiter {
 public:
-    explicit CWaiter(CEventBlock& block) EM_REQUIRES(block.mutex) : block_(block) { ++block_.waiters; }
+    explicit CWaiter(CEventBlock& block) EM_REQUIRES(block.mutex) : block_(block) { *LinkTo(nullptr) = this; }
     ~CWaiter() EM_NO_THREAD_SAFETY_ANALYSIS {
-        --block_.waiters;
-        block_.releases = std::min(block_.releases, block_.waiters);
+        *LinkTo(this) = next_;
+        if (release_ == Release::BySet && !block_.manualReset) {  // not taken: a cancelled thread hands the signal on
+            block_.Signal();
+            block_.Wake();
+        }
     }
     CWaiter(const CWaiter&) = delete;
     CWaiter& operator=(const CWaiter&) = delete;
 
-private:
-    CEventBlock& block_;
-};
+    void Let(Release how) { release_ = how; }
+    bool IsReleased() const { return release_ != Release::None; }
+    bool TakeRelease() { return std::exchange(release_, Release::None) != Release::None; }
+    CWaiter* Next() const { return next_; }
 
-}  // namespace
+private:
+    CWaiter** LinkTo(const CWaiter* waiter) EM_NO_THREAD_SAFETY_ANALYSIS {
+        CWaiter** link = &block_.waiters;
+        while (*link != waiter) {
+            link = &(*link)->next_;
+        }
+        return link;
+    }
+
+    CEventBlock& block_;
+    CWaiter* next_ = nullptr;
+    Release release_ = Release::None;
+};
 
 std::unique_ptr<CEventBlock> CEventBlock::Make(bool initialState, bool manual, const char* eventName) {
     std::unique_ptr<CEventBlock> block;
@@ -81,36 +100,38 @@ std::unique_ptr<CEventBlock> CEventBlock::Make(bool initialState, bool manual, c
     return block;
 }
 
-void CEventBlock::ReleaseWaiters(bool all) {
-    ++pulses;
-    releases = all ? waiters : std::min(releases + 1, waiters);
-    Wake(all);
+bool CEventBlock::ReleaseWaiters(bool all, Release how) {
+    bool found = false;
+    for (CWaiter* waiter = waiters; waiter != nullptr && (all || !found); waiter = waiter->Next()) {
+        if (!waiter->IsReleased()) {
+            waiter->Let(how);
+            found = true;
+        }
+    }
+    return found;
+}
+
+void CEventBlock::Signal() {
+    const bool found = ReleaseWaiters(manualReset, Release::BySet);
+    signalled = manualReset || !found;
 }
 
 int CEventBlock::Wait(unsigned int timeoutMs) {
-    const CWaiter waiter(*this);
     if (signalled) {
+        const CCancellationPause pause;
         signalled = manualReset;
         EM_TRACE(5, "event %p <%s> (IsManual=%d) has been already signaled --> New state: IsSignaled=%d\n",
                  static_cast<const void*>(this), Label(), manualReset, signalled);
         return 0;
     }
+    CWaiter waiter(*this);
     const bool forever = timeoutMs == CEvent::kForever;
     const timespec deadline = forever ? timespec{} : Deadline(timeoutMs, *this);
-    const unsigned long long entered = pulses;
     int result = 0;
-    // A condition wakes at times without a reason, and an interrupted wait goes on: the state decides.
-    while (result == 0 || result == EINTR) {
+    // A condition wakes at times without a reason, and an interrupted wait goes on: the release decides.
+    while (!waiter.IsReleased() && (result == 0 || result == EINTR)) {
         result = forever ? ::pthread_cond_wait(&condition, &mutex.handle)
                          : ::pthread_cond_timedwait(&condition, &mutex.handle, &deadline);
-        if (releases > 0 && pulses != entered) {
-            --releases;
-            return 0;
-        }
-        if (signalled) {
-            signalled = manualReset;
-            return 0;
-        }
     }
-    return result;
+    return waiter.TakeRelease() ? 0 : result;
 }

@@ -45,17 +45,21 @@ struct CEventBlock {
     /// @return null, traced, when memory or a POSIX object is missing
     static std::unique_ptr<CEventBlock> Make(bool initialState, bool manual, const char* eventName);
 
-    void Wake(bool all) {
-        if (all) {
-            ::pthread_cond_broadcast(&condition);
-        } else {
-            ::pthread_cond_signal(&condition);
-        }
-    }
+    class CWaiter;
+    enum class Release { None, ByPulse, BySet };
 
-    /// Lets waiters go without the help of the signalled flag, which a thread that comes later would see as well.
-    /// @param all  false: one of them
-    void ReleaseWaiters(bool all) EM_REQUIRES(mutex);
+    /// Lets waiters go, who then need neither the signalled flag, which may be reset before they run, nor any luck: a
+    /// thread that comes later cannot take their place. Wake must follow.
+    /// @param all  false: the one who waits longest
+    /// @return false when nobody waits
+    bool ReleaseWaiters(bool all, Release how) EM_REQUIRES(mutex);
+
+    /// Releases who waits, as the kind of the event says, and leaves the event signalled unless that took the signal.
+    /// Wake must follow.
+    void Signal() EM_REQUIRES(mutex);
+
+    /// All wake, as the condition would pick any, and who is not released waits on.
+    void Wake() { ::pthread_cond_broadcast(&condition); }
 
     /// @return 0 signalled or released, ETIMEDOUT, or another errno value
     int Wait(unsigned int timeoutMs) EM_REQUIRES(mutex);
@@ -69,12 +73,7 @@ struct CEventBlock {
     std::atomic<int> referenceCount{1};
     bool manualReset EM_GUARDED_BY(mutex);
     bool signalled EM_GUARDED_BY(mutex);
-    const std::string name;                         // empty: anonymous, not in the table
-    unsigned int waiters EM_GUARDED_BY(mutex) = 0;  // threads inside Wait
+    const std::string name;                           // empty: anonymous, not in the table
+    CWaiter* waiters EM_GUARDED_BY(mutex) = nullptr;  // threads inside Wait, linked in the order they came
     pthread_condattr_t conditionAttributes = {};
-
-    // A pulse opens for those who waited before it: each takes one of the releases, and knows by the pulse number that
-    // it came early enough.
-    unsigned int releases EM_GUARDED_BY(mutex) = 0;
-    unsigned long long pulses EM_GUARDED_BY(mutex) = 0;
 };

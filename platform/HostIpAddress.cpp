@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "platform/Cancellation.h"
 #include "platform/NetworkInterface.h"
 #include "platform/Trace.h"
 
@@ -28,6 +29,7 @@ std::optional<std::vector<std::string>> InterfaceNames(CHostIPAddress::ip_versio
                  "argument error: %s\n",
                  version, error.what());
     } catch (...) {
+        LetCancellationPass();
         EM_TRACE(1,
                  "CHostIPAddress::GetHostIPv%dAddress: ERROR: Cannot get information about network interfaces! General "
                  "error.\n",
@@ -89,6 +91,7 @@ bool FillAddress(CIPAddress& address, const std::string& text, int family, size_
 }  // namespace
 
 std::string CHostIPAddress::GetHostIPAddress(int index, ip_version version) {
+    const CCancellationPause pause;  // if_nameindex is declared as never left by unwinding
     const std::optional<std::vector<std::string>> names = InterfaceNames(version);
     if (!names) {
         return {};
@@ -110,6 +113,7 @@ std::string CHostIPAddress::GetHostIPAddress(int index, ip_version version) {
         EM_TRACE(4, "CHostIPAddress::GetHostIPv%dAddress: ERROR: Cannot get IP address. Invalid argument error: %s\n",
                  version, error.what());
     } catch (...) {
+        LetCancellationPass();
         EM_TRACE(4, "CHostIPAddress::GetHostIPv%dAddress: ERROR: Cannot get IP address. General error.\n", version);
     }
     return {};

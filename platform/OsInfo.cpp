@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 #include <system_error>
 
+#include "platform/Cancellation.h"
 #include "platform/Trace.h"
 
 #define TAG "COsInfo::GetHostDomName: "
@@ -86,6 +87,7 @@ bool COsInfo::GetComputerNameEx(std::string& name, _COMPUTER_NAME_FORMAT format)
     if (format != ComputerNamePhysicalDnsFullyQualified) {
         return false;
     }
+    const CCancellationPause pause;  // getifaddrs is declared as never left by unwinding
     ifaddrs* first = nullptr;
     if (::getifaddrs(&first) != 0) {
         const int error = errno;

@@ -3,11 +3,11 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cxxabi.h>
 #include <new>
 #include <sched.h>
 #include <sys/prctl.h>
 
+#include "platform/Cancellation.h"
 #include "platform/Event.h"
 #include "platform/Mutex.h"
 #include "platform/Trace.h"
@@ -107,8 +107,7 @@ struct CThread::Body {
     bool running EM_GUARDED_BY(lock) = true;
 };
 
-// The C library's cancellation is no C++ object: a reference to it is a null one, and harmless.
-__attribute__((no_sanitize("null"))) void* CThread::Run(void* body) {
+void* CThread::Run(void* body) {
     const std::unique_ptr<std::shared_ptr<Body>> owned(static_cast<std::shared_ptr<Body>*>(body));
     const auto markEnded = [](Body* ended) {
         const CMutexLock lock(ended->lock);
@@ -120,15 +119,15 @@ __attribute__((no_sanitize("null"))) void* CThread::Run(void* body) {
     }
     try {
         return running->function(running->argument);
-    } catch (const abi::__forced_unwind&) {  // a cancelled thread: the C library insists on going on
-        throw;
     } catch (...) {
+        LetCancellationPass();
         EM_TRACE(1, "\nCThread::Run: ## EXCEPTION ended the Thread = 0x%08X ##", Short(::pthread_self()));
         return nullptr;
     }
 }
 
 CThread::~CThread() {
+    const CCancellationPause pause;
     const pthread_t thread = thread_;
     if (thread != 0 && waitable_ && !WaitForTermination(CEvent::kForever)) {
         ::pthread_detach(thread);  // the thread destroys its own handle

@@ -3,6 +3,8 @@
 #include <unistd.h>
 #include <utility>
 
+#include "platform/Cancellation.h"
+
 /// Owns a file descriptor and closes it. POSIX leaves the descriptor's state open after a failed close, and Linux has
 /// always released it by then: close is therefore never repeated.
 class CUniqueFd {
@@ -25,6 +27,7 @@ public:
     /// Closes the held descriptor and takes `fd` instead.
     /// @return the result of close, 0 when nothing was held.
     int Reset(int fd = -1) noexcept {
+        const CCancellationPause pause;  // close is a place where a thread can be cancelled
         const int old = std::exchange(fd_, fd);
         return old >= 0 ? ::close(old) : 0;
     }

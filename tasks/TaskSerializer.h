@@ -127,6 +127,7 @@ void CTaskSerializer<Message>::RunTask(Record& record, _TaskPriority level) {
         OnTaskExecution(record.message, level);
         EM_TRACE(5, TASK_TAG "Task (Record 0x%X) at level %d completed", TraceId(&record), level);
     } catch (...) {
+        LetCancellationPass();
         EM_TRACE(1, "\n" TASK_TAG "## EXCEPTION in OnTaskExecution()! ##");
     }
     SetExternalEvent(record.done);

@@ -3,6 +3,8 @@
 #include <chrono>
 #include <thread>
 
+#include "platform/Cancellation.h"
+
 namespace {
 
 constexpr auto kThreadSwitchTime = std::chrono::milliseconds(100);
@@ -142,6 +144,7 @@ void CTaskSerializerBase::SetExternalEvent(const CEvent* event) {
             EM_TRACE(1, TASK_TAG "ERROR setting external event object 0x%X!", id);
         }
     } catch (...) {
+        LetCancellationPass();
         EM_TRACE(1, "\n" TASK_TAG "## EXCEPTION setting external event object 0x%X!", id);
     }
 }

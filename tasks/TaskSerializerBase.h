@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "platform/Cancellation.h"
 #include "platform/CriticalSection.h"
 #include "platform/Event.h"
 #include "platform/Thread.h"
@@ -67,6 +68,7 @@ protected:
         try {
             action();
         } catch (...) {
+            LetCancellationPass();
             EM_TRACE(1, "\n" TASK_TAG "## EXCEPTION in %s()! ##", operation);
         }
     }

@@ -16,13 +16,21 @@ TEST(Event, OneSetOrPulseReleasesOneWaiterOrAll) {
     const Operation set = [](CEvent& event) { return event.Set(); };
     const Operation pulse = [](CEvent& event) { return event.Pulse(); };
     const Operation close = [](CEvent& event) { return event.Close(); };
+    const Operation setAndReset = [](CEvent& event) { return event.Set() && event.Reset(); };
+    const Operation setTwice = [](CEvent& event) { return event.Set() && event.Set(); };
+    const Operation setOften = [](CEvent& event) { return event.Set() && event.Set() && event.Set() && event.Set(); };
+    const Operation setAndPulse = [](CEvent& event) { return event.Set() && event.Pulse(); };
     const struct {
         Operation operation;
         int released;
         bool manual;
         bool signalledAfter;
-    } cases[] = {{set, 1, false, false},  {set, 3, true, true},    {pulse, 1, false, false},
-                 {pulse, 3, true, false}, {close, 3, false, true}, {close, 3, true, true}};
+    } cases[] = {
+        {set, 1, false, false},         {set, 3, true, true},           {pulse, 1, false, false},
+        {pulse, 3, true, false},        {close, 3, false, true},        {close, 3, true, true},
+        {setAndReset, 1, false, false}, {setAndReset, 3, true, false},  {setTwice, 2, false, false},
+        {setOften, 3, false, true},     {setAndPulse, 2, false, false}, {setAndPulse, 3, true, false},
+    };
     for (const auto& row : cases) {
         SCOPED_TRACE(&row - cases);
         const CTraceCapture trace;

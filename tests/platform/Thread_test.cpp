@@ -1,6 +1,9 @@
 #include "platform/Thread.h"
 
+#include <atomic>
 #include <csignal>
+#include <fcntl.h>
+#include <functional>
 #include <linux/capability.h>
 #include <memory>
 #include <sched.h>
@@ -15,6 +18,10 @@
 
 #include "platform/CriticalSection.h"
 #include "platform/Event.h"
+#include "platform/HostIpAddress.h"
+#include "platform/Thread.h"
+#include "platform/Trace.h"
+#include "platform/UniqueFd.h"
 #include "support/TraceCapture.h"
 
 namespace {
@@ -88,6 +95,63 @@ TEST(Thread, CancelsADetachedThreadOnlyWhileItRuns) {
         EXPECT_EQ(trace.Has(" cancel invoked"), !ended);
         EXPECT_FALSE(thread.Exists());
         EXPECT_TRUE(visit.leave.Set());  // the cancelled wait gave the mutex back
+    }
+}
+
+/// Runs a body on a detached thread, and tells when it is left.
+struct Detached {
+    std::function<void()> body;
+    CEvent left{false, true};
+    CThread thread;
+
+    explicit Detached(std::function<void()> work) : body(std::move(work)) {
+        const auto run = [](void* self) -> void* {
+            const auto setLeft = [](Detached* detached) { detached->left.Set(); };
+            const std::unique_ptr<Detached, decltype(setLeft)> leaving(static_cast<Detached*>(self));
+            leaving->body();
+            return nullptr;
+        };
+        EXPECT_TRUE(thread.Start(run, this, 0, false, 0, 0, false));
+    }
+    void Kill() {
+        EXPECT_TRUE(thread.Kill(0));
+        EXPECT_EQ(left.Wait(20000), CEvent::kSignalled);
+    }
+};
+
+TEST(Thread, MayBeKilledWhateverItDoes) {
+    for (int i = 0; i < 50; ++i) {
+        const CTraceCapture trace;
+        Detached busy([] {
+            for (;;) {
+                EM_TRACE(1, "\nround");
+                const CEvent event(false, true);
+                const CUniqueFd file(::open("/dev/null", O_RDONLY));
+                CHostIPAddress::GetHostIPAddress(0, CHostIPAddress::ip_v6);
+            }
+        });
+        while (!trace.Has("round")) {
+            std::this_thread::yield();
+        }
+        busy.Kill();
+    }
+}
+
+TEST(Thread, LeavesASignalToOthersWhenItIsKilledBeforeItRan) {
+    for (int i = 0; i < 300; ++i) {
+        const CTraceCapture trace;
+        const CEvent event(false, false);
+        std::atomic<int> taken{0};
+        Detached waiter([&] {
+            EXPECT_EQ(event.Wait(20000), CEvent::kSignalled);
+            ++taken;
+        });
+        while (!trace.Has("prepare time")) {
+            std::this_thread::yield();
+        }
+        event.Set();
+        waiter.Kill();
+        EXPECT_EQ(taken + static_cast<int>(event.IsSet()), 1);
     }
 }
 
