@@ -83,38 +83,17 @@ void CAlertExtensionModule::OnSwitchStarted(void* parameter) {
         LetCancellationPass();
         EM_TRACE(1, "\nEM_ALERT            : ERROR! Exception while loading the configuration!");
     }
-    isWorkerMissing_ = true;
-    StartMissingWorker();
+    StartSerialization();
     EnableEvents(true);
     EM_TRACE(1, "\n\nEM_ALERT            : ## OnSwitchStarted() finished");
     TraceRule();
-}
-
-/// A worker that could not be started when it was due (no memory, too many threads) is tried again for each request.
-/// @return false while there is none
-bool CAlertExtensionModule::StartMissingWorker() {
-    if (!isWorkerMissing_) {
-        return true;
-    }
-    const CMutexLock lock(workerLock_);
-    if (isWorkerMissing_) {
-        isWorkerMissing_ = !StartSerialization();
-    }
-    if (isWorkerMissing_) {
-        EM_TRACE(1, "\nEM_ALERT            : ERROR! The worker thread could not be started!");
-    }
-    return !isWorkerMissing_;
 }
 
 bool CAlertExtensionModule::Stop() {
     TraceBanner();
     EM_TRACE(1, "\n### Stopping module %s ###\n", GetName());
     stopping_ = true;
-    {
-        const CMutexLock lock(workerLock_);
-        isWorkerMissing_ = false;  // nobody starts it any more
-        TerminateSerialization();
-    }
+    TerminateSerialization();
     beeper_.Close();
     CExtensionModule::Stop();
     EM_TRACE(1, "\n\n### Stop of module %s completed successfully ###", GetName());

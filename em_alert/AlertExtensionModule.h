@@ -136,9 +136,6 @@ private:
                        unsigned int& number) override;
     bool RequestMessageTemplate(std::uint32_t errorCode, std::string& messageTemplate) override;
 
-    // Life cycle (AlertExtensionModule.cpp)
-    bool StartMissingWorker();
-
     // Configuration (ConfigurationLoad.cpp, ConfigurationReplies.cpp)
     void LoadConfiguration();
     void LoadSettings(SettingRow::Load when);
@@ -190,6 +187,4 @@ private:
     CAlertSettingsStore settings_;
     CBeepPlayer beeper_;
     std::atomic<bool> stopping_{false};
-    CMutex workerLock_;  // held while the worker is started or stopped
-    std::atomic<bool> isWorkerMissing_{false};
 };

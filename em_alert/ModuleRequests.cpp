@@ -72,7 +72,7 @@ void CAlertExtensionModule::AnswerAcknowledge(SipJson& request) {
 
 /// Leaves the request to the worker, which answers it through the switch.
 void CAlertExtensionModule::QueueRequest(SipJson& request) {
-    request.SetStatus(StartMissingWorker() && InsertTask(request, 0, nullptr) ? kAnswerFollows : kFailed);
+    request.SetStatus(InsertTask(request, 0, nullptr) ? kAnswerFollows : kFailed);
 }
 
 void CAlertExtensionModule::QueueSendMail(SipJson& request) {

@@ -8,7 +8,8 @@
 /// Turns messages that arrive on any thread into tasks that one worker thread executes strictly one after another,
 /// those of a higher level first. The class that has the work to do derives from it.
 ///
-/// InsertTask may be called on any thread, also by a task. One thread at a time starts and terminates.
+/// InsertTask may be called on any thread, also by a task. A start and a termination wait for each other; a task does
+/// neither.
 ///
 /// The derived class's destructor calls TerminateSerialization first of all: when the destructor here does it, a task
 /// that is picked up meanwhile no longer finds the derived class's OnTaskExecution.
@@ -33,14 +34,15 @@ public:
         EM_TRACE(4, "\n" TASK_TAG "Class destroyed!");
     }
 
-    /// Queues a copy of `message`. Lets std::bad_alloc out of the copy, with the queue unchanged.
+    /// Queues a copy of `message`. Lets std::bad_alloc out of the copy, with the queue unchanged. When the worker could
+    /// not be started at its time, the start is tried again first, which takes at least 100 ms.
     /// @param done  set when the task has run (and may be destroyed at once then); null when nobody waits
-    /// @return false, with nothing queued, when there is no such level, the queue is full, or serialization was
-    ///         terminated
+    /// @return false, with nothing queued, when there is no such level, the queue is full, serialization was
+    ///         terminated, or the worker still cannot be started
     bool InsertTask(Message& message, _TaskPriority level, CEvent* done);
 
     /// Starts the worker, which takes at least 100 ms. Tasks that were queued before wait for the next one.
-    /// @return false when there is no worker thread; true when it ran already
+    /// @return false when there is no worker thread, which each InsertTask then tries again; true when it ran already
     bool StartSerialization() { return StartWorker(&Thread_RunTaskHandler, this); }
 
 protected:
@@ -76,7 +78,7 @@ private:
 template <class Message>
 bool CTaskSerializer<Message>::InsertTask(Message& message, _TaskPriority level, CEvent* done) {
     EM_TRACE(4, TASK_TAG "Task at level %d raised", level);
-    if (!Accepts(level)) {
+    if (!Accepts(level) || !StartMissingWorker(&Thread_RunTaskHandler, this)) {
         return false;
     }
     auto record = std::make_unique<Record>(done, message);

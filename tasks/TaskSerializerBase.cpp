@@ -25,27 +25,46 @@ CTaskSerializerBase::CTaskSerializerBase(unsigned int levels, std::uint64_t queu
 }
 
 bool CTaskSerializerBase::StartWorker(CThread::Function entry, void* argument) {
+    const CMutexLock lock(workerLock_);
+    return Start(entry, argument);
+}
+
+bool CTaskSerializerBase::StartMissingWorker(CThread::Function entry, void* argument) {
+    if (!isWorkerMissing_) {
+        return true;
+    }
+    const CMutexLock lock(workerLock_);
+    return !isWorkerMissing_ || Start(entry, argument);
+}
+
+bool CTaskSerializerBase::Start(CThread::Function entry, void* argument) {
     EM_TRACE(4, TASK_TAG "StartSerialization!");
     if (worker_.Exists()) {
         return true;
     }
+    isWorkerMissing_ = !PrepareWorker() || !worker_.Start(entry, argument, kWorkerPriority, false,
+                                                          static_cast<unsigned int>(stackSize_), 0, true);
+    std::this_thread::sleep_for(kThreadSwitchTime);
+    if (isWorkerMissing_) {
+        EM_TRACE(1, TASK_TAG "ERROR! The worker thread could not be started!");
+    }
+    return !isWorkerMissing_;
+}
+
+/// @return false without an event: the worker could not wait
+bool CTaskSerializerBase::PrepareWorker() {
     // A task that was queued before stays there until the next one wakes the worker; its callers know that.
-    {
-        const CCriticalSectionLock lock(lock_);
-        if (!wakeEvent_.Reset()) {
-            return false;  // no event: the worker could not wait
-        }
-        awake_ = false;
+    if (!wakeEvent_.Reset()) {
+        return false;
     }
     terminate_ = false;
     worker_.SetThreadName(moduleObjects.debugClient.ModuleName(), "_TaskHandler");
-    const bool started =
-        worker_.Start(entry, argument, kWorkerPriority, false, static_cast<unsigned int>(stackSize_), 0, true);
-    std::this_thread::sleep_for(kThreadSwitchTime);
-    return started;
+    return true;
 }
 
 bool CTaskSerializerBase::TerminateSerialization() {
+    const CMutexLock workerLock(workerLock_);
+    isWorkerMissing_ = false;  // nobody starts it any more
     EM_TRACE(4, TASK_TAG "TerminateSerialization!");
     bool ended = true;
     if (worker_.Exists()) {
@@ -61,7 +80,6 @@ bool CTaskSerializerBase::TerminateSerialization() {
             EM_TRACE(4, TASK_TAG "All pending tasks removed from queues!");
             // Under the lock, as the worker resets the event there and would else undo this.
             terminate_ = true;
-            awake_ = true;
             wakeEvent_.Set();
         }
         std::this_thread::sleep_for(kThreadSwitchTime);
@@ -81,32 +99,22 @@ bool CTaskSerializerBase::Accepts(_TaskPriority level) const {
 }
 
 CTaskSerializerBase::Insertion CTaskSerializerBase::InsertRecord(void* record, _TaskPriority level) {
-    bool wake = false;
-    {
-        const CCriticalSectionLock lock(lock_);
-        if (!Accepts(level)) {  // a termination came in between
-            return Insertion::Refused;
-        }
-        if (!levels_[level].queue->Push(record)) {
-            EM_TRACE(1, TASK_TAG "## ERROR! Task queue for priority %d is full", level);
-            return Insertion::Full;
-        }
-        EM_TRACE(5, TASK_TAG "Task with priority %d inserted into task queue!", level);
-        wake = !awake_.exchange(true);
+    const CCriticalSectionLock lock(lock_);
+    if (!Accepts(level)) {  // a termination came in between
+        return Insertion::Refused;
     }
-    // Outside the lock, which the worker wants as soon as it wakes. Should the worker have emptied the queues and reset
-    // the event meanwhile, this wakes it once for nothing.
-    if (wake) {
-        wakeEvent_.Set();
+    if (!levels_[level].queue->Push(record)) {
+        EM_TRACE(1, TASK_TAG "## ERROR! Task queue for priority %d is full", level);
+        return Insertion::Full;
     }
+    EM_TRACE(5, TASK_TAG "Task with priority %d inserted into task queue!", level);
+    wakeEvent_.Set();
     return Insertion::Done;
 }
 
 bool CTaskSerializerBase::WaitForTask() {
     EM_TRACE(4, TASK_TAG "Waiting on task queue for next task ...");
-    if (!awake_) {  // only the worker takes it back, so that the event is known to be set
-        wakeEvent_.Wait(CEvent::kForever);
-    }
+    wakeEvent_.Wait(CEvent::kForever);
     EM_TRACE(4, TASK_TAG "Wakeup from (any) task queue!");
     if (terminate_) {
         return false;
@@ -126,7 +134,6 @@ void* CTaskSerializerBase::TakeRecord(_TaskPriority& level) {
     }
     // The event stays set while there is work, so that the worker does not sleep between tasks.
     if (!terminate_) {
-        awake_ = false;
         wakeEvent_.Reset();
     }
     return nullptr;

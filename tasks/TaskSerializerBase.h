@@ -7,6 +7,7 @@
 #include "platform/Cancellation.h"
 #include "platform/CriticalSection.h"
 #include "platform/Event.h"
+#include "platform/Mutex.h"
 #include "platform/Thread.h"
 #include "platform/Trace.h"
 #include "tasks/TaskQueue.h"
@@ -33,6 +34,10 @@ protected:
     ~CTaskSerializerBase() = default;
 
     bool StartWorker(CThread::Function entry, void* argument);
+
+    /// Tries a start again that failed (no memory, too many threads), and that was not given up by a termination.
+    /// @return false when the worker is still missing
+    bool StartMissingWorker(CThread::Function entry, void* argument);
 
     /// Whether a task may be queued at `level` now; traced when not.
     bool Accepts(_TaskPriority level) const;
@@ -85,15 +90,17 @@ private:
         std::atomic<bool> accepting{false};
     };
 
+    bool Start(CThread::Function entry, void* argument) EM_REQUIRES(workerLock_);
+    bool PrepareWorker() EM_REQUIRES(workerLock_);
+
     bool IsLevel(_TaskPriority level) const { return level >= 0 && static_cast<unsigned int>(level) < numberOfLevels_; }
 
     const std::unique_ptr<Level[]> levels_;  // the queues are guarded by lock_
     CCriticalSection lock_;
     const CEvent wakeEvent_{false, true};
-    // The wake event is set, or will be in a moment: saves setting it and waiting for it between tasks. Changed under
-    // the lock.
-    std::atomic<bool> awake_{false};
-    CThread worker_;
+    CMutex workerLock_;  // held while the worker is started or stopped
+    CThread worker_ EM_GUARDED_BY(workerLock_);
+    std::atomic<bool> isWorkerMissing_{false};
     const std::uint64_t stackSize_ = 0;
     const unsigned int numberOfLevels_;
     std::atomic<bool> terminate_{false};
