@@ -1,5 +1,3 @@
-#include <chrono>
-
 #include "AgentRun.h"
 
 namespace {
@@ -80,12 +78,11 @@ TEST_F(FailOver, AMailThatTheFirstServerTookIsNotSentAgain) {
 }
 
 TEST_F(FailOver, AStopEndsTheRound) {
-    const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(Send({"Hanging", {"--hang", "DATA"}, ""}, R"({"request":{"OC":"0x2242","OE":1}}
 {"await":{"kind":"sync-request","OC":"0x0C00"}}
 {"wait":500}
 )"),
               0);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    EXPECT_NE(Read(out_ / "trace").find("(42)"), std::string::npos) << "the transfer ended by itself";
     EXPECT_EQ(servers_[1]->Commands(), "");
 }
