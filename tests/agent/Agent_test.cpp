@@ -29,10 +29,12 @@ protected:
         return (directory_ / name).string();
     }
 
-    std::string Text(const std::string& name) const {
-        std::ifstream file(directory_ / name);
+    static std::string Read(const fs::path& path) {
+        std::ifstream file(path);
         return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     }
+
+    std::string Text(const std::string& name) const { return Read(directory_ / name); }
 
     static Outcome Shell(const std::string& command) {
         Outcome outcome{};
@@ -76,50 +78,8 @@ std::vector<std::string> LinesWith(const std::string& text, const std::string& p
 
 TEST_F(AgentTest, WritesDownTheWholeRunInOrder) {
     const Outcome run = Run(R"([{"OC":"0xE001","OE":"0x400","DA":1},{"OC":4660,"ST":12,"DA":"late"}])",
-                            "# a comment, and an empty line\n\n"
-                            R"({"request":{"OC":"0x9001","CA":7}})"
-                            "\n"
-                            R"({"await":{"kind":"reply","OC":4660,"ST":12,"DA":"late"}})"
-                            "\n"
-                            R"({"event":{"OC":8994,"CA":7,"DA":2}})"
-                            "\n"
-                            R"({"request":{"OC":"0x9003"}})"
-                            "\n"
-                            R"({"request":{"SIP":{"CMD":[{"OC":5}]}}})"
-                            "\n"
-                            R"({"notify":"0x30000"})"
-                            "\n",
-                            "--cabinet 7");
-    const std::string kExpected =
-        R"({"kind":"lifecycle","step":"dlopen","result":true}
-{"kind":"lifecycle","step":"dlsym","result":true}
-{"kind":"lifecycle","step":"EM_GetModuleName","result":true,"note":"FAKE"}
-{"kind":"lifecycle","step":"EM_Create","result":true}
-{"kind":"lifecycle","step":"GetProperties","result":true,"note":"FAKE: )" +
-        std::string(96, 'x') + R"("}
-{"kind":"lifecycle","step":"SetServerCabinetNumber","result":true,"note":"7"}
-{"kind":"lifecycle","step":"Start","result":true}
-{"kind":"lifecycle","step":"Notify","result":0,"note":"SCN_SWITCH_REQUEST_ENABLED"}
-{"kind":"sync-request","message":{"SIP":{"V":1,"CMD":[{"OC":57345,"OE":1024,"CA":7}]}},"answer":{"SIP":{"V":1,"CMD":[{"OC":57345,"OE":1024,"CA":7,"ST":0,"DA":1}]}}}
-{"kind":"enable-events","step":"enable","result":true}
-{"kind":"lifecycle","step":"OnSwitchStarted","result":true}
-{"kind":"async-request","message":{"SIP":{"V":1,"CMD":[{"OC":4660,"CA":7}]}}}
-{"kind":"returned","message":{"SIP":{"V":1,"CMD":[{"OC":36865,"CA":7,"ST":22}]}},"result":true}
-{"kind":"reply","message":{"SIP":{"V":1,"CMD":[{"OC":4660,"CA":7,"ST":12,"DA":"late"}]}},"result":true}
-{"kind":"delivered","message":{"SIP":{"V":1,"CMD":[{"OC":4660,"CA":7,"ST":12,"DA":"late"}]}}}
-{"kind":"event","message":{"SIP":{"V":1,"CMD":[{"OC":8768,"CA":7,"ST":255,"DA":1}]}},"result":true}
-{"kind":"delivered","message":{"SIP":{"V":1,"CMD":[{"OC":8994,"CA":7,"DA":2}]}}}
-{"kind":"forward-event","message":{"SIP":{"V":1,"CMD":[{"OC":4660,"CA":0}]}},"result":true,"note":"module 3:4"}
-{"kind":"returned","message":{"SIP":{"V":1,"CMD":[{"OC":36867}]}},"result":true}
-{"kind":"returned","message":{"SIP":{"CMD":[{"OC":5,"ST":20}]}},"result":false}
-{"kind":"lifecycle","step":"Notify","result":0,"note":"SCN_SYSTEM_SHUTDOWN"}
-{"kind":"lifecycle","step":"Notify","result":0,"note":"SCN_SWITCH_SHUTDOWN"}
-{"kind":"lifecycle","step":"Stop","result":true}
-{"kind":"lifecycle","step":"EM_Delete","result":true}
-{"kind":"lifecycle","step":"dlclose","result":true}
-{"kind":"lifecycle","step":"unmapped","result":true}
-)";
-    EXPECT_EQ(run.output, kExpected);
+                            Read(fs::path(RUNS) / "whole.scenario"), "--cabinet 7");
+    EXPECT_EQ(run.output, Read(fs::path(RUNS) / "whole.transcript"));
     EXPECT_EQ(run.status, 0);
 }
 

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <optional>
 #include <poll.h>
 #include <pty.h>
@@ -126,41 +127,31 @@ std::string Text(const fs::path& path) {
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
+/// Types what stands behind "> " in a file of sessions/, and waits for what stands behind "< ".
+void Follow(Session& session, const std::string& name, const std::map<std::string, std::string>& names = {}) {
+    std::ifstream file(fs::path(SESSIONS) / name);
+    ASSERT_TRUE(file) << name;
+    for (std::string line; std::getline(file, line);) {
+        for (const auto& [token, value] : names) {
+            if (const auto at = line.find(token); at != std::string::npos) {
+                line.replace(at, token.size(), value);
+            }
+        }
+        if (line[0] == '>') {
+            session.Type(line.substr(2) + "\n");
+        } else {
+            ASSERT_TRUE(session.Sees(line.substr(2))) << line << "\n" << session.Rest();
+        }
+    }
+}
+
 TEST(Console, LetsAnOperatorSetUpMailsAndHandleAnAlert) {
     const CSmtpServer refusing({"--reply", "MAIL=550 not from you"});
     const CSmtpServer server({"--auth", "anna:geheim"});
     fs::remove_all("/etc/kestrel");
     Session session(Session::Place::Terminal, EM_LIBRARY);
-    std::string tones;
-    for (int i = 0; i < 20; ++i) {
-        tones += " 1000/100/100";
-    }
-    const std::pair<std::string, std::string> kFirst[] = {
-        {"help", "the speaker stops"},
-        {"set host 1 127.0.0.1", "host 1            127.0.0.1\r\n"},
-        {"set port 1 " + std::to_string(refusing.Port()), "port 1 "},
-        {"set host 2 127.0.0.1", "host 2            127.0.0.1\r\n"},
-        {"set port 2 " + std::to_string(server.Port()), "port 2 "},
-        {"set sender alerts@example.net", "sender            alerts@example.net\r\n"},
-        {"set recipients anna@example.net bert@example.net", "recipients        anna@example.net bert@example.net\r\n"},
-        {"test-mail", "The mail was not sent: no mail server is set up, or none took the mail"},
-        {"set authentication 2 smtp", "authentication 2  smtp\r\n"},
-        {"set user 2 anna", "user 2            anna\r\n"},
-        {"set password 2 geheim", "password 2        (hidden)\r\n"},
-        {"get recipients", "recipients        anna@example.net;bert@example.net\r\n"},
-        {"test-mail", "The mail was sent."},
-        {"test-mail update", "The mail was sent."},
-        {"supported", "Alerts about updates are supported."},
-        {"setting beep on", "beep              on\r\n"},
-        {"setting error-tones" + tones, "error-tones      " + tones.substr(0, 20)},
-        {"setting mail on", "mail              on\r\n"},
-        {"setting subject Ärger mit $(ComponentName)", "subject           Ärger mit $(ComponentName)\r\n"},
-        {R"(status 3 "Fan 1" "CPU 1 fan")", "is now 3 (error)."},
-        {"pending", "An alert is pending."},
-    };
-    for (const auto& [line, answer] : kFirst) {
-        ASSERT_TRUE(session.Answers(line, answer)) << line << "\n" << session.Rest();
-    }
+    Follow(session, "set-up",
+           {{"@PORT1@", std::to_string(refusing.Port())}, {"@PORT2@", std::to_string(server.Port())}});
     // A tone ends while a line is being typed that fills two rows of the screen: it is told above, the line stays.
     session.Type(std::string(50, 'x'));
     ASSERT_TRUE(session.Sees("\r\033[1A\033[J")) << session.Rest();
@@ -186,27 +177,7 @@ TEST(Console, TellsWhatIsRight) {
     const fs::path file = fs::path(::testing::TempDir()) / "console_mail";
     std::ofstream(file) << "To: anna@example.net\n\ntext\n";
     Session session(Session::Place::Socket, EM_LIBRARY);
-    const std::pair<const char*, const char*> kCases[] = {
-        {"pendin", R"(There is no command "pendin"; "help" lists the commands.)"},
-        {"help set", "password 1|2        stored enciphered"},
-        {"status 3", R"(It goes: status 1|2|3 "NAME" "DESIGNATION")"},
-        {"status 3 \"a b", "A closing quotation mark is missing."},
-        {"set colour red", "there is no \"colour\" here; there are sender, sender-name, recipients"},
-        {"set host mail.example.net", "host belongs to a mail server, so say which, 1 or 2: host 1"},
-        {"set port 1 65536", "port is a number from 1 to 65535"},
-        {"set authentication 1 pop3", "authentication is none or smtp"},
-        {"set servers 2", "servers cannot be set: the module counts them."},
-        {"setting error-tones 2300/150", "error-tones is a list of tones, each of three numbers up to 10000"},
-        {"setting severity x", "severity is a number from 0 to 255 (the lowest status that is mailed"},
-        {"setting", "\nlanguage          (not set)\n"},
-        {"test-mail status", "It goes: test-mail (about a status) or: test-mail update"},
-        {"send-mail /nowhere", "There is no mail in \"/nowhere\""},
-        {"trace 0", "The module is loaded again, with trace level 0"},
-        {"pending", "No alert is pending."},
-    };
-    for (const auto& [line, answer] : kCases) {
-        EXPECT_TRUE(session.Answers(line, answer)) << line << "\n" << session.Rest();
-    }
+    Follow(session, "refusals");
     EXPECT_TRUE(session.Answers("send-mail " + file.string(), "The mail has no sender")) << session.Rest();
     session.Type("pending");  // the last line has no end
     session.EndInput();
