@@ -326,8 +326,9 @@ bool CAlertMailTexts::SystemAssetID(std::string& value) {
 
 bool CAlertMailTexts::SystemStatus(std::string& value) {
     unsigned int status = 0;
-    agent_.RequestNumber(kReadSystemStatus, 0, 0, status);
-    value = SystemStatusWord(status > 0xFF ? 0 : static_cast<unsigned char>(status));
+    if (agent_.RequestNumber(kReadSystemStatus, 0, 0, status)) {
+        value = SystemStatusWord(status > 0xFF ? 0 : static_cast<unsigned char>(status));
+    }
     return true;
 }
 

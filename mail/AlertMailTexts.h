@@ -19,6 +19,7 @@ public:
     virtual bool RequestText(unsigned int opCode, unsigned int opCodeExt, unsigned int objectId, std::string& text) = 0;
 
     /// Asks for a number.
+    /// @return false, leaving `number` alone, when the agent has none
     virtual bool RequestNumber(unsigned int opCode, unsigned int opCodeExt, unsigned int objectId,
                                unsigned int& number) = 0;
 

@@ -34,7 +34,7 @@ public:
     bool RequestNumber(unsigned oc, unsigned oe, unsigned /*oi*/, unsigned& number) override {
         ++requests;
         number = oc == 0x230F && oe == 0 ? 3 : 99;
-        return true;
+        return !texts.empty();
     }
     bool RequestMessageTemplate(std::uint32_t errorCode, std::string& text) override {
         ++requests;
@@ -109,7 +109,7 @@ TEST_F(AlertMailTexts, ATextWithoutVariablesAsksNothing) {
 
 TEST_F(AlertMailTexts, AMissingValueLeavesTheTextEmpty) {
     agent_.texts.clear();
-    EXPECT_EQ(Format("<$(SystemModel)$_IDN>"), "<>");
+    EXPECT_EQ(Format("<$(SystemModel)$_IDN$(SystemSerialNr)$(SystemAssetID)$(SystemStatus)>"), "<>");
 }
 
 TEST_F(AlertMailTexts, LocalFormsStandInForTheAgentsDateAndTime) {
