@@ -64,7 +64,8 @@ int CAlertExtensionModule::AlerterSendMail(const CSmtpMessage& mail) {
         }
         EM_TRACE(3, "\nEM_ALERT            : SendMail using the following internal SMTP settings:");
         EM_TRACE(3, "\nEM_ALERT            :   SMTP server \"%s\" port %d", server.host.c_str(), server.port);
-        const bool logsIn = server.authenticationType != 0 && !server.userName.empty();
+        // A log-in without a user name fails at the server, in sight; left out, nobody would know of it.
+        const bool logsIn = server.authenticationType != 0;
         if (logsIn) {
             EM_TRACE(3, "\nEM_ALERT            :   Authentication is configured:");
             EM_TRACE(3, "\nEM_ALERT            :     User name: \"%s\"", server.userName.c_str());

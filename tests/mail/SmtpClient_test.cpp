@@ -171,6 +171,14 @@ TEST(SmtpClient, TracesItsWorkButNoPassword) {
     EXPECT_FALSE(trace.Has("pass"));
 }
 
+TEST(SmtpClient, LogsInWhenAUserNameIsGivenAndNeverElse) {
+    const CSmtpServer server({"--auth", "user:pass word="});
+    EXPECT_EQ(Send(server, kMessage, false, ""), CURLE_LOGIN_DENIED);
+    const CSmtpServer open;
+    EXPECT_EQ(Send(open), 0);
+    EXPECT_EQ(open.Commands().find("AUTH"), std::string::npos);
+}
+
 /// Only for the test below, which starts this program anew: sends to the port in EM_SMTP_PORT, and expects success.
 TEST(SmtpTls, DISABLED_SendFromTrustingHost) {
     const char* const host = std::getenv("EM_SMTP_HOST");

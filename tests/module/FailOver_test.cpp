@@ -9,6 +9,7 @@ constexpr char kTwoServers[] =
     "</Notifications>";
 constexpr char kLogin[] =
     "<Authentication Type=\"smtp\"><UserName>ops</UserName><Password>wrong</Password></Authentication>";
+constexpr char kNamelessLogin[] = "<Authentication Type=\"smtp\"></Authentication>";
 
 /// What the first of two servers does, and what the trace says of it then.
 struct Failure {
@@ -16,7 +17,7 @@ struct Failure {
     std::vector<std::string> options;
     const char* trace;
     bool tls = false;
-    bool login = false;
+    const char* login = "";
 };
 
 void PrintTo(const Failure& failure, std::ostream* out) {
@@ -27,7 +28,8 @@ const Failure kFailures[] = {
     {"Greeting", {"--reply", "CONNECT=554 go away"}, "step connect"},
     {"NoStartTls", {}, "(64)", true},
     {"UntrustedCertificate", {"--tls", "starttls"}, "(60)", true},
-    {"LogIn", {"--auth", "ops:right"}, "(67)", false, true},
+    {"LogIn", {"--auth", "ops:right"}, "(67)", false, kLogin},
+    {"LogInWithoutAName", {"--auth", "ops:right"}, "(67)", false, kNamelessLogin},
     {"Mail", {"--reply", "MAIL=451 later"}, "451 later"},
     {"Recipient", {"--reply", "RCPT=550 unknown"}, "550 unknown"},
     {"Data", {"--reply", "DATA=554 no"}, "554 no"},
@@ -42,7 +44,7 @@ protected:
         StartServer(failure.options);
         StartServer({});
         const std::string settings = ReplaceAll(kTwoServers, "@TLS@", failure.tls ? "true" : "false");
-        WriteNotificationFile(ReplaceAll(settings, "@LOGIN@", failure.login ? kLogin : ""));
+        WriteNotificationFile(ReplaceAll(settings, "@LOGIN@", failure.login));
         std::ofstream(out_ / "state.json") << R"([{"OC":"0xE001","OE":"0x041B","DA":"$_IDN"}])";
         std::ofstream(out_ / "scenario.jsonl") << scenario;
         return RunAgent(out_ / "state.json", out_ / "scenario.jsonl");
