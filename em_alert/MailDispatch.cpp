@@ -1,6 +1,7 @@
 #include "em_alert/AlertExtensionModule.h"
 #include "mail/Smtp.h"
 #include "platform/Trace.h"
+#include "platform/WithoutPassword.h"
 
 namespace {
 
@@ -28,7 +29,8 @@ void CAlertExtensionModule::ImportZelconSmtpSettings(SmtpSettingsMap& map) {
         RequestNumber(kReadConfigurationValue, 0x1270, i, enabled);
         SmptSettings server;
         RequestText(kReadConfigurationValue, 0x1282, i, server.host);
-        EM_TRACE(3, "\nEM_ALERT            :   import Zelcon SMTP host name \"%s\"", server.host.c_str());
+        EM_TRACE(3, "\nEM_ALERT            :   import Zelcon SMTP host name \"%s\"",
+                 WithoutPassword(server.host).c_str());
         if (!server.host.empty()) {
             unsigned int port = DefaultPort(server.host);
             RequestNumber(kReadConfigurationValue, 0x1283, i, port);
@@ -63,7 +65,8 @@ int CAlertExtensionModule::AlerterSendMail(const CSmtpMessage& mail) {
             continue;
         }
         EM_TRACE(3, "\nEM_ALERT            : SendMail using the following internal SMTP settings:");
-        EM_TRACE(3, "\nEM_ALERT            :   SMTP server \"%s\" port %d", server.host.c_str(), server.port);
+        EM_TRACE(3, "\nEM_ALERT            :   SMTP server \"%s\" port %d", WithoutPassword(server.host).c_str(),
+                 server.port);
         // A log-in without a user name fails at the server, in sight; left out, nobody would know of it.
         const bool logsIn = server.authenticationType != 0;
         if (logsIn) {

@@ -8,6 +8,7 @@
 #include "mail/Smtp.h"
 #include "notification/FileLock.h"
 #include "platform/Trace.h"
+#include "platform/WithoutPassword.h"
 #include "sip/SipJson.h"
 
 namespace {
@@ -117,7 +118,7 @@ void CNotificationSettings::TakeServer(int index) {
     SmptSettings server;
     EM_TRACE(3, "\nEM_ALERT            : Add SMTP server config [%d]:", index);
     file_.GetSmtpServer(server.host, index);
-    EM_TRACE(3, "\nEM_ALERT            :   SMTP host name: \"%s\"", server.host.c_str());
+    EM_TRACE(3, "\nEM_ALERT            :   SMTP host name: \"%s\"", WithoutPassword(server.host).c_str());
     server.port = DefaultPort(server.host);
     file_.GetSmtpServerPort(server.port, index);
     EM_TRACE(3, "\nEM_ALERT            :   SMTP port: %d", server.port);

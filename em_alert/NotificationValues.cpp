@@ -4,6 +4,7 @@
 
 #include "em_alert/OperationCodes.h"
 #include "platform/Trace.h"
+#include "platform/WithoutPassword.h"
 #include "sip/SipJson.h"
 
 namespace {
@@ -81,7 +82,7 @@ bool WriteHost(Config& config, int server, const SipJson& request) {
     if (!TakeText(request, host)) {
         return false;
     }
-    EM_TRACE(3, "\nEM_ALERT            : SMTP server [%d]: Host name \"%s\"", server, host.c_str());
+    EM_TRACE(3, "\nEM_ALERT            : SMTP server [%d]: Host name \"%s\"", server, WithoutPassword(host).c_str());
     return config.SetSmtpServer(host, server);
 }
 

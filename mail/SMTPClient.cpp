@@ -10,6 +10,7 @@
 #include "mail/MailPayload.h"
 #include "mail/SMTPClientTrace.h"
 #include "mail/SmtpTransfer.h"
+#include "platform/WithoutPassword.h"
 
 // NOLINTBEGIN(performance-unnecessary-value-param): the signature is given
 int CSMTPClient::SendMail(CLumeString sender, const CSmtpMessage& message, CLumeString server, unsigned short port,
@@ -18,7 +19,7 @@ int CSMTPClient::SendMail(CLumeString sender, const CSmtpMessage& message, CLume
     EM_TRACE(3, SMTP_CLIENT_TAG "curl_version_info->version_num: 0x%x",
              curl_version_info(CURLVERSION_NOW)->version_num);
     if (HasControlCharacter(server) || server.find(' ') != std::string::npos) {
-        EM_TRACE(1, SMTP_CLIENT_TAG "ERROR! Unusable server name: \"%s\"", Printable(server).c_str());
+        EM_TRACE(1, SMTP_CLIENT_TAG "ERROR! Unusable server name: \"%s\"", Printable(WithoutPassword(server)).c_str());
         return CURLE_URL_MALFORMAT;
     }
     CSmtpTransfer transfer(stopping_);

@@ -4,6 +4,7 @@
 
 #include "mail/SMTPClient.h"
 #include "mail/SMTPClientTrace.h"
+#include "platform/WithoutPassword.h"
 
 namespace {
 
@@ -29,7 +30,7 @@ void CSmtpTransfer::SetLimits() {
     Check(curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L), "ERROR! Failed to set CURLOPT_NOSIGNAL!");
     Check(curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "smtp,smtps"), "ERROR! Failed to set CURLOPT_PROTOCOLS_STR!");
     Check(curl_easy_setopt(handle, CURLOPT_PROXY, ""), "ERROR! Failed to set CURLOPT_PROXY!");
-    // Counts for the farewell as well, where the timeout of the transfer no longer does.
+    // The last end of a farewell, where the timeout of the transfer no longer counts; OnProgress comes long before.
     Check(curl_easy_setopt(handle, CURLOPT_SERVER_RESPONSE_TIMEOUT, kTimeout),
           "ERROR! Failed to set CURLOPT_SERVER_RESPONSE_TIMEOUT!");
     if (CCurlUse::OutlivesModule()) {
@@ -55,7 +56,7 @@ void CSmtpTransfer::SetServer(const std::string& server, unsigned short port, bo
     CURL* const handle = handle_.get();
     const bool hasScheme = server.starts_with("smtp://") || server.starts_with("smtps://");
     url_ = (hasScheme ? "" : "smtp://") + server + ":" + std::to_string(port);
-    EM_TRACE(3, SMTP_CLIENT_TAG "smtp_server: \"%s\"", url_.c_str());
+    EM_TRACE(3, SMTP_CLIENT_TAG "smtp_server: \"%s\"", WithoutPassword(url_).c_str());
     Check(curl_easy_setopt(handle, CURLOPT_URL, url_.c_str()), "ERROR! Failed to set CURLOPT_URL!");
 
     EM_TRACE(3, SMTP_CLIENT_TAG "use_tls: %s", useTls ? "true" : "false");
@@ -115,7 +116,7 @@ int CSmtpTransfer::Perform() {
 
 void CSmtpTransfer::TraceFailure(CURLcode result) const {
     EM_TRACE(1, SMTP_CLIENT_TAG "ERROR! Failed to curl_easy_perform! Error code: %d", static_cast<int>(result));
-    EM_TRACE(1, SMTP_CLIENT_TAG "ERROR! Server \"%s\", step %s: %s (%d)%s%s", url_.c_str(), dialogue_.Step(),
+    EM_TRACE(1, SMTP_CLIENT_TAG "ERROR! Server \"%s\", step %s: %s (%d)%s%s", WithoutPassword(url_).c_str(), dialogue_.Step(),
              explained_ && error_.front() != '\0' ? error_.c_str() : curl_easy_strerror(result),
              static_cast<int>(result),
              dialogue_.LastRefusal().empty() ? "" : ", last refusal: ", dialogue_.LastRefusal().c_str());

@@ -5,6 +5,7 @@
 #include "platform/IniFile.h"
 #include "platform/OsInfo.h"
 #include "platform/Trace.h"
+#include "platform/WithoutPassword.h"
 
 #define TAG "\nCNotificationConfig : "
 
@@ -69,7 +70,7 @@ void CTamracImport::ImportMailServer() {
         return;
     }
     config_.SetSmtpServer(host, 0);
-    EM_TRACE(3, TAG "  import TAMRAC: SMTP host name \"%s\"", host.c_str());
+    EM_TRACE(3, TAG "  import TAMRAC: SMTP host name \"%s\"", WithoutPassword(host).c_str());
 
     const std::string user = Read("MailLogSMTPServerAuthLoginUsername");
     if (user.empty()) {

@@ -5,7 +5,7 @@ namespace {
 constexpr char kTwoServers[] =
     "<Notifications><email><Format><Sender><Address>ops@x</Address></Sender><Recipients><Recipient><Address>anna@x"
     "</Address></Recipient></Recipients></Format><SMTP><Server><Host>127.0.0.1</Host><Port>@PORT0@</Port>"
-    "<SMTPS>@TLS@</SMTPS>@LOGIN@</Server><Server><Host>127.0.0.1</Host><Port>@PORT1@</Port></Server></SMTP></email>"
+    "<SMTPS>@TLS@</SMTPS>@LOGIN@</Server><Server><Host>ops:geheim@127.0.0.1</Host><Port>@PORT1@</Port></Server></SMTP></email>"
     "</Notifications>";
 constexpr char kLogin[] =
     "<Authentication Type=\"smtp\"><UserName>ops</UserName><Password>wrong</Password></Authentication>";
@@ -68,6 +68,7 @@ TEST_P(FailOverAt, TheSecondServerGetsTheMailOnce) {
     ASSERT_NE(start, std::string::npos) << trace;
     const std::string line = trace.substr(start, trace.find('\n', start) - start);
     EXPECT_NE(line.find(GetParam().trace), std::string::npos) << line;
+    EXPECT_EQ(trace.find("geheim"), std::string::npos) << trace;
 }
 
 INSTANTIATE_TEST_SUITE_P(Step, FailOverAt, ::testing::ValuesIn(kFailures),
