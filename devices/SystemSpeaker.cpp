@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <limits>
 #include <new>
 #include <pthread.h>
 
@@ -56,35 +55,39 @@ private:
     }
 
     bool PlayPass() {
-        sounded_ = false;
+        tookTime_ = false;
         for (std::size_t at = 0; block_.toneBytes - at >= kPair; at += kRecord) {
-            const std::uint32_t hz = Number(at);
             if (!Wait(0)) {
                 return false;
             }
-            const bool audible = hz != 0 && hz <= std::uint32_t{std::numeric_limits<int>::max()};
-            if (!audible) {
-                EM_TRACE(1, "\nCSystemSpeaker      : ERROR! Tone of %u Hz left out!", hz);
-            } else {
-                sounded_ = true;
-                CDeviceBeeper::Beep(static_cast<int>(hz), static_cast<int>(Number(at + kNumber)));
-                if (!Wait(0)) {
-                    return false;
-                }
+            Sound(Number(at), Number(at + kNumber));
+            if (!Wait(0)) {
+                return false;
             }
             if (block_.toneBytes - at < kRecord) {
                 break;
             }
-            if (audible && !Wait(Number(at + kPair))) {
+            const std::uint32_t pause = Number(at + kPair);
+            tookTime_ = tookTime_ || pause != 0;
+            if (!Wait(pause)) {
                 return false;
             }
         }
         return true;
     }
 
+    void Sound(std::uint32_t hz, std::uint32_t milliseconds) {
+        if (hz == 0) {
+            EM_TRACE(1, "\nCSystemSpeaker      : ERROR! Tone of %u Hz left out!", hz);
+            return;
+        }
+        tookTime_ = true;
+        CDeviceBeeper::Beep(static_cast<int>(hz), static_cast<int>(milliseconds));
+    }
+
     bool WaitForNextPass() const {
         if (block_.interval == 0) {
-            return sounded_ && Wait(0);
+            return tookTime_ && Wait(0);
         }
         return Wait(block_.interval) && Wait(0);
     }
@@ -97,7 +100,7 @@ private:
 
     const SpeakerBlock& block_;
     std::uint32_t passes_;
-    bool sounded_ = false;
+    bool tookTime_ = false;
 };
 
 }  // namespace

@@ -6,8 +6,8 @@ public:
     /// The body of the beeper thread: plays the tones pass by pass until the stop event is signalled or the passes are
     /// over. A tone that has begun plays to its end; the event is looked at between tones and ends every pause.
     ///
-    /// A tone of 0 Hz, or of more than an int holds, is left out together with its pause, which is traced. A pass that
-    /// neither plays a tone nor waits afterwards would repeat as fast as the processor can, so it is the last one.
+    /// A tone of 0 Hz is left out, which is traced; its pause is kept. A pass that neither plays a tone nor waits would
+    /// repeat as fast as the processor can, so it is the last one.
     /// @param parameter  a SpeakerBlock, which the thread takes over; null ends the thread at once
     /// @return null always
     static void* RunAsThread_BeeperThread(void* parameter);

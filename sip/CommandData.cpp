@@ -21,8 +21,12 @@ bool IsByte(const value& v) {
     return v.IsUint() && v.GetUint() <= 0xFF;
 }
 
-/// Bytes that an array element takes: the smallest of 1, 2, 4 and 8 that holds it. Negative numbers take 8.
+/// Bytes that an array element takes: the smallest of 1, 2, 4 and 8 that holds it. Negative numbers take 8, and so do
+/// floating-point numbers that no integer holds, although they read as 0.
 unsigned int Width(const value& number) {
+    if (number.IsDouble() && !(number.GetDouble() > -1 && number.GetDouble() < 0x1p64)) {
+        return 8;
+    }
     const std::uint64_t bits = CCommandData::NumberBits(number);
     if (bits <= 0xFF) {
         return 1;

@@ -57,6 +57,27 @@ struct StringStream {
 using Writer = rapidjson::Writer<StringStream, rapidjson::UTF8<>, rapidjson::UTF8<>, CJsonHeap>;
 using PrettyWriter = rapidjson::PrettyWriter<StringStream, rapidjson::UTF8<>, rapidjson::UTF8<>, CJsonHeap>;
 
+/// Refuses what RapidJSON's reader makes of a lone surrogate ("\udc00"), which is no UTF-8 and could not be read again.
+/// What stands in the text as bytes is checked by the reader.
+class CReadValueBuilder : public CValueBuilder {
+public:
+    using CValueBuilder::CValueBuilder;
+
+    bool Key(const char* text, rapidjson::SizeType length, bool copy) {
+        return IsUtf8(text, length) && CValueBuilder::Key(text, length, copy);
+    }
+    bool String(const char* text, rapidjson::SizeType length, bool copy) {
+        return IsUtf8(text, length) && CValueBuilder::String(text, length, copy);
+    }
+
+private:
+    static bool IsUtf8(const char* text, rapidjson::SizeType length) {
+        const char* const end = text + length;
+        const auto isSurrogate = [](char lead, char next) { return lead == '\xED' && (next & 0x20) != 0; };
+        return std::adjacent_find(text, end, isSurrogate) == end;
+    }
+};
+
 }  // namespace
 
 CJsonHeap* CRapidJsonUtil::Heap() {
@@ -85,7 +106,7 @@ bool CRapidJsonUtil::Parse(value& to, const char* text, std::size_t length, Allo
     if (text == nullptr) {
         return false;
     }
-    return BuildValue(to, allocator, [&](CValueBuilder& builder) {
+    return BuildValue<CReadValueBuilder>(to, allocator, [&](CReadValueBuilder& builder) {
         rapidjson::MemoryStream stream(text, length);
         rapidjson::GenericReader<rapidjson::UTF8<>, rapidjson::UTF8<>, CJsonHeap> reader(Heap());
         constexpr unsigned int kFlags = rapidjson::kParseValidateEncodingFlag;

@@ -64,7 +64,6 @@ public:
         return const_cast<value*>(Find(const_cast<const value&>(object), key));
     }
 
-private:
     /// Compares from the back: the names of a command's members differ in their last characters, and are so short that
     /// this is done before a call of memcmp is.
     [[gnu::always_inline]] static bool IsText(const value& text, const value::StringRefType& wanted) {

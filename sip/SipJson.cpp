@@ -19,7 +19,7 @@ constexpr int kMaxCreatedIndex = 65535;
 
 constexpr unsigned kNoStatus = 0xFFFFFFFF;
 
-bool SendEnvelope(CValueBuilder& builder) {
+bool SendFreshEnvelope(CValueBuilder& builder) {
     builder.StartObject();
     builder.Key("V", 1, true);
     builder.Uint(1);
@@ -27,6 +27,28 @@ bool SendEnvelope(CValueBuilder& builder) {
     builder.StartArray();
     builder.EndArray(0);
     return builder.EndObject(2);
+}
+
+bool SendFreshDocument(CValueBuilder& builder) {
+    builder.StartObject();
+    builder.Key("SIP", 3, true);
+    SendFreshEnvelope(builder);
+    return builder.EndObject(1);
+}
+
+/// Removes the members of this name from number `first` on, in one go: a hostile object may have a million of them.
+void RemoveMembers(value& object, const value::StringRefType& key, rapidjson::SizeType first) {
+    auto kept = object.MemberBegin() + first;
+    for (auto member = kept; member != object.MemberEnd(); ++member) {
+        if (!CRapidJsonUtil::IsText(member->name, key)) {
+            member->name.Swap(kept->name);
+            member->value.Swap(kept->value);
+            ++kept;
+        }
+    }
+    if (kept != object.MemberEnd()) {
+        object.EraseMember(kept, object.MemberEnd());
+    }
 }
 
 }  // namespace
@@ -57,12 +79,7 @@ SipJson& SipJson::operator=(const SipJson& other) {
 void SipJson::JsonInit() {
     document_.SetNull();
     pool_.Clear();
-    BuildValue(document_, pool_, [](CValueBuilder& builder) {
-        builder.StartObject();
-        builder.Key("SIP", 3, true);
-        SendEnvelope(builder);
-        return builder.EndObject(1);
-    });
+    BuildValue(document_, pool_, SendFreshDocument);
 }
 
 bool SipJson::Parse(const char* text, std::size_t length) {
@@ -102,12 +119,12 @@ const value* SipJson::FindData(int i) const {
 
 value& SipJson::Commands() {
     if (!document_.IsObject()) {
-        JsonInit();
+        BuildValue(document_, pool_, SendFreshDocument);  // the pool stays: it may hold what is about to be set
     }
     value* sip = CRapidJsonUtil::Find(document_, "SIP");
     if (sip == nullptr || !sip->IsObject()) {
         value envelope;
-        BuildValue(envelope, pool_, SendEnvelope);
+        BuildValue(envelope, pool_, SendFreshEnvelope);
         SetMember(document_, "SIP", std::move(envelope));
         sip = CRapidJsonUtil::Find(document_, "SIP");
     }
@@ -123,9 +140,11 @@ value& SipJson::GetCmd() {
     if (const value* existing = FindCmd(cmdIndex_)) {
         return const_cast<value&>(*existing);
     }
+    if (cmdIndex_ < 0 || cmdIndex_ > kMaxCreatedIndex) {
+        return nowhere_.SetNull();
+    }
+    const auto index = static_cast<unsigned>(cmdIndex_);
     value& commands = Commands();
-    const bool served = cmdIndex_ >= 0 && cmdIndex_ <= kMaxCreatedIndex;
-    const unsigned index = served ? static_cast<unsigned>(cmdIndex_) : 0;
     if (commands.Capacity() == 0) {
         commands.Reserve(index + 1, pool_);  // most messages have one command; the default is room for 16
     }
@@ -136,13 +155,15 @@ value& SipJson::GetCmd() {
 }
 
 void SipJson::SetMember(value& object, const value::StringRefType& key, value&& v) {
-    value* member = CRapidJsonUtil::Find(object, key);
-    if (member != nullptr) {
-        *member = v;
-    } else {
-        // A short name costs no memory of its own, and a message must not point into a library that may be unloaded.
-        object.AddMember(value(key, pool_), v, pool_);
+    for (auto member = object.MemberBegin(); member != object.MemberEnd(); ++member) {
+        if (CRapidJsonUtil::IsText(member->name, key)) {
+            member->value = v;
+            RemoveMembers(object, key, static_cast<rapidjson::SizeType>(member - object.MemberBegin()) + 1);
+            return;
+        }
     }
+    // A short name costs no memory of its own, and a message must not point into a library that may be unloaded.
+    object.AddMember(value(key, pool_), v, pool_);
 }
 
 void SipJson::SetCmd(value& cmd, unsigned oc, unsigned oe, unsigned oi, unsigned ca, unsigned st) {
@@ -165,7 +186,7 @@ bool SipJson::SetCmdElemValue(value& elem, const char* key, unsigned v, bool omi
         return false;
     }
     if (v == 0 && omitZero) {
-        elem.EraseMember(key);
+        RemoveMembers(elem, rapidjson::StringRef(key), 0);
     } else {
         SetMember(elem, rapidjson::StringRef(key), value(v));
     }

@@ -45,8 +45,9 @@ public:
     void JsonInit();
 
     /// The current command, to be changed. A shorter "CMD" is first extended with empty objects, a damaged envelope
-    /// rebuilt. An index that is negative or, where that element does not exist yet, above 65535 is served by element
-    /// 0. The reference holds until the message gets further commands or another document.
+    /// rebuilt. An index that is negative or, where that element does not exist yet, above 65535 is no command: what is
+    /// returned then is null, belongs to no command, and is null again at the next call; the message stays as it is.
+    /// The reference holds until the message gets further commands or another document.
     value& GetCmd();
 
     int GetCmdIndex() const { return cmdIndex_; }
@@ -60,7 +61,8 @@ public:
     /// when `st` is 0xFFFFFFFF.
     void SetCmd(value& cmd, unsigned oc, unsigned oe, unsigned oi, unsigned ca, unsigned st);
 
-    /// Sets the member `key` of `elem`, a value of this message, to `v`; with `omitZero` a `v` of 0 removes it.
+    /// Sets the member `key` of `elem`, a value of this message, to `v`; with `omitZero` a `v` of 0 removes it. Of
+    /// members of the same name one is left, or none.
     /// @return false when `elem` is not an object or `key` is null
     bool SetCmdElemValue(value& elem, const char* key, unsigned v, bool omitZero);
 
@@ -78,9 +80,9 @@ public:
     rapidjson::Type GetCmdDataType(int i) const;
 
     /// Bytes of the data: 8 for an integer of any size, 1 for a boolean, length + 1 for a string; for an array of
-    /// strings the sum of (length + 1), and 1 more; for an array of numbers 1, 2, 4 or 8 for each, by its value; the
-    /// number of raw bytes. 0 for everything else (a lone floating-point number, an empty or mixed array, a structured
-    /// object).
+    /// strings the sum of (length + 1), and 1 more; for an array of numbers 1, 2, 4 or 8 for each, by its value, and 8
+    /// for a negative number; the number of raw bytes. 0 for everything else (a lone floating-point number, an empty or
+    /// mixed array, a structured object).
     unsigned GetCmdDataSize(int i) const;
 
     /// "DA" as a number: a number, a boolean (1 or 0), or one to four raw bytes, little-endian; false for anything
@@ -144,11 +146,12 @@ private:
     void SetData(value&& data, unsigned st);
 
     // Where the pool begins: usual messages need no heap. With it a message takes 1 KiB wherever it is kept.
-    static constexpr std::size_t kOwnBytes = 840;
+    static constexpr std::size_t kOwnBytes = 824;
 
     std::uint64_t context_ = 0;
     alignas(std::max_align_t) char ownMemory_[kOwnBytes];
     CRapidJsonUtil::Allocator pool_;
     CRapidJsonUtil::Document document_;
+    value nowhere_;  // served where there is no command
     int cmdIndex_ = 0;
 };

@@ -26,16 +26,16 @@ private:
     int level_ = 0;
 };
 
-/// Replaces `to` by the value whose events `generate(CValueBuilder&)` sends, made in memory of `allocator`.
+/// Replaces `to` by the value whose events `generate(Builder&)` sends, made in memory of `allocator`.
 /// @return what `generate` returned; on false `to` is unchanged
-template <typename Generate>
+template <typename Builder = CValueBuilder, typename Generate>
 bool BuildValue(CRapidJsonUtil::value& to, CRapidJsonUtil::Allocator& allocator, Generate generate) {
     // Pending values wait on this stack of 16 bytes each; only large messages go on to the heap.
     constexpr std::size_t kStackBytes = 1536;
     constexpr std::size_t kHeapChunk = 8192;
     alignas(std::max_align_t) char scratch[kStackBytes + 64];
     CRapidJsonUtil::Allocator stack(scratch, sizeof(scratch), kHeapChunk, CRapidJsonUtil::Heap());
-    CValueBuilder builder(&allocator, kStackBytes, &stack);
+    Builder builder(&allocator, kStackBytes, &stack);
     bool built = false;
     auto collect = [&](CValueBuilder::Document& /*same as builder*/) { return built = generate(builder); };
     builder.Populate(collect);

@@ -46,6 +46,10 @@ TEST_F(Speaker, BeepProgramsTheTimerAndSwitchesTheSpeaker) {
     EXPECT_TRUE(trace.Has("\nCDeviceBusIoBase    : connected"));
     EXPECT_TRUE(CDeviceBeeper::Beep(18, 0));  // 0x102EF, of which the timer has room for 16 bits
     EXPECT_NE(PortLog().find("write 0x42 width 1 value 0xEF\nwrite 0x42 width 1 value 0x02\n"), std::string::npos);
+    CEvent stop(false, true);
+    PlayBlock(Sequence({0xFFFFFFFF, 0, 0, 0x80000000, 0}), stop, 0, 0);  // 1193167 by -1 and by the lowest number
+    EXPECT_NE(PortLog().find("write 0x42 width 1 value 0x31\nwrite 0x42 width 1 value 0xCB\n"), std::string::npos);
+    EXPECT_NE(PortLog().find("write 0x42 width 1 value 0x00\nwrite 0x42 width 1 value 0x00\n"), std::string::npos);
     driver_.reset();
     EXPECT_TRUE(CDeviceBeeper::Beep(1000, 1000000));
     EXPECT_EQ(trace.Prints().back(), "\nCDeviceBusIoBase    : notconnected");
@@ -54,8 +58,7 @@ TEST_F(Speaker, BeepProgramsTheTimerAndSwitchesTheSpeaker) {
 TEST_F(Speaker, SequencesAreReadWithinTheirBytesAndRepeated) {
     CEvent stop(false, true);
     const std::vector<std::uint32_t> two = {1000, 0, 0, 2000, 0, 0};
-    // A tone that is left out takes its pause with it; else these would never end.
-    const std::vector<std::uint32_t> bad = {0, 0, kForever, 0x80000000, 0, kForever, 2000, 0, 0};
+    const std::vector<std::uint32_t> rests = {0, kForever, 0, 0, kForever, 0, 2000, 0, 0};
     const struct {
         Bytes tones;
         std::uint32_t repeat, interval;
@@ -68,9 +71,10 @@ TEST_F(Speaker, SequencesAreReadWithinTheirBytesAndRepeated) {
         {Sequence(two, 20), 1, kForever, {"1000 Hz", "2000 Hz"}, 0},  // the last pass has no interval after it
         {Sequence(two, 24), 2, 1, {"1000 Hz", "2000 Hz", "1000 Hz", "2000 Hz"}, 0},
         {Sequence(two, 8), 3, 0, {"1000 Hz", "1000 Hz", "1000 Hz"}, 0},
-        {Sequence(bad), 1, 0, {"2000 Hz"}, 2},
-        {Sequence(bad, 24), SpeakerBlock::kEndless, 0, {}, 2},
-        {Sequence(bad, 24), 2, 1, {}, 4},
+        {Sequence(rests), 1, 0, {"2000 Hz"}, 2},
+        {Sequence(rests, 24), SpeakerBlock::kEndless, 0, {}, 2},  // would else never rest
+        {Sequence(rests, 24), 2, 1, {}, 4},
+        {Sequence({0, 0, 1}), 2, 0, {}, 2},
     };
     Hz heard;
     for (const auto& test : cases) {
@@ -93,17 +97,21 @@ TEST_F(Speaker, StopEndsAToneAndEveryKindOfPause) {
         {100, 24, "Switch beeper on"},  // in a tone
         {0, 24, "Switch beeper off"},   // in the pause after it
         {0, 8, "Switch beeper off"},    // between two passes
+        {0, 0, "left out"},             // in the pause of a tone of 0 Hz
     };
     std::size_t played = 0;
     for (const auto& test : cases) {
         const CTraceCapture trace;
         CEvent stop(false, true);
-        const Bytes tones = Sequence({1000, test.msec, kForever, 2000, 0, 0}, test.bytes);
+        const bool rest = test.bytes == 0;
+        const Bytes tones =
+            rest ? Sequence({0, 0, kForever}) : Sequence({1000, test.msec, kForever, 2000, 0, 0}, test.bytes);
         std::thread thread([&] { PlayBlock(tones, stop, SpeakerBlock::kEndless, kForever); });
         EXPECT_TRUE(WaitUntil([&] { return trace.Has(test.awaited); }));
         stop.Set();
         thread.join();
-        EXPECT_EQ(Tones(), Hz(++played, "1000 Hz"));
+        played += rest ? 0 : 1;
+        EXPECT_EQ(Tones(), Hz(played, "1000 Hz"));
         PlayBlock(tones, stop, 1, 0);  // the event is still set
         EXPECT_EQ(Tones().size(), played);
     }

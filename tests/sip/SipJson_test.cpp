@@ -72,16 +72,30 @@ TEST(SipJson, WritersRebuildADamagedEnvelope) {
         {"[1]", 0, R"({"SIP":{"V":1,"CMD":[{"ST":7}]}})"},
         {R"({"a":1,"SIP":2})", 0, R"({"a":1,"SIP":{"V":1,"CMD":[{"ST":7}]}})"},
         {R"({"SIP":{"V":3,"CMD":{}}})", 1, R"({"SIP":{"V":3,"CMD":[{},{"ST":7}]}})"},
-        {R"({"SIP":{"CMD":[5]}})", 0, R"({"SIP":{"CMD":[5]}})"},  // not an object: nothing to set
-        {R"({"SIP":{"CMD":[]}})", -1, R"({"SIP":{"CMD":[{"ST":7}]}})"},
-        {R"({"SIP":{"CMD":[]}})", 65536, R"({"SIP":{"CMD":[{"ST":7}]}})"},
+        {R"({"SIP":{"CMD":[5]}})", 0, R"({"SIP":{"CMD":[5]}})"},                 // not an object: nothing to set
+        {R"({"SIP":{"CMD":[{"ST":1}]}})", -1, R"({"SIP":{"CMD":[{"ST":1}]}})"},  // not another's
+        {R"({"SIP":{"CMD":[{"ST":1}]}})", 65536, R"({"SIP":{"CMD":[{"ST":1}]}})"},
+        {"[2]", -1, "[2]"},
+        {R"({"SIP":{"CMD":[{"ST":1,"DA":2,"ST":3,"ST":4}]}})", 0, R"({"SIP":{"CMD":[{"ST":7,"DA":2}]}})"},
     };
     for (const auto& c : cases) {
         SipJson message = Parsed(c.before);
         message.SetCmdIndex(c.index);
-        message.SetStatus(7);
+        EXPECT_EQ(message.SetStatus(7), c.after.find("7") != std::string::npos);
         EXPECT_EQ(Json(message), c.after) << c.before;
     }
+    const Bytes bytes(500, '1');
+    SipJson text = Parsed("[1]");
+    text.SetReplyDataString(std::string(500, 'x').c_str(), 7);
+    EXPECT_EQ(Json(text), R"({"SIP":{"V":1,"CMD":[{"DA":")" + std::string(500, 'x') + R"(","ST":7}]}})");
+    SipJson raw = Parsed("[1]");
+    raw.SetDataStream(bytes.data(), bytes.size(), 7);
+    Bytes read;
+    EXPECT_TRUE(raw.GetCmdDataStream(0, read) && read == bytes);
+    SipJson twice = WithCmd(R"({"OE":1,"OI":2,"OE":3,"CA":4,"OE":5})");
+    EXPECT_TRUE(twice.SetCmdElemValue(twice.GetCmd(), "OE", 0, true));
+    EXPECT_EQ(Json(twice), Json(WithCmd(R"({"OI":2,"CA":4})")));
+    EXPECT_TRUE(twice.SetCmdElemValue(twice.GetCmd(), "OE", 0, true));
 }
 
 TEST(SipJson, ReadsMembersAsNumbers) {
@@ -147,6 +161,7 @@ TEST(SipJson, ReadsDataOfEachType) {
         {R"(["ab","c"])", 4, 6, kNone, "-", std::string("ab\0c\0\0", 6)},
         {"[255,256,65535,65536]", 4, 9, kNone, "-", std::string("\xFF\0\1\xFF\xFF\0\0\1\0", 9)},
         {"[4294967296,2.5]", 4, 9, kNone, "-", std::string("\0\0\0\0\1\0\0\0\2", 9)},
+        {"[1e20,-1e20,-0.5,4294967295]", 4, 21, kNone, "-", std::string(17, '\0') + "\xFF\xFF\xFF\xFF"},
         {R"([1,"a"])", 4, 0, kNone, "-", "-"},
         {"[]", 4, 0, kNone, "-", "-"},
         {R"({"RAW":[1,2,3,255]})", 3, 4, 0xFF030201, "\1\2\3\xFF", "\1\2\3\xFF"},
@@ -205,9 +220,20 @@ TEST(SipJson, CopiesOutliveTheirSource) {
 }
 
 TEST(SipJson, RefusesWhatIsNotOneShallowDocument) {
-    const std::string cases[] = {
-        "",     " ",       "{",     "{}x",      std::string("{}\0{}", 5), "\"\xC3\"",
-        "[1,]", "{'a':1}", "1e999", Nested(65), Nested(1000000),          std::string(1000000, '[')};
+    const std::string cases[] = {"",
+                                 " ",
+                                 "{",
+                                 "{}x",
+                                 std::string("{}\0{}", 5),
+                                 "\"\xC3\"",
+                                 "[1,]",
+                                 "{'a':1}",
+                                 "1e999",
+                                 "\"\\udc00\"",
+                                 "{\"\\ud800\":1}",
+                                 Nested(65),
+                                 Nested(1000000),
+                                 std::string(1000000, '[')};
     SipJson message = WithCmd(R"({"ST":1})");
     const std::string before = Json(message);
     for (const auto& text : cases) {
