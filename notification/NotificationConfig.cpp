@@ -36,6 +36,15 @@ bool CNotificationConfig::LoadExclusive() {
     return Load();
 }
 
+/// A document without any element is none, and could not be loaded again.
+void CNotificationConfig::AddRootElem() {
+    const CMarkupPosition keep(*this);
+    ResetPos();
+    if (!FindElem()) {
+        AddElem("Notifications");
+    }
+}
+
 bool CNotificationConfig::Save() {
     if (Status() == LoadStatus::Unreadable || Status() == LoadStatus::Damaged) {
         EM_TRACE(1, TAG "ERROR! File \"%s\" could not be loaded and is not overwritten!", path_.c_str());
@@ -44,6 +53,7 @@ bool CNotificationConfig::Save() {
     if (!MakeDirectory()) {
         return false;
     }
+    AddRootElem();
     if (!CMarkup::Save(path_)) {
         EM_TRACE(1, TAG "ERROR! FAILED to save file \"%s\"!", path_.c_str());
         EM_TRACE(1, TAG "  %s", ErrorText().c_str());

@@ -51,7 +51,7 @@ public:
     /// Loads the file under its lock, and also when the lock could not be had: readers never see a half-written file.
     bool LoadExclusive();
 
-    /// Writes the file, and its directory when missing, all or nothing.
+    /// Writes the file, and its directory when missing, all or nothing. Refuses what `Load` could not read again.
     bool Save();
 
     /// Makes the file's directory when it is missing. `Save` does so itself.
@@ -108,6 +108,7 @@ public:
 private:
     struct RecipientNames;
 
+    void AddRootElem();
     bool Enter(const char* name);
     bool EnterOrAdd(const char* name);
     bool ReadText(const char* name, std::string& text);

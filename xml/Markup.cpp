@@ -1,23 +1,17 @@
 #include "xml/Markup.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cerrno>
-#include <new>
-#include <span>
 #include <string_view>
 #include <system_error>
 
 #include "xml/TextFile.h"
-#include "xml/XmlText.h"
+#include "xml/XmlEncoding.h"
+#include "xml/XmlSyntax.h"
+#include "xml/XmlWriter.h"
 
 namespace {
 
-/// Indentation makes the output of a deep tree grow with the square of its depth.
-constexpr int kMaxDepth = 64;
-
-/// parse_fragment lets text beside the root element through, so that IsOneTree sees and refuses it.
-constexpr unsigned int kParseOptions = pugi::parse_full | pugi::parse_ws_pcdata_single | pugi::parse_fragment;
+constexpr unsigned int kParseOptions = pugi::parse_full | pugi::parse_ws_pcdata_single;
 
 bool IsText(const pugi::xml_node& node) {
     return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata;
@@ -34,27 +28,6 @@ pugi::xml_node FindBehind(const pugi::xml_node& parent, const pugi::xml_node& cu
         node = node.next_sibling();
     }
     return node;
-}
-
-bool IsOneTree(const pugi::xml_document& document) {
-    int elements = 0;
-    for (const pugi::xml_node& node : document) {
-        elements += node.type() == pugi::node_element ? 1 : 0;
-        if (IsText(node)) {
-            return false;
-        }
-    }
-    return elements == 1;
-}
-
-class CDepthCheck final : public pugi::xml_tree_walker {
-public:
-    bool for_each(pugi::xml_node& node) override { return node.type() != pugi::node_element || depth() < kMaxDepth; }
-};
-
-/// Anything else there is no XML, and readers that look for "encoding" in it read on in another character set.
-bool BelongsToDeclaration(std::string_view attribute) {
-    return attribute == "version" || attribute == "encoding" || attribute == "standalone";
 }
 
 // The library makes elements and attributes without a name when memory ends, and says nothing.
@@ -75,71 +48,6 @@ bool AddAttribute(pugi::xml_node node, const char* name, const std::string& valu
     }
     node.remove_attribute(added);
     return false;
-}
-
-/// Copies what a node holds into an empty one, with every text in the form that stands in a file. The library's own
-/// escaping leaves one of the two quotes alone and writes references that no XML reader accepts; its own copy leaves
-/// out what there is no memory for.
-/// @return false when memory ended
-bool CopyForFile(const pugi::xml_node& from, pugi::xml_node to) {
-    const XmlPlace place = from.type() == pugi::node_pcdata ? XmlPlace::Text : XmlPlace::Verbatim;
-    if ((*from.name() != '\0' && !to.set_name(from.name())) ||
-        (*from.value() != '\0' && !to.set_value(ToXml(from.value(), place).c_str()))) {
-        return false;
-    }
-    for (const pugi::xml_attribute& attribute : from.attributes()) {
-        if (from.type() == pugi::node_declaration && !BelongsToDeclaration(attribute.name())) {
-            continue;
-        }
-        if (!AddAttribute(to, attribute.name(), ToXml(attribute.value(), XmlPlace::Attribute))) {
-            return false;
-        }
-    }
-    return std::all_of(from.begin(), from.end(), [&to](const pugi::xml_node& child) {
-        const pugi::xml_node copy = to.append_child(child.type());
-        return copy && CopyForFile(child, copy);
-    });
-}
-
-class CStringWriter final : public pugi::xml_writer {
-public:
-    void write(const void* data, std::size_t size) override { text_.append(static_cast<const char*>(data), size); }
-    std::string& Text() { return text_; }
-
-private:
-    std::string text_;
-};
-
-pugi::xml_node Declaration(const pugi::xml_document& document) {
-    const pugi::xml_node first = document.first_child();
-    return first.type() == pugi::node_declaration ? first : pugi::xml_node();
-}
-
-bool EqualsIgnoringCase(std::string_view left, std::string_view right) {
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); });
-}
-
-constexpr std::string_view kLatin1Names[] = {"ISO-8859-1", "latin1"};
-
-bool NamesEncodingOf(const pugi::xml_document& document, std::span<const std::string_view> names) {
-    const std::string_view name = Declaration(document).attribute("encoding").value();
-    return std::any_of(names.begin(), names.end(),
-                       [&](std::string_view known) { return EqualsIgnoringCase(known, name); });
-}
-
-/// True when the declaration of a byte-wise file names an encoding that the parser does not know.
-bool IsForeignEncoding(const pugi::xml_document& document) {
-    constexpr std::string_view kOtherNames[] = {"", "UTF-8", "US-ASCII"};
-    return !NamesEncodingOf(document, kOtherNames) && !NamesEncodingOf(document, kLatin1Names);
-}
-
-/// Entities of the document's own are left as they stand by the parser, and would be escaped on writing.
-bool HasOwnEntities(const pugi::xml_document& document) {
-    return std::any_of(document.begin(), document.end(), [](const pugi::xml_node& node) {
-        return node.type() == pugi::node_doctype &&
-               std::string_view(node.value()).find("<!ENTITY") != std::string_view::npos;
-    });
 }
 
 }  // namespace
@@ -199,59 +107,39 @@ bool CMarkup::SetDoc(const std::string& text) {
     return Parse(text) || Fail(status_, std::move(error_));
 }
 
-bool CMarkup::Parse(const std::string& text) {
+bool CMarkup::Parse(const std::string& bytes) {
     Clear();
     error_.clear();
-    pugi::xml_parse_result result = document_.load_buffer(text.data(), text.size(), kParseOptions);
-    if (result.encoding == pugi::encoding_latin1 && IsUtf8(text) && !NamesEncodingOf(document_, kLatin1Names)) {
-        // The parser takes the name from anywhere in the declaration; every save would encode the text once more.
-        result = document_.load_buffer(text.data(), text.size(), kParseOptions, pugi::encoding_utf8);
-    } else if (result.encoding == pugi::encoding_utf8 && !IsUtf8(text)) {
-        result = document_.load_buffer(text.data(), text.size(), kParseOptions, pugi::encoding_latin1);
+    std::string text;
+    if (const char* const error = DecodeXml(bytes, text); error != nullptr) {
+        error_ = error;
+    } else {
+        error_ = FindXmlError(text);
+    }
+    if (error_.empty()) {
+        const pugi::xml_parse_result result =
+            document_.load_buffer(text.data(), text.size(), kParseOptions, pugi::encoding_utf8);
+        error_ = result ? "" : result.description();  // no memory
     }
     ResetPos();
-    const bool isBytewise = result.encoding == pugi::encoding_utf8 || result.encoding == pugi::encoding_latin1;
-    CDepthCheck depthCheck;
-    if (!result) {
-        error_ = std::string(result.description()) + " at offset " + std::to_string(result.offset);
-    } else if (!IsOneTree(document_)) {
-        error_ = "Not exactly one root element";
-    } else if (isBytewise && text.find('\0') != std::string::npos) {
-        error_ = "Zero byte at offset " + std::to_string(text.find('\0'));
-    } else if (isBytewise && IsForeignEncoding(document_)) {
-        error_ = "Unknown encoding";
-    } else if (HasOwnEntities(document_)) {
-        error_ = "Entity declarations are not supported";
-    } else if (!document_.traverse(depthCheck)) {
-        error_ = "Nested too deep";
-    }
     return error_.empty();
 }
 
 std::string CMarkup::GetDocFormatted() const {
-    pugi::xml_document copy;
-    bool isWhole = CopyForFile(document_.root(), copy.root());
-    pugi::xml_node declaration = Declaration(copy);
-    if (!declaration) {
-        declaration = copy.prepend_child(pugi::node_declaration);
-        isWhole = isWhole && AddAttribute(declaration, "version", "1.0") && AddAttribute(declaration, "encoding", "");
-    }
-    // The text is UTF-8, whatever the file was.
-    if (pugi::xml_attribute encoding = declaration.attribute("encoding"); encoding) {
-        isWhole = encoding.set_value("UTF-8") && isWhole;
-    }
-    if (!isWhole) {
-        throw std::bad_alloc();
-    }
-    CStringWriter writer;
-    copy.save(writer, "  ", pugi::format_indent | pugi::format_no_escapes, pugi::encoding_utf8);
-    return std::move(writer.Text());
+    return WriteXml(document_);
 }
 
 bool CMarkup::Save(const std::string& path) {
-    const int error = ReplaceTextFile(path, GetDocFormatted());
-    error_ = error == 0 ? std::string() : std::generic_category().message(error);
-    return error == 0;
+    const std::string text = GetDocFormatted();
+    int error = text.size() > kMaxTextFileSize ? EFBIG : 0;
+    error_ = error == 0 ? FindXmlError(text) : std::string();
+    if (error == 0 && error_.empty()) {
+        error = ReplaceTextFile(path, text);
+    }
+    if (error != 0) {
+        error_ = std::generic_category().message(error);
+    }
+    return error_.empty();
 }
 
 bool CMarkup::FindElem(const char* name) {

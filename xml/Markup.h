@@ -18,7 +18,7 @@ public:
         Loaded,      ///< the file was read; the document holds it
         Missing,     ///< there is no such file (or none was asked for yet); the document starts empty
         Unreadable,  ///< the file exists but could not be read; the document is empty
-        Damaged,     ///< the file is not XML, or nested deeper than 64 levels; the document is empty
+        Damaged,     ///< the file is no XML that can be used (see `FindXmlError`); the document is empty
     };
 
     /// A saved position: cheap to copy, and good until the element that it names is removed. One from before the last
@@ -38,20 +38,20 @@ public:
 
     /// Reads a file: UTF-8, UTF-16, UTF-32 or Latin-1, which bytes that are not UTF-8 are taken for.
     /// @return true when the document holds the file; else `Status` and `ErrorText` tell why not. A file that exists
-    /// but
-    ///         could not be loaded should never be saved over.
+    ///         but could not be loaded should never be saved over.
     bool Load(const std::string& path);
 
     /// Writes `GetDocFormatted()` to a file, all or nothing (see `ReplaceTextFile`).
-    /// @return false, with `ErrorText`, when the file could not be written; an old file is then untouched
+    /// @return false, with `ErrorText`, when the file could not be written, or could not be loaded again: a document
+    ///         without root element, or of more than 16 MiB. An old file is then untouched.
     bool Save(const std::string& path);
 
     /// Replaces the document by the one in a text.
     /// @return false when the text is no document; the document is then empty. An empty text is an empty document.
     bool SetDoc(const std::string& text);
 
-    /// The document as UTF-8 text, indented by two blanks a level, always with a declaration.
-    /// @throw std::bad_alloc also when pugixml cannot get memory: never a part of the document
+    /// The document as UTF-8 text (see `WriteXml`), always with a declaration.
+    /// @throw std::bad_alloc
     std::string GetDocFormatted() const;
 
     LoadStatus Status() const { return status_; }

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
-#include <memory>
 #include <string_view>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -13,9 +13,11 @@
 
 #include "platform/DirectoryEntries.h"
 #include "platform/UniqueFd.h"
+#include "xml/FileAttributes.h"
 
 namespace {
 
+constexpr std::string_view kMark = ".em_alert.";  // no other program's name for a file beside this one
 constexpr std::string_view kRandomPart = "XXXXXX";
 
 int ErrnoUnless(bool success) {
@@ -48,15 +50,30 @@ public:
 
     /// @param prefix  the path of the new file without its random part
     int Create(const std::string& prefix) {
-        name_ = prefix + std::string(kRandomPart);
-        fd_.Reset(::mkostemp(name_.data(), O_CLOEXEC));
-        // The lock tells RemoveLeftovers that the writer lives.
-        return ErrnoUnless(fd_ && ::flock(fd_.Get(), LOCK_EX | LOCK_NB) == 0);
+        constexpr int kAttempts = 100;
+        for (int i = 0; i < kAttempts; ++i) {
+            name_ = prefix + std::string(kRandomPart);
+            fd_.Reset(::mkostemp(name_.data(), O_CLOEXEC));
+            // The lock tells RemoveLeftovers that the writer lives. Another process may have found the file before it
+            // was locked: that one holds the lock then, or has removed the file already.
+            struct stat own {};
+            const bool isLocked = fd_ && ::flock(fd_.Get(), LOCK_EX | LOCK_NB) == 0;
+            if (!isLocked && (!fd_ || errno != EWOULDBLOCK)) {
+                return errno;
+            }
+            if (isLocked && ::fstat(fd_.Get(), &own) != 0) {
+                return errno;
+            }
+            if (isLocked && own.st_nlink != 0) {
+                return 0;
+            }
+        }
+        return EWOULDBLOCK;
     }
 
-    /// Takes mode and owner of an existing file. An owner that cannot be kept is an error: others would lose the file,
-    /// or strangers could read it.
-    int TakeOwnerOf(const std::string& path) const {
+    /// Takes owner, access-control list, extended attributes and mode of an existing file. What cannot be kept is an
+    /// error: others would lose the file, or strangers could read it.
+    int TakeRightsOf(const std::string& path) const {
         struct stat old {};
         if (::stat(path.c_str(), &old) != 0) {
             return errno == ENOENT ? 0 : errno;
@@ -66,8 +83,11 @@ public:
             return errno;
         }
         const bool isOwned = own.st_uid == old.st_uid && own.st_gid == old.st_gid;
-        return ErrnoUnless((isOwned || ::fchown(fd_.Get(), old.st_uid, old.st_gid) == 0) &&
-                           ::fchmod(fd_.Get(), old.st_mode & 07777) == 0);
+        if (!isOwned && ::fchown(fd_.Get(), old.st_uid, old.st_gid) != 0) {
+            return errno;
+        }
+        const int error = CopyFileAttributes(path, fd_.Get());
+        return error != 0 ? error : ErrnoUnless(::fchmod(fd_.Get(), old.st_mode & 07777) == 0);
     }
 
     int Write(const std::string& text) const {
@@ -94,12 +114,32 @@ void RemoveLeftovers(const std::string& directory, const std::string& prefix) {
         if (name.size() != prefix.size() + kRandomPart.size() || !name.starts_with(prefix)) {
             return;
         }
-        const std::string path = directory + "/" + name;
+        const std::string path = directory + name;
         const CUniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
         if (fd && ::flock(fd.Get(), LOCK_EX | LOCK_NB) == 0) {
             ::unlink(path.c_str());
         }
     });
+}
+
+/// With a "/" at the end.
+std::string DirectoryOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "./" : path.substr(0, slash + 1);
+}
+
+/// Goes to where a path leads: a link at its end is followed, whether something stands behind it or not.
+int FollowLinks(std::string& path) {
+    constexpr int kMaxLinks = 40;  // as many as the kernel follows
+    char link[PATH_MAX];
+    for (int i = 0; i < kMaxLinks; ++i) {
+        const ssize_t length = ::readlink(path.c_str(), link, sizeof link);
+        if (length < 0) {
+            return errno == EINVAL || errno == ENOENT ? 0 : errno;
+        }
+        path = (link[0] == '/' ? "" : DirectoryOf(path)).append(link, static_cast<std::size_t>(length));
+    }
+    return ELOOP;
 }
 
 int SyncDirectory(const std::string& directory) {
@@ -144,20 +184,19 @@ int ReadTextFile(const std::string& path, std::string& text) {
 }
 
 int ReplaceTextFile(const std::string& path, const std::string& text) {
-    const std::unique_ptr<char, decltype(&::free)> resolved(::realpath(path.c_str(), nullptr), &::free);
-    if (!resolved && errno != ENOENT) {
-        return errno;  // a link must not be replaced by a file
+    std::string target = path;
+    int error = FollowLinks(target);
+    if (error != 0) {
+        return error;
     }
-    const std::string target = resolved ? resolved.get() : path;
-    const std::size_t nameAt = target.rfind('/') + 1;  // 0 without a directory
-    const std::string directory = nameAt == 0 ? "." : target.substr(0, nameAt);
-    const std::string prefix = "." + target.substr(nameAt) + ".";
+    const std::string directory = DirectoryOf(target);
+    const std::string prefix = "." + target.substr(target.rfind('/') + 1) + std::string(kMark);
     RemoveLeftovers(directory, prefix);
 
     CTemporaryFile file;
-    int error = file.Create((nameAt == 0 ? "" : directory) + prefix);
+    error = file.Create(directory + prefix);
     if (error == 0) {
-        error = file.TakeOwnerOf(target);
+        error = file.TakeRightsOf(target);
     }
     if (error == 0) {
         error = file.Write(text);

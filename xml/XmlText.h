@@ -16,6 +16,3 @@ enum class XmlPlace {
 /// return, and any line end or tab in an attribute, is written as a numeric reference, since a reader would turn it
 /// into something else.
 std::string ToXml(std::string_view text, XmlPlace place);
-
-/// True when the bytes are well-formed UTF-8.
-bool IsUtf8(std::string_view text);

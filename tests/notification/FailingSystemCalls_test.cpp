@@ -1,14 +1,19 @@
 #include <cerrno>
 #include <dirent.h>
+#include <fcntl.h>
 #include <set>
 #include <string>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/xattr.h>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "notification/FileLock.h"
 #include "notification/NotificationConfig.h"
+#include "platform/UniqueFd.h"
 #include "xml/TempDirectory.h"
 
 namespace {
@@ -37,7 +42,6 @@ bool Fails(const char* name) {
     }
 
 FAILING(int, open, -1, (const char* path, int flags, mode_t mode), path, flags, mode)
-FAILING(int, mkostemp, -1, (char* path, int flags), path, flags)
 FAILING(ssize_t, read, -1, (int fd, void* buffer, std::size_t size), fd, buffer, size)
 FAILING(ssize_t, write, -1, (int fd, const void* bytes, std::size_t size), fd, bytes, size)
 FAILING(int, fsync, -1, (int fd), fd)
@@ -49,8 +53,46 @@ FAILING(int, flock, -1, (int fd, int operation), fd, operation)
 FAILING(int, ftruncate, -1, (int fd, off_t size), fd, size)
 FAILING(int, rename, -1, (const char* from, const char* to), from, to)
 FAILING(int, unlink, -1, (const char* path), path)
-FAILING(char*, realpath, nullptr, (const char* path, char* resolved), path, resolved)
+FAILING(ssize_t, readlink, -1, (const char* path, char* target, std::size_t size), path, target, size)
+FAILING(ssize_t, listxattr, -1, (const char* path, char* names, std::size_t size), path, names, size)
+FAILING(ssize_t, getxattr, -1, (const char* path, const char* name, void* value, std::size_t size), path, name, value,
+        size)
+FAILING(ssize_t, fgetxattr, -1, (int fd, const char* name, void* value, std::size_t size), fd, name, value, size)
+FAILING(int, fsetxattr, -1, (int fd, const char* name, const void* value, std::size_t size, int flags), fd, name, value,
+        size, flags)
+FAILING(int, fremovexattr, -1, (int fd, const char* name), fd, name)
 FAILING(DIR*, opendir, nullptr, (const char* path), path)
+
+/// What another process does to new temporary files while it clears leftovers.
+enum class Robbery { Lock, Remove };
+std::vector<Robbery> robberies;
+
+extern "C" int __real_mkostemp(char* path, int flags);
+extern "C" int __wrap_mkostemp(char* path, int flags);
+int __wrap_mkostemp(char* path, int flags) {
+    const int fd = Fails("mkostemp") ? -1 : __real_mkostemp(path, flags);
+    if (fd >= 0 && !robberies.empty()) {
+        if (robberies.back() == Robbery::Lock) {
+            static CUniqueFd other;
+            other.Reset(__real_open(path, O_RDONLY | O_CLOEXEC, 0));
+            __real_flock(other.Get(), LOCK_EX);
+        }
+        __real_unlink(path);
+        robberies.pop_back();
+    }
+    return fd;
+}
+
+TEST(FailingSystemCalls, AWriterWhoseNewFileIsRemovedStartsOver) {
+    const CTempDirectory directory;
+    CNotificationConfig config(directory / "");
+    robberies = {Robbery::Remove, Robbery::Lock, Robbery::Remove};
+    EXPECT_TRUE(config.SetSender("a@b") && config.Save() && robberies.empty());
+    EXPECT_TRUE(config.Load() && directory.FileCount() == 1);
+    robberies.assign(1000, Robbery::Remove);
+    EXPECT_TRUE(!config.Save() && robberies.size() == 900);
+    robberies.clear();
+}
 
 /// A setting is changed, as a write request does it, with each system call on the way failing in turn, for each reason.
 TEST(FailingSystemCalls, LeaveTheOldFileOrTheNewOne) {
@@ -67,7 +109,8 @@ TEST(FailingSystemCalls, LeaveTheOldFileOrTheNewOne) {
         failure = reason;
         for (int calls = 0;; ++calls) {
             WriteFile(original.Path(), oldText);
-            WriteFile(directory / ".Notifications.xml.abcdef", "of a dead writer");
+            WriteFile(directory / ".Notifications.xml.em_alert.abcdef", "of a dead writer");
+            ASSERT_EQ(::setxattr(original.Path().c_str(), "user.note", "x", 1, 0), 0);
             ASSERT_EQ(::chown(original.Path().c_str(), owner, ::getegid()), 0);
             callsLeft = calls;
             bool isSaved = false;
@@ -88,7 +131,7 @@ TEST(FailingSystemCalls, LeaveTheOldFileOrTheNewOne) {
             }
         }
     }
-    EXPECT_EQ(failed.size(), owner == ::geteuid() ? 14U : 15U);  // all but fchown
+    EXPECT_EQ(failed.size(), owner == ::geteuid() ? 19U : 20U);  // all but fchown
     CFileLock lock;
     EXPECT_TRUE(lock.Lock(original.Path().c_str(), nullptr, 0) && original.Load() && original.Save());
     lock.UnlockFile(original.Path().c_str());

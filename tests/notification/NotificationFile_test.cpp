@@ -1,13 +1,17 @@
 #include <csignal>
+#include <fcntl.h>
 #include <random>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 #include <vector>
 
 #include "notification/FileLock.h"
 #include "notification/NotificationConfig.h"
+#include "platform/UniqueFd.h"
 #include "support/TraceCapture.h"
 #include "xml/TempDirectory.h"
 
@@ -117,18 +121,58 @@ TEST(NotificationFile, AFileThatCannotBeLoadedIsNeverOverwritten) {
     }
 }
 
-TEST(NotificationFile, SaveTakesModeAndOwnerOfTheOldFileAndKeepsLinks) {
+TEST(NotificationFile, SaveKeepsRightsAndLinks) {
+    using namespace std::string_literals;
+    constexpr char kList[] = "system.posix_acl_access";
+    // Version 2; owner rw-, user 1000 rw-, group ---, mask rw-, others ---.
+    const std::string list =
+        "\2\0\0\0\1\0\6\0\xFF\xFF\xFF\xFF\2\0\6\0\xE8\3\0\0\4\0\0\0\xFF\xFF\xFF\xFF\x10\0\6\0\xFF\xFF\xFF\xFF \0\0\0\xFF\xFF\xFF\xFF"s;
     const CTempDirectory directory;
+    const std::string real = directory / "real.xml";
     CNotificationConfig config(directory / "new/deep");
     struct stat status {};
-    ASSERT_TRUE(config.SetSender("a@b") && config.Save() && ::stat(config.Path().c_str(), &status) == 0);
+    ASSERT_TRUE(config.Save() && ::stat(config.Path().c_str(), &status) == 0);
     EXPECT_EQ(status.st_mode & 07777, 0600U);  // it holds passwords
-    std::filesystem::rename(config.Path(), directory / "real.xml");
-    std::filesystem::create_symlink(directory / "real.xml", config.Path());
+    EXPECT_EQ(ReadFile(config.Path()), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Notifications />\n");
+    std::filesystem::rename(config.Path(), real);
+    std::filesystem::create_symlink("../../real.xml", config.Path());
     const uid_t owner = ::geteuid() == 0 ? 12 : ::geteuid();
-    ASSERT_EQ(::chown((directory / "real.xml").c_str(), owner, ::getegid()), 0);
-    ASSERT_EQ(::chmod((directory / "real.xml").c_str(), 0640), 0);
-    ASSERT_TRUE(config.SetSender("c@d") && config.Save() && ::lstat((directory / "real.xml").c_str(), &status) == 0);
-    EXPECT_TRUE((status.st_mode & 07777) == 0640U && status.st_uid == owner);
-    EXPECT_NE(ReadFile(directory / "real.xml").find("c@d"), std::string::npos);
+    const gid_t group = ::geteuid() == 0 ? 13 : ::getegid();
+    ASSERT_EQ(::chown(real.c_str(), owner, group), 0);
+    // The directory gives new files a list of their own, which a file without one must not get.
+    ASSERT_EQ(::setxattr((directory / "").c_str(), "system.posix_acl_default", list.data(), list.size(), 0), 0);
+    for (const mode_t mode : {0640U, 0604U}) {
+        ASSERT_EQ(::chmod(real.c_str(), mode), 0);
+        ASSERT_TRUE(config.SetSender("c@d" + std::to_string(mode)) && config.Save());
+        ASSERT_EQ(::lstat(real.c_str(), &status), 0);
+        EXPECT_TRUE((status.st_mode & 07777) == mode && status.st_uid == owner && status.st_gid == group);
+        EXPECT_TRUE(::getxattr(real.c_str(), kList, nullptr, 0) < 0 && errno == ENODATA);
+        EXPECT_NE(ReadFile(real).find("c@d" + std::to_string(mode)), std::string::npos);
+    }
+    ASSERT_EQ(::setxattr(real.c_str(), kList, list.data(), list.size(), 0), 0);
+    ASSERT_EQ(::setxattr(real.c_str(), "user.note", "mine", 4, 0), 0);
+    char value[256];
+    ASSERT_TRUE(config.Save() && ::lstat(real.c_str(), &status) == 0);
+    EXPECT_EQ(status.st_mode & 07777, 0660U);  // as the list has it: the group's bits are its mask
+    EXPECT_EQ(std::string(value, static_cast<std::size_t>(::getxattr(real.c_str(), kList, value, sizeof value))), list);
+    EXPECT_EQ(std::string(value, static_cast<std::size_t>(::getxattr(real.c_str(), "user.note", value, 256))), "mine");
+
+    std::filesystem::remove(real);
+    ASSERT_TRUE(!config.Load() && config.Save());  // a link that leads nowhere
+    EXPECT_TRUE(std::filesystem::is_symlink(config.Path()) && std::filesystem::is_regular_file(real));
+    EXPECT_EQ(directory.FileCount(), 2);
+}
+
+TEST(NotificationFile, SaveRemovesOnlyWhatDeadWritersLeft) {
+    const CTempDirectory directory;
+    CNotificationConfig config(directory / "");
+    for (const char* name : {".Notifications.xml.backup", ".Notifications.xml.em_alert.backup2", "x.em_alert.abcdef",
+                             ".Notifications.xml.em_alert.living", ".Notifications.xml.em_alert.dead00"}) {
+        WriteFile(directory / name, "");
+    }
+    const CUniqueFd living(::open((directory / ".Notifications.xml.em_alert.living").c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(::flock(living.Get(), LOCK_EX), 0);
+    EXPECT_TRUE(config.Save());
+    EXPECT_EQ(directory.FileCount(), 5);
+    EXPECT_FALSE(std::filesystem::exists(directory / ".Notifications.xml.em_alert.dead00"));
 }
