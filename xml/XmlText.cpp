@@ -37,12 +37,23 @@ const char* ReferenceOf(std::uint32_t character, XmlPlace place) {
     }
 }
 
+/// What stands for itself everywhere, which is nearly all of a text.
+bool IsPlain(char c) {
+    return c == ' ' || (c >= '(' && c <= ';') || (c >= '?' && c <= '~');
+}
+
 }  // namespace
 
 std::string ToXml(std::string_view text, XmlPlace place) {
     std::string xml;
     xml.reserve(text.size());
-    while (!text.empty()) {
+    for (;;) {
+        const auto plain = static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), IsPlain) - text.begin());
+        xml.append(text.substr(0, plain));
+        text.remove_prefix(plain);
+        if (text.empty()) {
+            return xml;
+        }
         std::uint32_t character = 0;
         const std::size_t length = ReadUtf8(text, character);
         if (length != 0 && IsXmlCharacter(character)) {
@@ -51,5 +62,4 @@ std::string ToXml(std::string_view text, XmlPlace place) {
         }
         text.remove_prefix(std::max<std::size_t>(length, 1));
     }
-    return xml;
 }

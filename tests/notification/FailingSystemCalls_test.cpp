@@ -21,47 +21,73 @@ namespace {
 int callsLeft = -1;  // calls that still succeed; negative: all
 int failure = 0;     // errno of the one that fails then
 std::set<std::string> failed;
+std::string calls;  // each on a line of its own, with what matters of its arguments
 
-bool Fails(const char* name) {
+bool Fails(const std::string& call) {
+    calls += call + "\n";
     if (callsLeft < 0 || callsLeft-- > 0) {
         return false;
     }
-    failed.insert(name);
+    failed.insert(call.substr(0, call.find(' ')));
     errno = failure;
     return true;
+}
+
+std::string Name(const char* path) {
+    const std::string name = std::filesystem::path(path).filename();
+    return name.empty() ? " ." : " " + name;
+}
+
+std::string Octal(mode_t mode) {
+    char text[32];
+    std::snprintf(text, sizeof text, " %o", mode);
+    return text;
+}
+
+std::string Opening(const char* path, int flags, mode_t mode) {
+    const char* const access[] = {" read", " write", " update"};
+    return Name(path) + access[flags & O_ACCMODE] + (flags & O_CLOEXEC ? "" : " inherited") +
+           (flags & O_NONBLOCK ? " nonblock" : "") + (flags & O_NOFOLLOW ? " nofollow" : "") +
+           (flags & O_CREAT ? " create" + Octal(mode) : "");
+}
+
+std::string Locking(int operation) {
+    return operation == (LOCK_EX | LOCK_NB) ? " try" : operation == LOCK_UN ? " unlock" : " wait";
 }
 
 }  // namespace
 
 // The linker (--wrap, see CMakeLists.txt) leads the calls of the code under test here.
-#define FAILING(type, name, whenFailed, parameters, ...)                 \
-    extern "C" type __real_##name parameters;                            \
-    extern "C" type __wrap_##name parameters;                            \
-    type __wrap_##name parameters {                                      \
-        return Fails(#name) ? (whenFailed) : __real_##name(__VA_ARGS__); \
+#define FAILING(type, name, note, whenFailed, parameters, ...)                    \
+    extern "C" type __real_##name parameters;                                     \
+    extern "C" type __wrap_##name parameters;                                     \
+    type __wrap_##name parameters {                                               \
+        return Fails(#name + (note)) ? (whenFailed) : __real_##name(__VA_ARGS__); \
     }
 
-FAILING(int, open, -1, (const char* path, int flags, mode_t mode), path, flags, mode)
-FAILING(ssize_t, read, -1, (int fd, void* buffer, std::size_t size), fd, buffer, size)
-FAILING(ssize_t, write, -1, (int fd, const void* bytes, std::size_t size), fd, bytes, size)
-FAILING(int, fsync, -1, (int fd), fd)
-FAILING(int, stat, -1, (const char* path, struct stat* status), path, status)
-FAILING(int, fstat, -1, (int fd, struct stat* status), fd, status)
-FAILING(int, fchmod, -1, (int fd, mode_t mode), fd, mode)
-FAILING(int, fchown, -1, (int fd, uid_t user, gid_t group), fd, user, group)
-FAILING(int, flock, -1, (int fd, int operation), fd, operation)
-FAILING(int, ftruncate, -1, (int fd, off_t size), fd, size)
-FAILING(int, rename, -1, (const char* from, const char* to), from, to)
-FAILING(int, unlink, -1, (const char* path), path)
-FAILING(ssize_t, readlink, -1, (const char* path, char* target, std::size_t size), path, target, size)
-FAILING(ssize_t, listxattr, -1, (const char* path, char* names, std::size_t size), path, names, size)
-FAILING(ssize_t, getxattr, -1, (const char* path, const char* name, void* value, std::size_t size), path, name, value,
+using std::string;
+FAILING(int, open, Opening(path, flags, mode), -1, (const char* path, int flags, mode_t mode), path, flags, mode)
+FAILING(ssize_t, read, string(), -1, (int fd, void* buffer, std::size_t size), fd, buffer, size)
+FAILING(ssize_t, write, string(), -1, (int fd, const void* bytes, std::size_t size), fd, bytes, size)
+FAILING(int, fsync, string(), -1, (int fd), fd)
+FAILING(int, stat, Name(path), -1, (const char* path, struct stat* status), path, status)
+FAILING(int, fstat, string(), -1, (int fd, struct stat* status), fd, status)
+FAILING(int, fchmod, Octal(mode), -1, (int fd, mode_t mode), fd, mode)
+FAILING(int, fchown, string(), -1, (int fd, uid_t user, gid_t group), fd, user, group)
+FAILING(int, flock, Locking(operation), -1, (int fd, int operation), fd, operation)
+FAILING(int, ftruncate, string(), -1, (int fd, off_t size), fd, size)
+FAILING(int, rename, Name(to), -1, (const char* from, const char* to), from, to)
+FAILING(int, unlink, Name(path), -1, (const char* path), path)
+FAILING(DIR*, opendir, string(), nullptr, (const char* path), path)
+FAILING(ssize_t, readlink, Name(path), -1, (const char* path, char* target, std::size_t size), path, target, size)
+FAILING(ssize_t, listxattr, Name(path), -1, (const char* path, char* names, std::size_t size), path, names, size)
+FAILING(ssize_t, getxattr, Name(name), -1, (const char* path, const char* name, void* value, std::size_t size), path,
+        name, value, size)
+FAILING(ssize_t, fgetxattr, Name(name), -1, (int fd, const char* name, void* value, std::size_t size), fd, name, value,
         size)
-FAILING(ssize_t, fgetxattr, -1, (int fd, const char* name, void* value, std::size_t size), fd, name, value, size)
-FAILING(int, fsetxattr, -1, (int fd, const char* name, const void* value, std::size_t size, int flags), fd, name, value,
-        size, flags)
-FAILING(int, fremovexattr, -1, (int fd, const char* name), fd, name)
-FAILING(DIR*, opendir, nullptr, (const char* path), path)
+FAILING(int, fsetxattr, Name(name), -1, (int fd, const char* name, const void* value, std::size_t size, int flags), fd,
+        name, value, size, flags)
+FAILING(int, fremovexattr, Name(name), -1, (int fd, const char* name), fd, name)
 
 /// What another process does to new temporary files while it clears leftovers.
 enum class Robbery { Lock, Remove };
@@ -70,7 +96,8 @@ std::vector<Robbery> robberies;
 extern "C" int __real_mkostemp(char* path, int flags);
 extern "C" int __wrap_mkostemp(char* path, int flags);
 int __wrap_mkostemp(char* path, int flags) {
-    const int fd = Fails("mkostemp") ? -1 : __real_mkostemp(path, flags);
+    const int fd =
+        Fails("mkostemp" + Name(path) + (flags == O_CLOEXEC ? "" : " inherited")) ? -1 : __real_mkostemp(path, flags);
     if (fd >= 0 && !robberies.empty()) {
         if (robberies.back() == Robbery::Lock) {
             static CUniqueFd other;
@@ -94,6 +121,36 @@ TEST(FailingSystemCalls, AWriterWhoseNewFileIsRemovedStartsOver) {
     robberies.clear();
 }
 
+extern "C" int __real_close(int fd);
+extern "C" int __wrap_close(int fd);
+int __wrap_close(int fd) {
+    calls += "close\n";
+    return __real_close(fd);
+}
+
+namespace {
+
+/// Changes a setting as a write request does.
+bool ChangeSender(const CTempDirectory& directory) {
+    CNotificationConfig config(directory / "");
+    CFileLock lock;
+    return lock.Lock(config.Path().c_str(), nullptr, 0) && config.Load() && config.SetSender("new@x") && config.Save();
+}
+
+}  // namespace
+
+TEST(FailingSystemCalls, TheCallsOfAChangeAreInOrder) {
+    const CTempDirectory directory;
+    CNotificationConfig config(directory / "");
+    ASSERT_TRUE(config.SetSender("old@x") && config.Save());
+    WriteFile(config.Path() + ".lock", "#1");
+    WriteFile(directory / ".Notifications.xml.em_alert.abcdef", "of a dead writer");
+    ASSERT_EQ(::chmod(config.Path().c_str(), 02640), 0);
+    calls.clear();
+    EXPECT_TRUE(ChangeSender(directory));
+    EXPECT_EQ(calls, ReadFile(EM_TEST_DATA "/calls-of-a-change.txt"));
+}
+
 /// A setting is changed, as a write request does it, with each system call on the way failing in turn, for each reason.
 TEST(FailingSystemCalls, LeaveTheOldFileOrTheNewOne) {
     const CTempDirectory directory;
@@ -113,13 +170,7 @@ TEST(FailingSystemCalls, LeaveTheOldFileOrTheNewOne) {
             ASSERT_EQ(::setxattr(original.Path().c_str(), "user.note", "x", 1, 0), 0);
             ASSERT_EQ(::chown(original.Path().c_str(), owner, ::getegid()), 0);
             callsLeft = calls;
-            bool isSaved = false;
-            {
-                CNotificationConfig config(directory / "");
-                CFileLock lock;
-                isSaved = lock.Lock(config.Path().c_str(), nullptr, 0) && config.Load() && config.SetSender("new@x") &&
-                          config.Save();
-            }
+            const bool isSaved = ChangeSender(directory);
             const bool hasFailed = callsLeft < 0;
             callsLeft = -1;
             const std::string text = ReadFile(original.Path());

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <functional>
+#include <sstream>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -25,7 +26,27 @@ protected:
     const std::string file_ = directory_ / "deep/er/a.xml";
     const std::string lockFile_ = file_ + ".lock";
     const std::string pid_ = std::string("#").append(std::to_string(::getpid()));
-    const CTraceCapture trace_;
+    CTraceCapture trace_;
+
+    /// The prints of an attempt to lock `file_`, by their short names.
+    std::string Traces(const std::string& names, const std::string& retries = "6000") const {
+        const std::vector<std::string> lines = DataLines(EM_TEST_DATA "/lock-traces.txt");
+        std::istringstream stream(names);
+        std::string all;
+        for (std::string name; stream >> name;) {
+            for (const std::string& line : lines) {
+                all += line.starts_with(name + "\t") ? line.substr(name.size() + 1) : "";
+            }
+        }
+        const std::pair<const char*, std::string> values[] = {
+            {"<file>", file_}, {"<directory>", directory_ / "deep/er"}, {"<pid>", pid_}, {"<retries>", retries}};
+        for (const auto& [key, value] : values) {
+            for (std::size_t at = 0; (at = all.find(key)) != std::string::npos;) {
+                all.replace(at, std::string_view(key).size(), value);
+            }
+        }
+        return all;
+    }
 };
 
 }  // namespace
@@ -42,26 +63,25 @@ TEST_F(FileLock, TakesALockFileOfItsOwnAndDeletesIt) {
     }
     EXPECT_FALSE(std::filesystem::exists(lockFile_));
     EXPECT_TRUE(std::filesystem::exists(directory_ / "deep/er"));
-    EXPECT_EQ(trace_.All(), "\nCFileLock           :   apply file lock using file " + file_ +
-                                "...\nCFileLock::Lock     : LockFileName.c_str() = " + lockFile_ +
-                                "\n\nCFileLock::Lock     : LockFileDir.c_str() = " + (directory_ / "deep/er") +
-                                "\n\nCFileLock::Lock     : nrRetries = 50\n\nCFileLock::Lock     : lockfile " +
-                                lockFile_ + " does NOT exist!\n\nCFileLock::Lock     : fileIsLockable = true\n" +
-                                "\nCFileLock           :   release file lock using file " + lockFile_ + "");
+    EXPECT_EQ(trace_.All(), Traces("apply missing true release", "50"));
+    struct stat status {};
+    EXPECT_TRUE(::stat((directory_ / "deep").c_str(), &status) == 0 && (status.st_mode & 0777) == 0711);
 }
 
 TEST_F(FileLock, AHeldLockFailsAtOnceAndNamesItsHolder) {
     std::filesystem::create_directories(directory_ / "deep/er");
     WriteFile(lockFile_, "a dead process with a long name#4711");
     CFileLock holder;
-    ASSERT_TRUE(holder.Lock(file_.c_str(), "M\xC3\xBCller\xFF\x01", 0));
+    ASSERT_TRUE(holder.Lock(file_.c_str(), "M\xC3\xBCller\xFF\x01", 600000));
+    EXPECT_EQ(trace_.All(), Traces("apply exists opened try locked true"));
+    trace_.Clear();
     CFileLock lock;
     ::alarm(30);  // far less than the time-out
     EXPECT_FALSE(lock.Lock(file_.c_str(), nullptr, 600000));
     ::alarm(0);
     EXPECT_EQ(lock.LastError(), static_cast<unsigned int>(EWOULDBLOCK));
     EXPECT_EQ(lock.HolderText(), "M\xC3\xBCller" + pid_);
-    EXPECT_TRUE(trace_.Has("\nCFileLock           : ## ERROR! " + lockFile_ + " is held by M\xC3\xBCller" + pid_));
+    EXPECT_EQ(trace_.All(), Traces("apply exists opened try failed false held"));
     lock.UnlockFile(file_.c_str());
     EXPECT_EQ(ReadFile(lockFile_), "M\xC3\xBCller\xFF\x01" + pid_);
     WriteFile(lockFile_ + ".new", "another holder");
@@ -130,4 +150,42 @@ TEST_F(FileLock, TheWaitEndsWhenAnotherOneWasFaster) {
     EXPECT_EQ(lock.HolderText(), "#1");
     ::close(taken);
     EXPECT_TRUE(lock.Lock(file_.c_str(), nullptr, 0));
+}
+
+TEST_F(FileLock, OnlyASharingViolationIsTriedAgain) {
+    std::filesystem::create_directories(directory_ / "deep/er");
+    const struct {
+        int error;
+        int timeoutMs;
+        int failures;
+        bool isLocked;
+        const char* traces;
+    } cases[] = {{32, 99, 99, false, "violation false refused"},
+                 {32, 250, 99, false, "violation violation false refused"},
+                 {32, 250, 1, true, "violation locked true release"},
+                 {EWOULDBLOCK, 250, 1, false, "failed false held"}};
+    for (const auto& [error, timeoutMs, failures, isLocked, traces] : cases) {
+        WriteFile(lockFile_, "M\xC3\xBCller" + pid_);
+        trace_.Clear();
+        int left = failures;
+        flockHook = [&, value = error] {
+            errno = value;
+            return left-- <= 0;
+        };
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(CFileLock().Lock(file_.c_str(), nullptr, timeoutMs), isLocked);
+        const int waits = error == 32 ? std::min(failures, std::max(timeoutMs / 100, 1)) : 0;
+        const auto elapsed = std::chrono::steady_clock::now() - start;
+        EXPECT_TRUE(elapsed >= waits * std::chrono::milliseconds(100) && elapsed < std::chrono::seconds(5));
+        EXPECT_EQ(trace_.All(),
+                  Traces(std::string("apply exists opened try ") + traces, std::to_string(timeoutMs / 100)));
+    }
+    WriteFile(lockFile_, std::string(300, 'x'));
+    flockHook = [] { return false; };
+    CFileLock lock;
+    EXPECT_FALSE(lock.Lock(file_.c_str(), nullptr, 0));
+    EXPECT_EQ(lock.HolderText(), std::string(255, 'x'));
+    std::filesystem::remove_all(directory_ / "deep");
+    EXPECT_FALSE(lock.Lock("relative", nullptr, 0));
+    EXPECT_EQ(lock.HolderText(), "");
 }

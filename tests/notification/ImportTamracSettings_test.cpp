@@ -46,13 +46,15 @@ TEST(ImportTamracSettings, AllSettingsIntoAnEmptyDocument) {
     EXPECT_EQ(
         Import("MailLogging=Enabled\nMailLogSMTPServer=h\nMailLogSMTPServerAuthLoginUsername=u<\n"
                "MailLogSMTPServerAuthLoginPasswordC=f8s6mivZg++FTemrYkCdMg==\nMailLogSender=s@h\n"
-               "MailLogSenderDescription=d\nMailLogRecipient=a@h, b@h;c@h\n",
+               "MailLogSenderDescription=d\nMailLogRecipient=a@h b@h;c@h,d@h\n",
                ""),
         "<Notifications><email><SMTP><Server><Host>h</Host><AuthenticationType=\"smtp\"><UserName>u&lt;</UserName>"
         "<PasswordEncryption=\"2\">f8s6mivZg++FTemrYkCdMg==</Password></Authentication></Server></SMTP>"
         "<Format><Sender><Address>s@h</Address><Description>d</Description></Sender><Recipients>"
         "<Recipient><Address>a@h</Address></Recipient><Recipient><Address>b@h</Address></Recipient>"
-        "<Recipient><Address>c@h</Address></Recipient></Recipients></Format></email></Notifications>");
+        "<Recipient><Address>c@h</Address></Recipient><Recipient><Address>d@h</Address></Recipient></Recipients></"
+        "Format>"
+        "</email></Notifications>");
     const std::string prints = trace.All();
     EXPECT_EQ(prints.substr(prints.find(kTag + "  ")), R"(
 CNotificationConfig :   import TAMRAC: email "Enabled"
@@ -61,7 +63,7 @@ CNotificationConfig :   import TAMRAC SMTP auth user name "u<"
 CNotificationConfig :   import TAMRAC SMTP auht user password "f8s6mivZg++FTemrYkCdMg=="
 CNotificationConfig :   import TAMRAC: email sender "s@h"
 CNotificationConfig :   import TAMRAC: email sender description "d"
-CNotificationConfig :   import TAMRAC: email receipient "a@h, b@h;c@h"
+CNotificationConfig :   import TAMRAC: email receipient "a@h b@h;c@h,d@h"
 CNotificationConfig : Import of Hostwarden RAID SMTP settings done!)");
 }
 
@@ -80,28 +82,44 @@ TEST(ImportTamracSettings, ChangesOnlyWhatTheFileHolds) {
          R"("smtp"><Password Encryption="2">q</Password><UserName>u</UserName>)"},
         {"MailLogRecipient=;9\n", "", ""},
         {"MailLogRecipient= ;; none yet\n", "", ""},
+        {"MailLogRecipient=, ,;8 ,9\n",
+         "><Address>1</Address></Recipient><Recipient><Address>2</Address></Recipient>\n"
+         "<Recipient><Name>3</Name><Address>3</Address>",
+         "/><Recipient/>\n<Recipient><Name>3</Name>"},
         {"MailLogRecipient=,9; ;c;d\n",
          "1</Address></Recipient><Recipient><Address>2</Address></Recipient>\n<Recipient><Name>3</Name><Address>3</"
          "Address>",
          "9</Address></Recipient><Recipient/>\n<Recipient><Name>3</Name>"},
     };
     for (const auto& [ini, what, by] : cases) {
+        const CTraceCapture trace(2);  // all prints are of level 3
         EXPECT_EQ(Import(ini, kOld), WithoutLayout(Replaced(kOld, what, by))) << ini;
+        EXPECT_EQ(trace.All(), "");
     }
 }
 
 TEST(ImportTamracSettings, TheHostNameStandsInForAMissingSender) {
     const std::string enabled = Replaced(kOld, "\"x\"", "\"Enabled\"");
     InPrivateNamespace([&] {
-        ResolveFrom("10.0.0.5 box\n");
+        ResolveFrom("10.0.0.5 box.example.net box\n");
         EXPECT_EQ(Import("MailLogging=ENABLED\n", kOld),
                   WithoutLayout(Replaced(enabled, "<Address>old</Address>", "<Address/><Description/>")));
         Shell("ip link set lo up && ip addr add 10.0.0.5/24 dev lo");
         const CTraceCapture trace(3);
         EXPECT_EQ(Import("MailLogging=ENABLED\n", kOld),
-                  WithoutLayout(Replaced(enabled, "old</Address>", "box</Address><Description>box</Description>")));
-        EXPECT_TRUE(trace.Has(kTag + "  import TAMRAC: email sender is host name \"box\""));
-        EXPECT_TRUE(trace.Has(kTag + "  import TAMRAC: email sender description set to host name \"box\""));
+                  WithoutLayout(Replaced(enabled, "old</Address>",
+                                         "box.example.net</Address><Description>box.example.net"
+                                         "</Description>")));
+        const std::string prints =
+            Replaced(trace.All(), "COsInfo::GetComputerNameEx: host = 10.0.0.5, ComputerName = box.example.net\n", "");
+        EXPECT_EQ(prints.substr(prints.find(kTag + "  ")),
+                  kTag + "  import TAMRAC: email \"Enabled\"" + kTag +
+                      "  import TAMRAC: email sender is host name \"box.example.net\"" + kTag +
+                      "  import TAMRAC: email sender description set to host name \"box.example.net\"" + kTag +
+                      "Import of Hostwarden RAID SMTP settings done!");
+        const CTraceCapture none(3);
+        EXPECT_EQ(Import("MailLogging=\n", kOld), WithoutLayout(kOld));
+        EXPECT_TRUE(none.Has(kTag + "  import TAMRAC: email disabled"));
     });
 }
 

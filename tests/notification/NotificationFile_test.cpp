@@ -109,16 +109,46 @@ TEST(NotificationFile, AKilledWriterLeavesACompleteFile) {
 TEST(NotificationFile, AFileThatCannotBeLoadedIsNeverOverwritten) {
     const CTempDirectory directory;
     CNotificationConfig config(directory / "");
-    for (const std::string text : {"", "not XML", "<Notifications><email></Notifications>"}) {
+    const std::string path = config.Path();
+    const std::string tag = "\nCNotificationConfig : ";
+    const std::pair<std::string, std::string> cases[] = {
+        {"", "No root element at offset 0"},
+        {"<Notifications><email></Notifications>", "The end of another element at offset 37"},
+        {std::string(17 * 1024 * 1024, 'x'), "File too large"}};
+    for (const auto& [text, reason] : cases) {
         const CTraceCapture trace(1);
-        WriteFile(config.Path(), text);
+        WriteFile(path, text);
         EXPECT_TRUE(!config.LoadExclusive() && config.SetSender("a@b") && !config.Save());
-        EXPECT_EQ(ReadFile(config.Path()), text);
-        EXPECT_TRUE(trace.Has("\nCNotificationConfig : File \"" + config.Path() + "\" not loaded: "));
-        EXPECT_TRUE(trace.Has("\nCNotificationConfig : ERROR! File \"" + config.Path() + "\" could not be loaded and"));
-        WriteFile(config.Path(), "<Notifications/>");  // repaired
+        EXPECT_TRUE(ReadFile(path) == text);
+        EXPECT_EQ(trace.All(), tag + "File \"" + path + "\" not loaded: " + reason + tag + "ERROR! File \"" + path +
+                                   "\" could not be loaded and is not overwritten!");
+        WriteFile(path, "<Notifications/>");  // repaired
         EXPECT_TRUE(config.Load() && config.SetSender("a@b") && config.Save());
     }
+    std::filesystem::remove(path);
+    {
+        const CTraceCapture trace(2);
+        EXPECT_FALSE(config.Load());
+        EXPECT_EQ(trace.All(), tag + "File \"" + path + "\" not loaded: No such file or directory");
+    }
+    const CTraceCapture trace(1);
+    EXPECT_FALSE(config.Load());
+    std::filesystem::create_directory(path);
+    EXPECT_FALSE(config.Save() || CNotificationConfig("relative").Save());
+    EXPECT_EQ(trace.All(), tag + "ERROR! FAILED to save file \"" + path + "\"!" + tag + "  Is a directory" + tag +
+                               "ERROR! FAILED to create directory \"relative\"!" + tag + "  Invalid argument");
+}
+
+TEST(NotificationFile, LoadsUnderTheLockOrWithoutIt) {
+    const CTempDirectory directory;
+    CNotificationConfig config(directory / "");
+    ASSERT_TRUE(config.Save());
+    const CTraceCapture trace;
+    EXPECT_TRUE(config.LoadExclusive());
+    EXPECT_TRUE(trace.Has("nrRetries = 50\n") && trace.Has("  release file lock using file " + config.Path()));
+    CFileLock lock;
+    ASSERT_TRUE(lock.Lock(config.Path().c_str(), nullptr, 0));
+    EXPECT_TRUE(config.LoadExclusive() && std::filesystem::exists(config.Path() + ".lock"));
 }
 
 TEST(NotificationFile, SaveKeepsRightsAndLinks) {
@@ -141,7 +171,7 @@ TEST(NotificationFile, SaveKeepsRightsAndLinks) {
     ASSERT_EQ(::chown(real.c_str(), owner, group), 0);
     // The directory gives new files a list of their own, which a file without one must not get.
     ASSERT_EQ(::setxattr((directory / "").c_str(), "system.posix_acl_default", list.data(), list.size(), 0), 0);
-    for (const mode_t mode : {0640U, 0604U}) {
+    for (const mode_t mode : {02640U, 0604U}) {
         ASSERT_EQ(::chmod(real.c_str(), mode), 0);
         ASSERT_TRUE(config.SetSender("c@d" + std::to_string(mode)) && config.Save());
         ASSERT_EQ(::lstat(real.c_str(), &status), 0);

@@ -39,6 +39,7 @@ TEST(Rijndael, StoresPasswordsAsOtherProgramsDo) {
                  {"sixteen letters!", "pJZeM+GR47PXesBhJdRYfQ=="},
                  {"seventeen letters", "tVme7pr4pQmzef7O1Inlne1yWfGa7jTu+40VgULHung="}};
     std::string text;
+    EXPECT_FALSE(CEncryptedString::TamracDecryptString(text, nullptr));
     for (const auto& [plain, stored] : cases) {
         CRijndael::Encrypt(plain, text);
         EXPECT_EQ(text, stored);
@@ -47,6 +48,12 @@ TEST(Rijndael, StoresPasswordsAsOtherProgramsDo) {
         CRijndael::Decrypt(stored, text);  // appends, padding and all
         EXPECT_EQ(text, plain + plain + std::string((32 - plain.size()) % 16, '\0'));
     }
+}
+
+TEST(Rijndael, AShortBlockIsFilledFromTheOneBefore) {
+    std::string text;
+    CRijndael::Decrypt("pJZeM+GR47PXesBhJdRYfaQ=", text);  // the first block, and its first byte once more
+    EXPECT_EQ(text, "sixteen letters!sixteen letters!");
 }
 
 TEST(Rijndael, Base64StopsAtRubbish) {
