@@ -185,7 +185,18 @@ TEST_F(FileLock, OnlyASharingViolationIsTriedAgain) {
     CFileLock lock;
     EXPECT_FALSE(lock.Lock(file_.c_str(), nullptr, 0));
     EXPECT_EQ(lock.HolderText(), std::string(255, 'x'));
-    std::filesystem::remove_all(directory_ / "deep");
+    // The look at the holder fails: that is told of a lock file that was there, and hides nothing of one that was not.
+    flockHook = [&] {
+        std::filesystem::remove(lockFile_);
+        errno = EWOULDBLOCK;
+        return false;
+    };
+    for (const int error : {ENOENT, EWOULDBLOCK}) {
+        trace_.Clear();
+        EXPECT_FALSE(lock.Lock(file_.c_str(), nullptr, 0));
+        EXPECT_EQ(lock.LastError(), static_cast<unsigned int>(error));
+        EXPECT_TRUE(trace_.Has("## ERROR! " + lockFile_ + " is held by a process that left no name"));
+    }
     EXPECT_FALSE(lock.Lock("relative", nullptr, 0));
     EXPECT_EQ(lock.HolderText(), "");
 }
