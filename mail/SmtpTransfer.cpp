@@ -116,8 +116,8 @@ int CSmtpTransfer::Perform() {
 
 void CSmtpTransfer::TraceFailure(CURLcode result) const {
     EM_TRACE(1, SMTP_CLIENT_TAG "ERROR! Failed to curl_easy_perform! Error code: %d", static_cast<int>(result));
-    EM_TRACE(1, SMTP_CLIENT_TAG "ERROR! Server \"%s\", step %s: %s (%d)%s%s", WithoutPassword(url_).c_str(), dialogue_.Step(),
-             explained_ && error_.front() != '\0' ? error_.c_str() : curl_easy_strerror(result),
+    EM_TRACE(1, SMTP_CLIENT_TAG "ERROR! Server \"%s\", step %s: %s (%d)%s%s", WithoutPassword(url_).c_str(),
+             dialogue_.Step(), explained_ && error_.front() != '\0' ? error_.c_str() : curl_easy_strerror(result),
              static_cast<int>(result),
              dialogue_.LastRefusal().empty() ? "" : ", last refusal: ", dialogue_.LastRefusal().c_str());
 }

@@ -5,7 +5,8 @@ namespace {
 constexpr char kTwoServers[] =
     "<Notifications><email><Format><Sender><Address>ops@x</Address></Sender><Recipients><Recipient><Address>anna@x"
     "</Address></Recipient></Recipients></Format><SMTP><Server><Host>127.0.0.1</Host><Port>@PORT0@</Port>"
-    "<SMTPS>@TLS@</SMTPS>@LOGIN@</Server><Server><Host>ops:geheim@127.0.0.1</Host><Port>@PORT1@</Port></Server></SMTP></email>"
+    "<SMTPS>@TLS@</SMTPS>@LOGIN@</Server><Server><Host>ops:geheim@127.0.0.1</Host><Port>@PORT1@</Port></Server></"
+    "SMTP></email>"
     "</Notifications>";
 constexpr char kLogin[] =
     "<Authentication Type=\"smtp\"><UserName>ops</UserName><Password>wrong</Password></Authentication>";
