@@ -21,7 +21,6 @@ struct Host {
     std::string ipv6 = "fd00::5";
     std::time_t now = 0;
     std::string locale = "C";    ///< of LC_TIME
-    std::string locales;         ///< the names that were asked for, each with a blank
     std::string form = "%F %T";  ///< how any date or time is written, behind the locale and the format
 };
 inline Host host;
@@ -66,7 +65,6 @@ std::time_t time(std::time_t* now) noexcept {
 
 char* setlocale(int category, const char* name) noexcept {
     if (category == LC_TIME && name != nullptr) {
-        host.locales += std::string(name) + " ";
         host.locale = name;
     }
     return host.locale.data();
