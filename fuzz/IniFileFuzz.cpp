@@ -1,54 +1,50 @@
 #include <algorithm>
-#include <map>
+#include <cstdlib>
 #include <vector>
 
 #include "fuzz/Fuzz.h"
+#include "fuzz/IniFileModel.h"
 #include "platform/IniFile.h"
 
 namespace {
 
-using Content = std::map<std::pair<std::string, std::string>, std::string>;
+/// One file in two forms, which must never differ.
+class CPair {
+public:
+    CPair(std::string path, const std::string& text) : model(text), file(path.c_str()), path_(std::move(path)) {}
 
-/// The values by section and key.
-Content ReadAll(const std::string& path) {
-    Content content;
-    CIniFile file(path.c_str());
-    std::vector<std::string> sections;
-    file.GetSections(sections);
-    for (const std::string& section : sections) {
-        std::vector<std::string> keys;
-        file.GetEnums(keys, section.c_str());
-        for (const std::string& key : keys) {
-            file.GetString(content[{section, key}], section.c_str(), key.c_str(), nullptr);
-        }
+    void Compare(const char* promise) const { Expect(CFuzzDirectory::Read(path_) == model.Text(), promise); }
+
+    /// What the product stores, on the heap in a buffer of this very size: writing beyond is noticed.
+    std::string Stored(unsigned int size, const char* section, const char* key, const char* fallback) const {
+        std::vector<char> buffer(size, 'x');
+        const unsigned int count =
+            CIniFile::GetPrivateProfileString(section, key, fallback, buffer.data(), size, path_.c_str());
+        return std::to_string(count) + ":" + std::string(buffer.begin(), buffer.end());
     }
-    return content;
-}
+    void CompareReading(unsigned int size, const std::string& section, const std::string& key) const {
+        Expect(Stored(size, section.c_str(), key.c_str(), "fallback") ==
+                   CIniModel::InBuffer(model.Value(section, key).value_or("fallback"), size),
+               "a value is the one of the first such key in the first such section");
+        Expect(Stored(size, section.c_str(), nullptr, "x") == CIniModel::InBuffer(model.Keys(section), size),
+               "a section's keys are listed in order");
+        Expect(Stored(size, nullptr, key.c_str(), "x") == CIniModel::InBuffer(model.Sections(), size),
+               "the sections are listed in order");
+        std::string value = "old";
+        const std::string wanted = model.Value(section, key).value_or("none");
+        Expect(file.GetString(value, section.c_str(), key.c_str(), "none") == !wanted.empty() && value == wanted,
+               "GetString finds the same");
+        const auto number = static_cast<unsigned int>(
+            std::strtoul(model.Value(section, key).value_or("77").substr(0, 31).c_str(), nullptr, 0));
+        Expect(file.GetNumber(section.c_str(), key.c_str(), 77) == number, "a number is read in C's notation");
+    }
 
-/// True for a text that a file can hold as a name, or as a value.
-bool IsPlain(const std::string& text) {
-    const auto isPlain = [](unsigned char c) {
-        return c > 0x20 && c != 0x7F && std::string_view("[]=;").find(static_cast<char>(c)) == std::string_view::npos;
-    };
-    return !text.empty() && text.size() < 300 && std::all_of(text.begin(), text.end(), isPlain);
-}
+    CIniModel model;
+    CIniFile file;
 
-void ReadInto(unsigned int size, const char* section, const char* key, const char* path) {
-    std::vector<char> buffer(size, 'x');  // on the heap, of this very size: writing beyond is noticed
-    const unsigned int stored = CIniFile::GetPrivateProfileString(section, key, "fallback", buffer.data(), size, path);
-    Expect(stored < size && buffer[stored] == '\0', "a result ends with a zero inside its buffer");
-}
-
-void CheckWrite(const std::string& path, const std::string& section, const std::string& key, const std::string& value) {
-    Content wanted = ReadAll(path);
-    CIniFile file(path.c_str());
-    Expect(file.SetString(section.c_str(), key.c_str(), value.c_str()), "a file can be written");
-    wanted[{section, key}] = value;
-    Expect(ReadAll(path) == wanted, "a write changes its own value and no other");
-    Expect(file.SetNumber(section.c_str(), key.c_str(), -7) &&
-               file.GetNumber(section.c_str(), key.c_str(), 1) == static_cast<unsigned int>(-7),
-           "a number is read as written");
-}
+private:
+    std::string path_;
+};
 
 }  // namespace
 
@@ -60,21 +56,29 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string key = input.CText();
     const std::string value = input.CText();
     const auto bufferSize = static_cast<unsigned int>(input.Number() & 0xFF) + 1;
-    const std::string path = directory.Write("any.ini", input.Rest());
+    const std::string text = input.Rest();
+    CPair pair(directory.Write("any.ini", text), text);
 
-    ReadInto(bufferSize, section.c_str(), key.c_str(), path.c_str());
-    ReadInto(bufferSize, section.c_str(), nullptr, path.c_str());
-    ReadInto(bufferSize, nullptr, nullptr, path.c_str());
-    ReadAll(path);
-    CIniFile file(path.c_str());
-    if (IsPlain(section) && IsPlain(key) && IsPlain(value)) {
-        CheckWrite(path, section, key, value);
-    } else {
-        file.SetString(section.c_str(), key.c_str(), value.c_str());
+    pair.CompareReading(bufferSize, section, key);
+    std::vector<std::string> sections = pair.model.Sections();
+    sections.resize(std::min<std::size_t>(sections.size(), 8));  // each look reads the file six times
+    for (const std::string& other : sections) {
+        const std::vector<std::string> keys = pair.model.Keys(other);
+        pair.CompareReading(bufferSize, other, keys.empty() ? key : keys.back());
     }
-    file.CopySection(section.c_str(), value.c_str());
-    file.DeleteKey(section.c_str(), key.c_str());
-    file.DeleteSection(section.c_str());
-    ReadAll(path);
+    Expect(pair.file.CopySection(section.c_str(), value.c_str()) == pair.model.Copy(section, value), "sections copy");
+    pair.Compare("a copied section is written key by key");
+    const auto write = [&pair, &section](const char* name, const char* content, const char* promise) {
+        Expect(pair.file.SetString(section.c_str(), name, content) == pair.model.Write(section, name, content),
+               "a write is refused for a line break only");
+        pair.Compare(promise);
+    };
+    write(key.c_str(), value.c_str(), "a write changes its own line");
+    pair.CompareReading(bufferSize, section, key);
+    write(key.c_str(), "-7", "a second write changes its own line");
+    write(value.c_str(), key.c_str(), "a new key stands at the section's end");
+    write(key.c_str(), nullptr, "a deleted key leaves no line");
+    write(nullptr, value.c_str(), "a deleted section goes with its lines");
+    pair.CompareReading(bufferSize, section, key);
     return 0;
 }
