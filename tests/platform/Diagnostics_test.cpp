@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "SecondSink.h"
+#include "Cases.h"
 #include "platform/Trace.h"
 #include "platform/UniqueFd.h"
 #include "support/PrivateNamespace.h"
@@ -18,6 +18,9 @@
 #include "xml/TempDirectory.h"
 
 using namespace std::string_literals;
+
+extern bool isSecondSinkActive;
+extern std::string secondSinkPrints;
 
 namespace {
 
@@ -43,8 +46,8 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept {
 
 namespace {
 
-std::string Section(const std::string& lines, const std::string& name = "EM_ALERT") {
-    return "[" + name + "]\n" + lines + "\n[EndOfFile]\n";
+std::string LevelText(const std::string& level) {
+    return "[EM_ALERT]\nFileDebugLevel=" + level + "\n[EndOfFile]";
 }
 
 void SetVariable(const char* name, const char* value) {
@@ -93,37 +96,19 @@ TEST_F(TraceFiles, SupplyTheLevelUnlessTheEnvironmentDoes) {
         EXPECT_EQ(client_->DebugLevel(), level) << what;
         EXPECT_EQ(IsTracingEnabled(), level != 0) << what;
     };
-    Write("a.txt", Section("FileDebugLevel=1"));
+    Write("a.txt", LevelText("1"));
     expectLevel("3", 0, "no .ini file");
     Write("a.ini", "[EM_ALERT]\nFileDebugLevel=1\n");
     expectLevel("010", 10, "decimal");
     expectLevel("0x3", 0, "decimal");
-    expectLevel(nullptr, 0, "half written");
     ASSERT_EQ(::mkfifo(Path("b.ini").c_str(), 0600), 0);
     std::filesystem::create_directory(Path("c.ini"));
-    Write("d.ini", Section("FileDebugLevel=2", "OTHER"));
-    Write("f.ini", Section("FileDebugLevel=4"));
-    Write("g.ini", Section("FileDebugLevel=5"));
-    const std::pair<std::string, unsigned int> files[] = {
-        {Section("FileDebugLevel = 0x5\nFileDebugLevel=6"), 5},
-        {Section("FileDebugLevel=\t012 \r\n"), 10},
-        {Section("FileDebugLevel is\n= 3"), 3},
-        {Section("FileDebugLevel=high\n7"), 0},
-        {Section("FileDebugLevel\n"), 0},
-        {Section("FileDebugLevel=0xFFFFFFFF"), 0},
-        {Section("x=1"), 0},
-        {"FileDebugLevel=1\n[EM_ALERT][OTHER]\nFileDebugLevel=2\n[EM_ALERT]\nFileDebugLevel=3\n[endOFfile]rest", 0},
-        {"[X]\nFileDebugLevel=1\n[EM_ALERT]FileDebugLevel=2\n[EndOfFile]\n", 2},
-        {"[EM_ALERT]\nFileDebugLevel=1\n[EndOfFile]\n[More]\n", 4},
-        {"[EM_ALERT]\nFileDebugLevel=1\n[EndOfFile", 4},
-        {"[EM_ALERT]\nFileDebugLevel=1\nEndOfFile\n", 4},
-        {"", 4},
-        {std::string((1 << 20) - 37, ' ') + "[EM_ALERT]FileDebugLevel=1[EndOfFile]", 1},
-        {std::string((1 << 20) - 36, ' ') + "[EM_ALERT]FileDebugLevel=1[EndOfFile]", 4},
-    };
-    for (const auto& [text, level] : files) {
-        Write("e.ini.bak", text);
-        expectLevel(nullptr, level, text.substr(0, 200));
+    Write("d.ini", "[OTHER]\nFileDebugLevel=2\n[EndOfFile]");
+    Write("f.ini", LevelText("4"));
+    Write("g.ini", LevelText("5"));
+    for (const auto& row : Cases("trace_files.cases", "level")) {
+        Write("e.ini.bak", row[1]);
+        expectLevel(nullptr, static_cast<unsigned int>(std::stoi(row[2])), row[1].substr(0, 200));
     }
     expectLevel("0", 0, "the variable decides");
     std::filesystem::rename(Path(""), directory_ / "other");
@@ -132,76 +117,37 @@ TEST_F(TraceFiles, SupplyTheLevelUnlessTheEnvironmentDoes) {
 }
 
 TEST_F(TraceFiles, AreLookedAtAgainAfterTheInterval) {
-    const std::tuple<const char*, const char*, int> cases[] = {{nullptr, "DynamicUpdate=3", 3},
-                                                               {"5", "DynamicUpdate = 3", 5},
-                                                               {"010", "", 10},
-                                                               {"0x7", "DynamicUpdate=3", 0},
-                                                               {nullptr, "", 0},
-                                                               {nullptr, "DynamicUpdate=0xFFFFFFFF", 0}};
-    for (const auto& [variable, line, interval] : cases) {
-        Write("global_trace.ini", Section(line, "GlobalDebugSettings"));
-        Write("m.ini", Section("FileDebugLevel=1"));
-        SetVariable("LUME_LOG_DYNAMIC_UPDATE", variable);
+    for (const auto& row : Cases("trace_files.cases", "interval")) {
+        Write("global_trace.ini", row[2]);
+        Write("m.ini", LevelText("1"));
+        SetVariable("LUME_LOG_DYNAMIC_UPDATE", row[1] == "<nil>" ? nullptr : row[1].c_str());
         Start();
-        Write("m.ini", Section("FileDebugLevel=2"), 2000);
-        int seconds = 0;
-        while (LevelAfter(1) == 1 && ++seconds < 30) {
+        Write("m.ini", LevelText("2"), 2000);
+        int seconds = 1;
+        while (LevelAfter(1) == 1 && seconds < 30) {
+            ++seconds;
         }
-        EXPECT_EQ(seconds, interval == 0 ? 30 : interval - 1) << line;
+        EXPECT_EQ(seconds, std::stoi(row[3])) << row[2];
     }
 }
 
 TEST_F(TraceFiles, AreReadAgainWhenTheyChanged) {
-    const auto global = [](const char* seconds) { return Section("DynamicUpdate="s + seconds, "GlobalDebugSettings"); };
-    Write("global_trace.ini", global("10"), 1000);
-    Write("m.ini", Section("FileDebugLevel=2"), 1000);
+    Write("global_trace.ini", "[GlobalDebugSettings]\nDynamicUpdate=10\n[EndOfFile]");
+    Write("m.ini", LevelText("2"));
     Start();
-    const struct {
-        const char* file;
-        std::string text;
-        int modified;
-        int seconds;
-        unsigned int level;
-    } steps[] = {
-        {"m.ini", Section("FileDebugLevel=4"), 2000, 9, 2},
-        {"m.ini", Section("FileDebugLevel=4"), 2000, 1, 4},
-        {"m.ini", Section("FileDebugLevel=3"), 1500, 10, 3},
-        {"m.ini", Section("FileDebugLevel=05"), 1500, 10, 5},
-        {"m.ini", Section("FileDebugLevel=06"), 1500, 10, 5},  // nothing tells that it changed
-        {"m.ini", "[EM_ALERT]\nFileDebugLevel=6\n[EndOfFil ]\n", 1600, 10, 5},
-        {"m.ini", "[EM_ALERT]\nFileDebugLevel=6\n[EndOfFile]\n", 1600, 10, 6},
-        {"m.ini", "-", 0, 10, 6},
-        {"m.ini", Section("FileDebugLevel=7"), 1600, 10, 7},
-        {"l.ini", Section("FileDebugLevel=1"), 3000, 10, 7},  // not the file of the start
-        {"m.ini", Section("FileDebugLevel=8"), 3000, -1, 8},  // the clock was set back
-        {"m.ini", Section("TraceFlags=1"), 3001, 10, 8},
-        {"m.ini", Section("FileDebugLevel=0\nTraceFlags=0x12\nMemoryTracesFlag=3"), 3002, 10, 0},
-        {"m.ini", Section("FileDebugLevel=1"), 3003, 10, 1},
-        {"global_trace.ini", global("20"), 2000, 10, 1},
-        {"m.ini", Section("FileDebugLevel=2"), 3004, 19, 1},
-        {"global_trace.ini", global("1"), 1999, 1, 2},  // older: not taken over
-        {"m.ini", Section("FileDebugLevel=3"), 3005, 19, 2},
-        {"global_trace.ini", "-", 0, 1, 3},
-        {"global_trace.ini", global("30"), 1000, 20, 3},
-        {"m.ini", Section("FileDebugLevel=4"), 3006, 29, 3},
-        {"global_trace.ini", Section("x=1", "GlobalDebugSettings"), 3000, 1, 4},
-        {"global_trace.ini", global("0"), 3001, 30, 4},
-        {"m.ini", Section("FileDebugLevel=5"), 3007, 999, 4},
-    };
-    for (const auto& step : steps) {
-        Write(step.file, step.text, step.modified);
-        EXPECT_EQ(LevelAfter(step.seconds), step.level) << &step - steps;
+    for (const auto& row : Cases("trace_files.cases", "step")) {
+        Write(row[1], row[2], std::stoi(row[3]));
+        EXPECT_EQ(LevelAfter(std::stoi(row[4])), static_cast<unsigned int>(std::stoi(row[5]))) << row[2] << row[3];
         EXPECT_TRUE(IsTracingEnabled());
     }
-    EXPECT_EQ(client_->TraceFlags(), 0x12U);
-    EXPECT_EQ(client_->MemoryTraces(), 3U);
+    EXPECT_TRUE(client_->TraceFlags() == 0x12 && client_->MemoryTraces() == 3);
 }
 
 TEST_F(TraceFiles, AreReadAgainAfterMemoryWasShort) {
     SetVariable("LUME_LOG_DYNAMIC_UPDATE", "1");
-    Write("a.ini", Section("FileDebugLevel=2"));
+    Write("a.ini", LevelText("2"));
     Start();
-    Write("a.ini", Section("FileDebugLevel=4"), 2000);
+    Write("a.ini", LevelText("4"), 2000);
     isMemoryShort = true;
     EXPECT_EQ(LevelAfter(1), 2U);
     isMemoryShort = false;
@@ -234,13 +180,13 @@ TEST(Trace, GoesToTheFirstSinkThatIsActiveWhenFirstNeeded) {
     client.PrintAlways("to the first,");
     trace.SetActive(false);
     client.PrintAlways("still");
-    TheSecondSink().isActive = true;
+    isSecondSinkActive = true;
     CDebugClient other("EM_ALERT");
     other.PrintAlways("to the second,");
     trace.SetActive(true);
     other.PrintAlways("still");
     EXPECT_EQ(trace.All(), "to the first,still");
-    EXPECT_EQ(TheSecondSink().prints, "to the second,still");
+    EXPECT_EQ(secondSinkPrints, "to the second,still");
 }
 
 TEST(Trace, OfLevel0GoesToTheSystemLog) {

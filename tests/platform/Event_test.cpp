@@ -7,49 +7,52 @@
 
 #include <gtest/gtest.h>
 
+#include "Cases.h"
+#include "FailingCalls.h"
 #include "support/TraceCapture.h"
+#include "xml/TempDirectory.h"
 
 using namespace std::chrono_literals;
 
-TEST(Event, OneSetOrPulseReleasesOneWaiterOrAll) {
-    using Operation = bool (*)(CEvent&);
-    const Operation set = [](CEvent& event) { return event.Set(); };
-    const Operation pulse = [](CEvent& event) { return event.Pulse(); };
-    const Operation close = [](CEvent& event) { return event.Close(); };
-    const Operation setAndReset = [](CEvent& event) { return event.Set() && event.Reset(); };
-    const Operation setTwice = [](CEvent& event) { return event.Set() && event.Set(); };
-    const Operation setOften = [](CEvent& event) { return event.Set() && event.Set() && event.Set() && event.Set(); };
-    const Operation setAndPulse = [](CEvent& event) { return event.Set() && event.Pulse(); };
-    const struct {
-        Operation operation;
-        int released;
-        bool manual;
-        bool signalledAfter;
-    } cases[] = {
-        {set, 1, false, false},         {set, 3, true, true},           {pulse, 1, false, false},
-        {pulse, 3, true, false},        {close, 3, false, true},        {close, 3, true, true},
-        {setAndReset, 1, false, false}, {setAndReset, 3, true, false},  {setTwice, 2, false, false},
-        {setOften, 3, false, true},     {setAndPulse, 2, false, false}, {setAndPulse, 3, true, false},
-    };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(&row - cases);
+namespace {
+
+timespec deadline{};
+
+}  // namespace
+
+EM_CAN_FAIL(pthread_condattr_setclock, noexcept, (pthread_condattr_t * a, clockid_t clock), a, clock)
+EM_CAN_FAIL(pthread_cond_init, noexcept, (pthread_cond_t * c, const pthread_condattr_t* a), c, a)
+EM_CAN_FAIL(pthread_mutex_init, noexcept, (pthread_mutex_t * m, const pthread_mutexattr_t* a), m, a)
+
+extern "C" int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* end) {
+    static const auto real =
+        reinterpret_cast<decltype(&pthread_cond_timedwait)>(::dlsym(RTLD_NEXT, "pthread_cond_timedwait"));
+    deadline = *end;
+    return Fails("pthread_cond_timedwait") ? failing.error : real(condition, mutex, end);
+}
+
+TEST(Event, ReleasesWaitersAsItsKindAndTheOperationsSay) {
+    for (const auto& row : Cases("event.cases", "release")) {
+        SCOPED_TRACE(row[1] + row[3]);
         const CTraceCapture trace;
-        CEvent event(false, row.manual);
+        CEvent event(false, row[3] == "manual");
         const CEvent other(event);  // stays open when the first is closed
         std::vector<std::thread> waiters(3);
         for (std::thread& waiter : waiters) {
             waiter = std::thread([&] { EXPECT_EQ(event.Wait(20000), CEvent::kSignalled); });
         }
-        while (trace.Count("prepare time for waiting") < 3) {  // printed under the event's mutex
-            std::this_thread::yield();
+        EXPECT_TRUE(trace.Await("prepare time for waiting", 3));  // printed under the event's mutex
+        for (const char operation : row[1]) {
+            EXPECT_TRUE(operation == 'S'   ? event.Set()
+                        : operation == 'R' ? event.Reset()
+                        : operation == 'P' ? event.Pulse()
+                        : operation == 'C' ? event.Close()
+                                           : event.Create(true, false));
         }
-        EXPECT_TRUE(row.operation(event));
-        while (trace.Count("SIGNAL(0,0) on event") < row.released) {
-            std::this_thread::yield();
-        }
-        EXPECT_EQ(other.IsSet(), row.signalledAfter);
+        EXPECT_TRUE(trace.Await("SIGNAL(0,0) on event", std::stoi(row[2])));
+        EXPECT_EQ(other.IsSet(), row[4] == "signalled");
         std::this_thread::sleep_for(20ms);  // time for one too many to come out
-        EXPECT_EQ(trace.Count("SIGNAL(0,0) on event"), row.released);
+        EXPECT_EQ(trace.Count("SIGNAL(0,0) on event"), std::stoi(row[2]));
         event.Close();
         for (std::thread& waiter : waiters) {
             waiter.join();
@@ -57,42 +60,76 @@ TEST(Event, OneSetOrPulseReleasesOneWaiterOrAll) {
     }
 }
 
-TEST(Event, ResetKindDecidesWhetherAWaitConsumesTheSignal) {
-    CEvent event(true, false);
-    EXPECT_EQ(event.Wait(0), CEvent::kSignalled);
-    EXPECT_EQ(event.Wait(0), CEvent::kTimeout);
-    event.Pulse();  // nobody waits: it is lost
+TEST(Event, WaitsUntilADeadlineOfTheMonotonicClock) {
+    const CEvent event(false, false);
     const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(event.Wait(1050), CEvent::kTimeout);
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, 1050ms);
-
-    EXPECT_TRUE(event.Close());
-    EXPECT_FALSE(event.IsOpen() || event.Close() || event.Set() || event.Pulse() || event.Reset() || event.IsSet());
-    EXPECT_EQ(event.Wait(0), CEvent::kFailed);
-    EXPECT_TRUE(event.Create(true, true));
-    EXPECT_EQ(event.Wait(CEvent::kForever), CEvent::kSignalled);
-    EXPECT_TRUE(event.IsSet());
-    EXPECT_TRUE(event.Reset() && !event.IsSet());
+    EXPECT_EQ(event.Wait(30), CEvent::kTimeout);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 30ms);
+    failing = {"pthread_cond_timedwait", ETIMEDOUT};
+    for (const unsigned int timeout : {0U, 1U, 999U, 1000U, 86399999U, 0xFFFFFFFEU}) {
+        const auto before = std::chrono::steady_clock::now().time_since_epoch();
+        EXPECT_EQ(event.Wait(timeout), 102U);
+        const auto wanted = std::chrono::seconds(deadline.tv_sec) + std::chrono::nanoseconds(deadline.tv_nsec) -
+                            std::chrono::milliseconds(timeout);
+        EXPECT_TRUE(wanted >= before && wanted <= std::chrono::steady_clock::now().time_since_epoch()) << timeout;
+    }
+    failing = {"pthread_cond_timedwait", EINTR, 3};
+    EXPECT_EQ(event.Wait(10), CEvent::kTimeout);
+    failing = {"pthread_cond_timedwait", EPERM, 1};
+    EXPECT_EQ(event.Wait(10), 0xFFFFFFFF);
 }
 
+/// All that the operations return and print.
 TEST(Event, HandlesOfOneNameShareOneEventUntilTheLastGoes) {
-    const CTraceCapture trace(4);
-    auto first = std::make_unique<CEvent>(false, true, "beta");
-    const CEvent neighbours[] = {{true, true, "alpha"}, {true, true, "gamma"}, {true, true}};
-    {
-        const CEvent second(true, false, "beta");
-        EXPECT_TRUE(trace.Has("WARNING: manual setting mismatch for event "));
+    const auto scenario = [] {
+        auto first = std::make_unique<CEvent>(false, true, "beta");
+        const CEvent neighbours[] = {{true, true, "alpha"}, {true, true, "gamma"}, {true, true, ""}, {true, false, ""}};
         CEvent copy(neighbours[0]);
-        copy = second;
-        copy = *&copy;
-        first.reset();
-        copy.Set();
-        EXPECT_EQ(second.Wait(0), CEvent::kSignalled);
-        EXPECT_TRUE(second.IsSet());  // the manual setting of the first stays
-        EXPECT_FALSE(trace.Has("deleting event"));
+        {
+            const CEvent second(true, false, "beta");
+            copy = second;
+            copy = *&copy;
+            first.reset();
+            EXPECT_FALSE(second.IsSet());
+            EXPECT_TRUE(copy.Set() && second.Wait(0) == 0);
+            EXPECT_TRUE(second.IsSet());  // the manual setting of the first stays
+        }
+        EXPECT_TRUE(copy.Pulse() && !copy.IsSet() && copy.Wait(0, true) == CEvent::kTimeout);
+        EXPECT_TRUE(copy.Create(true, false, "other") && copy.Wait(CEvent::kForever, true) == 0 && !copy.IsSet());
+        EXPECT_TRUE(copy.Create(true, false) && copy.Create(false, true) && !copy.IsSet());
+        EXPECT_TRUE(copy.Set() && copy.Reset() && !copy.IsSet());
+        EXPECT_TRUE(copy.Open("", 0, false) && copy.Close());
+        for (CEvent event : {copy, CEvent(copy)}) {
+            EXPECT_FALSE(event.IsOpen() || event.Close() || event.Set() || event.Pulse() || event.Reset());
+            EXPECT_TRUE(!event.IsSet() && event.Wait(0, true) == CEvent::kFailed);
+        }
+        EXPECT_TRUE(CEvent(false, false, "beta").IsSet());
+        copy = neighbours[3];
+        EXPECT_FALSE(CEvent(false, false, "beta").IsSet());
+        EXPECT_TRUE(copy.IsOpen() && neighbours[2].IsSet());
+        EXPECT_TRUE(copy.Create(false, false) && copy.Wait(0) == CEvent::kTimeout);
+    };
+    EXPECT_EQ(TracesByLevel(scenario), ReadFile(EM_TEST_DATA "/event.traces"));
+}
+
+TEST(Event, WithoutPosixObjectsAHandleRefuses) {
+    const std::pair<const char*, std::string> calls[] = {
+        {"pthread_condattr_setclock",
+         "pthread_condattr_setclock(): ## ERROR ##: Set CLOCK_MONOTONIC failed (ret=12) for"},
+        {"pthread_cond_init", "pthread_cond_init(), CLOCK_MONOTONIC: ## ERROR ##: failed (ret=12) on"},
+        {"pthread_mutex_init", "pthread_mutex_init(), CLOCK_MONOTONIC: ## ERROR ##: failed (ret=12) on"}};
+    for (const auto& [name, text] : calls) {
+        failing = {name, ENOMEM};
+        EXPECT_EQ(
+            TracesByLevel([] {
+                CEvent event(true, true, "e");
+                EXPECT_FALSE(event.Set() || event.Reset() || event.Pulse() || event.IsSet() || event.Close());
+                EXPECT_TRUE(event.Wait(0) == CEvent::kFailed && !event.Create(true, true) && event.IsOpen());
+            }),
+            "1 " + text + " event 0x# <e> (IsSignaled=1)\\n\n1 " + text + " event 0x# <anon> (IsSignaled=1)\\n\n");
     }
-    EXPECT_EQ(trace.Count("deleting event"), 1);
-    EXPECT_FALSE(CEvent(false, false, "beta").IsSet());
+    failing = {};
+    EXPECT_FALSE(CEvent(false, true, "e").IsSet());
 }
 
 TEST(Event, WaiterMayDestroyItAsSoonAsItIsReleased) {

@@ -1,12 +1,16 @@
+#include <netdb.h>
 #include <sys/resource.h>
 
 #include <gtest/gtest.h>
 
+#include "Cases.h"
+#include "FailingCalls.h"
 #include "platform/HostIpAddress.h"
 #include "platform/NetworkInterface.h"
 #include "platform/OsInfo.h"
 #include "support/PrivateNamespace.h"
 #include "support/TraceCapture.h"
+#include "xml/TempDirectory.h"
 
 using namespace std::string_literals;
 
@@ -16,28 +20,23 @@ namespace {
 /// without any, and two interfaces with several addresses, one of them with more than the kernel tells at once. What is
 /// not Ethernet has addresses that must not be taken; the tunnel is left out where its device is kept for the real
 /// root.
-constexpr char kNetwork[] = R"(set -e
-    if [ -w /dev/net/tun ]; then ip tuntap add zz mode tun; ip link set zz up; ip addr add 10.8.8.8/24 dev zz; fi
-    ip link add abcdefghijklmno index 100 type veth peer name pppppppppppppp1 index 101
-    ip link add eth1 index 102 type veth peer name eth2 index 103
-    for i in lo abcdefghijklmno pppppppppppppp1 eth1 eth2
-    do echo 1 >/proc/sys/net/ipv6/conf/$i/addr_gen_mode; ip link set $i up; done
-    { cat; for i in $(seq 1000); do echo addr add 10.7.$((i / 250)).$((i % 250 + 1))/16 dev eth2; done; } <<END |
-addr add 10.9.9.9/24 dev lo
-addr add fd09::9/64 dev lo
-addr add fe80::1/64 dev abcdefghijklmno nodad
-addr add 10.0.0.5/24 dev eth1
-addr add 10.0.0.6/24 dev eth1
-addr add fe80::2/64 dev eth1 nodad
-addr add fd00::5/64 dev eth1 nodad
-addr add fd00::6/64 dev eth1 nodad preferred_lft 0
-addr add 1.2.3.4/24 dev eth2
-addr add fd00::7 peer fd00::8 dev eth2 nodad
-END
-    ip -batch -
-)";
+void MakeNetwork() {
+    Shell(
+        "set -e; cd " EM_TEST_DATA
+        "; ip -batch network.links; for i in lo abcdefghijklmno pppppppppppppp1 eth1 eth2; "
+        "do echo 1 >/proc/sys/net/ipv6/conf/$i/addr_gen_mode; ip link set $i up; done; { cat network.addresses; for i "
+        "in $(seq 1000); do echo addr add 10.7.$((i / 250)).$((i % 250 + 1))/16 dev eth2; done; } | ip -batch -; if [ "
+        "-w /dev/net/tun ]; then ip tuntap add zz mode tun; ip link set zz up; ip addr add 10.8.8.8/24 dev zz; fi");
+}
 
 }  // namespace
+
+extern "C" int getnameinfo(const sockaddr* address, socklen_t size, char* host, socklen_t hostSize, char* service,
+                           socklen_t serviceSize, int flags) {
+    static const auto real = reinterpret_cast<decltype(&getnameinfo)>(::dlsym(RTLD_NEXT, "getnameinfo"));
+    const bool fails = Fails(flags == NI_NUMERICHOST ? "numeric look-up" : "look-up");
+    return fails ? failing.error : real(address, size, host, hostSize, service, serviceSize, flags);
+}
 
 TEST(HostIpAddress, CountsEthernetInterfacesThatHaveAnAddress) {
     constexpr auto v4 = CHostIPAddress::ip_v4;
@@ -47,7 +46,7 @@ TEST(HostIpAddress, CountsEthernetInterfacesThatHaveAnAddress) {
         {0, v6, "fe80::1"},  {1, v6, "fd00::5"}, {2, v6, "fd00::7"}, {3, v6, ""},
     };
     InPrivateNamespace([&] {
-        Shell(kNetwork);
+        MakeNetwork();
         for (const auto& [index, version, text] : cases) {
             EXPECT_EQ(CHostIPAddress::GetHostIPAddress(index, version), text) << index << " version " << version;
         }
@@ -61,18 +60,12 @@ TEST(HostIpAddress, CountsEthernetInterfacesThatHaveAnAddress) {
         EXPECT_EQ(address.GetString(), "fd00::5");
 
         Shell("ip tuntap del zz mode tun 2>/dev/null; true");
-        CTraceCapture trace;
-        CHostIPAddress::GetHostIPAddress(0, v4);
-        CHostIPAddress::GetHostIPAddress(5, v6);
-        EXPECT_EQ(trace.All(),
-                  R"(CHostIPAddress::GetHostIPv4Address: INFO: number of network interfaces = 5. Input index: 0.
-CHostIPAddress::GetHostIPv4Address: INFO: interface  0 (lo) is ignored (not Ethernet interface). Interface type 772
-CHostIPAddress::GetHostIPv4Address: INFO: Interface 1 (abcdefghijklmno) does not have IP V4.
-CHostIPAddress::GetHostIPv4Address: INFO: Interface 2 (pppppppppppppp1) does not have IP V4.
-CHostIPAddress::GetHostIPv4Address: INFO: IP V4 10.0.0.5 for interface 3 (eth1) will be returned. Requested index: 0
-CHostIPAddress::GetHostIPv6Address: INFO: number of network interfaces = 5. Input index: 5.
-CHostIPAddress::GetHostIPv6Address: INFO: number of network interfaces = 5 is smaller than input index 5. IP V6 will not be returned.
-)");
+        EXPECT_EQ(TracesByLevel([] {
+                      CHostIPAddress::GetHostIPAddress(0, v4);
+                      CHostIPAddress::GetHostIPAddress(5, v6);
+                      CHostIPAddress::GetHostIPAddress(4, v6);
+                  }),
+                  ReadFile(EM_TEST_DATA "/host_address.traces"));
     });
 }
 
@@ -96,33 +89,22 @@ TEST(HostIpAddress, RefusedQueriesAreTracedAndGiveNothing) {
 }
 
 TEST(OsInfo, FirstAddressWithAUsableNameNamesTheHost) {
-    const std::string prefix = "COsInfo::GetComputerNameEx: ";
-    const struct {
-        const char* hosts;
-        const char* name;
-        std::string lastTrace;
-    } cases[] = {
-        {"10.0.0.5 box.example.org box\n10.0.0.6 other\n", "box.example.org",
-         prefix + "host = 10.0.0.5, ComputerName = box.example.org\n"},
-        {"10.0.0.5 localhost.x\n10.0.0.6 second\n", "second", prefix + "host = 10.0.0.6, ComputerName = second\n"},
-        {"127.0.0.1 box\n", "10.0.0.5", prefix + "host = 10.0.0.5, ComputerName = 10.0.0.5\n"},
-        {"10.0.0.5 localhost\n10.0.0.6 localhost\n::1 localhost\nfe80::2 box\n", "kept",
-         "COsInfo::GetHostDomName: inet_pton() cannot convert AF_INET6 address: fe80::2%eth0\n" + prefix +
-             "GetHostDomName() failed (address=\"fe80::2%eth0\"\n"},
-    };
-    for (const auto& row : cases) {
-        InPrivateNamespace([&] {
-            Shell(
-                "set -e; ip link add eth0 type veth peer name peer; cd /proc/sys/net/ipv6/conf; "
-                "echo 1 >eth0/addr_gen_mode; echo 1 >peer/disable_ipv6; for i in lo peer eth0; do ip link set $i up; "
-                "done; for i in fe80::2 10.0.0.5 10.0.0.6; do ip addr add $i/24 dev eth0; done");
-            ResolveFrom(row.hosts);
-            const CTraceCapture trace;
-            std::string name = "kept";
-            EXPECT_FALSE(COsInfo::GetComputerNameEx(name, ComputerNameDnsHostname));
-            EXPECT_EQ(COsInfo::GetComputerNameEx(name, ComputerNamePhysicalDnsFullyQualified), row.name != "kept"s);
-            EXPECT_EQ(name, row.name);
-            EXPECT_TRUE(trace.All().ends_with(row.lastTrace)) << trace.All();
-        });
-    }
+    InPrivateNamespace([] {
+        Shell(
+            "set -e; ip link add eth0 type veth peer name peer; cd /proc/sys/net/ipv6/conf; "
+            "echo 1 >eth0/addr_gen_mode; echo 1 >peer/disable_ipv6; for i in lo peer eth0; do ip link set $i up; "
+            "done; for i in fe80::2 127.9.0.5 10.0.0.5 10.0.0.6 fd00::5; do ip addr add $i/24 dev eth0; done");
+        ResolveFrom("");
+        for (const auto& row : Cases("host_name.cases", "name")) {
+            WriteAll("/etc/hosts", row[1]);
+            const auto scenario = [&row] {
+                failing = {row[2].c_str(), EAI_SYSTEM, 1};
+                std::string name = "kept";
+                EXPECT_FALSE(COsInfo::GetComputerNameEx(name, ComputerNamePhysicalDnsDomain));
+                EXPECT_EQ(COsInfo::GetComputerNameEx(name, ComputerNamePhysicalDnsFullyQualified), row[3] != "kept");
+                EXPECT_EQ(name, row[3]);
+            };
+            EXPECT_EQ(TracesByLevel(scenario), row[4]) << row[1];
+        }
+    });
 }

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Cases.h"
 #include "support/PrivateNamespace.h"
 #include "support/TraceCapture.h"
 #include "xml/TempDirectory.h"
@@ -18,10 +19,10 @@ namespace {
 class IniFile : public ::testing::Test {
 protected:
     std::string Content() const { return ReadFile(path_); }
-    std::string Read(const char* section, const char* key, unsigned int size) const {
+    std::string Read(const char* section, const char* key, const char* fallback, unsigned int size) const {
         std::string buffer(size + 1, '#');
         const auto stored =
-            CIniFile::GetPrivateProfileString(section, key, "default", buffer.data(), size, path_.c_str());
+            CIniFile::GetPrivateProfileString(section, key, fallback, buffer.data(), size, path_.c_str());
         EXPECT_EQ(buffer.back(), '#');
         return std::to_string(stored) + ":" + buffer.substr(0, size);
     }
@@ -31,69 +32,27 @@ protected:
     CIniFile ini_{path_.c_str()};
 };
 
-const std::string kLong(1000, 'x');
-const std::string kPiece(1023, 'y');
-
 }  // namespace
 
-TEST_F(IniFile, ReadsValues) {
-    WriteAll(path_,
-             "\xEF\xBB\xBF[first]\r\n; note\r\n\r\n  a  =\t b c \r\nq=a;b\r\nempty=\r\nnokey\r\n=v\r\n[ Log ]\n"
-             "a=blanks\n[open\n[Log] ; x\nA=upper\na=lower\na=again\nzero=1\0002\nx=[y]\nlong="s +
-                 kLong + kLong + "\n[Log]\nlate=1\n[end]\nlast=no newline"s);
-    const char* const cases[][3] = {
-        // clang-format off
-        {"first", "a", "b c"}, {"first", "q", "a"}, {"first", "empty", ""}, {"first", "nokey", "default"},
-        {"Log", "a", "lower"}, {"Log", "zero", "1"}, {"Log", "x", "[y]"}, {"Log", "late", "default"},
-        {" Log ", "a", "blanks"}, {"log", "a", "default"}, {"end", "last", "no newline"}};  // clang-format on
-    std::string value;
-    for (const auto& [section, key, expected] : cases) {
-        EXPECT_TRUE(ini_.GetString(value, section, key, "default") == !value.empty() && value == expected) << value;
+TEST_F(IniFile, ReadsAndWritesAsItsRulesSay) {
+    const auto orNull = [](const std::string& text) { return text == "<nil>" ? nullptr : text.c_str(); };
+    for (const auto& row : Cases("ini_file.cases", "get")) {
+        WriteAll(path_, row[5]);
+        const auto size = static_cast<unsigned int>(std::stoi(row[4]));
+        EXPECT_EQ(Read(orNull(row[1]), orNull(row[2]), orNull(row[3]), size), row[6]) << row[5];
     }
-    EXPECT_TRUE(ini_.GetString(value, "Log", "long", "") && value == kLong + std::string(19, 'x'));
-}
-
-TEST_F(IniFile, CutsWhatDoesNotFit) {
-    WriteAll(path_, "[one]\nk=value\nkey2=\n=\n[]\n[three]\n");
-    EXPECT_EQ(Read("one", "k", 6) + Read("one", "k", 5) + Read("one", "k", 1), "5:value\0004:valu\0000:\0"s);
-    EXPECT_EQ(Read("one", "none", 5), "4:defa\0"s);
-    EXPECT_EQ(Read("one", nullptr, 8) + Read("one", nullptr, 7), "7:k\0key2\0\0005:k\0key\0\0"s);
-    EXPECT_EQ(Read(nullptr, "k", 6), "4:one\0\0\0"s);
-    EXPECT_EQ(Read(nullptr, nullptr, 12), "10:one\0three\0\0\0"s);
-    EXPECT_EQ(Read("three", nullptr, 2) + Read("one", nullptr, 1), "0:\0\0000:\0"s);
-}
-
-TEST_F(IniFile, WritesInPlace) {
-    const struct {
-        std::string before;
-        const char* key;
-        const char* value;
-        std::string after;
-    } cases[] = {
-        {"[s]\n;c\nk=1\nl=2\n[t]\n", "k", "9", "[s]\n;c\n\nk=9\nl=2\n[t]\n"},
-        {"[s]\njunk\nk = 1 ; c\r\nl=2", "k", "long", "[s]\njunk\nk=long\nl=2"},
-        {"[s]\nk=1\n\n[t]\nk=2", "n", "3", "[s]\nk=1\n\nn=3\n[t]\nk=2"},
-        {"[t]\n[s]\nk=1", "n", "", "[t]\n[s]\nk=1\nn=\n"},
-        {"[S]\nk=1", "k", "2", "[S]\nk=1\n[s]\n\nk=2\n"},
-        {"", "k", "2", "\n[s]\n\nk=2\n"},
-        {"[s]\nk=1\nl=2\n", "k", nullptr, "[s]\nl=2\n"},
-        {"a\n[s]\nk=1\n;c\n[t]\n[s]\n", nullptr, nullptr, "a\n[t]\n[s]\n"},
-        {"a\n[s]\nk=1", nullptr, "v", "a\n"},
-        {"[t]\n", nullptr, nullptr, "[t]\n"},
-        {"[s]\nz\nk=" + kLong + kLong + "\nl=2\n", "k", "1", "[s]\nz\nk=1\n" + kLong.substr(22) + "\nl=2\n"},
-        {kPiece + "[s]\n" + kPiece + "y  [s]\nk=1\n", "k", "2", kPiece + "[s]\n" + kPiece + "y  [s]\n\nk=2\n"},
-        {"[s]\n" + kPiece + "k=1\n", "k", "2", "[s]\n" + kPiece + "k=1\nk=2\n"},
-        {"[s]\n" + kPiece + "yk=1\n", "k", "2", "[s]\n" + kPiece + "y\nk=2\n"},
-    };
-    for (const auto& [before, key, value, after] : cases) {
-        WriteAll(path_, before);
+    for (const auto& row : Cases("ini_file.cases", "set")) {
+        const std::string wanted =
+            "WritePrivateProfileString(" + row[1] + ", " + row[2] + ", " + row[3] + ", " + path_ + ")\n";
+        WriteAll(path_, row[5]);
         const CTraceCapture trace;
-        EXPECT_TRUE(ini_.SetString("s", key, value) && Content() == after) << before << Content();
-        EXPECT_EQ(trace.All().substr(29), (key == nullptr ? "<nil>"s : key) + ", " +
-                                              (value == nullptr ? "<nil>" : value) + ", " + path_ +
-                                              ")\nWritePrivateProfileString rc=0x0001\n");
-        EXPECT_FALSE(ini_.SetString("s", "k", "1\n[t]") || ini_.SetString(nullptr, "k", "1") || Content() != after);
+        const bool isDone =
+            CIniFile::WritePrivateProfileString(orNull(row[1]), orNull(row[2]), orNull(row[3]), path_.c_str());
+        EXPECT_EQ(std::to_string(static_cast<int>(isDone)) + Content(), row[4] + row[6]) << row[5];
+        EXPECT_EQ(trace.All(), wanted + (isDone ? "WritePrivateProfileString rc=0x0001\n" : ""));
     }
+    EXPECT_FALSE(CIniFile::WritePrivateProfileString("s", "k", "1", nullptr));
+    EXPECT_EQ(CIniFile::GetPrivateProfileString("s", "k", "d", nullptr, 5, path_.c_str()), 0U);
 }
 
 TEST_F(IniFile, NumbersEnumerationAndCopies) {
@@ -123,7 +82,7 @@ TEST_F(IniFile, NumbersEnumerationAndCopies) {
 TEST_F(IniFile, FilesThatCannotBeUsed) {
     CTraceCapture trace;
     EXPECT_TRUE(ini_.Open(false) && !ini_.Open(true) && !ini_.IsOpen());
-    EXPECT_EQ(Read("s", "k", 7), "6:defaul\0"s);
+    EXPECT_EQ(Read("s", "k", "default", 7), "6:defaul\0"s);
     EXPECT_TRUE(ini_.DeleteKey("s", "k") && !std::filesystem::exists(path_));
     EXPECT_EQ(trace.All(), "GetPrivateProfileString: Cannot open " + path_ +
                                "\nWritePrivateProfileString(s, k, <nil>, " + path_ + ")\n");
@@ -151,7 +110,7 @@ TEST_F(IniFile, FilesThatCannotBeUsed) {
 }
 
 TEST_F(IniFile, AFailedWriteLeavesTheFileAsItWas) {
-    const std::string before = "[s]\nk=1\nl=2\n" + kLong + "\n[t]\nlast=1\n";
+    const std::string before = "[s]\nk=1\nl=2\n" + std::string(1000, 'x') + "\n[t]\nlast=1\n";
     const auto unchanged = [&](const char* key, const char* value) {
         const std::string old = Content();
         const CTraceCapture trace;

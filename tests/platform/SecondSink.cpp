@@ -1,18 +1,16 @@
-#include "SecondSink.h"
+#include <string>
 
 #include "platform/DebugSink.h"
 
-SecondSink& TheSecondSink() {
-    static SecondSink sink;
-    return sink;
-}
+#define EXPORTED __attribute__((visibility("default")))
 
+EXPORTED bool isSecondSinkActive = false;
+EXPORTED std::string secondSinkPrints;
+
+/// A further object "Debug", of a library behind the program.
 class CSecondSink final : public CIDebugSink {
-public:
-    bool IsActive() const override { return TheSecondSink().isActive; }
-    void Print(const char* format, va_list /*arguments*/, const char* /*moduleName*/) override {
-        TheSecondSink().prints += format;
-    }
+    bool IsActive() const override { return isSecondSinkActive; }
+    void Print(const char* format, va_list /*a*/, const char* /*name*/) override { secondSinkPrints += format; }
 };
 
-__attribute__((visibility("default"))) CSecondSink Debug;
+EXPORTED CSecondSink Debug;

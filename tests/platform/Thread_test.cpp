@@ -1,186 +1,213 @@
 #include "platform/Thread.h"
 
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <fcntl.h>
+#include <filesystem>
 #include <functional>
-#include <linux/capability.h>
 #include <memory>
-#include <sched.h>
 #include <stdexcept>
 #include <sys/prctl.h>
-#include <sys/resource.h>
-#include <sys/syscall.h>
 #include <thread>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include "Cases.h"
+#include "FailingCalls.h"
 #include "platform/CriticalSection.h"
 #include "platform/Event.h"
 #include "platform/HostIpAddress.h"
-#include "platform/Thread.h"
 #include "platform/Trace.h"
 #include "platform/UniqueFd.h"
 #include "support/TraceCapture.h"
+#include "xml/TempDirectory.h"
+
+using Attributes = pthread_attr_t;
+
+EM_CAN_FAIL(pthread_attr_init, noexcept, (Attributes * a), a)
+EM_CAN_FAIL(pthread_attr_setdetachstate, noexcept, (Attributes * a, int state), a, state)
+EM_CAN_FAIL(pthread_attr_setschedpolicy, noexcept, (Attributes * a, int policy), a, policy)
+EM_CAN_FAIL(pthread_attr_getschedparam, noexcept, (const Attributes* a, sched_param* values), a, values)
+EM_CAN_FAIL(pthread_attr_setschedparam, noexcept, (Attributes * a, const sched_param* values), a, values)
+EM_CAN_FAIL(pthread_join, , (pthread_t thread, void** status), thread, status)
+EM_CAN_FAIL(pthread_cancel, , (pthread_t thread), thread)
 
 namespace {
 
-/// A thread that finds out about itself and stays until it may leave.
-struct Visit {
-    CEvent started{false, true};
-    CEvent leave{false, true};
-    CEvent left{false, true};
-    char name[16] = {};
-    int policy = -1;
-    bool signalsBlocked = false;
+std::string created;  // what threads were asked for
 
-    bool Start(CThread& thread, unsigned long priority = 0, bool waitable = true) {
-        return thread.Start(&Run, this, priority, false, 0, 0, waitable);
+/// Runs a body on a thread; without one, the thread stays until it may leave.
+struct Runner {
+    std::function<void()> body = [this] {
+        while (!leave) {
+            ::usleep(1000);
+        }
+    };
+    std::atomic<bool> leave{false};
+    std::atomic<bool> left{false};
+    CThread thread{};
+
+    ~Runner() {
+        failing = {};
+        leave = true;
     }
-    static void* Run(void* argument) {
-        auto& visit = *static_cast<Visit*>(argument);
-        const auto setLeft = [](const CEvent* event) { event->Set(); };  // also when the thread is cancelled
-        const std::unique_ptr<CEvent, decltype(setLeft)> leaving(&visit.left);
-        sigset_t blocked;
-        ::pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
-        visit.signalsBlocked = sigismember(&blocked, SIGTERM) == 1;
-        visit.policy = ::sched_getscheduler(0);
-        ::prctl(PR_GET_NAME, visit.name);
-        visit.started.Set();
-        visit.leave.Wait(CEvent::kForever);
-        throw std::runtime_error("no exception may end the process");
+    bool Start(bool waitable, unsigned long priority = 0) {
+        const auto run = [](void* self) -> void* {
+            const auto setLeft = [](Runner* runner) { runner->left = true; };  // also when the thread is cancelled
+            const std::unique_ptr<Runner, decltype(setLeft)> leaving(static_cast<Runner*>(self));
+            leaving->body();
+            return nullptr;
+        };
+        return thread.Start(run, this, priority, true, 0x1234, 5, waitable);
+    }
+    bool HasLeft() const {
+        for (int i = 0; i < 20000 && !left; ++i) {
+            ::usleep(1000);
+        }
+        return left;
     }
 };
 
 }  // namespace
 
-TEST(Thread, JoinsAWaitableThreadInsteadOfTimingOutOrCancelling) {
-    for (const bool kill : {false, true}) {
-        const CTraceCapture trace;
-        Visit visit;
-        CThread thread;
-        thread.SetThreadName("EM_ALERT", "_TaskHandler");
-        ASSERT_TRUE(visit.Start(thread));
-        visit.started.Wait(CEvent::kForever);
-        EXPECT_STREQ(visit.name, "EM_ALERT_TaskHa");
-        EXPECT_TRUE(visit.signalsBlocked);
-        std::thread opener([&] {
-            ::usleep(30000);
-            visit.leave.Set();
-        });
-        EXPECT_TRUE(kill ? thread.Kill(1) : thread.WaitForTermination(1));
-        EXPECT_TRUE(visit.left.IsSet() && visit.leave.IsSet());
-        EXPECT_TRUE(trace.Has("## EXCEPTION ended the Thread = 0x"));
-        EXPECT_TRUE(!thread.Exists() && !thread.Kill(1) && thread.WaitForTermination(1));
-        opener.join();
+extern "C" int pthread_create(pthread_t* thread, const Attributes* attributes, void* (*run)(void*),
+                              void* argument) noexcept {
+    static const auto real = reinterpret_cast<decltype(&pthread_create)>(::dlsym(RTLD_NEXT, "pthread_create"));
+    if (attributes != nullptr) {
+        int policy = 0;
+        int detached = 0;
+        int inherited = 0;
+        sched_param values{};
+        ::pthread_attr_getschedpolicy(attributes, &policy);
+        ::pthread_attr_getdetachstate(attributes, &detached);
+        ::pthread_attr_getinheritsched(attributes, &inherited);
+        ::pthread_attr_getschedparam(attributes, &values);
+        created += inherited == PTHREAD_INHERIT_SCHED ? "inherited" : policy == SCHED_RR ? "RR" : "other";
+        created += std::to_string(values.sched_priority) + (detached != 0 ? " detached;" : ";");
+    }
+    return Fails("pthread_create") ? failing.error : real(thread, attributes, run, argument);
+}
+
+static auto ThreadCount() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+}
+
+/// All that the operations return and print.
+TEST(Thread, OperationsFollowItsKindAndState) {
+    EXPECT_EQ(TracesByLevel([] {
+                  Runner runner;
+                  CThread& thread = runner.thread;
+                  thread.SetThreadName("EM_ALERT", "_TaskHandler");
+                  EXPECT_TRUE(!thread.Exists() && !thread.Kill(1) && thread.WaitForTermination(1));
+                  EXPECT_TRUE(runner.Start(true) && thread.Exists());
+                  failing = {"pthread_join", EDEADLK};
+                  EXPECT_FALSE(thread.WaitForTermination(1) || thread.Kill(1) || runner.Start(true));
+                  failing = {};
+                  std::thread opener([&] {
+                      ::usleep(30000);
+                      runner.leave = true;
+                  });
+                  EXPECT_TRUE(thread.WaitForTermination(1) && runner.left && !thread.Exists());
+                  opener.join();
+                  EXPECT_TRUE(runner.Start(true) && runner.Start(true) && thread.Kill(1) && !thread.Exists());
+                  runner.leave = runner.left = false;
+                  EXPECT_TRUE(runner.Start(false) && !thread.WaitForTermination(CEvent::kForever));
+                  failing = {"pthread_cancel", ESRCH};
+                  EXPECT_TRUE(!thread.Kill(1) && thread.Exists());
+                  failing = {};
+                  EXPECT_TRUE(thread.Kill(1) && !thread.Exists() && runner.HasLeft());
+                  runner.leave = true;
+                  runner.left = false;
+                  EXPECT_TRUE(runner.Start(false) && runner.HasLeft());
+                  while (ThreadCount() > 1) {  // the thread itself goes a moment later
+                      ::usleep(1000);
+                  }
+                  EXPECT_TRUE(thread.Kill(1));
+              }),
+              ReadFile(EM_TEST_DATA "/thread.traces"));
+}
+
+TEST(Thread, EachFailingStepIsTracedAndEndsTheStart) {
+    for (const auto& row : Cases("thread.cases", "step")) {
+        const CTraceCapture trace(2);
+        Runner runner;
+        failing = {row[1].c_str(), EAGAIN};
+        EXPECT_FALSE(runner.Start(false, 7) || runner.thread.Exists());
+        EXPECT_EQ(trace.All(), row[2]);
     }
 }
 
-TEST(Thread, CancelsADetachedThreadOnlyWhileItRuns) {
-    for (const bool ended : {false, true}) {
-        const CTraceCapture trace;
-        Visit visit;
-        CThread thread;
-        ASSERT_TRUE(visit.Start(thread, 0, false));
-        visit.started.Wait(CEvent::kForever);
-        EXPECT_FALSE(thread.WaitForTermination(CEvent::kForever));
-        if (ended) {
-            visit.leave.Set();
-            visit.left.Wait(CEvent::kForever);
-            ::usleep(20000);  // the thread itself goes a moment later
-        }
-        EXPECT_TRUE(thread.Kill(0));
-        EXPECT_EQ(visit.left.Wait(10000), CEvent::kSignalled);
-        EXPECT_EQ(trace.Has(" cancel invoked"), !ended);
-        EXPECT_FALSE(thread.Exists());
-        EXPECT_TRUE(visit.leave.Set());  // the cancelled wait gave the mutex back
-    }
+TEST(Thread, StartsAsAskedOrWithInheritedSchedulingWhereRealTimeIsRefused) {
+    const CTraceCapture trace(2);
+    created.clear();
+    sigset_t blocked;
+    char name[16] = "";
+    Runner runner{[&] {
+        ::pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+        ::prctl(PR_GET_NAME, name);
+        throw std::runtime_error("no exception may end the process");
+    }};
+    runner.thread.SetThreadName("EM_ALERT", "_TaskHandler");
+    failing = {"pthread_create", EPERM, 1};
+    EXPECT_TRUE(runner.Start(true, 63) && runner.thread.WaitForTermination(CEvent::kForever));
+    EXPECT_EQ(trace.Prints()[1], "\npthread_create failed: 1");
+    EXPECT_TRUE(trace.Has("\nCThread::Run: ## EXCEPTION ended the Thread = 0x"));
+    EXPECT_TRUE(sigismember(&blocked, SIGTERM) == 1 && sigismember(&blocked, SIGUSR2) == 1);
+    EXPECT_STREQ(name, "EM_ALERT_TaskHa");
+    EXPECT_TRUE(runner.Start(true) && runner.thread.Kill(0) && runner.Start(false) && runner.HasLeft());
+    EXPECT_EQ(created, "RR63;inherited63;inherited0;inherited0 detached;");
+    ::pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+    EXPECT_EQ(sigismember(&blocked, SIGTERM), 0);
+    EXPECT_TRUE(Runner().Start(true));
+    EXPECT_EQ(ThreadCount(), 1);  // the handle waited
 }
-
-/// Runs a body on a detached thread, and tells when it is left.
-struct Detached {
-    std::function<void()> body;
-    CEvent left{false, true};
-    CThread thread;
-
-    explicit Detached(std::function<void()> work) : body(std::move(work)) {
-        const auto run = [](void* self) -> void* {
-            const auto setLeft = [](Detached* detached) { detached->left.Set(); };
-            const std::unique_ptr<Detached, decltype(setLeft)> leaving(static_cast<Detached*>(self));
-            leaving->body();
-            return nullptr;
-        };
-        EXPECT_TRUE(thread.Start(run, this, 0, false, 0, 0, false));
-    }
-    void Kill() {
-        EXPECT_TRUE(thread.Kill(0));
-        EXPECT_EQ(left.Wait(20000), CEvent::kSignalled);
-    }
-};
 
 TEST(Thread, MayBeKilledWhateverItDoes) {
     for (int i = 0; i < 50; ++i) {
         const CTraceCapture trace;
-        Detached busy([] {
+        Runner busy{[] {
             for (;;) {
                 EM_TRACE(1, "\nround");
                 const CEvent event(false, true);
                 const CUniqueFd file(::open("/dev/null", O_RDONLY));
                 CHostIPAddress::GetHostIPAddress(0, CHostIPAddress::ip_v6);
             }
-        });
-        while (!trace.Has("round")) {
-            std::this_thread::yield();
-        }
-        busy.Kill();
+        }};
+        EXPECT_TRUE(busy.Start(false) && trace.Await("round"));
+        EXPECT_TRUE(busy.thread.Kill(0) && busy.HasLeft());
     }
+    Runner tracing{[] {
+        for (;;) {
+            moduleObjects.debugClient.PrintAlways("\nround");
+        }
+    }};
+    EXPECT_TRUE(tracing.Start(false) && tracing.thread.Kill(0) && tracing.HasLeft());
 }
 
 TEST(Thread, LeavesASignalToOthersWhenItIsKilledBeforeItRan) {
-    for (int i = 0; i < 300; ++i) {
+    for (int i = 0; i < 200; ++i) {
         const CTraceCapture trace;
         const CEvent event(false, false);
         std::atomic<int> taken{0};
-        Detached waiter([&] {
+        Runner waiter{[&] {
             EXPECT_EQ(event.Wait(20000), CEvent::kSignalled);
             ++taken;
-        });
-        while (!trace.Has("prepare time")) {
-            std::this_thread::yield();
-        }
+        }};
+        EXPECT_TRUE(waiter.Start(false) && trace.Await("prepare time"));
         event.Set();
-        waiter.Kill();
+        EXPECT_TRUE(waiter.thread.Kill(0) && waiter.HasLeft());
         EXPECT_EQ(taken + static_cast<int>(event.IsSet()), 1);
     }
 }
 
-TEST(Thread, RunsWithInheritedSchedulingWhereRealTimeIsRefused) {
-    const CTraceCapture trace;
-    Visit visit;
-    visit.leave.Set();
-    {
-        CThread thread;
-        EXPECT_FALSE(visit.Start(thread, 100));
-        // Capabilities belong to a thread: this one alone is without privilege.
-        std::thread([&] {
-            const rlimit none{};
-            ::setrlimit(RLIMIT_RTPRIO, &none);
-            __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-            const __user_cap_data_struct data[2] = {};
-            EXPECT_EQ(::syscall(SYS_capset, &header, data), 0);
-            EXPECT_TRUE(visit.Start(thread, 83));
-        }).join();
-    }
-    EXPECT_TRUE(visit.left.IsSet());  // the destructor waited
-    EXPECT_TRUE(trace.Has("\npthread_create failed: 1"));
-    EXPECT_EQ(visit.policy, SCHED_OTHER);
-}
-
 TEST(CriticalSection, IsRecursiveAndIgnoresTheUnlockOfAStranger) {
     CCriticalSection section;
+    CCriticalSection disabled(false);
+    disabled.Lock();
     int counter = 0;
     const auto count = [&]() EM_NO_THREAD_SAFETY_ANALYSIS {
+        disabled.Lock();
         for (int i = 0; i < 20000; ++i) {
             section.Unlock();
             const CCriticalSectionLock outer(section);

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <mutex>
 #include <pthread.h>
+#include <regex>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -66,12 +69,43 @@ int CTraceCapture::Count(const std::string& text) const {
         prints.begin(), prints.end(), [&](const std::string& print) { return print.find(text) != std::string::npos; }));
 }
 
+bool CTraceCapture::Await(const std::string& text, int count) const {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (Count(text) < count && std::chrono::steady_clock::now() < end) {
+        std::this_thread::yield();
+    }
+    return Count(text) >= count;
+}
+
 std::string CTraceCapture::All() const {
     std::string all;
     for (const std::string& print : Prints()) {
         all += print;
     }
     return all;
+}
+
+std::string TracesByLevel(const std::function<void()>& scenario) {
+    static const std::regex newline("\n");
+    static const std::regex changing(R"((event 0x|sec=)[0-9a-f]+|((?:[Tt]hread|Id) ?=? ?0x0?)[0-9A-F]{8}\b)");
+    std::vector<std::pair<std::string, unsigned int>> lines;  // a higher level adds lines to those of the lower ones
+    for (unsigned int level = 1; level <= 5; ++level) {
+        const CTraceCapture trace(level);
+        scenario();
+        std::vector<std::pair<std::string, unsigned int>> all;
+        auto known = lines.begin();
+        for (const std::string& print : trace.Prints()) {
+            const std::string text = std::regex_replace(std::regex_replace(print, newline, "\\n"), changing, "$1$2#");
+            const bool isKnown = known != lines.end() && known->first == text;
+            all.emplace_back(text, isKnown ? (known++)->second : level);
+        }
+        lines = std::move(all);
+    }
+    std::string result;
+    for (const auto& [text, level] : lines) {
+        result += std::to_string(level) + " " + text + "\n";
+    }
+    return result;
 }
 
 void CTraceCapture::Clear() {

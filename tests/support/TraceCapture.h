@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,8 +19,14 @@ public:
     /// True when some print holds `text`.
     bool Has(const std::string& text) const;
     int Count(const std::string& text) const;
+    /// Waits, 20 s at most, until `count` prints hold `text`.
+    bool Await(const std::string& text, int count = 1) const;
     std::string All() const;
     /// Whether the sink wants prints of those who look for one; it does.
     void SetActive(bool isActive);
     void Clear();
 };
+
+/// Runs a scenario, which must print the same each time, at each of the levels 1 to 5. Returns a line for each print:
+/// its level, and its text with newlines as "\n" and addresses, thread ids and times as "#".
+std::string TracesByLevel(const std::function<void()>& scenario);
