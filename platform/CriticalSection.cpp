@@ -15,7 +15,7 @@ void CCriticalSection::Lock() EM_NO_THREAD_SAFETY_ANALYSIS {
 }
 
 void CCriticalSection::Unlock() EM_NO_THREAD_SAFETY_ANALYSIS {
-    if (!enabled_ || owner_.load(std::memory_order_relaxed) != ::pthread_self()) {
+    if (owner_.load(std::memory_order_relaxed) != ::pthread_self()) {
         return;
     }
     if (--depth_ == 0) {

@@ -1,6 +1,7 @@
 #include "platform/Event.h"
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -17,6 +18,7 @@ using namespace std::chrono_literals;
 namespace {
 
 timespec deadline{};
+std::function<void()> meanwhile = [] {};  // what others do during a wait that fails
 
 }  // namespace
 
@@ -28,7 +30,13 @@ extern "C" int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t
     static const auto real =
         reinterpret_cast<decltype(&pthread_cond_timedwait)>(::dlsym(RTLD_NEXT, "pthread_cond_timedwait"));
     deadline = *end;
-    return Fails("pthread_cond_timedwait") ? failing.error : real(condition, mutex, end);
+    if (!Fails("pthread_cond_timedwait")) {
+        return real(condition, mutex, end);
+    }
+    ::pthread_mutex_unlock(mutex);
+    meanwhile();
+    ::pthread_mutex_lock(mutex);
+    return failing.error;
 }
 
 TEST(Event, ReleasesWaitersAsItsKindAndTheOperationsSay) {
@@ -77,6 +85,9 @@ TEST(Event, WaitsUntilADeadlineOfTheMonotonicClock) {
     EXPECT_EQ(event.Wait(10), CEvent::kTimeout);
     failing = {"pthread_cond_timedwait", EPERM, 1};
     EXPECT_EQ(event.Wait(10), 0xFFFFFFFF);
+    meanwhile = [&event] { event.Set(); };
+    failing = {"pthread_cond_timedwait", ETIMEDOUT, 1};
+    EXPECT_EQ(event.Wait(10), CEvent::kSignalled);  // it came with the deadline
 }
 
 /// All that the operations return and print.
@@ -91,7 +102,7 @@ TEST(Event, HandlesOfOneNameShareOneEventUntilTheLastGoes) {
             copy = *&copy;
             first.reset();
             EXPECT_FALSE(second.IsSet());
-            EXPECT_TRUE(copy.Set() && second.Wait(0) == 0);
+            EXPECT_TRUE(copy.Set() && second.Wait(CEvent::kForever) == 0);
             EXPECT_TRUE(second.IsSet());  // the manual setting of the first stays
         }
         EXPECT_TRUE(copy.Pulse() && !copy.IsSet() && copy.Wait(0, true) == CEvent::kTimeout);
@@ -104,6 +115,7 @@ TEST(Event, HandlesOfOneNameShareOneEventUntilTheLastGoes) {
             EXPECT_TRUE(!event.IsSet() && event.Wait(0, true) == CEvent::kFailed);
         }
         EXPECT_TRUE(CEvent(false, false, "beta").IsSet());
+        EXPECT_TRUE(copy.Create(true, true) && copy.IsOpen());
         copy = neighbours[3];
         EXPECT_FALSE(CEvent(false, false, "beta").IsSet());
         EXPECT_TRUE(copy.IsOpen() && neighbours[2].IsSet());

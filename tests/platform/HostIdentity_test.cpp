@@ -1,5 +1,8 @@
+#include <arpa/inet.h>
+#include <functional>
 #include <netdb.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 
 #include <gtest/gtest.h>
 
@@ -38,6 +41,17 @@ extern "C" int getnameinfo(const sockaddr* address, socklen_t size, char* host, 
     return fails ? failing.error : real(address, size, host, hostSize, service, serviceSize, flags);
 }
 
+extern "C" int socket(int domain, int type, int protocol) noexcept {
+    errno = failing.error;
+    const bool fails = Fails(domain == AF_UNIX ? "device socket" : "netlink");
+    return fails ? -1 : static_cast<int>(::syscall(SYS_socket, domain, type, protocol));
+}
+
+extern "C" const char* inet_ntop(int family, const void* address, char* text, socklen_t size) noexcept {
+    static const auto real = reinterpret_cast<decltype(&inet_ntop)>(::dlsym(RTLD_NEXT, "inet_ntop"));
+    return Fails("inet_ntop") ? nullptr : real(family, address, text, size);
+}
+
 TEST(HostIpAddress, CountsEthernetInterfacesThatHaveAnAddress) {
     constexpr auto v4 = CHostIPAddress::ip_v4;
     constexpr auto v6 = CHostIPAddress::ip_v6;
@@ -58,22 +72,44 @@ TEST(HostIpAddress, CountsEthernetInterfacesThatHaveAnAddress) {
         EXPECT_EQ(address.Bytes().size(), 16U);
         address.SetBytes({1, 2, 3, 4, 5});
         EXPECT_EQ(address.GetString(), "fd00::5");
+        failing = {"inet_ntop", EAFNOSUPPORT, 1};
+        EXPECT_EQ(CIPAddress({0xFD, 0, 1, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 5}).GetString(), "fd00:102:0:0:0:0:0:5");
 
         Shell("ip tuntap del zz mode tun 2>/dev/null; true");
         EXPECT_EQ(TracesByLevel([] {
                       CHostIPAddress::GetHostIPAddress(0, v4);
                       CHostIPAddress::GetHostIPAddress(5, v6);
                       CHostIPAddress::GetHostIPAddress(4, v6);
+                      for (const char* const call : {"device socket", "netlink", "inet_ntop"}) {
+                          failing = {call, EMFILE};
+                          EXPECT_EQ(CHostIPAddress::GetHostIPAddress(0, v6), "");
+                      }
+                      failing = {};
                   }),
                   ReadFile(EM_TEST_DATA "/host_address.traces"));
     });
 }
 
 TEST(HostIpAddress, RefusedQueriesAreTracedAndGiveNothing) {
-    EXPECT_THROW(libnetif::network_interface("gone0").get_hardware_type(), libnetif::libnetif_exception);
-    EXPECT_THROW(libnetif::network_interface("gone0").get_ipv4_address(), libnetif::libnetif_exception);
-    EXPECT_THROW(libnetif::network_interface("gone0").get_ipv6_address(), libnetif::libnetif_exception);
+    const auto messages = [](const char* name) {
+        const libnetif::network_interface gone(name);
+        const std::function<void()> queries[] = {[&] { gone.get_hardware_type(); }, [&] { gone.get_ipv4_address(); },
+                                                 [&] { gone.get_ipv6_address(); }};
+        std::string all;
+        for (const auto& query : queries) {
+            try {
+                query();
+            } catch (const libnetif::libnetif_exception& error) {
+                all += error.what() + ";"s;
+            }
+        }
+        return all;
+    };
+    const std::string why = " address failed.\nError message: No such device;Retriving interface ";
+    EXPECT_EQ(messages("fifteencharacte"),
+              "Retriving interface ether" + why + "ipv4" + why + "ipv6" + why.substr(0, 47));
     EXPECT_THROW(libnetif::network_interface("sixteencharacter"), std::invalid_argument);
+    EXPECT_THROW(libnetif::network_interface(""), std::invalid_argument);
     InChild([] {
         const CTraceCapture trace;
         const rlimit none{0, 0};

@@ -57,18 +57,22 @@ TEST_F(IniFile, ReadsAndWritesAsItsRulesSay) {
 
 TEST_F(IniFile, NumbersEnumerationAndCopies) {
     EXPECT_TRUE(ini_.SetNumber("s", "minus", -5) && ini_.SetNumber("s", "big", 4000000000U));
-    EXPECT_TRUE(ini_.SetString("s", "hex", "0x1F rest") && ini_.CopySection("s", "copy") && ini_.DeleteSection("s"));
-    EXPECT_FALSE(ini_.CopySection("s", "copy"));
-    EXPECT_EQ(Content(), "\n[copy]\n\nminus=-5\nbig=4000000000\nhex=0x1F rest\n");
+    const std::string digits(28, '0');
+    EXPECT_TRUE(ini_.SetString("s", "hex", ("0x" + digits + "1F").c_str()) && ini_.CopySection("s", "copy"));
+    EXPECT_TRUE(ini_.DeleteSection("s") && ini_.CopySection("copy", "copy"));
+    EXPECT_FALSE(ini_.CopySection("s", "copy") || ini_.CopySection("copy", nullptr));
+    EXPECT_EQ(Content(), "\n[copy]\n\nminus=-5\nbig=4000000000\nhex=0x" + digits + "1F\n");
     EXPECT_EQ(ini_.GetNumber("copy", "minus", 1), 4294967291U);
     EXPECT_EQ(ini_.GetNumber("copy", "big", 1), 4000000000U);
-    EXPECT_EQ(ini_.GetNumber("copy", "hex", 1) + ini_.GetNumber("copy", "none", 7), 31U + 7U);
+    EXPECT_EQ(ini_.GetNumber("copy", "hex", 1) + ini_.GetNumber("copy", "none", 7), 1U + 7U);  // 31 digits count
     std::string name;
     std::vector<std::string> names;
     EXPECT_TRUE(ini_.GetEnum(name, "copy") && ini_.GetNextEnum(name) && name == "big");
     EXPECT_TRUE(ini_.GetNextEnum(name) && !ini_.GetNextEnum(name) && name == "hex");
     EXPECT_TRUE(ini_.GetSections(names) && names == std::vector<std::string>{"copy"});
 
+    EXPECT_TRUE(ini_.GetString(name, "copy", "none", std::string(70000, 'f').c_str()) && name.size() == 65535U);
+    EXPECT_TRUE(!ini_.GetString(name, "copy", "none", "") && name.empty());
     std::string many = "[m]\n";  // names for 64 KiB, the limit
     for (int i = 10000; i < 20921; ++i) {
         many += std::to_string(i) + "=\n";
@@ -76,7 +80,7 @@ TEST_F(IniFile, NumbersEnumerationAndCopies) {
     WriteAll(path_, many);
     EXPECT_TRUE(ini_.GetEnums(names, "m") && names.size() == 10921U);
     WriteAll(path_, many + "20921=\n20922=\n");
-    EXPECT_FALSE(ini_.GetEnums(names, "m"));
+    EXPECT_FALSE(ini_.GetEnums(names, "m") || ini_.GetEnums(names, "n") || !names.empty());
 }
 
 TEST_F(IniFile, FilesThatCannotBeUsed) {
@@ -90,6 +94,12 @@ TEST_F(IniFile, FilesThatCannotBeUsed) {
     EXPECT_TRUE(ini_.SetString("s", "k", "1"));
     ::umask(mask);
     EXPECT_EQ(std::filesystem::status(path_).permissions(), std::filesystem::perms(0644));
+
+    std::filesystem::resize_file(path_, 64 << 20);
+    EXPECT_EQ(Read("s", "k", "default", 3), "1:1\0\0"s);
+    std::filesystem::resize_file(path_, (64 << 20) + 1);
+    EXPECT_EQ(Read("s", "k", "default", 3), "2:de\0"s);
+    std::filesystem::resize_file(path_, 10);
 
     const auto refuses = [&](const std::string& path, const std::string& why) {
         trace.Clear();
