@@ -7,7 +7,6 @@
 
 namespace {
 
-constexpr unsigned int kNoStatus = 22;  // what a message without "ST" reads as
 constexpr unsigned int kUpdateManagerClass = 0x29;
 constexpr unsigned int kUpdateKindMask = 0xF0;
 constexpr unsigned int kNewUpdates = 0x00;

@@ -53,7 +53,7 @@ bool CAlertExtensionModule::RequestNumber(unsigned int opCode, unsigned int opCo
 bool CAlertExtensionModule::RequestMessageTemplate(std::uint32_t errorCode, std::string& messageTemplate) {
     SipJson request;
     request.SetCmd(request.GetCmd(), kReadMessageTemplate, 0, 0, ServerCabinetNumber(), kWithoutStatus);
-    request.SetDataUIntValue(errorCode, kAnswerFollows);
+    request.SetDataUIntValue(errorCode, kNoStatus);
     SyncRequest(request, kRequestTimeout);
     return request.HasReplyData() && request.GetCmdDataString(0, messageTemplate, SipJson::kNoLimit);
 }

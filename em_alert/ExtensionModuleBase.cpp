@@ -1,6 +1,7 @@
 #include "em_alert/ExtensionModuleBase.h"
 
 #include "em_alert/ModuleInstance.h"
+#include "em_alert/OperationCodes.h"
 #include "platform/Trace.h"
 #include "sip/SipJson.h"
 
@@ -27,7 +28,9 @@ bool CExtensionModule::Start(CISwitch* agent, unsigned int moduleId) {
     moduleIdLow_ = static_cast<std::uint16_t>(moduleId);
     moduleIdHigh_ = static_cast<std::uint16_t>(moduleId >> 16);
     EM_TRACE(4, "\n%-20s: Register event log source \"%s\" ...", GetName(), GetSysLogName());
-    EM_TRACE(4, "\n%-20s: ... event log source \"%s\" registered", GetName(), GetSysLogName());
+    // The agent sees the run mode asked for whether or not anything is traced.
+    const char* source = GetSysLogName();
+    EM_TRACE(4, "\n%-20s: ... event log source \"%s\" registered", GetName(), source);
     return true;
 }
 
@@ -40,7 +43,7 @@ void CExtensionModule::OnSwitchStarted(void* /*parameter*/) {}
 void CExtensionModule::ApplicationReply(SipJson& /*message*/) {}
 
 bool CExtensionModule::ModuleRequest(SipJson& message) {
-    message.SetStatus(1);
+    message.SetStatus(kNotHandled);
     return false;
 }
 

@@ -1,6 +1,7 @@
 #include <string>
 
 #include "em_alert/ExtensionModuleBase.h"
+#include "em_alert/OperationCodes.h"
 #include "platform/Cancellation.h"
 #include "platform/Trace.h"
 #include "sip/DataStruct.h"
@@ -17,12 +18,12 @@ void CExtensionModule::TraceSip(int level, const char* name, const SipJson& mess
     const unsigned int moduleId = message.GetCmdElemValue(i, "MI", 0);
     const unsigned int miHigh = moduleId >> 16;
     const unsigned int miLow = moduleId & 0xFFFF;
-    const unsigned int st = message.GetCmdElemValue(i, "ST", 22);
+    const unsigned int st = message.GetCmdElemValue(i, "ST", kNoStatus);
     const unsigned int size = message.GetCmdDataSize(i);
     const bool hasCabinet = message.HasCmdElem(i, "CA");
     const int ca = static_cast<int>(message.GetCmdElemValue(i, "CA", 0));
 
-    if (unsigned int number = 0; message.GetCmdDataType(i) == 6 && message.GetCmdUIntData(i, number)) {
+    if (unsigned int number = 0; message.GetCmdDataType(i) == rapidjson::kNumberType && message.GetCmdUIntData(i, number)) {
         const int data = static_cast<int>(number);
         if (hasCabinet) {
             EM_TRACE(level, "\n%-20s: OC 0x%04X-0x%04X OID 0x%04X CABID %04d MID 0x%04X%04X Stat 0x%02X Data %d", name,

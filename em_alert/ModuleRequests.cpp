@@ -76,9 +76,8 @@ void CAlertExtensionModule::QueueRequest(SipJson& request) {
 }
 
 void CAlertExtensionModule::QueueSendMail(SipJson& request) {
-    constexpr int kNumberType = 6;
     const int command = request.GetCmdIndex();
-    if (request.GetCmdDataType(command) == kNumberType || request.GetCmdDataSize(command) != 0) {
+    if (request.GetCmdDataType(command) == rapidjson::kNumberType || request.GetCmdDataSize(command) != 0) {
         QueueRequest(request);
     } else {
         request.SetStatus(kMissingMailData);

@@ -28,6 +28,9 @@ enum OperationCode : unsigned int {
 /// As the status of a command: it gets none.
 constexpr unsigned int kWithoutStatus = 0xFFFFFFFF;
 
+/// What a command without "ST" reads as.
+constexpr unsigned int kNoStatus = 22;
+
 /// Values of "ST" in the module's answers.
 enum Status : unsigned int {
     kDone = 0,

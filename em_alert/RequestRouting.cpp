@@ -1,11 +1,11 @@
 #include "em_alert/ExtensionModuleBase.h"
+#include "em_alert/OperationCodes.h"
 #include "sip/SipJson.h"
 
 namespace {
 
 constexpr unsigned int kEveryone = 0xFFFFFFFF;
 constexpr unsigned int kEventStatus = 255;
-constexpr unsigned int kNoStatus = 22;  // what a command without "ST" reads as
 
 }  // namespace
 
@@ -13,7 +13,7 @@ constexpr unsigned int kNoStatus = 22;  // what a command without "ST" reads as
 /// @return false when there is no switch to send it through; the request then says so itself
 bool CExtensionModule::PrepareRequest(SipJson& message) {
     if (switch_ == nullptr) {
-        message.SetStatus(6);
+        message.SetStatus(kFailed);
         return false;
     }
     if (!message.HasCmdElem(message.GetCmdIndex(), "CA")) {
@@ -63,8 +63,9 @@ bool CExtensionModule::ForwardEvent(SipJson& message) {
 
 bool CExtensionModule::IsLocalServerRequest(const SipJson& message) {
     const int index = message.GetCmdIndex();
-    return !message.HasCmdElem(index, "CA") ||
-           message.GetCmdElemValue(index, "CA", ServerCabinetNumber()) == ServerCabinetNumber();
+    const unsigned int own = ServerCabinetNumber();
+    const unsigned int foreign = ~own;  // what is no number names no server
+    return !message.HasCmdElem(index, "CA") || message.GetCmdElemValue(index, "CA", foreign) == own;
 }
 
 bool CExtensionModule::IsLocalServerReply(const SipJson& message) {

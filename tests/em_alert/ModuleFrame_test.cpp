@@ -50,6 +50,7 @@ TEST_F(ModuleFrame, WithoutSwitchNothingIsSentAndRequestsSaySo) {
 
 TEST_F(ModuleFrame, RequestsAndEventsGoThroughTheSwitch) {
     module_.Start(&agent_, 0x00050003);
+    EXPECT_EQ(agent_.runModeQueries, 1U);  // though nothing is traced
     SipJson bare = MessageOf(R"({"OC":1})");
     module_.SyncRequest(bare, 5000);
     SipJson addressed = MessageOf(R"({"OC":1,"CA":5})");
@@ -81,11 +82,22 @@ TEST_F(ModuleFrame, AnEventCarriesItsMarkOnlyOnTheWay) {
 }
 
 TEST_F(ModuleFrame, TellsLocalFromForeignRequests) {
+    struct Case {
+        const char* command;
+        bool isLocal, isBroadcast;
+    };
     EXPECT_TRUE(CExtensionModule::IsLocalServerRequest(SipJson()));
-    EXPECT_TRUE(CExtensionModule::IsLocalServerRequest(MessageOf("null")));
-    EXPECT_TRUE(CExtensionModule::IsLocalServerReply(MessageOf(R"({"CA":7})")));
-    EXPECT_FALSE(CExtensionModule::IsLocalServerRequest(MessageOf(R"({"CA":8})")));
-    EXPECT_FALSE(CExtensionModule::IsLocalServerRequestOrCabinetBroadcast(MessageOf(R"({"CA":8})")));
+    for (const Case& c : {Case{"null", true, false}, Case{"{}", true, false}, Case{R"({"CA":7})", true, false},
+                          Case{R"({"CA":"0x07"})", true, false}, Case{R"({"CA":8})", false, false},
+                          Case{R"({"CA":0})", false, false}, Case{R"({"CA":null})", false, false},
+                          Case{R"({"CA":[7]})", false, false}, Case{R"({"CA":true})", false, false},
+                          Case{R"({"CA":4294967295})", false, true}}) {
+        const SipJson message = MessageOf(c.command);
+        EXPECT_EQ(CExtensionModule::IsLocalServerRequest(message), c.isLocal) << c.command;
+        EXPECT_EQ(CExtensionModule::IsLocalServerReply(message), c.isLocal) << c.command;
+        EXPECT_EQ(CExtensionModule::IsLocalServerRequestOrCabinetBroadcast(message), c.isLocal || c.isBroadcast)
+            << c.command;
+    }
 }
 
 TEST_F(ModuleFrame, RunModes) {

@@ -12,6 +12,7 @@ class CFakeSwitch final : public CISwitch {
 public:
     std::vector<std::string> calls;
     unsigned int runMode = 0;
+    unsigned int runModeQueries = 0;
 
     void AsyncRequest(CIExtensionModule*, SipJson& message, unsigned int reserved) override {
         Note("async " + std::to_string(reserved), &message);
@@ -25,7 +26,10 @@ public:
     bool ForwardEvent(CIExtensionModule*, SipJson& message, unsigned int high, unsigned int low) override {
         return Note("forward " + std::to_string(high) + " " + std::to_string(low), &message);
     }
-    unsigned int GetRunMode() override { return runMode; }
+    unsigned int GetRunMode() override {
+        ++runModeQueries;
+        return runMode;
+    }
 
 private:
     bool Note(std::string line, SipJson* message) {
