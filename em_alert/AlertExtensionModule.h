@@ -141,12 +141,15 @@ private:
     void LoadSettings(SettingRow::Load when);
     void LoadSetting(const SettingRow& row);
     void FollowSetting(const SipJson& notice);
-    void FollowBeepSwitch(bool enabled);
+    void FollowBeepSwitch(const SettingRow& row, const SettingValue& value);
     void FollowSequence(SettingRow::Sequence field, const SipJson& notice);
 
     // Alert triggers (AlertTrigger.cpp)
     void ProcessComponentStatus(SipJson& event);
-    void FollowPendingAlerts(SipJson& event, AlerterSeverity severity);
+    bool FollowPendingAlerts(SipJson& event, AlerterSeverity severity);
+    void BeepForAlert(AlerterSeverity severity, bool isKept);
+    void BeepWhilePending(AlerterSeverity severity) EM_REQUIRES(beepLock_);
+    void StopBeepWhenNonePends();
     void MailSystemStatus(const SipJson& event, unsigned char systemStatus, unsigned int leastComponentStatus);
     void SendSystemStatusMail(const SipJson& event, unsigned char systemStatus, unsigned int componentStatus);
     void ProcessUpdateAlert(const SipJson& event);
@@ -185,6 +188,10 @@ private:
     CPendingAlerts pendingAlerts_;
     CNotificationSettings mailSettings_;
     CAlertSettingsStore settings_;
+
+    /// Held while somebody looks at the beep switch and the list and starts or stops the sequence by it: what the one
+    /// decided the other sees. Taken after the list's lock, never before it. Waits for the end of a tone.
+    CMutex beepLock_;
     CBeepPlayer beeper_;
     std::atomic<bool> stopping_{false};
 };

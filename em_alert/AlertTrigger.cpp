@@ -52,7 +52,6 @@ void CAlertExtensionModule::ProcessAlertTrigger(SipJson& event) {
 
 void CAlertExtensionModule::ProcessComponentStatus(SipJson& event) {
     EM_TRACE(3, "\nEM_ALERT (REPLY)    : Handle CM_StatusTreeComponentInstanceStatus");
-    const auto settings = settings_.Get();
     const unsigned int cabinet = event.GetCmdElemValue(event.GetCmdIndex(), "CA", ServerCabinetNumber());
     const unsigned char systemStatus = ReadSystemStatus(cabinet);
     const AlerterSeverity severity = SystemStatusToAlertSeverity(systemStatus);
@@ -67,12 +66,11 @@ void CAlertExtensionModule::ProcessComponentStatus(SipJson& event) {
             failure = std::current_exception();
         }
     };
-    attempt([&] { FollowPendingAlerts(event, severity); });
-    if (settings->beepAlertEnabled) {
-        EM_TRACE(2, "\nEM_ALERT            : Process beep alert for severity %d", static_cast<int>(severity));
-        attempt([&] { BeepSequenceOn(severity); });
-    }
-    if (settings->mailForStatusAlertEnabled) {
+    // The switches are looked at when their turn comes: an answer, a delivery or a tone's end may have been waited for.
+    bool isKept = false;
+    attempt([&] { isKept = FollowPendingAlerts(event, severity); });
+    attempt([&] { BeepForAlert(severity, isKept); });
+    if (const auto settings = settings_.Get(); settings->mailForStatusAlertEnabled) {
         attempt([&] { MailSystemStatus(event, systemStatus, settings->mailAlertSeverity); });
     }
     if (failure) {
@@ -81,17 +79,23 @@ void CAlertExtensionModule::ProcessComponentStatus(SipJson& event) {
 }
 
 /// Keeps the event as a pending alert, or clears the list when all is well again.
-void CAlertExtensionModule::FollowPendingAlerts(SipJson& event, AlerterSeverity severity) {
+/// @return whether the event was kept
+bool CAlertExtensionModule::FollowPendingAlerts(SipJson& event, AlerterSeverity severity) {
     if (severity == AlerterSeverityWarning) {
         EM_TRACE(2, "\nEM_ALERT            : Add warning alert to be acknowledged");
         AddPendingAlert(event);
-    } else if (severity == AlerterSeverityError) {
+        return true;
+    }
+    if (severity == AlerterSeverityError) {
         EM_TRACE(2, "\nEM_ALERT            : Add error alert to be acknowledged");
         AddPendingAlert(event);
-    } else if (severity == AlerterSeverityOk) {
+        return true;
+    }
+    if (severity == AlerterSeverityOk) {
         EM_TRACE(2, "\nEM_ALERT            : System status OK - clear pending alerts");
         ClearPendingAlerts();
     }
+    return false;
 }
 
 void CAlertExtensionModule::MailSystemStatus(const SipJson& event, unsigned char systemStatus,

@@ -9,6 +9,22 @@ namespace {
 
 constexpr std::size_t kLongestRefusedSequence = 8;  // bytes
 
+/// The bytes of a sequence. Texts, a lone number and a boolean are none, though each could be read as bytes:
+/// "abcdefghijk" would be a tone of an hour.
+std::vector<unsigned char> TakeSequence(const SipJson& notice) {
+    const int command = notice.GetCmdIndex();
+    const auto type = notice.GetCmdDataType(command);
+    std::vector<unsigned char> bytes;
+    const auto isNumberList = [&] {
+        const auto& list = notice.GetDocument()["SIP"]["CMD"][static_cast<rapidjson::SizeType>(command)]["DA"];
+        return !list.Empty() && list[0].IsNumber();
+    };
+    if (type == rapidjson::kObjectType || (type == rapidjson::kArrayType && isNumberList())) {
+        notice.GetCmdDataStream(command, bytes);
+    }
+    return bytes;
+}
+
 }  // namespace
 
 void CAlertExtensionModule::ApplicationReply(SipJson& message) {
@@ -57,14 +73,15 @@ void CAlertExtensionModule::FollowSetting(const SipJson& notice) {
     if (!row->Take(notice, value)) {
         return;
     }
-    if (id == kBeepAlertSetting) {
-        FollowBeepSwitch(value.number != 0);
-    }
     unsigned int oldNumber = 0;
-    settings_.Change([&](AlertSettings& settings) {
-        oldNumber = row->Number(settings);
-        row->Store(settings, value);
-    });
+    if (id == kBeepAlertSetting) {
+        FollowBeepSwitch(*row, value);
+    } else {
+        settings_.Change([&](AlertSettings& settings) {
+            oldNumber = row->Number(settings);
+            row->Store(settings, value);
+        });
+    }
     if (row->IsSwitch()) {
         TraceSetting(row->noticeTrace, value.number != 0 ? "enabled" : "disabled");
     } else if (row->IsNumber()) {
@@ -76,29 +93,9 @@ void CAlertExtensionModule::FollowSetting(const SipJson& notice) {
     }
 }
 
-/// Lets the speaker follow the switch at once while alerts are pending.
-void CAlertExtensionModule::FollowBeepSwitch(bool enabled) {
-    if (!IsAlertPending() || enabled == settings_.Get()->beepAlertEnabled) {
-        return;
-    }
-    if (enabled) {
-        EM_TRACE(3, "\nEM_ALERT (REPLY)    : Beep alert configuration changed from disabled to enabled");
-        SipJson newest;
-        unsigned int status = 0;
-        if (GetLastPendingAlert(newest)) {
-            newest.GetCmdUIntData(newest.GetCmdIndex(), status);
-        }
-        BeepSequenceOn(SystemStatusToAlertSeverity(ToStatusByte(status)));
-    } else {
-        EM_TRACE(3, "\nEM_ALERT (REPLY)    : Beep alert configuration changed from enabled to disabled");
-        BeepSequenceOff();
-    }
-}
-
 void CAlertExtensionModule::FollowSequence(SettingRow::Sequence field, const SipJson& notice) {
     const bool isWarning = field == &AlertSettings::beepWarningSequence;
-    std::vector<unsigned char> sequence;
-    notice.GetCmdDataStream(notice.GetCmdIndex(), sequence);
+    std::vector<unsigned char> sequence = TakeSequence(notice);
     if (sequence.empty()) {
         if (isWarning) {
             EM_TRACE(1, "\nEM_ALERT (REPLY)    : ERROR! Invalid size (0) of beep warning sequence!");

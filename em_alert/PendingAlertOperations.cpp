@@ -37,10 +37,7 @@ bool CAlertExtensionModule::AcknowledgeAlert(SipJson& /*request*/) {
         return true;
     }
     ClearPendingAlerts();
-    if (settings_.Get()->beepAlertEnabled) {
-        EM_TRACE(2, "\nEM_ALERT            : Stop system speaker sound!");
-        beeper_.Stop();
-    }
+    StopBeepWhenNonePends();
     FireAlertEvent(kAcknowledgeAlerts);
     return true;
 }

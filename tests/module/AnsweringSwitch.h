@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -8,11 +9,13 @@
 #include "em_alert/ExtensionModule.h"
 #include "sip/SipJson.h"
 
-/// A switch that has beep and mail on, and a system whose status is an error; it counts what it is sent. Any thread.
+/// A switch that has beep and mail on, and a system whose status is an error; it counts the replies. Any thread.
 class CAnsweringSwitch final : public CISwitch {
 public:
     std::function<void()> onRequest = [] {};  ///< before each answer, on the thread that asks
     std::function<void()> onReply = [] {};    ///< before each reply is counted, on the worker
+    std::function<void()> onEvent = [] {};    ///< inside the delivery of each event
+    std::atomic<unsigned int> systemStatus{3};
 
     /// Waits until `count` replies have come.
     bool AwaitReplies(unsigned int count) {
@@ -33,7 +36,7 @@ public:
         const unsigned int code = message.GetCmdElemValue(0, "OC", 0);
         const unsigned int value = message.GetCmdElemValue(0, "OE", 0);
         if (code == 0x230F) {
-            message.SetDataUIntValue(3, 0);
+            message.SetDataUIntValue(systemStatus, 0);
         } else if (code == 0xE001 && (value == 0x0400 || value == 0x0410)) {
             message.SetDataUIntValue(1, 0);
         } else if (code == 0xE001 && value == 0x0417) {
@@ -43,6 +46,7 @@ public:
     bool DeliverMessage(CIExtensionModule*, SipJson& message) override {
         const unsigned int status = message.GetCmdElemValue(0, "ST", 0);
         if (status == 255) {
+            onEvent();
             return true;
         }
         onReply();

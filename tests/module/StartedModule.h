@@ -40,6 +40,7 @@ protected:
         request.GetCmdUIntData(0, data);
         return {request.GetCmdElemValue(0, "ST", 999), data};
     }
+    /// Events and notices.
     void Event(const std::string& members = R"("OC":"0x2322","OE":3,"DA":3)") {
         SipJson event = MessageOf("{" + members + "}");
         module_->ApplicationReply(event);
