@@ -23,7 +23,8 @@ void CExtensionModule::TraceSip(int level, const char* name, const SipJson& mess
     const bool hasCabinet = message.HasCmdElem(i, "CA");
     const int ca = static_cast<int>(message.GetCmdElemValue(i, "CA", 0));
 
-    if (unsigned int number = 0; message.GetCmdDataType(i) == rapidjson::kNumberType && message.GetCmdUIntData(i, number)) {
+    if (unsigned int number = 0;
+        message.GetCmdDataType(i) == rapidjson::kNumberType && message.GetCmdUIntData(i, number)) {
         const int data = static_cast<int>(number);
         if (hasCabinet) {
             EM_TRACE(level, "\n%-20s: OC 0x%04X-0x%04X OID 0x%04X CABID %04d MID 0x%04X%04X Stat 0x%02X Data %d", name,

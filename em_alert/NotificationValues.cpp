@@ -145,7 +145,7 @@ bool ReadSmtps(Config& config, int server, SipJson& reply) {
 
 bool WriteSmtps(Config& config, int server, const SipJson& request) {
     unsigned int on = 0;
-    return TakeNumber(request, on) && config.SetSmtpServerSMTPS(on != 0, server);
+    return TakeNumber(request, on) && config.SetSmtpServerSMTPS((on & 0xFF) != 0, server);  // a byte
 }
 
 constexpr unsigned int kServerCountValue = 0x0430;

@@ -87,11 +87,11 @@ TEST_F(ModuleFrame, TellsLocalFromForeignRequests) {
         bool isLocal, isBroadcast;
     };
     EXPECT_TRUE(CExtensionModule::IsLocalServerRequest(SipJson()));
-    for (const Case& c : {Case{"null", true, false}, Case{"{}", true, false}, Case{R"({"CA":7})", true, false},
-                          Case{R"({"CA":"0x07"})", true, false}, Case{R"({"CA":8})", false, false},
-                          Case{R"({"CA":0})", false, false}, Case{R"({"CA":null})", false, false},
-                          Case{R"({"CA":[7]})", false, false}, Case{R"({"CA":true})", false, false},
-                          Case{R"({"CA":4294967295})", false, true}}) {
+    for (const Case& c :
+         {Case{"null", true, false}, Case{"{}", true, false}, Case{R"({"CA":7})", true, false},
+          Case{R"({"CA":"0x07"})", true, false}, Case{R"({"CA":8})", false, false}, Case{R"({"CA":0})", false, false},
+          Case{R"({"CA":null})", false, false}, Case{R"({"CA":[7]})", false, false},
+          Case{R"({"CA":true})", false, false}, Case{R"({"CA":4294967295})", false, true}}) {
         const SipJson message = MessageOf(c.command);
         EXPECT_EQ(CExtensionModule::IsLocalServerRequest(message), c.isLocal) << c.command;
         EXPECT_EQ(CExtensionModule::IsLocalServerReply(message), c.isLocal) << c.command;

@@ -63,12 +63,14 @@ protected:
     }
 
     /// Leaves transcript and trace in out_.
+    /// @param options  further ones
     /// @return the agent's exit status
-    int RunAgent(const Path& state, const Path& scenario) const {
+    int RunAgent(const Path& state, const Path& scenario, const std::string& options = "") const {
         std::ostringstream command;
         command << EM_AGENT " --module " EM_LIBRARY " --trace 5 --state " << state << " --scenario " << scenario
                 << " --transcript " << out_ / "transcript"
-                << " --trace-file " << out_ / "trace";
+                << " --trace-file " << out_ / "trace"
+                << " " << options;
         return std::system(command.str().c_str());
     }
 

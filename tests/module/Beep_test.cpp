@@ -52,7 +52,8 @@ TEST_F(Beep, NothingSoundsThatWasAcknowledgedOrSwitchedOffMeanwhile) {
         {"switched off in its delivery", agent_.onEvent, [&] { Event(kBeepOff); }, true},
         {"switched off before its answer", agent_.onRequest, [&] { Event(kBeepOff); }, true},
         {"switched off and on before its answer", agent_.onRequest, [&] { Event(kBeepOff), Event(kBeepOn); }, false},
-        {"OK in its delivery", agent_.onEvent, [&] { agent_.systemStatus = 1, Event(), agent_.systemStatus = 3; }, true},
+        {"OK in its delivery", agent_.onEvent, [&] { agent_.systemStatus = 1, Event(), agent_.systemStatus = 3; },
+         true},
     };
     for (const auto& c : cases) {
         Once(c.when, c.meanwhile);

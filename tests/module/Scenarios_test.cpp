@@ -9,9 +9,11 @@
 //   Notifications.xml   the notification file, if there is one; @PORT0@ and @PORT1@ become the servers' ports
 //   ravlo.ini           the RAID manager's settings, if it is installed
 //   smtp-0, smtp-1      options of the SMTP servers, one a line; a server runs for each file
+//   options             further options of the agent
 //   expected.jsonl      the transcript, without times (see Transcript)
 //   mails-0, mails-1    what each server got, carriage returns written as \r
-//   traces              lines that the trace holds
+//   ports               the accesses to the speaker's ports
+//   traces              lines of the trace, in this order; others may stand between them
 //   Notifications.after the notification file at the end
 //
 // Each file is optional but the first. With EM_ACCEPT set, results are written into the files that are there instead of
@@ -107,14 +109,23 @@ std::vector<fs::path> Folders() {
 }  // namespace
 
 TEST_P(Scenario, RunsAsExpected) {
-    EXPECT_EQ(RunAgent(State(), GetParam() / "scenario.jsonl"), 0) << Read(out_ / "trace");
+    std::string options = Read(GetParam() / "options");
+    if (fs::exists(GetParam() / "ports")) {
+        options += " --port-log " + (out_ / "ports").string();
+    }
+    EXPECT_EQ(RunAgent(State(), GetParam() / "scenario.jsonl", ReplaceAll(options, "\n", " ")), 0)
+        << Read(out_ / "trace");
     Check("expected.jsonl", WithoutPorts(Transcript(out_ / "transcript")));
     for (std::size_t i = 0; i < servers_.size(); ++i) {
         Check("mails-" + std::to_string(i), Show(servers_[i]->WaitForMails(0)));
     }
+    Check("ports", Read(out_ / "ports"));
     const std::string trace = WithoutPorts(Read(out_ / "trace"));
+    std::size_t at = 0;
     for (const std::string& line : Lines(GetParam() / "traces")) {
-        EXPECT_NE(trace.find("\n" + line), std::string::npos) << line;
+        at = trace.find("\n" + line, at);
+        ASSERT_NE(at, std::string::npos) << line << "\n\n" << trace;
+        ++at;
     }
     Check("Notifications.after", WithoutPorts(Read(kNotificationFile)));
     EXPECT_FALSE(fs::exists(kNotificationFile.string() + ".lock"));
