@@ -1,5 +1,9 @@
+#include <algorithm>
+#include <functional>
+
 #include <gtest/gtest.h>
 
+#include "em_alert/EmAlert.h"
 #include "em_alert/ExtensionModuleBase.h"
 #include "em_alert/ModuleInstance.h"
 #include "support/FakeSwitch.h"
@@ -25,6 +29,23 @@ protected:
     CFakeSwitch agent_;
     CPlainModule module_;
 };
+
+/// The module's prints while `action` runs, each behind the trace level from which on it is made.
+std::string Traced(const std::function<void()>& action) {
+    std::vector<std::string> seen;
+    std::string traced;
+    for (unsigned int level = 1; level <= 4; ++level) {
+        const CTraceCapture trace(level);
+        action();
+        for (const std::string& print : trace.Prints()) {
+            if (print.find("EM_") != std::string::npos && std::find(seen.begin(), seen.end(), print) == seen.end()) {
+                seen.push_back(print);
+                traced += std::to_string(level) + print;
+            }
+        }
+    }
+    return traced;
+}
 
 std::string Status(const SipJson& message) {
     return std::to_string(message.GetCmdElemValue(message.GetCmdIndex(), "ST", 999));
@@ -153,4 +174,45 @@ TEST_F(ModuleFrame, MessagesAreTracedByTheirData) {
         module_.TraceRequestIn(MessageOf(c.command), 2);
         EXPECT_EQ(trace.Prints().back(), c.line) << c.command;
     }
+}
+
+TEST_F(ModuleFrame, ExportsTraceWhatTheyDo) {
+    CIExtensionModule* module = nullptr;
+    agent_.runMode = 5;
+    const struct {
+        std::function<void()> action;
+        const char* traced;
+    } cases[] = {
+        {[&] { EXPECT_FALSE(EM_Delete()); }, "1\nEM DLL (EM_ALERT  ) : Module already destroyed!"},
+        {[&] { EXPECT_FALSE(EM_Create(nullptr, nullptr)); },
+         "1\nEM DLL (EM_ALERT  ) : ## ERROR: Module could not be created!\n"},
+        {[&] { EXPECT_TRUE(EM_Create(&module, nullptr) && EM_Create(&module, nullptr) && EM_Delete()); },
+         "1\nEM DLL (EM_ALERT  ) : ## ERROR: Module already existing!\n"
+         "1\nEM DLL (EM_ALERT  ) : Destroy module...1\nEM DLL (EM_ALERT  ) : .. Module destroyed successfully!"
+         "2\nEM DLL (EM_ALERT  ) : Create module"},
+        {[&] {
+             for (const unsigned int action : {0U, 1U, 2U, 3U, 4U, 5U}) {
+                 EXPECT_EQ(EM_SetupAction(action), 1);
+             }
+         },
+         "1\n\nEM_ALERT            : ## ERROR! Setup action call with unknown action type (0) - no action defined!\n"
+         "1\n\nEM_ALERT            : ## Setup action \"BACKUP\" call - no action function defined\n"
+         "1\n\nEM_ALERT            : ## Setup action \"RESTORE\" call - no action function defined\n"
+         "1\n\nEM_ALERT            : ## Setup action \"CONVERT\" call - no action function defined\n"
+         "1\n\nEM_ALERT            : ## Setup action \"CLEANUP\" call - no action function defined\n"
+         "1\n\nEM_ALERT            : ## ERROR! Setup action call with unknown action type (5) - no action defined!\n"},
+        {[&] { module_.SetServerCabinetNumber(7); }, "2\n\nEM_TEST             : ## Server cabinet number = 7 ##\n"},
+        {[&] { module_.Start(&agent_, 1); },
+         "4\nEM_TEST             : Register event log source \"Hostwarden Agentless Service\" ..."
+         "4\nEM_TEST             : ... event log source \"Hostwarden Agentless Service\" registered"},
+        {[&] { module_.Notify(0x30000, reinterpret_cast<void*>(5), reinterpret_cast<void*>(6)); },
+         "1\nEM_TEST             : *** SCN_SYSTEM_SHUTDOWN *** \n"
+         "2\n\nEM_TEST             : ## NOTIFY: Code = 0Xx30000, param = 0x00000005"
+         "2\nEM_TEST             : -> System shutdown4\nEM_TEST             :   call OnModuleNotification()..."
+         "4\nEM_TEST             :   ... OnModuleNotification() completed"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(Traced(c.action), c.traced);
+    }
+    EXPECT_EQ(moduleInstance.module, nullptr);
 }

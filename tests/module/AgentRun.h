@@ -63,11 +63,11 @@ protected:
     }
 
     /// Leaves transcript and trace in out_.
-    /// @param options  further ones
+    /// @param options  the trace level, and further ones
     /// @return the agent's exit status
-    int RunAgent(const Path& state, const Path& scenario, const std::string& options = "") const {
+    int RunAgent(const Path& state, const Path& scenario, const std::string& options = "--trace 5") const {
         std::ostringstream command;
-        command << EM_AGENT " --module " EM_LIBRARY " --trace 5 --state " << state << " --scenario " << scenario
+        command << EM_AGENT " --module " EM_LIBRARY " --state " << state << " --scenario " << scenario
                 << " --transcript " << out_ / "transcript"
                 << " --trace-file " << out_ / "trace"
                 << " " << options;

@@ -30,6 +30,10 @@ public:
         const std::lock_guard lock(lock_);
         return lastStatus_;
     }
+    unsigned int LastData() {
+        const std::lock_guard lock(lock_);
+        return lastData_;
+    }
 
     void SyncRequest(CIExtensionModule*, SipJson& message, unsigned int) override {
         onRequest();
@@ -53,6 +57,8 @@ public:
         const std::lock_guard lock(lock_);
         ++replies_;
         lastStatus_ = status;
+        lastData_ = 0;
+        message.GetCmdUIntData(0, lastData_);
         changed_.notify_all();
         return true;
     }
@@ -67,4 +73,5 @@ private:
     std::condition_variable changed_;
     unsigned int replies_ = 0;
     unsigned int lastStatus_ = 0;
+    unsigned int lastData_ = 0;
 };

@@ -37,7 +37,7 @@ protected:
         };
     }
 
-    const std::ptrdiff_t silent_ = Threads();
+    std::ptrdiff_t silent_ = Threads();
 };
 
 TEST_F(Beep, NothingSoundsThatWasAcknowledgedOrSwitchedOffMeanwhile) {
@@ -65,6 +65,14 @@ TEST_F(Beep, NothingSoundsThatWasAcknowledgedOrSwitchedOffMeanwhile) {
         Request(kAcknowledge);
         EXPECT_TRUE(Becomes(true)) << c.what;
     }
+}
+
+TEST_F(Beep, StopLeavesTheSpeakerSilent) {
+    Event();
+    EXPECT_TRUE(Becomes(false));
+    module_->Stop();
+    --silent_;  // the worker has ended as well
+    EXPECT_TRUE(Becomes(true));
 }
 
 TEST_F(Beep, MailsThatAreSwitchedOffBeforeTheAnswerAreNotSent) {

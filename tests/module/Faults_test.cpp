@@ -11,6 +11,7 @@
 namespace {
 
 std::atomic<bool> threadsFail{false};
+std::atomic<int> transferResult{7};
 
 }  // namespace
 
@@ -20,6 +21,11 @@ extern "C" __attribute__((visibility("default"))) int pthread_create(pthread_t* 
                                                                      void* (*run)(void*), void* argument) {
     static const auto real = reinterpret_cast<decltype(&pthread_create)>(::dlsym(RTLD_NEXT, "pthread_create"));
     return threadsFail ? EAGAIN : real(thread, attributes, run, argument);
+}
+
+/// No transfer begins; each ends like this.
+extern "C" __attribute__((visibility("default"))) int curl_easy_perform(void* /*handle*/) {
+    return transferResult;
 }
 
 using Faults = StartedModule;
@@ -69,4 +75,21 @@ TEST_F(Faults, AfterTheStopEventsAreRefusedAndRequestsAnswered) {
     Event();
     EXPECT_EQ(Request(R"("OC":"0x2240")").second, 0U);
     EXPECT_EQ(Request(R"("OC":"0x2243")").first, 6U);
+}
+
+TEST_F(Faults, TestMailsAreAnsweredWithTheConsolesNumbersOthersWithTheResult) {
+    constexpr unsigned int kNumbers[] = {0,  1,  3,  4,  7,  8,  9,  10, 11, 12, 13, 14, 15, 16, 26, 17,
+                                         18, 19, 20, 21, 22, 23, 24, 25, 27, 1,  1,  1,  18, 1,  1};
+    unsigned int replies = 0;
+    for (unsigned int result = 0; result < std::size(kNumbers); ++result) {
+        transferResult = static_cast<int>(result);
+        Request(R"("OC":"0x2242","OE":1)");
+        ASSERT_TRUE(agent_.AwaitReplies(++replies));
+        EXPECT_EQ(agent_.LastData(), kNumbers[result]) << result;
+        EXPECT_EQ(agent_.LastStatus(), 0U);
+        Request(R"("OC":"0x1060","DA":"From: ops@x\nTo: anna@x\n\ntext")");
+        ASSERT_TRUE(agent_.AwaitReplies(++replies));
+        EXPECT_EQ(agent_.LastData(), result);
+        EXPECT_EQ(agent_.LastStatus(), result == 0 ? 0U : 6U) << result;
+    }
 }

@@ -13,7 +13,11 @@
 //   expected.jsonl      the transcript, without times (see Transcript)
 //   mails-0, mails-1    what each server got, carriage returns written as \r
 //   ports               the accesses to the speaker's ports
-//   traces              lines of the trace, in this order; others may stand between them
+//   tones               the tones, each with the length that was asked for
+//   commands-0, -1      what each server was told
+//   traces              the alert module's own prints in their order (those of a request's return last, see
+//   Transcript),
+//                       each with the trace level from which on it is printed: a further run for each level tells
 //   Notifications.after the notification file at the end
 //
 // Each file is optional but the first. With EM_ACCEPT set, results are written into the files that are there instead of
@@ -34,17 +38,31 @@ std::vector<std::string> Lines(const fs::path& path) {
     return lines;
 }
 
-/// The transcript without times. Requests that come back are put last: the worker may answer before they do.
+void PutLast(std::vector<std::string>& lines, const std::string& what) {
+    std::stable_partition(lines.begin(), lines.end(),
+                          [&what](const std::string& line) { return line.find(what) == std::string::npos; });
+}
+
+/// The transcript without times and tones. Requests that come back are put last: the worker may answer before they do.
 std::string Transcript(const fs::path& path) {
     std::vector<std::string> lines = Lines(path);
-    std::stable_partition(lines.begin(), lines.end(), [](const std::string& line) {
-        return line.find(R"("kind":"returned")") == std::string::npos;
-    });
+    std::erase_if(lines, [](const std::string& line) { return line.find(R"("kind":"tone")") != std::string::npos; });
+    PutLast(lines, R"("kind":"returned")");
     std::string text;
     for (const std::string& line : lines) {
         text += line.substr(0, line.rfind(",\"ms\":")) + "}\n";
     }
     return text;
+}
+
+std::string Tones(const fs::path& path) {
+    std::string tones;
+    for (const std::string& line : Lines(path)) {
+        if (line.starts_with("CDeviceBeeper       : Beep ") && line.ends_with(" msec")) {
+            tones += line.substr(line.find("Beep")) + "\n";
+        }
+    }
+    return tones;
 }
 
 std::string Show(const std::vector<CSmtpServer::Mail>& mails) {
@@ -62,12 +80,16 @@ std::string Show(const std::vector<CSmtpServer::Mail>& mails) {
 class Scenario : public AgentRun, public ::testing::WithParamInterface<fs::path> {
 protected:
     void SetUp() override {
-        AgentRun::SetUp();
         for (const char* name : {"smtp-0", "smtp-1"}) {
             if (fs::exists(GetParam() / name)) {
                 StartServer(Lines(GetParam() / name));
             }
         }
+    }
+
+    /// @return the module's prints
+    std::vector<std::string> Run(int level) {
+        AgentRun::SetUp();
         if (fs::exists(GetParam() / "Notifications.xml")) {
             WriteNotificationFile(Read(GetParam() / "Notifications.xml"));
         }
@@ -75,7 +97,47 @@ protected:
             fs::create_directories(kRaidManagerDirectory);
             fs::copy(GetParam() / "ravlo.ini", kRaidManagerDirectory);
         }
+        std::string options = "--trace " + std::to_string(level) + " " + Read(GetParam() / "options");
+        if (fs::exists(GetParam() / "ports")) {
+            options += " --port-log " + (out_ / "ports").string();
+        }
+        EXPECT_EQ(RunAgent(State(), GetParam() / "scenario.jsonl", ReplaceAll(options, "\n", " ")), 0);
+        std::vector<std::string> prints;
+        for (std::string line : Lines(out_ / "trace")) {
+            for (const char* other :
+                 {"creating event", "CThread::", "CDevice", "COsInfo::", "pthread_create", "THREAD_RETURN"}) {
+                line.resize(std::min(line.find(other), line.size()));  // prints that begin without a new line
+            }
+            if (line.starts_with("EM_") || line.starts_with("EM DLL") || line.starts_with("###")) {
+                prints.push_back(WithoutPorts(line));
+            }
+        }
+        PutLast(prints, " (RET) ");
+        return prints;
     }
+
+    /// The prints of the last run, each behind the level from which on it is printed.
+    std::string Traces(const std::vector<std::string>& all) {
+        std::vector<std::string> shown[kLevels];
+        std::size_t at[kLevels] = {};
+        for (int level = 1; level < kLevels; ++level) {
+            shown[level] = Run(level);
+        }
+        std::string traces;
+        for (const std::string& print : all) {
+            int level = kLevels;
+            while (level > 1 && at[level - 1] < shown[level - 1].size() && shown[level - 1][at[level - 1]] == print) {
+                ++at[--level];
+            }
+            traces += std::to_string(level) + " " + print + "\n";
+        }
+        for (int level = 1; level < kLevels; ++level) {
+            EXPECT_EQ(at[level], shown[level].size()) << "level " << level << " is no part of the next";
+        }
+        return traces;
+    }
+
+    static constexpr int kLevels = 4;  // the module's own
 
     fs::path State() const {
         const fs::path own = GetParam() / "state.json";
@@ -109,26 +171,19 @@ std::vector<fs::path> Folders() {
 }  // namespace
 
 TEST_P(Scenario, RunsAsExpected) {
-    std::string options = Read(GetParam() / "options");
-    if (fs::exists(GetParam() / "ports")) {
-        options += " --port-log " + (out_ / "ports").string();
-    }
-    EXPECT_EQ(RunAgent(State(), GetParam() / "scenario.jsonl", ReplaceAll(options, "\n", " ")), 0)
-        << Read(out_ / "trace");
+    const std::vector<std::string> prints = Run(kLevels);
     Check("expected.jsonl", WithoutPorts(Transcript(out_ / "transcript")));
     for (std::size_t i = 0; i < servers_.size(); ++i) {
         Check("mails-" + std::to_string(i), Show(servers_[i]->WaitForMails(0)));
+        Check("commands-" + std::to_string(i), servers_[i]->Commands());
     }
     Check("ports", Read(out_ / "ports"));
-    const std::string trace = WithoutPorts(Read(out_ / "trace"));
-    std::size_t at = 0;
-    for (const std::string& line : Lines(GetParam() / "traces")) {
-        at = trace.find("\n" + line, at);
-        ASSERT_NE(at, std::string::npos) << line << "\n\n" << trace;
-        ++at;
-    }
+    Check("tones", Tones(out_ / "trace"));
     Check("Notifications.after", WithoutPorts(Read(kNotificationFile)));
     EXPECT_FALSE(fs::exists(kNotificationFile.string() + ".lock"));
+    if (fs::exists(GetParam() / "traces")) {
+        Check("traces", Traces(prints));
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Module, Scenario, ::testing::ValuesIn(Folders()),
