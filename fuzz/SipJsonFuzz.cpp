@@ -38,6 +38,38 @@ void Read(const SipJson& message, int i) {
     }
 }
 
+/// Each writer first of all, to a message that no other has repaired, with what does not fit into the message itself.
+void WriteFirst(const SipJson& original) {
+    const std::string text(1500, 'x');
+    const std::vector<unsigned char> bytes(1500, 'x');
+    const int i = original.GetCmdIndex();
+    for (int writer = 0; writer < 5; ++writer) {
+        SipJson message(original);
+        std::string read = text;
+        switch (writer) {
+            case 0:
+                message.SetReplyDataString(text.c_str(), 4);
+                message.GetCmdDataString(i, read, SipJson::kNoLimit);
+                break;
+            case 1:
+                message.SetDataStream(bytes.data(), bytes.size(), 4);
+                message.GetCmdDataString(i, read, SipJson::kNoLimit);
+                break;
+            case 2:
+                message.SetStatus(4);
+                break;
+            case 3:
+                message.SetDataByte(1, 4);
+                break;
+            default:
+                message.SetCmdUIntData(message.GetCmd(), 4);
+        }
+        Expect(read == text || !message.GetCmd().IsObject(), "what is written first is read as written");
+        const std::string printed = Print(message);
+        Expect(SipJson().Parse(printed.data(), printed.size()), "what was written first can be read");
+    }
+}
+
 /// All that writes, to the command at the message's index.
 void Write(SipJson& message) {
     const bool isObject = message.GetCmd().IsObject();
@@ -88,6 +120,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static_cast<void>(message.HasDataStruct());
     SipJson copy(message);
     Expect(Print(copy) == printed, "a copy equals its original");
+    WriteFirst(message);
     if (index >= 0) {
         Write(copy);
     } else {

@@ -1,32 +1,52 @@
 #include "devices/DeviceBios.h"
 
 #include <filesystem>
-#include <fstream>
 
 #include <gtest/gtest.h>
 
-#include "support/TraceCapture.h"
+#include "support/TraceRows.h"
 
 TEST(DeviceBios, MapsOnePieceAtATimeAndRefusesTheRest) {
     const std::string path = ::testing::TempDir() + "device_bios_memory";  // offsets are addresses
-    std::ofstream(path).seekp(0xF1234) << "firmware";
-    const CTraceCapture trace;
-    CDeviceBios bios("/dev/null", path.c_str());
-    auto* const written = static_cast<char*>(bios.MapPhysicalMemory(1, 0xF1234, 8, true));
-    ASSERT_NE(written, nullptr);
-    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(written) % 4096, 0x234U);
-    EXPECT_TRUE(trace.Has("\nCDeviceBios (Map) : Mapping physical memory 0x1000F1234 len 0x00008 to the user process"));
-    *written = 'F';
-    const auto* const read = static_cast<char*>(bios.MapPhysicalMemory(0, 0xF1230, 12, false));
-    EXPECT_TRUE(read != nullptr && std::string_view(read + 4, 8) == "Firmware");
-    EXPECT_TRUE(trace.Has("CDeviceBios (Unmap) : unmapped 0x23c bytes at 0xf1000 from 0x"));
-
-    const std::pair<unsigned int, unsigned long> refused[] = {{0, 8}, {4096, 0}, {4097, 0xFFFFFFFF}, {4096, 1UL << 32}};
-    for (const auto& [low, length] : refused) {
-        EXPECT_EQ(bios.MapPhysicalMemory(0, low, length, false), nullptr);
+    const auto held = [&] {                                                // mappings and descriptors of that file
+        std::ifstream maps("/proc/self/maps");
+        std::string uses = "maps ";
+        for (std::string line; std::getline(maps, line); uses += line.ends_with(path) ? "*" : "") {
+        }
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            std::error_code gone;
+            uses += std::filesystem::read_symlink(entry, gone).string() == path ? " fd" : "";
+        }
+        return uses;
+    };
+    for (unsigned int level = 1; level <= 5; ++level) {
+        std::ofstream(path).seekp(0xF1234) << "firmware";
+        const CTraceCapture trace(level);
+        {
+            CDeviceBios bios("/dev/null", path.c_str());
+            auto* const written = static_cast<char*>(bios.MapPhysicalMemory(1, 0xF1234, 8, true));
+            ASSERT_TRUE(written != nullptr && std::string_view(written, 8) == "firmware");
+            *written = 'F';
+            const auto* const read = static_cast<char*>(bios.MapPhysicalMemory(0, 0xF1230, 12, false));
+            EXPECT_TRUE(read != nullptr && std::string_view(read + 4, 8) == "Firmware");
+            EXPECT_EQ(held(), "maps * fd");
+            for (const auto& [low, length] : {std::pair(0U, 8UL), {4096U, 0UL}, {4097U, 0xFFFFFFFFUL}, {8U, ~0UL}}) {
+                EXPECT_EQ(bios.MapPhysicalMemory(0, low, length, false), nullptr);
+                EXPECT_EQ(bios.LastError(), static_cast<unsigned int>(EINVAL));
+                EXPECT_EQ(held(), "maps ");
+            }
+            EXPECT_TRUE(bios.MapPhysicalMemory(0, 0xF1000, 1, false) != nullptr && bios.UnmapPhysicalMemory());
+            EXPECT_NE(bios.MapPhysicalMemory(0, 0xF1000, 1, false), nullptr);
+        }
+        EXPECT_EQ(held(), "maps ");
+        CDeviceBios none("/dev/null", "/dev/none");
+        CDeviceBios unconnected("/dev/none", path.c_str());
+        EXPECT_TRUE(none.IsConnected() && !unconnected.IsConnected());
+        EXPECT_EQ(none.MapPhysicalMemory(0, 4096, 8, false), nullptr);
+        EXPECT_EQ(unconnected.MapPhysicalMemory(0, 4096, 8, false), nullptr);
+        EXPECT_TRUE(none.LastError() == ENOENT && unconnected.LastError() == ENOTCONN);
+        EXPECT_EQ(std::regex_replace(Rows(trace, ""), std::regex(::testing::TempDir()), ""),
+                  RowsUpTo(EM_BIOS_ROWS, level));
     }
-    EXPECT_EQ(CDeviceBios("/dev/null", "/dev/none").MapPhysicalMemory(0, 4096, 8, false), nullptr);
-    EXPECT_EQ(CDeviceBios("/dev/none", path.c_str()).MapPhysicalMemory(0, 4096, 8, false), nullptr);
-    EXPECT_EQ(trace.Count("ERROR"), 4);
     std::filesystem::remove(path);
 }

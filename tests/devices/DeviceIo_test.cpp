@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <latch>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -11,20 +10,28 @@
 
 #include <gtest/gtest.h>
 
+#include "devices/DeviceIoExtensionData.h"
 #include "platform/UniqueFd.h"
-#include "support/TraceCapture.h"
+#include "support/TraceRows.h"
 
 namespace {
 
 constexpr std::uint32_t kReadWrite = kDeviceRead | kDeviceWrite;
 
 struct Device : CDeviceIo {
-    explicit Device(const char* path, bool perThread = false)
-        : CDeviceIo(path, kReadWrite, 3, kOpenExisting, 0x80, perThread) {}
+    explicit Device(const char* path, bool perThread = false, bool keepOpen = false)
+        : CDeviceIo(path, kReadWrite, 3, kOpenExisting, 0x80, perThread, keepOpen) {}
 };
 
 bool IsOpen(long long fd) {
     return ::fcntl(static_cast<int>(fd), F_GETFD) != -1;
+}
+
+/// The number of the thread key that would be made next: as before when all keys were given back.
+pthread_key_t NextKey() {
+    pthread_key_t key = 0;
+    EXPECT_EQ(::pthread_key_create(&key, nullptr) + ::pthread_key_delete(key), 0);
+    return key;
 }
 
 }  // namespace
@@ -39,11 +46,17 @@ TEST(DeviceIo, OpensAsAccessAndDispositionSay) {
         {kReadWrite, kCreateNew, true, EEXIST, 0, 4},
         {kReadWrite, kCreateNew, false, 0, O_RDWR, 0},
         {kDeviceWrite, kCreateAlways, true, 0, O_WRONLY, 0},
+        {kDeviceRead, kCreateAlways, false, 0, O_RDONLY, 0},
         {kDeviceRead, kOpenExisting, true, 0, O_RDONLY | O_APPEND, 4},
+        {0, kOpenExisting, false, ENOENT, 0, 0},
         {kReadWrite, kOpenAlways, false, 0, O_RDWR | O_APPEND, 0},
+        {kDeviceWrite, kOpenAlways, true, 0, O_WRONLY | O_APPEND, 4},
         {kReadWrite, kTruncateExisting, true, 0, O_RDWR, 0},
+        {kReadWrite, kTruncateExisting, false, ENOENT, 0, 0},
+        {kReadWrite, 0, true, 0, O_RDWR, 4},
         {kReadWrite, 6, false, ENOENT, 0, 0},
     };
+    const mode_t mask = ::umask(0);
     for (const auto& test : cases) {
         std::filesystem::remove(file);
         if (test.exists) {
@@ -58,9 +71,30 @@ TEST(DeviceIo, OpensAsAccessAndDispositionSay) {
             EXPECT_EQ(::fcntl(fd, F_GETFL) & (O_ACCMODE | O_APPEND), test.flags);
             EXPECT_EQ(::fcntl(fd, F_GETFD), FD_CLOEXEC);
             EXPECT_EQ(status.st_size, test.size);
+            EXPECT_TRUE(test.exists || (status.st_mode & 07777) == 600);  // decimal
         }
     }
+    ::umask(mask);
     std::filesystem::remove(file);
+}
+
+TEST(DeviceIo, TellsAFailedCloseOnlyByItsLastErrorAndMayLeaveOpen) {
+    Device device("/dev/null");
+    for (const int error : {EBADF, 0}) {
+        EXPECT_TRUE(device.Open() && device.Open() && device.LastError() == 0);
+        error != 0 ? ::close(static_cast<int>(device.getHandle())) : 0;
+        EXPECT_TRUE(device.Close() && device.getHandle() == -1 && device.Close());
+        EXPECT_EQ(device.LastError(), static_cast<std::uint32_t>(error));
+    }
+    for (const bool keep : {true, false}) {
+        long long handle = 0;
+        {
+            Device kept("/dev/null", false, keep);
+            handle = kept.Open() ? kept.getHandle() : -1;
+        }
+        EXPECT_EQ(CUniqueFd(static_cast<int>(keep ? handle : -1)).Get() == handle, IsOpen(handle)) << keep;
+    }
+    EXPECT_EQ(Device(nullptr, true).getHandle() + Device("", true).getHandle(), -2);
 }
 
 TEST(DeviceIo, RequestsPassBuffersBothWaysAndFailuresLeaveThemAlone) {
@@ -85,32 +119,47 @@ TEST(DeviceIo, RequestsPassBuffersBothWaysAndFailuresLeaveThemAlone) {
     EXPECT_TRUE(terminal.IoControl(TIOCGWINSZ, nullptr, sizeof part, &part, 2, nullptr));
     EXPECT_EQ(std::vector({returned, all.c_oflag & OPOST, 0U + part.ws_row, 0U + part.ws_col}),
               (std::vector{0U, 0U + OPOST, 25U, 1U}));
+    Device missing("/dev/none");
+    EXPECT_FALSE(missing.Open() || missing.IoControl(TCGETS, nullptr, 0, nullptr, 0, nullptr));
+    EXPECT_EQ(missing.LastError(), static_cast<std::uint32_t>(ENOENT));  // which tells more than EINVAL
 }
 
 TEST(DeviceIoPerThread, DescriptorsOutliveTheObjectUntilTheirThreadsEnd) {
-    const CTraceCapture trace;
-    auto device = std::make_unique<Device>("/dev/null", true);
-    std::vector<long long> handles(8);
-    std::latch opened(8);
-    std::latch destroyed(1);
-    std::vector<std::jthread> threads;
-    threads.reserve(handles.size());
-    for (long long& handle : handles) {
-        threads.emplace_back([&] {
-            handle = device->getHandle();
-            opened.count_down();
-            destroyed.wait();
-        });
+    const pthread_key_t key = NextKey();
+    for (unsigned int level = 4; level <= 5; ++level) {
+        const CTraceCapture trace(level);
+        auto device = std::make_unique<Device>("/dev/null", true);
+        std::vector<long long> handles(8);
+        std::latch opened(8);
+        std::latch destroyed(1);
+        std::vector<std::jthread> threads;
+        threads.reserve(handles.size());
+        for (long long& handle : handles) {
+            threads.emplace_back([&] {
+                device->getHandle();
+                device->Close();
+                handle = device->getHandle();
+                opened.count_down();
+                destroyed.wait();
+            });
+        }
+        opened.wait();
+        const long long own = device->getHandle();
+        EXPECT_EQ(device->getHandle(), own);
+        device.reset();
+        EXPECT_FALSE(IsOpen(own));
+        EXPECT_TRUE(std::all_of(handles.begin(), handles.end(), IsOpen));
+        EXPECT_NE(NextKey(), key);
+        destroyed.count_down();
+        threads.clear();
+        EXPECT_TRUE(std::none_of(handles.begin(), handles.end(), IsOpen));
+        EXPECT_EQ(trace.Count("\nCDeviceIo::getHandle: Device /dev/null  opened, fd="), level == 5 ? 17 : 0);
+        EXPECT_EQ(trace.Count("\nCDeviceIo::Close (ts): Device /dev/null closed, fd="), level == 5 ? 9 : 0);
+        EXPECT_EQ(trace.Count("\nCDeviceIo::termHandling: Device closed, fd="), level == 5 ? 8 : 0);
+        EXPECT_EQ(NextKey(), key);
+        EXPECT_EQ(Device("/dev/none", true).getHandle(), -1);
+        EXPECT_EQ(trace.Has("\nCDeviceIo::getHandle: Device /dev/none NOT opened, fd=-1"), level == 5);
     }
-    opened.wait();
-    const long long own = device->getHandle();
-    device.reset();
-    EXPECT_FALSE(IsOpen(own));
-    EXPECT_TRUE(std::all_of(handles.begin(), handles.end(), IsOpen));
-    destroyed.count_down();
-    threads.clear();
-    EXPECT_TRUE(std::none_of(handles.begin(), handles.end(), IsOpen));
-    EXPECT_EQ(trace.Count("\nCDeviceIo::termHandling: Device closed, fd="), 8);
 }
 
 TEST(DeviceIoPerThread, NothingIsClosedTwice) {
@@ -120,8 +169,22 @@ TEST(DeviceIoPerThread, NothingIsClosedTwice) {
         const int second = static_cast<int>(device.getHandle());
         ::close(second);
         EXPECT_FALSE(device.Close());
+        EXPECT_EQ(device.LastError(), static_cast<std::uint32_t>(EBADF));
         other.Reset(::open("/dev/zero", O_RDONLY | O_CLOEXEC));
         EXPECT_EQ(other.Get(), second);  // the number is someone else's by now
     }).join();
-    EXPECT_TRUE(IsOpen(other.Get()));
+    EXPECT_TRUE(IsOpen(other.Get()) && CDeviceIo::termHandling(reinterpret_cast<void*>(-1L)));
+}
+
+TEST(DeviceIoPerThread, NothingIsAdoptedAfterTheRelease) {
+    const pthread_key_t key = NextKey();
+    std::thread([&] {
+        CDeviceIoExtensionData* const data = CDeviceIoExtensionData::Create(&CDeviceIo::termHandling);
+        EXPECT_EQ(data->Adopt(::open("/dev/null", O_RDONLY | O_CLOEXEC)), 0);
+        EXPECT_TRUE(CUniqueFd(data->Descriptor()));
+        data->Release();
+        EXPECT_EQ(data->Adopt(0), ECANCELED);
+        EXPECT_EQ(data->Descriptor(), -1);
+    }).join();
+    EXPECT_EQ(NextKey(), key);
 }

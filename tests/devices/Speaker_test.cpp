@@ -1,11 +1,14 @@
 #include <cstring>
+#include <functional>
+#include <malloc.h>
 
 #include "StandIn.h"
 #include "devices/BeepPlayer.h"
 #include "devices/DeviceBeeper.h"
 #include "devices/SpeakerBlock.h"
 #include "devices/SystemSpeaker.h"
-#include "support/TraceCapture.h"
+#include "platform/Trace.h"
+#include "support/TraceRows.h"
 
 namespace {
 
@@ -14,6 +17,8 @@ using Bytes = std::vector<unsigned char>;
 using Hz = std::vector<std::string>;
 
 constexpr std::uint32_t kForever = 0xFFFFFFFF;
+
+std::function<void()> onSleep;
 
 Bytes Sequence(const std::vector<std::uint32_t>& numbers, std::size_t bytes = SIZE_MAX) {
     const auto* first = reinterpret_cast<const unsigned char*>(numbers.data());
@@ -25,6 +30,24 @@ void PlayBlock(const Bytes& tones, CEvent& stop, std::uint32_t repeat, std::uint
               nullptr);
 }
 
+/// What a sequence did, in order: waits at the stop event ("w", ms), tones, and a wait that found it signalled ("set").
+std::string Course(const CTraceCapture& trace) {
+    const std::regex wait(R"(sec=(\d+),ts_beg:nsec=(\d+)\) -> \(ts:sec=(\d+),ts:nsec=(\d+))");
+    const std::regex other(R"(Beep (\S+ Hz \d+)|(usleep \d+)|(Tone of \d+)|(signal)ed -->)");
+    std::string course;
+    std::smatch part;
+    for (const std::string& print : trace.Prints()) {
+        if (std::regex_search(print, part, wait)) {
+            const long nanoseconds = std::stol(part[4]) - std::stol(part[2]);
+            course +=
+                "w" + std::to_string((std::stol(part[3]) - std::stol(part[1])) * 1000 + nanoseconds / 1000000) + ' ';
+        } else if (std::regex_search(print, part, other)) {
+            course += part.str(1) + part.str(2) + part.str(3) + part.str(4) + ' ';
+        }
+    }
+    return course;
+}
+
 /// The port accesses of a tone of 1000 Hz.
 const std::string kToneLog =
     "open O_RDWR|O_APPEND|O_CLOEXEC\nwrite 0x43 width 1 value 0xB6\n"
@@ -34,97 +57,132 @@ const std::string kToneLog =
 
 }  // namespace
 
+// This program's own: nobody sleeps.
+extern "C" __attribute__((visibility("default"))) int usleep(unsigned int microseconds) {
+    EM_TRACE(1, "usleep %u", microseconds);
+    onSleep ? onSleep() : void();
+    return 0;
+}
+
 TEST_F(Speaker, BeepProgramsTheTimerAndSwitchesTheSpeaker) {
-    const CTraceCapture trace;
-    EXPECT_TRUE(CDeviceBeeper::Beep(1000, 0));
-    EXPECT_EQ(PortLog(), kToneLog);
-    EXPECT_EQ(trace.All().rfind("\nCDeviceBeeper       : Beep 1000 Hz 0 msec\nCDeviceBeeper       : Beep using SCSBB"
-                                "\nCDeviceBusIoBase    : connect to BUSIO device..."
-                                "\nCDeviceIo::Open: Device /dev/pci/smbus  opened, fd=",
-                                0),
-              0U);
-    EXPECT_TRUE(trace.Has("\nCDeviceBusIoBase    : connected"));
-    EXPECT_TRUE(CDeviceBeeper::Beep(18, 0));  // 0x102EF, of which the timer has room for 16 bits
-    EXPECT_NE(PortLog().find("write 0x42 width 1 value 0xEF\nwrite 0x42 width 1 value 0x02\n"), std::string::npos);
-    CEvent stop(false, true);
-    PlayBlock(Sequence({0xFFFFFFFF, 0, 0, 0x80000000, 0}), stop, 0, 0);  // 1193167 by -1 and by the lowest number
-    EXPECT_NE(PortLog().find("write 0x42 width 1 value 0x31\nwrite 0x42 width 1 value 0xCB\n"), std::string::npos);
-    EXPECT_NE(PortLog().find("write 0x42 width 1 value 0x00\nwrite 0x42 width 1 value 0x00\n"), std::string::npos);
+    for (unsigned int level = 1; level <= 5; ++level) {
+        const CTraceCapture trace(level);
+        EXPECT_TRUE(CDeviceBeeper::Beep(1000, 150));
+        EXPECT_EQ(Rows(trace, ""), RowsUpTo(EM_TONE_ROWS, level));
+        EXPECT_EQ(PortLog().substr(kToneLog.size() * (level - 1)), kToneLog);
+    }
+    const std::pair<int, const char*> divisors[] = {
+        {18, "0xEF\nwrite 0x42 width 1 value 0x02\n"},  // 0x102EF, of which the timer has room for 16 bits
+        {-1, "0x31\nwrite 0x42 width 1 value 0xCB\n"},  // as do frequencies from 2^31
+        {INT_MIN, "0x00\nwrite 0x42 width 1 value 0x00\n"}, {1193167, "0x01\nwrite 0x42 width 1 value 0x00\n"},
+        {1193168, "0x00\nwrite 0x42 width 1 value 0x00\n"},
+    };
+    for (const auto& [hz, writes] : divisors) {
+        const std::size_t before = PortLog().size();
+        EXPECT_TRUE(CDeviceBeeper::Beep(hz, 0));
+        EXPECT_EQ(PortLog().find(std::string("write 0x42 width 1 value ") + writes, before), before + 61) << hz;
+    }
     driver_.reset();
-    EXPECT_TRUE(CDeviceBeeper::Beep(1000, 1000000));
-    EXPECT_EQ(trace.Prints().back(), "\nCDeviceBusIoBase    : notconnected");
+    const CTraceCapture trace;
+    EXPECT_TRUE(CDeviceBeeper::Beep(1000, 1000));
+    EXPECT_EQ(trace.All(),
+              "\nCDeviceBeeper       : Beep 1000 Hz 1000 msec\nCDeviceBeeper       : Beep using SCSBB"
+              "\nCDeviceBusIoBase    : connect to BUSIO device..."
+              "\nCDeviceIo::Open: Device /dev/pci/smbus NOT opened, fd=-1\nCDeviceBusIoBase    : notconnected");
 }
 
 TEST_F(Speaker, SequencesAreReadWithinTheirBytesAndRepeated) {
     CEvent stop(false, true);
-    const std::vector<std::uint32_t> two = {1000, 0, 0, 2000, 0, 0};
-    const std::vector<std::uint32_t> rests = {0, kForever, 0, 0, kForever, 0, 2000, 0, 0};
+    const std::vector<std::uint32_t> two = {1000, 5, 0, 0xFFFFFFFE, 4294968, 3};
+    const std::string first = "w0 1000 Hz 5 usleep 5000 w0 ";
+    const std::string second = "w0 -2 Hz 4294968 usleep 704 w0 ";
+    const std::string rest = "w0 Tone of 0 w0 ";
     const struct {
         Bytes tones;
         std::uint32_t repeat, interval;
-        Hz wanted;
-        int leftOut;
+        std::string course;
     } cases[] = {
-        {Sequence(two, 7), SpeakerBlock::kEndless, 0, {}, 0},
-        {Sequence(two, 8), 0, 0, {"1000 Hz"}, 0},
-        {Sequence(two, 9), 1, 0, {"1000 Hz"}, 0},
-        {Sequence(two, 20), 1, kForever, {"1000 Hz", "2000 Hz"}, 0},  // the last pass has no interval after it
-        {Sequence(two, 24), 2, 1, {"1000 Hz", "2000 Hz", "1000 Hz", "2000 Hz"}, 0},
-        {Sequence(two, 8), 3, 0, {"1000 Hz", "1000 Hz", "1000 Hz"}, 0},
-        {Sequence(rests), 1, 0, {"2000 Hz"}, 2},
-        {Sequence(rests, 24), SpeakerBlock::kEndless, 0, {}, 2},  // would else never rest
-        {Sequence(rests, 24), 2, 1, {}, 4},
-        {Sequence({0, 0, 1}), 2, 0, {}, 2},
+        {Sequence(two, 7), SpeakerBlock::kEndless, 0, ""},
+        {Sequence(two, 8), 0, 9, first},
+        {Sequence(two, 9), 1, 9, first},
+        {Sequence(two, 20), 1, kForever, first + "w0 " + second},  // the last pass has no interval after it
+        {Sequence(two, 24), 2, 1, first + "w0 " + second + "w3 w1 w0 " + first + "w0 " + second + "w3 "},
+        {Sequence(two, 8), 3, 0, first + "w0 " + first + "w0 " + first},
+        {Sequence({0, kForever, 2, 1000, 5}), 1, 0, rest + "w2 " + first},
+        {Sequence({0, kForever, 0}), SpeakerBlock::kEndless, 0, rest + "w0 "},  // would else never rest
+        {Sequence({0, kForever, 0}), 2, 1, rest + "w0 w1 w0 " + rest + "w0 "},
+        {Sequence({0, kForever, 1}), 2, 0, rest + "w1 w0 " + rest + "w1 "},
     };
-    Hz heard;
     for (const auto& test : cases) {
-        const CTraceCapture trace(1);
+        const CTraceCapture trace;
         PlayBlock(test.tones, stop, test.repeat, test.interval);
-        heard.insert(heard.end(), test.wanted.begin(), test.wanted.end());
-        EXPECT_EQ(Tones(), heard) << test.tones.size() << " bytes, repeat " << test.repeat;
-        EXPECT_EQ(trace.Count("left out"), test.leftOut);
+        EXPECT_EQ(Course(trace), test.course) << test.tones.size() << " bytes, repeat " << test.repeat;
         EXPECT_EQ(trace.Prints().back().rfind("THREAD_RETURN: ## INFO: Thread = 0x", 0), 0U);
     }
+    stop.Set();
+    const std::size_t mapped = ::mallinfo2().hblkhd;
+    PlayBlock(Bytes(1 << 20), stop, 1, 0);
+    EXPECT_EQ(::mallinfo2().hblkhd, mapped);  // the block is freed
+    const CTraceCapture trace(1);
     EXPECT_EQ(CSystemSpeaker::RunAsThread_BeeperThread(nullptr), nullptr);
+    EXPECT_EQ(Rows(trace, ""), "THREAD_RETURN: ## INFO: Thread = # exited, Return = 0x00000000##\\n\n");
 }
 
 TEST_F(Speaker, StopEndsAToneAndEveryKindOfPause) {
     const struct {
-        std::uint32_t msec;
-        std::size_t bytes;
-        const char* awaited;
+        Bytes tones;
+        const char* awaited;  // null: in the tone
+        const char* course;
     } cases[] = {
-        {100, 24, "Switch beeper on"},  // in a tone
-        {0, 24, "Switch beeper off"},   // in the pause after it
-        {0, 8, "Switch beeper off"},    // between two passes
-        {0, 0, "left out"},             // in the pause of a tone of 0 Hz
+        {Sequence({1000, 5, kForever}), nullptr, "w0 1000 Hz 5 usleep 5000 signal "},
+        {Sequence({1000, 5, kForever}), "Switch beeper off", ""},  // in the pause after it
+        {Sequence({1000, 5}), "Switch beeper off", ""},            // between two passes
+        {Sequence({0, 5, kForever}), "left out", ""},              // in the pause of a tone of 0 Hz
     };
-    std::size_t played = 0;
     for (const auto& test : cases) {
         const CTraceCapture trace;
         CEvent stop(false, true);
-        const bool rest = test.bytes == 0;
-        const Bytes tones =
-            rest ? Sequence({0, 0, kForever}) : Sequence({1000, test.msec, kForever, 2000, 0, 0}, test.bytes);
-        std::thread thread([&] { PlayBlock(tones, stop, SpeakerBlock::kEndless, kForever); });
-        EXPECT_TRUE(WaitUntil([&] { return trace.Has(test.awaited); }));
-        stop.Set();
-        thread.join();
-        played += rest ? 0 : 1;
-        EXPECT_EQ(Tones(), Hz(played, "1000 Hz"));
-        PlayBlock(tones, stop, 1, 0);  // the event is still set
-        EXPECT_EQ(Tones().size(), played);
+        std::jthread stopper;
+        if (test.awaited == nullptr) {
+            onSleep = [&] { stop.Set(); };
+        } else {
+            stopper = std::jthread([&] {
+                EXPECT_TRUE(WaitUntil([&] { return trace.Has(test.awaited); }));
+                stop.Set();
+            });
+        }
+        PlayBlock(test.tones, stop, SpeakerBlock::kEndless, kForever);
+        onSleep = nullptr;
+        const std::string course = Course(trace);
+        EXPECT_TRUE(course == test.course || test.awaited != nullptr) << course;
+        PlayBlock(test.tones, stop, 1, 0);  // the event is still set
+        EXPECT_EQ(Course(trace), course + "signal ");
     }
 }
 
 TEST_F(Speaker, PlayerStartsAnewFromTheFirstToneAndEndsWithItsOwner) {
-    CBeepPlayer player;
-    for (const std::size_t start : {1U, 2U}) {
-        EXPECT_TRUE(player.Start(Sequence({1000, 0, kForever, 2000, 0, 0})));
-        EXPECT_TRUE(WaitUntil([&] { return Tones() == Hz(start, "1000 Hz"); }));
+    const CTraceCapture trace;
+    {
+        CBeepPlayer player;
+        for (const std::size_t start : {1U, 2U}) {
+            EXPECT_TRUE(player.Start(Sequence({1000, 0, start == 1 ? kForever : 0})));
+            EXPECT_TRUE(WaitUntil([&] { return Tones() == Hz(start, "1000 Hz"); }));
+        }
+        EXPECT_TRUE(WaitUntil([&] { return Course(trace).ends_with(" w0 w0 w15000 "); }));
+        EXPECT_EQ(trace.Count("Start a thread, Prio=63, Suspend=0, StackSize=0x00000000, Waitable=1, KillAlive"), 2);
+        EXPECT_FALSE(player.Start(Sequence({2000, 0}, 7)));
+        EXPECT_EQ(trace.Count("THREAD_RETURN"), 2);  // silent by now
+        EXPECT_TRUE(player.Start(Sequence({1000, 0, kForever})));
+        player.Close();
+        EXPECT_EQ(trace.Count("THREAD_RETURN"), 3);
+        EXPECT_FALSE(player.Start(Sequence({1000, 0})));
+        player.Open();
+        EXPECT_TRUE(player.Start(Sequence({1000, 0, kForever})));
+        player.Stop();
+        EXPECT_EQ(trace.Count("THREAD_RETURN"), 4);
+        EXPECT_TRUE(player.Start(Sequence({1000, 0, kForever})));
     }
-    EXPECT_FALSE(player.Start(Sequence({2000, 0}, 7)));
-    EXPECT_TRUE(player.Start(Sequence({2000, 0})));
+    EXPECT_EQ(trace.Count("THREAD_RETURN"), 5);
 }
 
 TEST_F(Speaker, StartAndStopStormsNeverOverlapTones) {

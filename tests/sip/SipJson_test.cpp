@@ -1,7 +1,8 @@
 #include "sip/SipJson.h"
 
-#include <map>
+#include <fstream>
 #include <memory>
+#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -31,6 +32,30 @@ std::string Nested(int levels) {
     return std::string(levels, '[') + std::string(levels, ']');
 }
 
+/// The rows of a file, each with as many columns as the row has tabs and one more.
+std::vector<std::vector<std::string>> Cases(const std::string& name) {
+    std::ifstream file(EM_CASES + name);
+    std::vector<std::vector<std::string>> rows;
+    for (std::string line; std::getline(file, line);) {
+        std::istringstream columns(line);
+        for (rows.emplace_back(); std::getline(columns, line, '\t'); rows.back().push_back(line)) {
+        }
+    }
+    EXPECT_FALSE(rows.empty());
+    return rows;
+}
+
+/// "x" and the hexadecimal digits.
+template <typename Text>
+std::string Hex(const Text& bytes) {
+    std::string hex = "x";
+    for (const unsigned char byte : bytes) {
+        hex += "0123456789abcdef"[byte >> 4];
+        hex += "0123456789abcdef"[byte & 15];
+    }
+    return hex;
+}
+
 }  // namespace
 
 TEST(SipJson, WritesCommands) {
@@ -50,6 +75,13 @@ TEST(SipJson, WritesCommands) {
     EXPECT_NE(Json(message).find(R"({"OC":1,"OI":0,"CA":4,"ST":0}]})"), std::string::npos);
     message.JsonInit();
     EXPECT_EQ(Json(message), Json(SipJson()));
+    EXPECT_EQ(message.GetCmdIndex(), 2);
+    EXPECT_EQ(message.GetAllocator().Size(), SipJson().GetAllocator().Size());
+    message.SetCmdIndex(65535);
+    EXPECT_TRUE(message.SetStatus(7));
+    EXPECT_EQ(message.GetCmdElemValue(65535, "ST", 0), 7U);
+    message = SipJson();
+    EXPECT_EQ(message.GetAllocator().Size(), SipJson().GetAllocator().Size());
 }
 
 TEST(SipJson, WritesEachKindOfData) {
@@ -60,29 +92,18 @@ TEST(SipJson, WritesEachKindOfData) {
     message.SetReplyDataString(nullptr, 1);
     message.SetCmdIndex(2);
     message.SetDataStream(raw, sizeof(raw), 2);
-    EXPECT_EQ(Json(message), Json(WithCmd(R"({"DA":255,"ST":1},{"DA":"","ST":1},{"DA":{"RAW":[0,255]},"ST":2})")));
+    message.SetCmdIndex(3);
+    message.SetDataUIntValue(0xFFFFFFFF, 0);
+    EXPECT_EQ(Json(message), Json(WithCmd(R"({"DA":255,"ST":1},{"DA":"","ST":1},{"DA":{"RAW":[0,255]},"ST":2},)"
+                                          R"({"DA":4294967295,"ST":0})")));
 }
 
 TEST(SipJson, WritersRebuildADamagedEnvelope) {
-    const struct {
-        std::string before;
-        int index;
-        std::string after;
-    } cases[] = {
-        {"[1]", 0, R"({"SIP":{"V":1,"CMD":[{"ST":7}]}})"},
-        {R"({"a":1,"SIP":2})", 0, R"({"a":1,"SIP":{"V":1,"CMD":[{"ST":7}]}})"},
-        {R"({"SIP":{"V":3,"CMD":{}}})", 1, R"({"SIP":{"V":3,"CMD":[{},{"ST":7}]}})"},
-        {R"({"SIP":{"CMD":[5]}})", 0, R"({"SIP":{"CMD":[5]}})"},                 // not an object: nothing to set
-        {R"({"SIP":{"CMD":[{"ST":1}]}})", -1, R"({"SIP":{"CMD":[{"ST":1}]}})"},  // not another's
-        {R"({"SIP":{"CMD":[{"ST":1}]}})", 65536, R"({"SIP":{"CMD":[{"ST":1}]}})"},
-        {"[2]", -1, "[2]"},
-        {R"({"SIP":{"CMD":[{"ST":1,"DA":2,"ST":3,"ST":4}]}})", 0, R"({"SIP":{"CMD":[{"ST":7,"DA":2}]}})"},
-    };
-    for (const auto& c : cases) {
-        SipJson message = Parsed(c.before);
-        message.SetCmdIndex(c.index);
-        EXPECT_EQ(message.SetStatus(7), c.after.find("7") != std::string::npos);
-        EXPECT_EQ(Json(message), c.after) << c.before;
+    for (const auto& row : Cases("damaged.cases")) {
+        SipJson message = Parsed(row[0]);
+        message.SetCmdIndex(std::stoi(row[1]));
+        EXPECT_EQ(message.SetStatus(7), row[2].find('7') != std::string::npos);
+        EXPECT_EQ(Json(message), row[2]) << row[0];
     }
     const Bytes bytes(500, '1');
     SipJson text = Parsed("[1]");
@@ -99,20 +120,9 @@ TEST(SipJson, WritersRebuildADamagedEnvelope) {
 }
 
 TEST(SipJson, ReadsMembersAsNumbers) {
-    const std::map<unsigned, std::vector<std::string>> cases = {
-        {0, {"1e300", "-1e300", R"("0x")", R"("08")", R"("0-1")", R"("0")", R"("")", R"("x")"}},
-        {1, {"4294967297", "1.9", R"("0x1g")"}},
-        {12, {R"("12a")", R"(" +12")"}},
-        {15, {R"("017")", R"("0XF")"}},
-        {31, {"31", R"("0x1F")"}},
-        {99, {"true", "null", "[1]"}},
-        {0xFFFFFFFE, {"-2.9", "18446744073709551614"}},
-        {0xFFFFFFFF, {"-1", R"(" -1")", R"("99999999999999999999")"}},
-    };
-    for (const auto& [number, texts] : cases) {
-        for (const auto& text : texts) {
-            EXPECT_EQ(WithCmd("{\"ST\":" + text + "}").GetCmdElemValue(0, "ST", 99), number) << text;
-        }
+    for (const auto& row : Cases("numbers.cases")) {
+        const SipJson message = WithCmd("{\"ST\":5},{\"ST\":" + row[0] + "}");
+        EXPECT_EQ(std::to_string(message.GetCmdElemValue(1, "ST", 99)), row[1]) << row[0];
     }
 }
 
@@ -141,49 +151,24 @@ TEST(SipJson, ReadsNothingWhereThereIsNoCommandOrMember) {
 }
 
 TEST(SipJson, ReadsDataOfEachType) {
-    constexpr int kNone = -1;
-    const struct {
-        const char* data;
-        int type;
-        unsigned size;
-        long long number;  // kNone: refused, as is "-" for text and "-" for bytes
-        std::string text;
-        std::string bytes;
-    } cases[] = {
-        {"5", 6, 8, 5, "-", std::string("\5\0\0\0\0\0\0\0", 8)},
-        {"-2", 6, 8, 0xFFFFFFFE, "-", "\xFE\xFF\xFF\xFF\xFF\xFF\xFF\xFF"},
-        {"1.5", 6, 0, 1, "-", "-"},
-        {"true", 2, 1, 1, "-", "\1"},
-        {"false", 1, 1, 0, "-", std::string(1, '\0')},
-        {"null", 0, 0, kNone, "-", "-"},
-        {R"("abc")", 5, 4, kNone, "abc", std::string("abc\0", 4)},
-        {R"("a\u0000b")", 5, 4, kNone, std::string("a\0b", 3), std::string("a\0b\0", 4)},
-        {R"(["ab","c"])", 4, 6, kNone, "-", std::string("ab\0c\0\0", 6)},
-        {"[255,256,65535,65536]", 4, 9, kNone, "-", std::string("\xFF\0\1\xFF\xFF\0\0\1\0", 9)},
-        {"[4294967296,2.5]", 4, 9, kNone, "-", std::string("\0\0\0\0\1\0\0\0\2", 9)},
-        {"[1e20,-1e20,-0.5,4294967295]", 4, 21, kNone, "-", std::string(17, '\0') + "\xFF\xFF\xFF\xFF"},
-        {R"([1,"a"])", 4, 0, kNone, "-", "-"},
-        {"[]", 4, 0, kNone, "-", "-"},
-        {R"({"RAW":[1,2,3,255]})", 3, 4, 0xFF030201, "\1\2\3\xFF", "\1\2\3\xFF"},
-        {R"({"RAW":[72,105,0,33,1]})", 3, 5, kNone, "Hi", std::string("Hi\0!\1", 5)},
-        {R"({"RAW":[]})", 3, 0, kNone, "", ""},
-        {R"({"RAW":[1,-1]})", 3, 2, kNone, "-", "-"},
-        {R"({"RAW":7})", 3, 0, kNone, "-", "-"},
-    };
-    for (const auto& c : cases) {
-        const SipJson message = WithCmd(R"({"DA":)" + std::string(c.data) + "}");
-        unsigned number = 0;
-        std::string text = "-";
-        Bytes bytes{'-'};
-        EXPECT_EQ(message.GetCmdDataType(0), c.type) << c.data;
-        EXPECT_EQ(message.GetCmdDataSize(0), c.size) << c.data;
-        EXPECT_EQ(message.GetCmdUIntData(0, number) ? static_cast<long long>(number) : kNone, c.number) << c.data;
-        EXPECT_EQ(message.GetCmdDataString(0, text, SipJson::kNoLimit), c.text != "-") << c.data;
-        EXPECT_EQ(text, c.text) << c.data;
-        EXPECT_EQ(message.GetCmdDataStream(0, bytes), c.bytes != "-") << c.data;
-        EXPECT_EQ(std::string(bytes.begin(), bytes.end()), c.bytes) << c.data;
-        EXPECT_EQ(message.HasReplyData(), std::string(c.data) != "null");
-        EXPECT_EQ(message.HasDataStruct(), std::string(c.data) == R"({"RAW":7})") << c.data;
+    for (const auto& row : Cases("data.cases")) {  // data, type, size, number, text, bytes; "-" where it is refused
+        const bool isStruct = row[0] == R"({"RAW":7})";
+        for (const int index : {1, 0}) {
+            const std::string other = isStruct ? "null" : R"({"a":{}})";
+            SipJson message = WithCmd(R"({"DA":)" + (index == 1 ? other + "},{\"DA\":" + row[0] : row[0]) + "}");
+            message.SetCmdIndex(index);
+            unsigned number = 0;
+            std::string text;
+            Bytes bytes;
+            CDataStruct data;
+            EXPECT_EQ(std::to_string(message.GetCmdDataType(index)), row[1]) << row[0];
+            EXPECT_EQ(std::to_string(message.GetCmdDataSize(index)), row[2]) << row[0];
+            EXPECT_EQ(message.GetCmdUIntData(index, number) ? std::to_string(number) : "-", row[3]) << row[0];
+            EXPECT_EQ(message.GetCmdDataString(index, text, SipJson::kNoLimit) ? Hex(text) : "-", row[4]) << row[0];
+            EXPECT_EQ(message.GetCmdDataStream(index, bytes) ? Hex(bytes) : "-", row[5]) << row[0];
+            EXPECT_EQ(message.HasReplyData(), row[0] != "null");
+            EXPECT_TRUE(message.HasDataStruct() == isStruct && message.GetCmdDataStruct(index, data) == isStruct);
+        }
     }
 }
 
@@ -195,6 +180,9 @@ TEST(SipJson, CutsTextBetweenCharacters) {
         EXPECT_TRUE(message.GetCmdDataString(0, text, max));
         EXPECT_EQ(text, expected[max]) << max;
     }
+    std::string stray;  // as long as asked for: that is no UTF-8
+    EXPECT_TRUE(WithCmd(R"({"DA":{"RAW":[65,128,129,130,131,132]}})").GetCmdDataString(0, stray, 5));
+    EXPECT_EQ(stray, "A\x80\x81\x82\x83");
 }
 
 TEST(SipJson, CopiesOutliveTheirSource) {
@@ -220,17 +208,18 @@ TEST(SipJson, CopiesOutliveTheirSource) {
 }
 
 TEST(SipJson, RefusesWhatIsNotOneShallowDocument) {
+    const std::string zero("{}\0{}", 5);
     const std::string cases[] = {"",
                                  " ",
                                  "{",
                                  "{}x",
-                                 std::string("{}\0{}", 5),
+                                 zero,
                                  "\"\xC3\"",
+                                 "\"\\udc00\"",
+                                 R"({"\ud800":1})",
                                  "[1,]",
                                  "{'a':1}",
                                  "1e999",
-                                 "\"\\udc00\"",
-                                 "{\"\\ud800\":1}",
                                  Nested(65),
                                  Nested(1000000),
                                  std::string(1000000, '[')};
@@ -274,4 +263,8 @@ TEST(DataStruct, PrintsIndentedText) {
     EXPECT_EQ(text, "{\n    \"a\": [\n        1,\n        \"x\"\n    ],\n    \"b\": {}\n}");
     EXPECT_TRUE(CDataStruct::GetPrettyJson(text, data.Get()["a"], 'x', -1));
     EXPECT_EQ(text, "[\n1,\n\"x\"\n]");
+    EXPECT_TRUE(CDataStruct::GetPrettyJson(text, data.Get()["a"], '\t', 1));
+    EXPECT_EQ(text, "[\n\t1,\n\t\"x\"\n]");
+    EXPECT_TRUE(CDataStruct::GetPrettyJson(text, data.Get()["a"], ' ', 17));
+    EXPECT_EQ(text, "[\n" + std::string(16, ' ') + "1,\n" + std::string(16, ' ') + "\"x\"\n]");
 }
