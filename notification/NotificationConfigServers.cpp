@@ -39,7 +39,7 @@ bool ParseDecimal(std::string text, unsigned short& value) {
 
 bool CNotificationConfig::FindSmtpServerElem(int index) {
     ResetPos();
-    bool isFound = index >= 0 && Enter("Notifications") && Enter("email") && Enter("SMTP");
+    bool isFound = Enter("Notifications") && Enter("email") && Enter("SMTP");
     for (int i = 0; isFound && i <= index; ++i) {
         isFound = FindElem("Server");
     }

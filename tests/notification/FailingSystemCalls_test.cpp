@@ -6,6 +6,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <vector>
 
@@ -19,7 +20,7 @@
 namespace {
 
 int callsLeft = -1;  // calls that still succeed; negative: all
-int failure = 0;     // errno of the one that fails then
+int failure = 0;     // errno of the one that fails then; 0: the process dies instead
 std::set<std::string> failed;
 std::string calls;  // each on a line of its own, with what matters of its arguments
 
@@ -27,6 +28,9 @@ bool Fails(const std::string& call) {
     calls += call + "\n";
     if (callsLeft < 0 || callsLeft-- > 0) {
         return false;
+    }
+    if (failure == 0) {
+        ::_exit(0);  // killed here
     }
     failed.insert(call.substr(0, call.find(' ')));
     errno = failure;
@@ -38,21 +42,10 @@ std::string Name(const char* path) {
     return name.empty() ? " ." : " " + name;
 }
 
-std::string Octal(mode_t mode) {
-    char text[32];
-    std::snprintf(text, sizeof text, " %o", mode);
-    return text;
-}
-
 std::string Opening(const char* path, int flags, mode_t mode) {
-    const char* const access[] = {" read", " write", " update"};
-    return Name(path) + access[flags & O_ACCMODE] + (flags & O_CLOEXEC ? "" : " inherited") +
+    return Name(path) + (flags & O_CLOEXEC ? " " : " inherited ") + std::to_string(flags & (O_ACCMODE | O_CREAT)) +
            (flags & O_NONBLOCK ? " nonblock" : "") + (flags & O_NOFOLLOW ? " nofollow" : "") +
-           (flags & O_CREAT ? " create" + Octal(mode) : "");
-}
-
-std::string Locking(int operation) {
-    return operation == (LOCK_EX | LOCK_NB) ? " try" : operation == LOCK_UN ? " unlock" : " wait";
+           (flags & O_CREAT ? " " + std::to_string(mode) : "");
 }
 
 }  // namespace
@@ -72,38 +65,32 @@ FAILING(ssize_t, write, string(), -1, (int fd, const void* bytes, std::size_t si
 FAILING(int, fsync, string(), -1, (int fd), fd)
 FAILING(int, stat, Name(path), -1, (const char* path, struct stat* status), path, status)
 FAILING(int, fstat, string(), -1, (int fd, struct stat* status), fd, status)
-FAILING(int, fchmod, Octal(mode), -1, (int fd, mode_t mode), fd, mode)
+FAILING(int, fchmod, " " + std::to_string(mode), -1, (int fd, mode_t mode), fd, mode)
 FAILING(int, fchown, string(), -1, (int fd, uid_t user, gid_t group), fd, user, group)
-FAILING(int, flock, Locking(operation), -1, (int fd, int operation), fd, operation)
+FAILING(int, flock, " " + std::to_string(operation), -1, (int fd, int operation), fd, operation)
 FAILING(int, ftruncate, string(), -1, (int fd, off_t size), fd, size)
 FAILING(int, rename, Name(to), -1, (const char* from, const char* to), from, to)
 FAILING(int, unlink, Name(path), -1, (const char* path), path)
 FAILING(DIR*, opendir, string(), nullptr, (const char* path), path)
 FAILING(ssize_t, readlink, Name(path), -1, (const char* path, char* target, std::size_t size), path, target, size)
 FAILING(ssize_t, listxattr, Name(path), -1, (const char* path, char* names, std::size_t size), path, names, size)
-FAILING(ssize_t, getxattr, Name(name), -1, (const char* path, const char* name, void* value, std::size_t size), path,
-        name, value, size)
-FAILING(ssize_t, fgetxattr, Name(name), -1, (int fd, const char* name, void* value, std::size_t size), fd, name, value,
-        size)
-FAILING(int, fsetxattr, Name(name), -1, (int fd, const char* name, const void* value, std::size_t size, int flags), fd,
-        name, value, size, flags)
+FAILING(ssize_t, getxattr, Name(name), -1, (const char* path, const char* name, void* to, size_t n), path, name, to, n)
+FAILING(ssize_t, fgetxattr, Name(name), -1, (int fd, const char* name, void* to, size_t n), fd, name, to, n)
+FAILING(int, fsetxattr, Name(name), -1, (int fd, const char* name, const void* v, size_t n, int f), fd, name, v, n, f)
 FAILING(int, fremovexattr, Name(name), -1, (int fd, const char* name), fd, name)
 
-/// What another process does to new temporary files while it clears leftovers.
-enum class Robbery { Lock, Remove };
-std::vector<Robbery> robberies;
+/// What another process that clears leftovers does to new temporary files: true holds their lock before they go.
+std::vector<bool> robberies;
 
 extern "C" int __real_mkostemp(char* path, int flags);
 extern "C" int __wrap_mkostemp(char* path, int flags);
 int __wrap_mkostemp(char* path, int flags) {
-    const int fd =
-        Fails("mkostemp" + Name(path) + (flags == O_CLOEXEC ? "" : " inherited")) ? -1 : __real_mkostemp(path, flags);
+    const string note = Name(path) + (flags == O_CLOEXEC ? "" : " inherited");
+    const int fd = Fails("mkostemp" + note) ? -1 : __real_mkostemp(path, flags);
     if (fd >= 0 && !robberies.empty()) {
-        if (robberies.back() == Robbery::Lock) {
-            static CUniqueFd other;
-            other.Reset(__real_open(path, O_RDONLY | O_CLOEXEC, 0));
-            __real_flock(other.Get(), LOCK_EX);
-        }
+        static CUniqueFd other;
+        other.Reset(robberies.back() ? __real_open(path, O_RDONLY | O_CLOEXEC, 0) : -1);
+        __real_flock(other.Get(), LOCK_EX);
         __real_unlink(path);
         robberies.pop_back();
     }
@@ -113,10 +100,10 @@ int __wrap_mkostemp(char* path, int flags) {
 TEST(FailingSystemCalls, AWriterWhoseNewFileIsRemovedStartsOver) {
     const CTempDirectory directory;
     CNotificationConfig config(directory / "");
-    robberies = {Robbery::Remove, Robbery::Lock, Robbery::Remove};
+    robberies = {false, true, false};
     EXPECT_TRUE(config.SetSender("a@b") && config.Save() && robberies.empty());
     EXPECT_TRUE(config.Load() && directory.FileCount() == 1);
-    robberies.assign(1000, Robbery::Remove);
+    robberies.assign(1000, false);
     EXPECT_TRUE(!config.Save() && robberies.size() == 900);
     robberies.clear();
 }
@@ -151,7 +138,8 @@ TEST(FailingSystemCalls, TheCallsOfAChangeAreInOrder) {
     EXPECT_EQ(calls, ReadFile(EM_TEST_DATA "/calls-of-a-change.txt"));
 }
 
-/// A setting is changed, as a write request does it, with each system call on the way failing in turn, for each reason.
+/// A setting is changed, as a write request does it, with each system call on the way failing in turn, for each reason,
+/// or the process being killed there.
 TEST(FailingSystemCalls, LeaveTheOldFileOrTheNewOne) {
     const CTempDirectory directory;
     CNotificationConfig original(directory / "");
@@ -162,7 +150,7 @@ TEST(FailingSystemCalls, LeaveTheOldFileOrTheNewOne) {
 
     const uid_t owner = ::geteuid() == 0 ? 12 : ::geteuid();
 
-    for (const int reason : {ENOSPC, EIO, EACCES, EMFILE}) {
+    for (const int reason : {0, ENOSPC, EIO, EACCES, EMFILE}) {
         failure = reason;
         for (int calls = 0;; ++calls) {
             WriteFile(original.Path(), oldText);
@@ -170,8 +158,13 @@ TEST(FailingSystemCalls, LeaveTheOldFileOrTheNewOne) {
             ASSERT_EQ(::setxattr(original.Path().c_str(), "user.note", "x", 1, 0), 0);
             ASSERT_EQ(::chown(original.Path().c_str(), owner, ::getegid()), 0);
             callsLeft = calls;
-            const bool isSaved = ChangeSender(directory);
-            const bool hasFailed = callsLeft < 0;
+            int status = 0;
+            if (reason == 0 && ::fork() == 0) {
+                ::_exit(ChangeSender(directory) && callsLeft >= 0 ? 1 : 2);
+            }
+            const bool isSaved =
+                reason == 0 ? ::wait(&status) < 0 || WEXITSTATUS(status) == 1 : ChangeSender(directory);
+            const bool hasFailed = reason == 0 ? status == 0 : callsLeft < 0;
             callsLeft = -1;
             const std::string text = ReadFile(original.Path());
             EXPECT_TRUE(text == newText || (text == oldText && !isSaved)) << reason << ", call " << calls << ":\n"

@@ -1,9 +1,8 @@
 #include "notification/NotificationConfig.h"
 
-#include <functional>
 #include <string_view>
 
-#include <gtest/gtest.h>
+#include "xml/TempDirectory.h"
 
 namespace {
 
@@ -12,28 +11,7 @@ using PasswordEncryptionType = CNotificationConfig::PasswordEncryptionType;
 
 }  // namespace
 
-TEST(NotificationConfig, SettersCreateTheWholePath) {
-    CNotificationConfig config;
-    EXPECT_TRUE(config.SetSender("a@b") && config.SetSenderDescription("A & B"));
-    EXPECT_TRUE(config.SetRecipients("anna,,bert; ", " ,;") && config.SetRecipientsCc("dora", " ,;"));
-    EXPECT_TRUE(config.SetSmtpServer("smtps://h", 1) && config.SetSmtpServerPort(65535, 1));
-    EXPECT_TRUE(config.SetSmtpServerSMTPS(true, 1));
-    EXPECT_TRUE(config.SetSmtpServerAuthenticationType(AuthenticationType::Pop3, 1));
-    EXPECT_TRUE(config.SetSmtpServerAuthenticationUserName("me", 1));
-    EXPECT_TRUE(config.SetSmtpServerAuthenticationUserPassword("secret", 1));
-    std::string text = config.GetDocFormatted();
-    std::erase_if(text, [](char c) { return c == '\n' || c == ' '; });
-    EXPECT_EQ(text.substr(text.find("?>") + 2),
-              "<Notifications><email><Format><Sender><Address>a@b</Address><Description>A&amp;B</Description></Sender>"
-              "<Recipients><Recipient><Address>anna</Address></Recipient><Recipient><Address>bert</Address></Recipient>"
-              "</Recipients><RecipientsCC><RecipientCC><Address>dora</Address></RecipientCC></RecipientsCC></Format>"
-              "<SMTP><Server/><Server><Host>smtps://h</Host><Port>65535</Port><SMTPS>true</SMTPS>"
-              "<AuthenticationType=\"pop3\"><UserName>me</UserName>"
-              "<PasswordEncryption=\"2\">f8s6mivZg++FTemrYkCdMg==</Password></Authentication></Server></SMTP></email>"
-              "</Notifications>");
-}
-
-TEST(NotificationConfig, GettersReadWhatSettersWroteAndKeepThePosition) {
+TEST(NotificationConfig, SettersCreateTheWholePathAndKeepThePosition) {
     CNotificationConfig config;
     EXPECT_EQ(config.Path(), "/etc/kestrel/HostwardenSuite/ManagedNode/Notifications/Notifications.xml");
     ASSERT_TRUE(config.SetDoc("<Notifications><x/></Notifications>") && config.FindElem() && config.IntoElem());
@@ -41,42 +19,37 @@ TEST(NotificationConfig, GettersReadWhatSettersWroteAndKeepThePosition) {
     unsigned short port = 0;
     bool isOn = false;
     AuthenticationType type{};
-    const std::pair<std::function<bool()>, const char*> steps[] = {
-        {[&] { return config.SetSender("1") && config.GetSender(text); }, "1"},
-        {[&] { return config.SetSenderDescription("2") && config.GetSenderDescription(text); }, "2"},
-        {[&] { return config.SetRecipients("3|4", "|") && config.GetRecipients(text, ", "); }, "3, 4"},
-        {[&] { return config.SetRecipientsCc("5|6", "|") && config.GetRecipientsCc(text, nullptr); }, "56"},
-        {[&] { return config.SetSmtpServer("7", 1) && config.GetSmtpServer(text, 1); }, "7"},
-        {[&] { return config.SetSmtpServerPort(1, 0) && config.GetSmtpServerPort(port, 0) && port == 1; }, "7"},
-        {[&] { return config.SetSmtpServerSMTPS(true, 0) && config.GetSmtpServerSMTPS(isOn, 0) && isOn; }, "7"},
-        {[&] { return config.SetSmtpServerSMTPS(false, 0) && config.GetSmtpServerSMTPS(isOn, 0) && !isOn; }, "7"},
-        {[&] {
-             return config.SetSmtpServerAuthenticationType(AuthenticationType::Smtp, 0) &&
-                    config.GetSmtpServerAuthenticationType(type, 0) && type == AuthenticationType::Smtp &&
-                    config.SetSmtpServerAuthenticationType(AuthenticationType::Unknown, 0);
-         },
-         "7"},
-        {[&] {
-             return config.SetSmtpServerAuthenticationUserName("8", 0) &&
-                    config.GetSmtpServerAuthenticationUserName(text, 0);
-         },
-         "8"},
-        {[&] {
-             return config.SetSmtpServerAuthenticationUserPassword("9", 0) &&
-                    config.SetSmtpServerAuthenticationUserPassword("", 0) &&
-                    config.GetSmtpServerAuthenticationUserPassword(text, 0);
-         },
-         ""}};
-    for (const auto& [step, value] : steps) {
-        EXPECT_TRUE(step() && text == value) << value;
+    const auto keepsPosition = [&] {
         const CMarkupPosition keep(config);
-        EXPECT_TRUE(config.FindElem("x") && config.FindElem("email") && !config.FindElem()) << value;
+        return config.FindElem("x") && config.FindElem("email") && !config.FindElem();
+    };
+    EXPECT_TRUE(config.SetSender("a@b") && keepsPosition() && config.GetSender(text) && text == "a@b");
+    EXPECT_TRUE(keepsPosition() && config.SetSenderDescription("A & B") && keepsPosition());
+    EXPECT_TRUE(config.GetSenderDescription(text) && text == "A & B" && keepsPosition());
+    EXPECT_TRUE(config.SetRecipients("anna,,bert; ", " ,;") && keepsPosition());
+    EXPECT_TRUE(config.GetRecipients(text, ", ") && text == "anna, bert" && keepsPosition());
+    EXPECT_TRUE(config.SetRecipientsCc("x|y", "|") && keepsPosition());
+    EXPECT_TRUE(config.GetRecipientsCc(text, nullptr) && text == "xy" && keepsPosition());
+    EXPECT_TRUE(config.SetSmtpServer("smtps://h", 1) && keepsPosition() && config.GetSmtpServer(text, 1));
+    EXPECT_TRUE(text == "smtps://h" && keepsPosition() && config.SetSmtpServerPort(65535, 1) && keepsPosition());
+    EXPECT_TRUE(config.GetSmtpServerPort(port, 1) && port == 65535 && keepsPosition());
+    EXPECT_TRUE(config.SetSmtpServerSMTPS(true, 1) && keepsPosition() && config.GetSmtpServerSMTPS(isOn, 1) && isOn);
+    EXPECT_TRUE(keepsPosition() && config.SetSmtpServerSMTPS(false, 0));
+    for (const int written : {0, 1, 3, 2}) {
+        EXPECT_TRUE(config.SetSmtpServerAuthenticationType(static_cast<AuthenticationType>(written), 1));
+        EXPECT_TRUE(keepsPosition() && config.GetSmtpServerAuthenticationType(type, 1) && keepsPosition());
+        EXPECT_EQ(static_cast<int>(type), written == 3 ? -1 : written);
     }
-    EXPECT_NE(config.GetDocFormatted().find("<Server>\n        <Port>1</Port>\n        <SMTPS>false</SMTPS>\n"
-                                            "        <Authentication>\n          <UserName>8</UserName>\n"
-                                            "          <Password />\n        </Authentication>\n      </Server>\n"),
-              std::string::npos);
-    EXPECT_TRUE(config.SetSmtpServer("h", 255) && !config.SetSmtpServer("h", -1) && !config.SetSmtpServer("h", 256));
+    EXPECT_TRUE(config.SetSmtpServerAuthenticationUserName("me", 1) && keepsPosition());
+    EXPECT_TRUE(config.GetSmtpServerAuthenticationUserName(text, 1) && text == "me" && keepsPosition());
+    EXPECT_TRUE(config.SetSmtpServerAuthenticationUserPassword("secret", 1) && keepsPosition());
+    EXPECT_TRUE(config.GetSmtpServerAuthenticationUserPassword(text, 1) && text == "secret" && keepsPosition());
+    EXPECT_TRUE(config.SetSmtpServerAuthenticationUserPassword("secret", 0));
+    EXPECT_TRUE(config.SetSmtpServerAuthenticationUserPassword("", 0));
+    EXPECT_EQ(config.GetDocFormatted(), ReadFile(EM_TEST_DATA "/all-settings.xml"));
+    CNotificationConfig empty;
+    EXPECT_FALSE(empty.SetSmtpServer("h", -1) || empty.SetSmtpServer("h", 256) || empty.FindElem());
+    EXPECT_TRUE(empty.SetSmtpServer("h", 255));
 }
 
 TEST(NotificationConfig, MissingSettingsLeaveTheCallersValue) {
@@ -108,10 +81,7 @@ TEST(NotificationConfig, RecipientsAreRewrittenInPlace) {
     EXPECT_TRUE(config.SetRecipients("carl", " ,;") && config.GetRecipients(joined, ";"));
     EXPECT_EQ(joined, "carl");
     EXPECT_TRUE(config.FindChildElem("email"));  // the position was kept
-    EXPECT_NE(config.GetDocFormatted().find("        <x />\n        <Recipient Id=\"7\">\n          <Name>A</Name>\n"
-                                            "          <Address>carl</Address>\n        </Recipient>\n"
-                                            "        <Recipient />\n      </Recipients>\n"),
-              std::string::npos);
+    EXPECT_EQ(config.GetDocFormatted(), ReadFile(EM_TEST_DATA "/recipients.xml"));
     EXPECT_TRUE(config.SetRecipients("dora,emil,", ",") && config.GetRecipients(joined, "; "));
     EXPECT_EQ(joined, "dora; emil");
 }
@@ -119,26 +89,29 @@ TEST(NotificationConfig, RecipientsAreRewrittenInPlace) {
 TEST(NotificationConfig, WhatOthersWroteHasARule) {
     const std::string stored = "f8s6mivZg++FTemrYkCdMg==";
     const struct {
-        const char* port;
+        std::string smtps;  // reads as off
+        std::string port;
         int portRead;  // 7: reads as missing
         const char* attributes;
         AuthenticationType typeRead;
         std::string password;
     } cases[] = {
-        {"25", 25, "Type='none'><Password Encryption='2'>", AuthenticationType::None, "secret"},
-        {" 0065535\n", 65535, "Type='smtp'><Password Encryption=' 02 '>", AuthenticationType::Smtp, "secret"},
-        {"65536", 7, "Type='SMTP'><Password Encryption='2x'>", AuthenticationType::Unknown, stored},
-        {"25a", 7, "><Password Encryption='1'>", AuthenticationType::Unknown, stored},
-        {"", 7, "type='smtp'><Password>", AuthenticationType::Unknown, stored},
+        {"TRUE", "25", 25, "Type='none'><Password Encryption='2'>", AuthenticationType::None, "secret"},
+        {"1", " 0065535\n", 65535, "Type='smtp'><Password Encryption=' 02 '>", AuthenticationType::Smtp, "secret"},
+        {"", "65536", 7, "Type='SMTP'><Password Encryption='2x'>", AuthenticationType::Unknown, stored},
+        {" true", "25a", 7, "><Password Encryption='1'>", AuthenticationType::Unknown, stored},
+        {"yes", "", 7, "type='smtp'><Password>", AuthenticationType::Unknown, stored},
     };
-    for (const auto& [port, portRead, attributes, typeRead, password] : cases) {
+    for (const auto& [smtps, port, portRead, attributes, typeRead, password] : cases) {
         CNotificationConfig config;
-        ASSERT_TRUE(config.SetDoc("<Notifications><email><SMTP><Server><Port>" + std::string(port) +
+        ASSERT_TRUE(config.SetDoc("<Notifications><email><SMTP><Server><SMTPS>" + smtps + "</SMTPS><Port>" + port +
                                   "</Port><Authentication " + attributes + stored +
                                   "</Password></Authentication></Server></SMTP></email></Notifications>"));
         unsigned short portValue = 7;
+        bool isOn = true;
         auto type = AuthenticationType::Smtp;
         std::string value;
+        EXPECT_TRUE(config.GetSmtpServerSMTPS(isOn, 0) && !isOn) << smtps;
         EXPECT_EQ(config.GetSmtpServerPort(portValue, 0), portRead != 7) << port;
         EXPECT_EQ(portValue, portRead);
         EXPECT_TRUE(config.GetSmtpServerAuthenticationType(type, 0) && type == typeRead) << attributes;
