@@ -1,5 +1,6 @@
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -37,34 +38,23 @@ OWN int usleep(unsigned int microseconds) {
 }
 
 TEST(BeeperFailures, AreTracedAndTheToneIsSwitchedOffAllTheSame) {
-    const struct {
-        unsigned int failing;
-        const char* messages;  // after "FAILED to "
-        const char* on;
-        const char* off;
-        unsigned int sent;  // requests of the tone
-    } cases[] = {
-        {1, "write TIMER1_CONTROL_PORT!", "OK", "OK", 7},
-        {2, "write TIMER1_DATA_PORT2 (Low byte)!", "OK", "OK", 7},
-        {4, "write TIMER1_DATA_PORT2 (High byte)!", "OK", "OK", 7},
-        {8, "read SPEAKER_CONTROL_PORT!", "ERROR", "OK", 6},
-        {16, "write SPEAKER_CONTROL_PORT", "ERROR", "OK", 7},
-        {32, "read SPEAKER_CONTROL_PORT!", "OK", "ERROR", 6},
-        {64, "write SPEAKER_CONTROL_PORT", "OK", "ERROR", 7},
-    };
-    for (const auto& test : cases) {
+    std::ifstream cases(EM_FAILURES);
+    unsigned int bit = 0, sent = 0;
+    std::string on, off;
+    for (std::string message; cases >> bit >> sent >> on >> off && std::getline(cases, message);) {
         for (const unsigned int level : {1U, 4U}) {
             const CTraceCapture trace(level);
             requests = slept = 0;
-            failing = test.failing;
+            failing = 1U << bit;
             EXPECT_TRUE(CDeviceBeeper::Beep(1000, 7));
-            EXPECT_EQ(requests, test.sent);
+            EXPECT_EQ(requests, sent);
             EXPECT_EQ(slept, 7000U);
-            const std::string error = std::string("\nCDeviceBeeper       : ERROR 0x5! FAILED to ") + test.messages;
+            const std::string error = std::string("\nCDeviceBeeper       : ERROR 0x5! FAILED to") + message;
             EXPECT_TRUE(level == 1 ? trace.All() == error : trace.Has(error)) << trace.All();
-            for (const std::string& end : {std::string("on (1000 Hz): ") + test.on, std::string("off: ") + test.off}) {
+            for (const std::string& end : {"on (1000 Hz): " + on, "off: " + off}) {
                 EXPECT_EQ(trace.Has("\nCDeviceBeeper       : Switch beeper " + end), level == 4) << end;
             }
         }
     }
+    EXPECT_EQ(bit, 6U);
 }

@@ -1,5 +1,6 @@
 #include "devices/DeviceIo.h"
 
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <latch>
@@ -38,42 +39,27 @@ pthread_key_t NextKey() {
 
 TEST(DeviceIo, OpensAsAccessAndDispositionSay) {
     const std::string file = ::testing::TempDir() + "device_io_file";
-    const struct {
-        std::uint32_t access, creation;
-        bool exists;
-        int error, flags, size;
-    } cases[] = {
-        {kReadWrite, kCreateNew, true, EEXIST, 0, 4},
-        {kReadWrite, kCreateNew, false, 0, O_RDWR, 0},
-        {kDeviceWrite, kCreateAlways, true, 0, O_WRONLY, 0},
-        {kDeviceRead, kCreateAlways, false, 0, O_RDONLY, 0},
-        {kDeviceRead, kOpenExisting, true, 0, O_RDONLY | O_APPEND, 4},
-        {0, kOpenExisting, false, ENOENT, 0, 0},
-        {kReadWrite, kOpenAlways, false, 0, O_RDWR | O_APPEND, 0},
-        {kDeviceWrite, kOpenAlways, true, 0, O_WRONLY | O_APPEND, 4},
-        {kReadWrite, kTruncateExisting, true, 0, O_RDWR, 0},
-        {kReadWrite, kTruncateExisting, false, ENOENT, 0, 0},
-        {kReadWrite, 0, true, 0, O_RDWR, 4},
-        {kReadWrite, 6, false, ENOENT, 0, 0},
-    };
     const mode_t mask = ::umask(0);
-    for (const auto& test : cases) {
+    std::ifstream cases(EM_OPENINGS);
+    std::uint32_t access = 0, creation = 0;
+    std::string before, wanted;  // "text" or "none"; an error, or access, append, size, mode of a new file (decimal)
+    for (; cases >> std::hex >> access >> creation >> before && std::getline(cases, wanted); wanted.clear()) {
         std::filesystem::remove(file);
-        if (test.exists) {
-            std::ofstream(file) << "text";
-        }
-        CDeviceIo device(file.c_str(), test.access, 3, test.creation, 0x80);
-        ASSERT_EQ(device.Open(), test.error == 0) << test.creation;
-        EXPECT_EQ(device.LastError(), static_cast<std::uint32_t>(test.error));
+        before == "text" ? static_cast<void>(std::ofstream(file) << before) : void();
+        CDeviceIo device(file.c_str(), access, 3, creation, 0x80);
+        std::string opened =
+            std::string(" ") + ::strerrorname_np(device.Open() ? 0 : static_cast<int>(device.LastError()));
         struct stat status {};
-        const int fd = static_cast<int>(device.getHandle());
-        if (test.error == 0 && ::fstat(fd, &status) == 0) {
-            EXPECT_EQ(::fcntl(fd, F_GETFL) & (O_ACCMODE | O_APPEND), test.flags);
-            EXPECT_EQ(::fcntl(fd, F_GETFD), FD_CLOEXEC);
-            EXPECT_EQ(status.st_size, test.size);
-            EXPECT_TRUE(test.exists || (status.st_mode & 07777) == 600);  // decimal
+        if (const int fd = static_cast<int>(device.getHandle()); ::fstat(fd, &status) == 0) {
+            const int flags = ::fcntl(fd, F_GETFL);
+            opened = std::string(" ") + (const char*[]){"r", "w", "rw"}[flags & O_ACCMODE];
+            opened += ((flags & O_APPEND) != 0 ? " append " : " ") + std::to_string(status.st_size);
+            opened += before == "none" ? " " + std::to_string(status.st_mode & 07777) : "";
+            EXPECT_TRUE(::fcntl(fd, F_GETFD) == FD_CLOEXEC && device.LastError() == 0);
         }
+        EXPECT_EQ(opened, wanted) << access << ' ' << creation;
     }
+    EXPECT_EQ(creation, 6U);
     ::umask(mask);
     std::filesystem::remove(file);
 }

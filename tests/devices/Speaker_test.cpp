@@ -1,5 +1,6 @@
 #include <cstring>
 #include <functional>
+#include <iterator>
 #include <malloc.h>
 
 #include "StandIn.h"
@@ -93,32 +94,20 @@ TEST_F(Speaker, BeepProgramsTheTimerAndSwitchesTheSpeaker) {
 
 TEST_F(Speaker, SequencesAreReadWithinTheirBytesAndRepeated) {
     CEvent stop(false, true);
-    const std::vector<std::uint32_t> two = {1000, 5, 0, 0xFFFFFFFE, 4294968, 3};
-    const std::string first = "w0 1000 Hz 5 usleep 5000 w0 ";
-    const std::string second = "w0 -2 Hz 4294968 usleep 704 w0 ";
-    const std::string rest = "w0 Tone of 0 w0 ";
-    const struct {
-        Bytes tones;
-        std::uint32_t repeat, interval;
-        std::string course;
-    } cases[] = {
-        {Sequence(two, 7), SpeakerBlock::kEndless, 0, ""},
-        {Sequence(two, 8), 0, 9, first},
-        {Sequence(two, 9), 1, 9, first},
-        {Sequence(two, 20), 1, kForever, first + "w0 " + second},  // the last pass has no interval after it
-        {Sequence(two, 24), 2, 1, first + "w0 " + second + "w3 w1 w0 " + first + "w0 " + second + "w3 "},
-        {Sequence(two, 8), 3, 0, first + "w0 " + first + "w0 " + first},
-        {Sequence({0, kForever, 2, 1000, 5}), 1, 0, rest + "w2 " + first},
-        {Sequence({0, kForever, 0}), SpeakerBlock::kEndless, 0, rest + "w0 "},  // would else never rest
-        {Sequence({0, kForever, 0}), 2, 1, rest + "w0 w1 w0 " + rest + "w0 "},
-        {Sequence({0, kForever, 1}), 2, 0, rest + "w1 w0 " + rest + "w1 "},
-    };
-    for (const auto& test : cases) {
+    std::ifstream cases(EM_SEQUENCES);
+    std::uint32_t bytes = 0, repeat = 0, interval = 0;
+    int played = 0;
+    for (; cases >> bytes >> repeat >> interval; ++played) {  // and the numbers, "|", what they make
         const CTraceCapture trace;
-        PlayBlock(test.tones, stop, test.repeat, test.interval);
-        EXPECT_EQ(Course(trace), test.course) << test.tones.size() << " bytes, repeat " << test.repeat;
+        const std::vector<std::uint32_t> numbers(std::istream_iterator<std::uint32_t>(cases), {});
+        cases.clear();
+        std::string course;
+        std::getline(cases.ignore(2), course);
+        PlayBlock(Sequence(numbers, bytes), stop, repeat, interval);
+        EXPECT_EQ(Course(trace), course) << bytes << " bytes, repeat " << repeat;
         EXPECT_EQ(trace.Prints().back().rfind("THREAD_RETURN: ## INFO: Thread = 0x", 0), 0U);
     }
+    EXPECT_EQ(played, 10);
     stop.Set();
     const std::size_t mapped = ::mallinfo2().hblkhd;
     PlayBlock(Bytes(1 << 20), stop, 1, 0);
@@ -186,24 +175,16 @@ TEST_F(Speaker, PlayerStartsAnewFromTheFirstToneAndEndsWithItsOwner) {
 }
 
 TEST_F(Speaker, StartAndStopStormsNeverOverlapTones) {
-    const CTraceCapture trace(1);
-    std::atomic<int> starts{0};
     {
         CBeepPlayer player;
-        std::vector<std::jthread> threads;
-        threads.reserve(4);
-        for (int number = 0; number < 4; ++number) {
-            threads.emplace_back([&, number] {
-                for (int round = 0; round < 40; ++round) {
-                    starts += player.Start(Sequence({1000, 0, 0, 1000, 1, kForever})) ? 1 : 0;
-                    if ((round + number) % 3 == 0) {
-                        player.Stop();
-                    }
-                }
-            });
-        }
+        const auto storm = [&] {
+            for (int round = 0; round < 40; ++round) {
+                player.Start(Sequence({1000, 0, 0, 1000, 1, kForever}));
+                round % 3 == 0 ? player.Stop() : void();
+            }
+        };
+        const std::jthread one(storm), two(storm), three(storm);
     }
-    EXPECT_EQ(trace.Count("THREAD_RETURN"), starts);
     std::string wanted;
     for (std::size_t tone = 0; tone < Tones().size(); ++tone) {
         wanted += kToneLog;
