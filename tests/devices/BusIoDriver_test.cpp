@@ -6,13 +6,9 @@
 
 #include "StandIn.h"
 
-extern "C" int __open_2(const char* path, int flags);
-extern "C" int __open64_2(const char* path, int flags);
-
 namespace {
 
 constexpr char kNode[] = "/dev/pci/smbus";
-constexpr unsigned long kRead = 0x800C736D;
 
 using BusIoDriver = StandIn;
 
@@ -33,18 +29,4 @@ TEST_F(BusIoDriver, RefusesWhatThePortsWouldNotTake) {
     EXPECT_EQ(::close(fd), 0);
     EXPECT_EQ(::close(fd), -1);
     EXPECT_EQ(PortLog(), log + "close\n");
-}
-
-TEST_F(BusIoDriver, ServesTheNodeAloneAndOnlyWhileItLives) {
-    for (const auto entry : {&__open_2, &__open64_2}) {  // as builds with _FORTIFY_SOURCE call open
-        const int node = entry(kNode, O_RDWR);
-        const int other = entry("/dev/ptmx", O_RDWR);
-        std::uint32_t request[3] = {0x61, 1, 0};
-        int waiting = -1;
-        EXPECT_EQ(::ioctl(node, kRead, request) + ::ioctl(other, FIONREAD, &waiting), 0);
-        EXPECT_EQ(static_cast<int>(request[0]) + waiting, 0x30);
-        EXPECT_EQ(::close(other) + ::close(node), 0);
-    }
-    driver_.reset();
-    EXPECT_EQ(::open64(kNode, O_RDWR), -1);
 }

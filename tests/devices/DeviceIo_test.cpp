@@ -18,6 +18,7 @@
 namespace {
 
 constexpr std::uint32_t kReadWrite = kDeviceRead | kDeviceWrite;
+constexpr const char* kAccess[] = {"r", "w", "rw"};
 
 struct Device : CDeviceIo {
     explicit Device(const char* path, bool perThread = false, bool keepOpen = false)
@@ -52,7 +53,7 @@ TEST(DeviceIo, OpensAsAccessAndDispositionSay) {
         struct stat status {};
         if (const int fd = static_cast<int>(device.getHandle()); ::fstat(fd, &status) == 0) {
             const int flags = ::fcntl(fd, F_GETFL);
-            opened = std::string(" ") + (const char*[]){"r", "w", "rw"}[flags & O_ACCMODE];
+            opened = std::string(" ") + kAccess[flags & O_ACCMODE];
             opened += ((flags & O_APPEND) != 0 ? " append " : " ") + std::to_string(status.st_size);
             opened += before == "none" ? " " + std::to_string(status.st_mode & 07777) : "";
             EXPECT_TRUE(::fcntl(fd, F_GETFD) == FD_CLOEXEC && device.LastError() == 0);

@@ -118,33 +118,28 @@ TEST_F(Speaker, SequencesAreReadWithinTheirBytesAndRepeated) {
 }
 
 TEST_F(Speaker, StopEndsAToneAndEveryKindOfPause) {
-    const struct {
-        Bytes tones;
-        const char* awaited;  // null: in the tone
-        const char* course;
-    } cases[] = {
-        {Sequence({1000, 5, kForever}), nullptr, "w0 1000 Hz 5 usleep 5000 signal "},
-        {Sequence({1000, 5, kForever}), "Switch beeper off", ""},  // in the pause after it
-        {Sequence({1000, 5}), "Switch beeper off", ""},            // between two passes
-        {Sequence({0, 5, kForever}), "left out", ""},              // in the pause of a tone of 0 Hz
+    const std::pair<Bytes, const char*> cases[] = {
+        {Sequence({1000, 5, kForever}), "usleep 5000"},        // in a tone
+        {Sequence({1000, 5, kForever}), "Switch beeper off"},  // in the pause after it
+        {Sequence({1000, 5}), "Switch beeper off"},            // between two passes
+        {Sequence({0, 5, kForever}), "left out"},              // in the pause of a tone of 0 Hz
     };
-    for (const auto& test : cases) {
+    for (const auto& [tones, awaited] : cases) {
         const CTraceCapture trace;
         CEvent stop(false, true);
-        std::jthread stopper;
-        if (test.awaited == nullptr) {
-            onSleep = [&] { stop.Set(); };
-        } else {
-            stopper = std::jthread([&] {
-                EXPECT_TRUE(WaitUntil([&] { return trace.Has(test.awaited); }));
+        const bool inTone = awaited[0] == 'u';
+        onSleep = [&] { EXPECT_TRUE(!inTone || WaitUntil([&] { return stop.IsSet(); })); };
+        {
+            const std::jthread stopper([&, text = awaited] {
+                EXPECT_TRUE(WaitUntil([&] { return trace.Has(text); }));
                 stop.Set();
             });
+            PlayBlock(tones, stop, SpeakerBlock::kEndless, kForever);
         }
-        PlayBlock(test.tones, stop, SpeakerBlock::kEndless, kForever);
         onSleep = nullptr;
         const std::string course = Course(trace);
-        EXPECT_TRUE(course == test.course || test.awaited != nullptr) << course;
-        PlayBlock(test.tones, stop, 1, 0);  // the event is still set
+        EXPECT_TRUE(!inTone || course == "w0 1000 Hz 5 usleep 5000 signal ") << course;
+        PlayBlock(tones, stop, 1, 0);  // the event is still set
         EXPECT_EQ(Course(trace), course + "signal ");
     }
 }
