@@ -1,19 +1,6 @@
 #include "platform/Event.h"
 
-#include <chrono>
-#include <functional>
-#include <memory>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "Cases.h"
-#include "FailingCalls.h"
-#include "support/TraceCapture.h"
-#include "xml/TempDirectory.h"
-
-using namespace std::chrono_literals;
+#include "Platform.h"
 
 namespace {
 
@@ -125,20 +112,14 @@ TEST(Event, HandlesOfOneNameShareOneEventUntilTheLastGoes) {
 }
 
 TEST(Event, WithoutPosixObjectsAHandleRefuses) {
-    const std::pair<const char*, std::string> calls[] = {
-        {"pthread_condattr_setclock",
-         "pthread_condattr_setclock(): ## ERROR ##: Set CLOCK_MONOTONIC failed (ret=12) for"},
-        {"pthread_cond_init", "pthread_cond_init(), CLOCK_MONOTONIC: ## ERROR ##: failed (ret=12) on"},
-        {"pthread_mutex_init", "pthread_mutex_init(), CLOCK_MONOTONIC: ## ERROR ##: failed (ret=12) on"}};
-    for (const auto& [name, text] : calls) {
-        failing = {name, ENOMEM};
-        EXPECT_EQ(
-            TracesByLevel([] {
-                CEvent event(true, true, "e");
-                EXPECT_FALSE(event.Set() || event.Reset() || event.Pulse() || event.IsSet() || event.Close());
-                EXPECT_TRUE(event.Wait(0) == CEvent::kFailed && !event.Create(true, true) && event.IsOpen());
-            }),
-            "1 " + text + " event 0x# <e> (IsSignaled=1)\\n\n1 " + text + " event 0x# <anon> (IsSignaled=1)\\n\n");
+    for (const auto& row : Cases("event.cases", "posix")) {
+        failing = {row[1].c_str(), ENOMEM};
+        EXPECT_EQ(TracesByLevel([] {
+                      CEvent event(true, true, "e");
+                      EXPECT_FALSE(event.Set() || event.Reset() || event.Pulse() || event.IsSet() || event.Close());
+                      EXPECT_TRUE(event.Wait(0) == CEvent::kFailed && !event.Create(true, true) && event.IsOpen());
+                  }),
+                  row[2]);
     }
     failing = {};
     EXPECT_FALSE(CEvent(false, true, "e").IsSet());

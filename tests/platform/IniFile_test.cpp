@@ -1,18 +1,6 @@
 #include "platform/IniFile.h"
 
-#include <csignal>
-#include <filesystem>
-#include <sys/resource.h>
-#include <sys/stat.h>
-
-#include <gtest/gtest.h>
-
-#include "Cases.h"
-#include "support/PrivateNamespace.h"
-#include "support/TraceCapture.h"
-#include "xml/TempDirectory.h"
-
-using namespace std::string_literals;
+#include "Platform.h"
 
 namespace {
 
