@@ -32,10 +32,8 @@ TEST(Event, ReleasesWaitersAsItsKindAndTheOperationsSay) {
         const CTraceCapture trace;
         CEvent event(false, row[3] == "manual");
         const CEvent other(event);  // stays open when the first is closed
-        std::vector<std::thread> waiters(3);
-        for (std::thread& waiter : waiters) {
-            waiter = std::thread([&] { EXPECT_EQ(event.Wait(20000), CEvent::kSignalled); });
-        }
+        const auto wait = [&event] { EXPECT_EQ(event.Wait(20000), CEvent::kSignalled); };
+        const std::jthread waiters[] = {std::jthread(wait), std::jthread(wait), std::jthread(wait)};
         EXPECT_TRUE(trace.Await("prepare time for waiting", 3));  // printed under the event's mutex
         for (const char operation : row[1]) {
             EXPECT_TRUE(operation == 'S'   ? event.Set()
@@ -49,17 +47,11 @@ TEST(Event, ReleasesWaitersAsItsKindAndTheOperationsSay) {
         std::this_thread::sleep_for(20ms);  // time for one too many to come out
         EXPECT_EQ(trace.Count("SIGNAL(0,0) on event"), std::stoi(row[2]));
         event.Close();
-        for (std::thread& waiter : waiters) {
-            waiter.join();
-        }
     }
 }
 
 TEST(Event, WaitsUntilADeadlineOfTheMonotonicClock) {
     const CEvent event(false, false);
-    const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(event.Wait(30), CEvent::kTimeout);
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, 30ms);
     failing = {"pthread_cond_timedwait", ETIMEDOUT};
     for (const unsigned int timeout : {0U, 1U, 999U, 1000U, 86399999U, 0xFFFFFFFEU}) {
         const auto before = std::chrono::steady_clock::now().time_since_epoch();
@@ -128,9 +120,8 @@ TEST(Event, WithoutPosixObjectsAHandleRefuses) {
 TEST(Event, WaiterMayDestroyItAsSoonAsItIsReleased) {
     for (int i = 0; i < 300; ++i) {
         auto event = std::make_unique<CEvent>(false, true);
-        std::thread setter([handle = event.get()] { handle->Set(); });
+        const std::jthread setter([handle = event.get()] { handle->Set(); });
         EXPECT_EQ(event->Wait(CEvent::kForever), CEvent::kSignalled);
         event.reset();
-        setter.join();
     }
 }

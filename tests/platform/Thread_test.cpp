@@ -33,11 +33,7 @@ const auto threadsAtStart = ThreadCount();
 
 /// Runs a body on a thread; without one, the thread stays until it may leave.
 struct Runner {
-    std::function<void()> body = [this] {
-        while (!leave) {
-            ::usleep(1000);
-        }
-    };
+    std::function<void()> body = [this] { Poll(leave); };
     std::atomic<bool> leave{false};
     std::atomic<bool> left{false};
     CThread thread{};
@@ -55,12 +51,13 @@ struct Runner {
         };
         return thread.Start(run, this, priority, true, 0x1234, 5, waitable);
     }
-    bool HasLeft() const {
-        for (int i = 0; i < 20000 && !left; ++i) {
+    static bool Poll(const std::atomic<bool>& flag) {
+        for (int i = 0; i < 20000 && !flag; ++i) {
             ::usleep(1000);
         }
-        return left;
+        return flag;
     }
+    bool HasLeft() const { return Poll(left); }
 };
 
 }  // namespace
@@ -86,12 +83,10 @@ TEST(Thread, OperationsFollowItsKindAndState) {
                   failing = {"pthread_join", EDEADLK};
                   EXPECT_FALSE(thread.WaitForTermination(1) || thread.Kill(1) || runner.Start(true));
                   failing = {};
-                  std::thread opener([&] {
-                      ::usleep(30000);
-                      runner.leave = true;
-                  });
-                  EXPECT_TRUE(thread.WaitForTermination(1) && runner.left && !thread.Exists());
-                  opener.join();
+                  {
+                      const std::jthread opener([&] { runner.leave = ::usleep(30000) == 0; });
+                      EXPECT_TRUE(thread.WaitForTermination(1) && runner.left && !thread.Exists());
+                  }
                   EXPECT_TRUE(runner.Start(true) && runner.Start(true) && thread.Kill(1) && !thread.Exists());
                   runner.leave = runner.left = false;
                   EXPECT_TRUE(runner.Start(false) && !thread.WaitForTermination(CEvent::kForever));
@@ -142,10 +137,7 @@ TEST(Thread, StartsAsAskedOrWithInheritedSchedulingWhereRealTimeIsRefused) {
     ::pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
     EXPECT_EQ(sigismember(&blocked, SIGTERM), 0);
     std::atomic<bool> left{false};
-    EXPECT_TRUE((Runner{[&left] {
-                     ::usleep(30000);
-                     left = true;
-                 }}.Start(true)));
+    EXPECT_TRUE(Runner{[&left] { left = ::usleep(30000) == 0; }}.Start(true));
     EXPECT_TRUE(left);  // its handle waited
 }
 
@@ -184,7 +176,6 @@ TEST(Thread, LeavesASignalToOthersWhenItIsKilledBeforeItRan) {
 TEST(CriticalSection, IsRecursiveAndIgnoresTheUnlockOfAStranger) {
     CCriticalSection section;
     CCriticalSection disabled(false);
-    disabled.Lock();
     int counter = 0;
     const auto count = [&]() EM_NO_THREAD_SAFETY_ANALYSIS {
         disabled.Lock();
@@ -197,7 +188,7 @@ TEST(CriticalSection, IsRecursiveAndIgnoresTheUnlockOfAStranger) {
             counter = seen + 1;
         }
     };
-    std::thread other(count);
+    std::jthread other(count);
     count();
     other.join();
     EXPECT_EQ(counter, 4000);
