@@ -39,14 +39,14 @@ bool SendFreshDocument(CValueBuilder& builder) {
 /// Removes the members of this name from number `first` on, in one go: a hostile object may have a million of them.
 void RemoveMembers(value& object, const value::StringRefType& key, rapidjson::SizeType first) {
     auto kept = object.MemberBegin() + first;
-    for (auto member = kept; member != object.MemberEnd(); ++member) {
+    for (auto member = kept; member < object.MemberEnd(); ++member) {
         if (!CRapidJsonUtil::IsText(member->name, key)) {
             member->name.Swap(kept->name);
             member->value.Swap(kept->value);
             ++kept;
         }
     }
-    if (kept != object.MemberEnd()) {
+    if (kept < object.MemberEnd()) {
         object.EraseMember(kept, object.MemberEnd());
     }
 }
@@ -155,7 +155,7 @@ value& SipJson::GetCmd() {
 }
 
 void SipJson::SetMember(value& object, const value::StringRefType& key, value&& v) {
-    for (auto member = object.MemberBegin(); member != object.MemberEnd(); ++member) {
+    for (auto member = object.MemberBegin(); member < object.MemberEnd(); ++member) {
         if (CRapidJsonUtil::IsText(member->name, key)) {
             member->value = v;
             RemoveMembers(object, key, static_cast<rapidjson::SizeType>(member - object.MemberBegin()) + 1);

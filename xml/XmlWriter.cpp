@@ -88,7 +88,7 @@ void CXmlWriter::WriteMarkup(const char* start, const pugi::xml_node& node, cons
 /// The text is UTF-8, whatever the file was.
 void CXmlWriter::WriteDeclaration(const pugi::xml_node& declaration) {
     if (declaration.empty()) {
-        text_ += "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
+        text_ += R"(<?xml version="1.0" encoding="UTF-8"?>)";
         return;
     }
     text_ += "<?xml";
