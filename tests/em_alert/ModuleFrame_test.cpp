@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <fstream>
 #include <functional>
 
 #include <gtest/gtest.h>
@@ -30,6 +31,15 @@ protected:
     CPlainModule module_;
 };
 
+/// New lines become "\\n".
+std::string Escaped(const std::string& text) {
+    std::string escaped;
+    for (const char c : text) {
+        escaped += c == '\n' ? "\\n" : std::string(1, c);
+    }
+    return escaped;
+}
+
 /// The module's prints while `action` runs, each behind the trace level from which on it is made.
 std::string Traced(const std::function<void()>& action) {
     std::vector<std::string> seen;
@@ -40,7 +50,7 @@ std::string Traced(const std::function<void()>& action) {
         for (const std::string& print : trace.Prints()) {
             if (print.find("EM_") != std::string::npos && std::find(seen.begin(), seen.end(), print) == seen.end()) {
                 seen.push_back(print);
-                traced += std::to_string(level) + print;
+                traced += std::to_string(level) + " " + Escaped(print) + "\n";
             }
         }
     }
@@ -139,80 +149,43 @@ TEST_F(ModuleFrame, RunModes) {
 }
 
 TEST_F(ModuleFrame, NotificationsReachTheModuleAlsoWithTracingOff) {
+    EXPECT_EQ(module_.Notify(0x40003, nullptr, nullptr), 3);
+    EXPECT_FALSE(module_.IsSwitchShutdown());
     EXPECT_EQ(module_.Notify(SCN_SWITCH_SHUTDOWN, nullptr, nullptr), 0);
     EXPECT_TRUE(module_.IsSwitchShutdown());
-    const CTraceCapture trace;
-    EXPECT_EQ(module_.Notify(0x40003, nullptr, nullptr), 3);
-    EXPECT_EQ(module_.Notify(0x12345, nullptr, nullptr), 0x45);
-    EXPECT_TRUE(trace.Has("\n\nEM_TEST             : ## NOTIFY: Code = 0Xx40003, param = 0x00000000"));
-    EXPECT_TRUE(trace.Has("\nEM_TEST             : *** SCN_POWERSTATE_AC_OFFLINE *** \n"));
-    EXPECT_TRUE(trace.Has("\nEM_TEST             :   ... OnModuleNotification() completed"));
 }
 
 TEST_F(ModuleFrame, MessagesAreTracedByTheirData) {
-    struct Case {
-        const char* command;
-        const char* line;
-    };
     const CTraceCapture trace;
-    for (const Case& c : {
-             Case{R"({"OC":4,"OE":2,"OI":1,"MI":196612,"ST":0})",
-                  "\nEM_TEST (REQ)       : OC 0x0004-0x0002 OID 0x0001 MID 0x00030004 Stat 0x00"},
-             Case{R"({"OC":4,"CA":7})",
-                  "\nEM_TEST (REQ)       : OC 0x0004-0x0000 OID 0x0000 CABID 0007 MID 0x00000000 Stat 0x16"},
-             Case{R"({"OC":4,"DA":-5})",
-                  "\nEM_TEST (REQ)       : OC 0x0004-0x0000 OID 0x0000 MID 0x00000000 Stat 0x16 Data -5"},
-             Case{R"({"OC":4,"CA":7,"DA":"abc"})",
-                  "\nEM_TEST (REQ)       : OC 0x0004-0x0000 OID 0x0000 CABID 0007 MID 0x00000000 Stat 0x16 Len 4"},
-             Case{R"({"OC":4,"DA":{"a":[1]}})",
-                  "\nEM_TEST (REQ)       : OC 0x0004-0x0000 OID 0x0000 MID 0x00000000 Stat 0x16 Data (JSON struct):\n"
-                  "{\n    \"a\": [\n        1\n    ]\n}"},
-             Case{R"({"OC":4,"DA":{"RAW":[1,2]}})",
-                  "\nEM_TEST (REQ)       : OC 0x0004-0x0000 OID 0x0000 MID 0x00000000 Stat 0x16 Len 2"},
-             Case{"null", "\nEM_TEST (REQ)       : OC 0x0000-0x0000 OID 0x0000 MID 0x00000000 Stat 0x16"},
-         }) {
-        module_.TraceRequestIn(MessageOf(c.command), 2);
-        EXPECT_EQ(trace.Prints().back(), c.line) << c.command;
+    std::ifstream cases(EM_DATA "message-traces");
+    for (std::string command, line; std::getline(cases, command) && std::getline(cases, line);) {
+        module_.TraceRequestIn(MessageOf(command), 2);
+        EXPECT_EQ(Escaped(trace.Prints().back()), line) << command;
     }
+    EXPECT_EQ(trace.Prints().size(), 9U);
 }
 
 TEST_F(ModuleFrame, ExportsTraceWhatTheyDo) {
     CIExtensionModule* module = nullptr;
     agent_.runMode = 5;
-    const struct {
-        std::function<void()> action;
-        const char* traced;
-    } cases[] = {
-        {[&] { EXPECT_FALSE(EM_Delete()); }, "1\nEM DLL (EM_ALERT  ) : Module already destroyed!"},
-        {[&] { EXPECT_FALSE(EM_Create(nullptr, nullptr)); },
-         "1\nEM DLL (EM_ALERT  ) : ## ERROR: Module could not be created!\n"},
-        {[&] { EXPECT_TRUE(EM_Create(&module, nullptr) && EM_Create(&module, nullptr) && EM_Delete()); },
-         "1\nEM DLL (EM_ALERT  ) : ## ERROR: Module already existing!\n"
-         "1\nEM DLL (EM_ALERT  ) : Destroy module...1\nEM DLL (EM_ALERT  ) : .. Module destroyed successfully!"
-         "2\nEM DLL (EM_ALERT  ) : Create module"},
-        {[&] {
-             for (const unsigned int action : {0U, 1U, 2U, 3U, 4U, 5U}) {
-                 EXPECT_EQ(EM_SetupAction(action), 1);
-             }
-         },
-         "1\n\nEM_ALERT            : ## ERROR! Setup action call with unknown action type (0) - no action defined!\n"
-         "1\n\nEM_ALERT            : ## Setup action \"BACKUP\" call - no action function defined\n"
-         "1\n\nEM_ALERT            : ## Setup action \"RESTORE\" call - no action function defined\n"
-         "1\n\nEM_ALERT            : ## Setup action \"CONVERT\" call - no action function defined\n"
-         "1\n\nEM_ALERT            : ## Setup action \"CLEANUP\" call - no action function defined\n"
-         "1\n\nEM_ALERT            : ## ERROR! Setup action call with unknown action type (5) - no action defined!\n"},
-        {[&] { module_.SetServerCabinetNumber(7); }, "2\n\nEM_TEST             : ## Server cabinet number = 7 ##\n"},
-        {[&] { module_.Start(&agent_, 1); },
-         "4\nEM_TEST             : Register event log source \"Hostwarden Agentless Service\" ..."
-         "4\nEM_TEST             : ... event log source \"Hostwarden Agentless Service\" registered"},
-        {[&] { module_.Notify(0x30000, reinterpret_cast<void*>(5), reinterpret_cast<void*>(6)); },
-         "1\nEM_TEST             : *** SCN_SYSTEM_SHUTDOWN *** \n"
-         "2\n\nEM_TEST             : ## NOTIFY: Code = 0Xx30000, param = 0x00000005"
-         "2\nEM_TEST             : -> System shutdown4\nEM_TEST             :   call OnModuleNotification()..."
-         "4\nEM_TEST             :   ... OnModuleNotification() completed"},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(Traced(c.action), c.traced);
+    std::string traced;
+    for (const std::function<void()>& action : std::initializer_list<std::function<void()>>{
+             [&] { EXPECT_FALSE(EM_Delete()); },
+             [&] { EXPECT_FALSE(EM_Create(nullptr, nullptr)); },
+             [&] { EXPECT_TRUE(EM_Create(&module, nullptr) && EM_Create(&module, nullptr) && EM_Delete()); },
+             [&] {
+                 for (const unsigned int action : {0U, 1U, 2U, 3U, 4U, 5U}) {
+                     EXPECT_EQ(EM_SetupAction(action), 1);
+                 }
+             },
+             [&] { module_.SetServerCabinetNumber(7); },
+             [&] { module_.Start(&agent_, 1); },
+             [&] { module_.Notify(0x30000, reinterpret_cast<void*>(5), reinterpret_cast<void*>(6)); },
+             [&] { EXPECT_EQ(module_.Notify(0x12345, nullptr, nullptr), 0x45); },
+         }) {
+        traced += Traced(action);
     }
+    std::ifstream expected(EM_DATA "export-traces");
+    EXPECT_EQ(traced, std::string(std::istreambuf_iterator<char>(expected), {}));
     EXPECT_EQ(moduleInstance.module, nullptr);
 }
