@@ -1,5 +1,6 @@
 #include "mail/AlertMailTexts.h"
 
+#include <array>
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -71,20 +72,10 @@ CLogMsgArguments Record(unsigned char length, unsigned char count, const std::st
     return CLogMsgArguments(record);
 }
 
-/// `lines`, each as the module traces it.
-std::string Traces(const std::vector<std::string>& lines) {
-    std::string text;
-    for (const std::string& line : lines) {
-        text += "\nEM_ALERT            : " + line;
-    }
-    return text;
-}
-
-/// A file of expectations, without its last line feed.
+/// A file of expectations.
 std::string Expected(const std::string& name) {
     std::ifstream file(EM_MAIL_DATA "/" + name);
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    return text.substr(0, text.size() - 1);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 class AlertMailTexts : public ::testing::Test {
@@ -149,7 +140,7 @@ TEST_F(AlertMailTexts, ComeOutAsListed) {
         traces = trace.All();
     }
     ::setenv("TZ", "Asia/Kolkata", 1);
-    EXPECT_EQ(traces, Expected("all-variables.traces"));
+    EXPECT_EQ(traces + "\n", Expected("all-variables.traces"));
 }
 
 TEST_F(AlertMailTexts, WhatIsNotThereStaysOrLeavesTheTextEmpty) {
@@ -159,26 +150,18 @@ TEST_F(AlertMailTexts, WhatIsNotThereStaysOrLeavesTheTextEmpty) {
     host.ipv6 = "";
     host.nodeName = nullptr;
     EXPECT_EQ(Format(values), "$(HostName)$_SRV||||");
-    {
-        const CTraceCapture trace(1);
-        EXPECT_EQ(Format("$(SystemStatus)"), "Critical");  // without a translation
-        EXPECT_EQ(trace.All(),
-                  Traces({"Read system status message for status 3 using Vortal OpCodeExt 0x0423 FAILED!"}));
-    }
+    const CTraceCapture trace(3);
+    EXPECT_EQ(Format("$(SystemStatus)"), "Critical");  // without a translation
     agent_.status = 257;
     EXPECT_EQ(Format("$(SystemStatus)"), "N/A");
     agent_.texts.clear();
     EXPECT_EQ(Format("<$(SystemModel)$_IDN$(SystemSerialNr)$(SystemAssetID)$(SystemStatus)>"), "<>");
     for (const std::size_t length : {88, 89}) {  // "English%#x " goes before; a form has room for 99 bytes
-        const CTraceCapture trace(3);
         host.form = std::string(length, 'x');
         EXPECT_EQ(Format("$(Date)"), length == 88 ? "English%#x " + host.form : "");
         EXPECT_EQ(host.locale, "C");
-        EXPECT_EQ(trace.All().find(Traces({"Reading format date from locale for LANGID 0x9 (9)",
-                                           "Set date/time locale for Vortal locale ID 0x9 (9):",
-                                           "Date/time locale changed to \"English\"", "Param"})),
-                  0U);
     }
+    EXPECT_EQ(trace.All() + "\n", Expected("missing.traces"));
 }
 
 TEST_F(AlertMailTexts, UpdateMessagesComeFromTheirTemplate) {
@@ -205,7 +188,7 @@ TEST_F(AlertMailTexts, UpdateMessagesComeFromTheirTemplate) {
     const CLogMsgArguments shortRecord(std::vector<unsigned char>(25, 1));
     EXPECT_EQ(FormatUpdate("$(UpdateMessage)", shortRecord), "$(UpdateMessage)");
     EXPECT_EQ(FormatUpdate("text", cases[0].record), "text");
-    EXPECT_EQ(trace.All(), Expected("update.traces"));
+    EXPECT_EQ(trace.All() + "\n", Expected("update.traces"));
     const CLogMsgArguments none;
     EXPECT_EQ(none.Size(), 26U);
     EXPECT_TRUE(none.IsComplete() && none.Arguments().empty());
@@ -220,44 +203,23 @@ TEST_F(AlertMailTexts, MailsCarrySenderRecipientsAndImportance) {
     settings.updateSubject = "$(UpdateMessage) $(SystemModel)";
     settings.updateMessage = "$(UpdateMessage) $(SystemStatus)\n";
     CSmtpMessage status;
-    std::string traced;
-    {
-        const CTraceCapture trace(3);
-        CAlertMailTexts(settings, agent_).CreateSystemStatusMail(status, 2, 1, "FAN", "rear");
-        traced = trace.All();
-    }
-    EXPECT_EQ(status.GetMessageHeader(),
-              "From: Alerts<ops>\r\nTo: anna,bert\r\nCc: carl\r\nSubject: gut of Vorsicht\r\n"
-              "X-Priority: 5\r\nImportance: Low\r\n");
-    EXPECT_EQ(status.Text(), "a\r\nb\r\nFAN rear");
-    EXPECT_EQ(traced.find("\nCSmtpMessageHeader  : Add mail sender: \"Alerts<ops>\""), 0U);
-    for (const char* line :
-         {"Found mail recipients CC", "Add mail subject \"gut\nof Vorsicht\"", "Add mail text \"a\nb\r\nFAN rear\""}) {
-        EXPECT_NE(traced.find(Traces({line})), std::string::npos) << traced;
-    }
     CSmtpMessage update;
+    const CTraceCapture trace(3);
+    CAlertMailTexts(settings, agent_).CreateSystemStatusMail(status, 2, 1, "FAN", "rear");
     settings.senderName = "";
     CAlertMailTexts(settings, agent_).CreateUpdateStatusMail(update, Record(28, 1, std::string("7\0", 2)));
-    EXPECT_EQ(update.GetMessageHeader(),
-              "From: ops\r\nTo: anna,bert\r\nCc: carl\r\nSubject: $(UpdateMessage) Tower\r\n");
-    EXPECT_EQ(update.Text(), "7 of %2%, %3x% Critical\r\n");
-
-    const char* names[] = {"Low", "Normal", "High"};
-    struct Case {
-        std::uint8_t setting;
-        unsigned char componentStatus;
-        int importance;
-    };
-    for (const Case& c : {Case{1, 3, 0}, {2, 3, 1}, {3, 1, 2}, {0, 3, 2}, {4, 2, 1}, {0, 1, 0}, {9, 5, 1}, {0, 0, 1}}) {
-        settings.importance = c.setting;
-        CSmtpMessage mail;
-        const CTraceCapture trace(3);
-        CAlertMailTexts(settings, agent_).CreateSystemStatusMail(mail, 3, c.componentStatus, "", "");
-        EXPECT_EQ(mail.Importance(), c.importance) << int{c.setting} << " " << int{c.componentStatus};
-        CLumeString line;
-        line.Format(" depending on %sstatus %d to %s", c.componentStatus == 1 ? "component " : "", c.componentStatus,
-                    names[c.importance]);
-        const bool isFixed = c.setting >= 1 && c.setting <= 3;
-        EXPECT_TRUE(trace.Has("Set mail importance" + (isFixed ? std::string(": ") + names[c.importance] : line)));
+    EXPECT_EQ(
+        status.GetMessageHeader() + status.Text() + "\n" + update.GetMessageHeader() + update.Text(),
+        "From: Alerts<ops>\r\nTo: anna,bert\r\nCc: carl\r\nSubject: gut of Vorsicht\r\n"
+        "X-Priority: 5\r\nImportance: Low\r\na\r\nb\r\nFAN rear\n"
+        "From: ops\r\nTo: anna,bert\r\nCc: carl\r\nSubject: $(UpdateMessage) Tower\r\n7 of %2%, %3x% Critical\r\n");
+    settings = MailSettings();
+    for (const auto& [setting, componentStatus, importance] :
+         {std::array{1, 3, 0}, {2, 3, 1}, {3, 1, 2}, {0, 3, 2}, {4, 2, 1}, {0, 1, 0}, {9, 5, 1}, {0, 0, 1}}) {
+        settings.importance = static_cast<std::uint8_t>(setting);
+        CAlertMailTexts(settings, agent_)
+            .CreateSystemStatusMail(status, 3, static_cast<unsigned char>(componentStatus), "", "");
+        EXPECT_EQ(status.Importance(), importance) << setting << " " << componentStatus;
     }
+    EXPECT_EQ(trace.All() + "\n", Expected("mails.traces"));
 }

@@ -32,18 +32,19 @@ void ReplaceAnewFromTheStart(std::string& target, const std::string& find, const
 }  // namespace
 
 TEST(LumeString, SplitsTheWholeString) {
-    const struct {
-        const char* text;
-        const char* delims;
-        std::vector<std::string> tokens;
-    } cases[] = {
-        {"a,,b", ",", {"a", "", "b"}},    {"a,", ",", {"a", ""}}, {"", ",", {""}},
-        {"a;b c", "; ", {"a", "b", "c"}}, {"a b", "", {"a b"}},   {"a", nullptr, {"a"}},
-    };
-    for (const auto& c : cases) {
-        std::vector<std::string> tokens{"old"};
-        EXPECT_TRUE(CLumeString(c.text).Split(tokens, c.delims));
-        EXPECT_EQ(tokens, c.tokens) << c.text;
+    for (const auto& [text, delims, tokens] : {std::array{"a,,b", ",", "a||b|"},
+                                               {"a,", ",", "a||"},
+                                               {"", ",", "|"},
+                                               {"a;b c", "; ", "a|b|c|"},
+                                               {"a b", "", "a b|"},
+                                               {"a", static_cast<const char*>(nullptr), "a|"}}) {
+        std::vector<std::string> out{"old"};
+        EXPECT_TRUE(CLumeString(text).Split(out, delims));
+        std::string joined;
+        for (const std::string& token : out) {
+            joined += token + "|";
+        }
+        EXPECT_EQ(joined, tokens);
     }
 }
 
