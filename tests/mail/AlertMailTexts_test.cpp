@@ -145,9 +145,9 @@ TEST_F(AlertMailTexts, ComeOutAsListed) {
 
 TEST_F(AlertMailTexts, WhatIsNotThereStaysOrLeavesTheTextEmpty) {
     const std::string values = "$(HostName)$_SRV|$(HostIPAddress)|$(HostIPv4Address)|$(HostIPv6Address)|$_IPA";
-    host.ipv4 = "";
+    host.ipv4.clear();
     EXPECT_EQ(Format(values), "alphaalpha|fd00::5||fd00::5|fd00::5");
-    host.ipv6 = "";
+    host.ipv6.clear();
     host.nodeName = nullptr;
     EXPECT_EQ(Format(values), "$(HostName)$_SRV||||");
     const CTraceCapture trace(3);
@@ -165,29 +165,25 @@ TEST_F(AlertMailTexts, WhatIsNotThereStaysOrLeavesTheTextEmpty) {
 }
 
 TEST_F(AlertMailTexts, UpdateMessagesComeFromTheirTemplate) {
-    struct Case {
-        CLogMsgArguments record;
-        const char* messageTemplate;
-        const char* message;
-    };
-    const Case cases[] = {
-        {Record(31, 1, std::string("disk\0", 5)), "%1 of %2%%", "disk of %2%"},
+    const CLogMsgArguments diskRecord = Record(31, 1, std::string("disk\0", 5));
+    const std::tuple<CLogMsgArguments, const char*, const char*> cases[] = {
+        {diskRecord, "%1 of %2%%", "disk of %2%"},
         {Record(255, 255, std::string("a\0b", 3)), "%1%2%3%0%", "ab%3%0%"},  // lies about length and count
         {Record(28, 9, std::string("a\0b\0", 4)), "%1%2 %x%%1", "a%2 %x%1"},
         {Record(26, 3, std::string("a\0b\0", 4)), "%1%99999999999", "%1%2147483647"},
         {Record(30, 2, std::string("\0\0", 2)), "<%1%2>", "<>"},
     };
-    for (const Case& c : cases) {
-        agent_.messageTemplate = c.messageTemplate;
-        EXPECT_EQ(FormatUpdate("$(UpdateMessage)", c.record), c.message) << c.messageTemplate;
+    for (const auto& [record, messageTemplate, message] : cases) {
+        agent_.messageTemplate = messageTemplate;
+        EXPECT_EQ(FormatUpdate("$(UpdateMessage)", record), message) << messageTemplate;
     }
     EXPECT_EQ(agent_.requests, "290012-0-0 290012-0-0 290012-0-0 290012-0-0 290012-0-0 ");
     const CTraceCapture trace(3);
-    EXPECT_EQ(FormatUpdate("$(updatemessage) $(SystemModel)", cases[0].record), "<disk%2> Tower");
+    EXPECT_EQ(FormatUpdate("$(updatemessage) $(SystemModel)", diskRecord), "<disk%2> Tower");
     EXPECT_EQ(FormatUpdate("$(UpdateMessage) $(SystemModel)", CLogMsgArguments()), "$(UpdateMessage) Tower");
     const CLogMsgArguments shortRecord(std::vector<unsigned char>(25, 1));
     EXPECT_EQ(FormatUpdate("$(UpdateMessage)", shortRecord), "$(UpdateMessage)");
-    EXPECT_EQ(FormatUpdate("text", cases[0].record), "text");
+    EXPECT_EQ(FormatUpdate("text", diskRecord), "text");
     EXPECT_EQ(trace.All() + "\n", Expected("update.traces"));
     const CLogMsgArguments none;
     EXPECT_EQ(none.Size(), 26U);

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <stdexcept>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -32,19 +33,14 @@ void ReplaceAnewFromTheStart(std::string& target, const std::string& find, const
 }  // namespace
 
 TEST(LumeString, SplitsTheWholeString) {
-    for (const auto& [text, delims, tokens] : {std::array{"a,,b", ",", "a||b|"},
-                                               {"a,", ",", "a||"},
-                                               {"", ",", "|"},
-                                               {"a;b c", "; ", "a|b|c|"},
-                                               {"a b", "", "a b|"},
-                                               {"a", static_cast<const char*>(nullptr), "a|"}}) {
-        std::vector<std::string> out{"old"};
-        EXPECT_TRUE(CLumeString(text).Split(out, delims));
-        std::string joined;
-        for (const std::string& token : out) {
-            joined += token + "|";
-        }
-        EXPECT_EQ(joined, tokens);
+    const std::tuple<const char*, const char*, std::vector<std::string>> cases[] = {
+        {"a,,b", ",", {"a", "", "b"}},    {"a,", ",", {"a", ""}}, {"", ",", {""}},
+        {"a;b c", "; ", {"a", "b", "c"}}, {"a b", "", {"a b"}},   {"a", nullptr, {"a"}},
+    };
+    for (const auto& [text, delims, expected] : cases) {
+        std::vector<std::string> tokens{"old"};
+        EXPECT_TRUE(CLumeString(text).Split(tokens, delims));
+        EXPECT_EQ(tokens, expected) << text;
     }
 }
 

@@ -78,13 +78,6 @@ TEST(SmtpClient, BuildsThePayload) {
     message.SetSubject("Hi\r\nBcc: evil");
     EXPECT_EQ(Payload("ops\r\nBcc: evil", message),
               "From: ops  Bcc: evilCC: e\nSubject: =?utf-8?Q?Hi__Bcc:_evil?=\n" + mime + "\n\n");
-    const char* importances[] = {"", "X-Priority: 5\nImportance: Low\n", "X-Priority: 3\nImportance: Normal\n",
-                                 "X-Priority: 1\nImportance: High\n", ""};
-    for (int importance = -1; importance <= 3; ++importance) {
-        message.SetImportance(importance);
-        const std::string payload = Payload("ops", message);
-        EXPECT_EQ(payload.substr(payload.find("8bit\n") + 5), importances[importance + 1] + "\n\n"s);
-    }
     for (const char* sender : {"<ops>", "ops>x<", "<ops", ""}) {
         const std::string mail = std::string(sender) == "<ops>" ? "ops" : sender;
         EXPECT_EQ(Payload(sender, kMessage).find("From: " + mail + "To: anna@example.org\nSubject"), 0U) << sender;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <arpa/inet.h>
 #include <clocale>
 #include <cstring>
 #include <ctime>
@@ -8,6 +7,7 @@
 #include <sstream>
 #include <string>
 #include <sys/utsname.h>
+#include <vector>
 
 #include "platform/HostIpAddress.h"
 #include "platform/OsInfo.h"
@@ -17,30 +17,22 @@
 struct Host {
     const char* nodeName = " alpha ";  ///< null: the system does not tell it
     std::string fullName = "alpha.example.net";
-    std::string ipv4 = "10.20.30.40";
-    std::string ipv6 = "fd00::5";
+    std::vector<unsigned char> ipv4 = {10, 20, 30, 40};
+    std::vector<unsigned char> ipv6 = {0xFD, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 5};
     std::time_t now = 0;
     std::string locale = "C";    ///< of LC_TIME
     std::string form = "%F %T";  ///< how any date or time is written, behind the locale and the format
 };
 inline Host host;
 
-inline bool FindAddress(const std::string& text, CIPAddress& address) {
-    in6_addr bytes{};
-    const std::size_t size = text.find(':') == std::string::npos ? 4 : 16;
-    if (::inet_pton(size == 4 ? AF_INET : AF_INET6, text.c_str(), &bytes) != 1) {
-        return false;
-    }
-    address.SetBytes({bytes.s6_addr, bytes.s6_addr + size});
-    return true;
-}
-
 bool CHostIPAddress::GetHostIPv4Address(CIPAddress& address, int index) {
-    return index == 0 && FindAddress(host.ipv4, address);
+    address.SetBytes(host.ipv4);
+    return index == 0 && !host.ipv4.empty();
 }
 
 bool CHostIPAddress::GetHostIPv6Address(CIPAddress& address, int index) {
-    return index == 0 && FindAddress(host.ipv6, address);
+    address.SetBytes(host.ipv6);
+    return index == 0 && !host.ipv6.empty();
 }
 
 bool COsInfo::GetComputerNameEx(std::string& name, _COMPUTER_NAME_FORMAT format) {
@@ -57,10 +49,7 @@ int uname(utsname* names) noexcept {
 }
 
 std::time_t time(std::time_t* now) noexcept {
-    if (now != nullptr) {
-        *now = host.now;
-    }
-    return host.now;
+    return now != nullptr ? *now = host.now : host.now;
 }
 
 char* setlocale(int category, const char* name) noexcept {
