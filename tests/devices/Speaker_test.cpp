@@ -1,9 +1,19 @@
+#include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <fcntl.h>
+#include <filesystem>
 #include <functional>
 #include <iterator>
 #include <malloc.h>
+#include <optional>
+#include <sys/ioctl.h>
+#include <thread>
+#include <unistd.h>
 
-#include "StandIn.h"
+#include <gtest/gtest.h>
+
+#include "agent/BusIoDriver.h"
 #include "devices/BeepPlayer.h"
 #include "devices/DeviceBeeper.h"
 #include "devices/SpeakerBlock.h"
@@ -11,11 +21,33 @@
 #include "platform/Trace.h"
 #include "support/TraceRows.h"
 
+/// @return false when the condition did not become true in time
+template <typename Condition>
+bool WaitUntil(Condition condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!condition() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    return condition();
+}
+
+/// A test with the stand-in switched on, and its port log.
+class Speaker : public ::testing::Test {
+protected:
+    void TearDown() override { std::filesystem::remove(log_); }
+
+    std::string PortLog() const {
+        std::ifstream file(log_);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    const std::string log_ = ::testing::TempDir() + "ports." + std::to_string(::getpid());
+    std::optional<CBusIoDriver> driver_{std::in_place, BusIoDriverOptions{{}, log_, [](const std::string&) {}}};
+};
+
 namespace {
 
-using Speaker = StandIn;
 using Bytes = std::vector<unsigned char>;
-using Hz = std::vector<std::string>;
 
 constexpr std::uint32_t kForever = 0xFFFFFFFF;
 
@@ -148,9 +180,9 @@ TEST_F(Speaker, PlayerStartsAnewFromTheFirstToneAndEndsWithItsOwner) {
     const CTraceCapture trace;
     {
         CBeepPlayer player;
-        for (const std::size_t start : {1U, 2U}) {
+        for (const int start : {1, 2}) {
             EXPECT_TRUE(player.Start(Sequence({1000, 0, start == 1 ? kForever : 0})));
-            EXPECT_TRUE(WaitUntil([&] { return Tones() == Hz(start, "1000 Hz"); }));
+            EXPECT_TRUE(WaitUntil([&] { return trace.Count("Switch beeper off") == start; }));
         }
         EXPECT_TRUE(WaitUntil([&] { return Course(trace).ends_with(" w0 w0 w15000 "); }));
         EXPECT_EQ(trace.Count("Start a thread, Prio=63, Suspend=0, StackSize=0x00000000, Waitable=1, KillAlive"), 2);
@@ -181,8 +213,25 @@ TEST_F(Speaker, StartAndStopStormsNeverOverlapTones) {
         const std::jthread one(storm), two(storm), three(storm);
     }
     std::string wanted;
-    for (std::size_t tone = 0; tone < Tones().size(); ++tone) {
+    while (wanted.size() < PortLog().size()) {
         wanted += kToneLog;
     }
     EXPECT_TRUE(!wanted.empty() && PortLog() == wanted);
+}
+
+TEST_F(Speaker, DriverRefusesWhatThePortsWouldNotTake) {
+    const int fd = ::open("/dev/pci/smbus", O_WRONLY);
+    std::string log = "open O_WRONLY\n";
+    std::ifstream cases(EM_PORT_REQUESTS);
+    unsigned long code = 0;
+    std::uint32_t request[3];
+    for (std::string line; cases >> std::hex >> code >> request[0] >> request[1] >> request[2];) {
+        std::getline(cases.ignore(), line);
+        const std::string error = ::ioctl(fd, code, request) != 0 ? ::strerrorname_np(errno) : "0xB6";
+        EXPECT_NE(line.find(error, line.size() - 8), std::string::npos) << line;
+        log += line + '\n';
+    }
+    EXPECT_EQ(::close(fd), 0);
+    EXPECT_EQ(::close(fd), -1);
+    EXPECT_EQ(PortLog(), log + "close\n");
 }
