@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <regex>
 
 #include "AgentRun.h"
 
@@ -15,9 +16,9 @@
 //   ports               the accesses to the speaker's ports
 //   tones               the tones, each with the length that was asked for
 //   commands-0, -1      what each server was told
-//   traces              the alert module's own prints in their order (those of a request's return last, see
-//   Transcript),
-//                       each with the trace level from which on it is printed: a further run for each level tells
+//   traces              the alert module's own prints in their order (those of a request's return last), each with the
+//                       trace level from which on it is printed: a further run for each level tells
+//   trace-holds         expressions behind + or -: a line of the whole trace matches, or none does
 //   Notifications.after the notification file at the end
 //
 // Each file is optional but the first. With EM_ACCEPT set, results are written into the files that are there instead of
@@ -41,6 +42,11 @@ std::vector<std::string> Lines(const fs::path& path) {
 void PutLast(std::vector<std::string>& lines, const std::string& what) {
     std::stable_partition(lines.begin(), lines.end(),
                           [&what](const std::string& line) { return line.find(what) == std::string::npos; });
+}
+
+bool Holds(const std::vector<std::string>& lines, const std::regex& wanted) {
+    return std::any_of(lines.begin(), lines.end(),
+                       [&wanted](const std::string& line) { return std::regex_search(line, wanted); });
 }
 
 /// The transcript without times and tones. Requests that come back are put last: the worker may answer before they do.
@@ -102,14 +108,21 @@ protected:
             options += " --port-log " + (out_ / "ports").string();
         }
         EXPECT_EQ(RunAgent(State(), GetParam() / "scenario.jsonl", ReplaceAll(options, "\n", " ")), 0);
+        std::vector<std::string> trace = Lines(out_ / "trace");
+        for (std::string& line : trace) {
+            line = WithoutPorts(line);
+        }
+        for (const std::string& row : Lines(GetParam() / "trace-holds")) {
+            EXPECT_EQ(Holds(trace, std::regex(row.substr(1))), row[0] == '+') << row;
+        }
         std::vector<std::string> prints;
-        for (std::string line : Lines(out_ / "trace")) {
+        for (std::string line : trace) {
             for (const char* other :
                  {"creating event", "CThread::", "CDevice", "COsInfo::", "pthread_create", "THREAD_RETURN"}) {
                 line.resize(std::min(line.find(other), line.size()));  // prints that begin without a new line
             }
             if (line.starts_with("EM_") || line.starts_with("EM DLL") || line.starts_with("###")) {
-                prints.push_back(WithoutPorts(line));
+                prints.push_back(line);
             }
         }
         PutLast(prints, " (RET) ");
