@@ -22,18 +22,9 @@ public:
         std::unique_lock lock(lock_);
         return changed_.wait_for(lock, std::chrono::seconds(60), [&] { return replies_ >= count; });
     }
-    unsigned int Replies() {
-        const std::lock_guard lock(lock_);
-        return replies_;
-    }
-    unsigned int LastStatus() {
-        const std::lock_guard lock(lock_);
-        return lastStatus_;
-    }
-    unsigned int LastData() {
-        const std::lock_guard lock(lock_);
-        return lastData_;
-    }
+    unsigned int Replies() { return Locked(replies_); }
+    unsigned int LastStatus() { return Locked(lastStatus_); }
+    unsigned int LastData() { return Locked(lastData_); }
 
     void SyncRequest(CIExtensionModule*, SipJson& message, unsigned int) override {
         onRequest();
@@ -69,6 +60,11 @@ public:
     unsigned int GetRunMode() override { return 0; }
 
 private:
+    unsigned int Locked(const unsigned int& value) {
+        const std::lock_guard lock(lock_);
+        return value;
+    }
+
     std::mutex lock_;
     std::condition_variable changed_;
     unsigned int replies_ = 0;

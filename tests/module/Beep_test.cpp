@@ -67,12 +67,16 @@ TEST_F(Beep, NothingSoundsThatWasAcknowledgedOrSwitchedOffMeanwhile) {
     }
 }
 
-TEST_F(Beep, StopLeavesTheSpeakerSilent) {
+TEST_F(Beep, StopLeavesTheSpeakerSilentEventsRefusedAndRequestsAnswered) {
     Event();
     EXPECT_TRUE(Becomes(false));
     module_->Stop();
     --silent_;  // the worker has ended as well
     EXPECT_TRUE(Becomes(true));
+    EXPECT_EQ(Request(kAcknowledge), kPending);
+    Event();
+    EXPECT_EQ(Request(R"("OC":"0x2240")").second, 0U);
+    EXPECT_EQ(Request(R"("OC":"0x2243")").first, 6U);
 }
 
 TEST_F(Beep, MailsThatAreSwitchedOffBeforeTheAnswerAreNotSent) {

@@ -68,15 +68,6 @@ TEST_F(Faults, MailSettingsThatWereLockedAtTheStartAreImportedAndReadForTheNextM
     EXPECT_TRUE(std::filesystem::exists(kFile));
 }
 
-TEST_F(Faults, AfterTheStopEventsAreRefusedAndRequestsAnswered) {
-    Event();
-    module_->Stop();
-    EXPECT_EQ(Request(R"("OC":"0x2241")"), kPending);
-    Event();
-    EXPECT_EQ(Request(R"("OC":"0x2240")").second, 0U);
-    EXPECT_EQ(Request(R"("OC":"0x2243")").first, 6U);
-}
-
 TEST_F(Faults, TestMailsAreAnsweredWithTheConsolesNumbersOthersWithTheResult) {
     constexpr unsigned int kNumbers[] = {0,  1,  3,  4,  7,  8,  9,  10, 11, 12, 13, 14, 15, 16, 26, 17,
                                          18, 19, 20, 21, 22, 23, 24, 25, 27, 1,  1,  1,  18, 1,  1};

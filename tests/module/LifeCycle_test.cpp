@@ -1,17 +1,11 @@
-#include <atomic>
-#include <filesystem>
-#include <fstream>
-#include <functional>
+#include <array>
 #include <malloc.h>
 #include <netdb.h>
 #include <string_view>
 #include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
-#include "AnsweringSwitch.h"
-#include "LoadedLibrary.h"
-#include "support/FakeSwitch.h"
+#include "StartedModule.h"
 #include "support/SmtpServer.h"
 
 namespace {
@@ -38,6 +32,8 @@ extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* na
 
 namespace {
 
+constexpr char kTask[] = R"({"OC":"0x2243"})";  // the only one that is queued
+constexpr char kTestMail[] = R"({"OC":"0x2242"})";
 constexpr int kCycles = 50;
 constexpr std::size_t kTaskRecord = 2048;  // bytes at most: what termination drops is not released
 constexpr std::size_t kHeapNoise = 32768;
@@ -46,22 +42,12 @@ auto Entries(const char* directory) {
     return std::distance(std::filesystem::directory_iterator(directory), {});
 }
 
-void WriteNotificationFile(const std::string& host, int port) {
-    const std::filesystem::path file = "/etc/kestrel/HostwardenSuite/ManagedNode/Notifications/Notifications.xml";
-    std::filesystem::create_directories(file.parent_path());
-    std::ofstream(file)
-        << "<Notifications><email><Format><Sender><Address>ops@x</Address></Sender><Recipients><Recipient>"
-        << "<Address>anna@x</Address></Recipient></Recipients></Format><SMTP><Server><Host>" << host << "</Host><Port>"
-        << port << "</Port></Server></SMTP></email></Notifications>";
-}
-
-/// Runs `body` in processes of their own; each expects that no test in it fails.
-void RunInProcesses(int processes, const std::function<void()>& body) {
-    std::vector<pid_t> children;
-    for (int i = 0; i < processes; ++i) {
-        children.push_back(::fork());
-        if (children.back() == 0) {
-            body();
+/// Runs `body` in four processes side by side, each with its number; they expect that no test in it fails.
+void RunInProcesses(const std::function<void(unsigned int)>& body) {
+    std::array<pid_t, 4> children{};
+    for (unsigned int i = 0; i < children.size(); ++i) {
+        if ((children[i] = ::fork()) == 0) {
+            body(i);
             std::exit(::testing::Test::HasFailure() ? 1 : 0);
         }
     }
@@ -72,8 +58,8 @@ void RunInProcesses(int processes, const std::function<void()>& body) {
 }
 
 /// @return whether the request was queued
-[[gnu::noinline]] bool QueueTask(CIExtensionModule& module) {
-    SipJson request = MessageOf(R"({"OC":"0x2243"})");
+[[gnu::noinline]] bool Queue(CIExtensionModule& module, const char* command) {
+    SipJson request = MessageOf(command);
     module.ModuleRequest(request);
     return request.GetCmdElemValue(0, "ST", 0) == 22;
 }
@@ -96,12 +82,10 @@ unsigned int LiveOnce(unsigned int stopAfter) {
     });
     std::jthread requests([&] {
         while (!isDone) {
-            for (const char* members :
-                 {R"({"OC":"0x2240"})", R"({"OC":"0x2241"})", R"({"OC":"0xE002","OE":"0x0413","DA":"Alerts"})"}) {
-                SipJson request = MessageOf(members);
-                module->ModuleRequest(request);
+            for (const char* command : {R"({"OC":"0x2240"})", R"({"OC":"0x2241"})",
+                                        R"({"OC":"0xE002","OE":"0x0413","DA":"Alerts"})", kTask}) {
+                queued += Queue(*module, command) ? 1 : 0;
             }
-            queued += QueueTask(*module) ? 1 : 0;
         }
     });
     while (rounds < stopAfter) {
@@ -118,7 +102,7 @@ unsigned int LiveOnce(unsigned int stopAfter) {
 }  // namespace
 
 TEST(LifeCycle, TwoHundredTimesWithTrafficLeaveNothingBehind) {
-    RunInProcesses(4, [] {
+    RunInProcesses([](unsigned int) {
         unsigned int dropped = 0;
         std::size_t heap = 0;
         std::ptrdiff_t descriptors = 0;
@@ -140,33 +124,29 @@ TEST(LifeCycle, TwoHundredTimesWithTrafficLeaveNothingBehind) {
 
 TEST(LifeCycle, AHostMayExitAtAnyTimeWithoutStop) {
     const CSmtpServer server({"--hang", "MAIL"});
-    WriteNotificationFile("127.0.0.1", server.Port());
-    for (int i = 0; i < 4; ++i) {
-        RunInProcesses(1, [&] {
-            CAnsweringSwitch agent;
-            const CLoadedLibrary library;
-            CIExtensionModule* module = library.StartModule(agent);
-            std::atomic<bool> isRunning{false};
-            agent.onRequest = [&] { isRunning = true; };
-            SipJson request = MessageOf(R"({"OC":"0x2242"})");
-            module->ModuleRequest(request);
-            while (!isRunning) {
-                std::this_thread::yield();
-            }
-            ::usleep(static_cast<unsigned int>(i) * 30000);
-            std::exit(0);
-        });
-    }
+    WriteSettings("127.0.0.1", server.Port());
+    RunInProcesses([](unsigned int i) {
+        CAnsweringSwitch agent;
+        const CLoadedLibrary library;
+        CIExtensionModule* module = library.StartModule(agent);
+        std::atomic<bool> isRunning{false};
+        agent.onRequest = [&] { isRunning = true; };
+        Queue(*module, kTestMail);
+        while (!isRunning) {
+            std::this_thread::yield();
+        }
+        ::usleep(i * 30000);
+        std::exit(0);
+    });
 }
 
 TEST(LifeCycle, ALookUpThatOutlivesTheLibraryDoesNoHarm) {
-    WriteNotificationFile("hangs.example", 25);
+    WriteSettings("hangs.example", 25);
     {
         CAnsweringSwitch agent;
         const CLoadedLibrary library;
         CIExtensionModule* module = library.StartModule(agent);
-        SipJson request = MessageOf(R"({"OC":"0x2242"})");
-        module->ModuleRequest(request);
+        Queue(*module, kTestMail);
         while (lookUps == 0) {
             std::this_thread::yield();
         }

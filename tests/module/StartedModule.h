@@ -11,17 +11,21 @@
 #include "support/FakeSwitch.h"
 
 inline constexpr char kFile[] = "/etc/kestrel/HostwardenSuite/ManagedNode/Notifications/Notifications.xml";
-inline constexpr char kSettings[] =
-    "<Notifications><email><Format><Sender><Address>ops@x</Address></Sender><Recipients><Recipient><Address>anna@x"
-    "</Address></Recipient></Recipients></Format><SMTP><Server><Host>127.0.0.1</Host><Port>9</Port></Server></SMTP>"
-    "</email></Notifications>";
+
+/// A notification file with one server.
+inline void WriteSettings(const std::string& host, int port) {
+    std::filesystem::create_directories(std::filesystem::path(kFile).parent_path());
+    std::ofstream(kFile)
+        << "<Notifications><email><Format><Sender><Address>ops@x</Address></Sender><Recipients><Recipient>"
+           "<Address>anna@x</Address></Recipient></Recipients></Format><SMTP><Server><Host>"
+        << host << "</Host><Port>" << port << "</Port></Server></SMTP></email></Notifications>";
+}
 
 /// The library with a module at work, everything traced, on a private machine.
 class StartedModule : public ::testing::Test {
 protected:
     StartedModule() {
-        std::filesystem::create_directories(std::filesystem::path(kFile).parent_path());
-        std::ofstream(kFile) << kSettings;
+        WriteSettings("127.0.0.1", 9);
         module_ = library_.StartModule(agent_);
     }
     ~StartedModule() override {
