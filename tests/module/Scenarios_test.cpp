@@ -1,7 +1,17 @@
 #include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
 #include <regex>
+#include <sstream>
+#include <unistd.h>
 
-#include "AgentRun.h"
+#include <gtest/gtest.h>
+
+#include "support/SmtpServer.h"
 
 // Each folder of scenarios is one run of the agent with the library on a private machine:
 //
@@ -30,10 +40,29 @@ namespace fs = std::filesystem;
 
 const fs::path kRaidManagerDirectory = "/opt/kestrel/HostwardenSuite/ArrayKeeper/bin";
 
-std::vector<std::string> Lines(const fs::path& path) {
+/// @param whole  not where further digits follow or precede
+std::string ReplaceAll(std::string text, const std::string& from, const std::string& to, bool whole = false) {
+    const auto isDigit = [&text](std::size_t at) { return at < text.size() && std::isdigit(text[at]) != 0; };
+    for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos;) {
+        if (whole && (isDigit(at - 1) || isDigit(at + from.size()))) {
+            ++at;
+        } else {
+            text.replace(at, from.size(), to);
+            at += to.size();
+        }
+    }
+    return text;
+}
+
+std::string Read(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::vector<std::string> Lines(const std::string& text) {
     std::vector<std::string> lines;
-    std::ifstream file(path);
-    for (std::string line; std::getline(file, line);) {
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
         lines.push_back(line);
     }
     return lines;
@@ -44,14 +73,9 @@ void PutLast(std::vector<std::string>& lines, const std::string& what) {
                           [&what](const std::string& line) { return line.find(what) == std::string::npos; });
 }
 
-bool Holds(const std::vector<std::string>& lines, const std::regex& wanted) {
-    return std::any_of(lines.begin(), lines.end(),
-                       [&wanted](const std::string& line) { return std::regex_search(line, wanted); });
-}
-
 /// The transcript without times and tones. Requests that come back are put last: the worker may answer before they do.
 std::string Transcript(const fs::path& path) {
-    std::vector<std::string> lines = Lines(path);
+    std::vector<std::string> lines = Lines(Read(path));
     std::erase_if(lines, [](const std::string& line) { return line.find(R"("kind":"tone")") != std::string::npos; });
     PutLast(lines, R"("kind":"returned")");
     std::string text;
@@ -63,7 +87,7 @@ std::string Transcript(const fs::path& path) {
 
 std::string Tones(const fs::path& path) {
     std::string tones;
-    for (const std::string& line : Lines(path)) {
+    for (const std::string& line : Lines(Read(path))) {
         if (line.starts_with("CDeviceBeeper       : Beep ") && line.ends_with(" msec")) {
             tones += line.substr(line.find("Beep")) + "\n";
         }
@@ -83,37 +107,63 @@ std::string Show(const std::vector<CSmtpServer::Mail>& mails) {
     return text;
 }
 
-class Scenario : public AgentRun, public ::testing::WithParamInterface<fs::path> {
+/// Runs the agent with the library on a private machine, with SMTP servers and a notification file.
+class Scenario : public ::testing::TestWithParam<fs::path> {
 protected:
     void SetUp() override {
         for (const char* name : {"smtp-0", "smtp-1"}) {
             if (fs::exists(GetParam() / name)) {
-                StartServer(Lines(GetParam() / name));
+                servers_.push_back(std::make_unique<CSmtpServer>(Lines(Read(GetParam() / name))));
             }
         }
     }
 
+    void TearDown() override { fs::remove_all(out_); }
+
+    /// For texts that are compared: the servers' ports become @PORT0@, @PORT1@.
+    std::string WithoutPorts(std::string text) const {
+        for (std::size_t i = 0; i < servers_.size(); ++i) {
+            text = ReplaceAll(text, std::to_string(servers_[i]->Port()), "@PORT" + std::to_string(i) + "@", true);
+        }
+        return text;
+    }
+
+    /// Leaves transcript, trace and ports in out_.
     /// @return the module's prints
     std::vector<std::string> Run(int level) {
-        AgentRun::SetUp();
+        for (const fs::path& left : {fs::path("/etc/kestrel"), fs::path("/opt/kestrel"), out_}) {
+            fs::remove_all(left);
+        }
+        fs::create_directories(out_);
         if (fs::exists(GetParam() / "Notifications.xml")) {
-            WriteNotificationFile(Read(GetParam() / "Notifications.xml"));
+            std::string text = Read(GetParam() / "Notifications.xml");
+            for (std::size_t i = 0; i < servers_.size(); ++i) {
+                text = ReplaceAll(text, "@PORT" + std::to_string(i) + "@", std::to_string(servers_[i]->Port()));
+            }
+            fs::create_directories(kNotificationFile.parent_path());
+            std::ofstream(kNotificationFile) << text;
         }
         if (fs::exists(GetParam() / "ravlo.ini")) {
             fs::create_directories(kRaidManagerDirectory);
             fs::copy(GetParam() / "ravlo.ini", kRaidManagerDirectory);
         }
-        std::string options = "--trace " + std::to_string(level) + " " + Read(GetParam() / "options");
+        const fs::path state = GetParam() / "state.json";
+        std::ostringstream command;
+        command << EM_AGENT " --module " EM_LIBRARY " --scenario " << GetParam() / "scenario.jsonl"
+                << " --state " << (fs::exists(state) ? state : GetParam().parent_path() / "state.json")
+                << " --transcript " << out_ / "transcript"
+                << " --trace-file " << out_ / "trace"
+                << " --trace " << level << " " << ReplaceAll(Read(GetParam() / "options"), "\n", " ");
         if (fs::exists(GetParam() / "ports")) {
-            options += " --port-log " + (out_ / "ports").string();
+            command << " --port-log " << out_ / "ports";
         }
-        EXPECT_EQ(RunAgent(State(), GetParam() / "scenario.jsonl", ReplaceAll(options, "\n", " ")), 0);
-        std::vector<std::string> trace = Lines(out_ / "trace");
-        for (std::string& line : trace) {
-            line = WithoutPorts(line);
-        }
-        for (const std::string& row : Lines(GetParam() / "trace-holds")) {
-            EXPECT_EQ(Holds(trace, std::regex(row.substr(1))), row[0] == '+') << row;
+        EXPECT_EQ(std::system(command.str().c_str()), 0);
+        const std::vector<std::string> trace = Lines(WithoutPorts(Read(out_ / "trace")));
+        for (const std::string& row : Lines(Read(GetParam() / "trace-holds"))) {
+            const auto holds = [wanted = std::regex(row.substr(1))](const std::string& line) {
+                return std::regex_search(line, wanted);
+            };
+            EXPECT_EQ(std::any_of(trace.begin(), trace.end(), holds), row[0] == '+') << row;
         }
         std::vector<std::string> prints;
         for (std::string line : trace) {
@@ -152,10 +202,9 @@ protected:
 
     static constexpr int kLevels = 4;  // the module's own
 
-    fs::path State() const {
-        const fs::path own = GetParam() / "state.json";
-        return fs::exists(own) ? own : GetParam().parent_path() / "state.json";
-    }
+    const fs::path kNotificationFile = "/etc/kestrel/HostwardenSuite/ManagedNode/Notifications/Notifications.xml";
+    const fs::path out_ = fs::path(::testing::TempDir()) / ("agent-run-" + std::to_string(::getpid()));
+    std::vector<std::unique_ptr<CSmtpServer>> servers_;
 
     /// Compares where the folder says what is right.
     void Check(const std::string& name, const std::string& actual) const {
