@@ -1,16 +1,85 @@
 #include "mail/AlertMailTexts.h"
 
 #include <array>
+#include <clocale>
 #include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <fstream>
+#include <iomanip>
 #include <map>
+#include <sys/utsname.h>
 #include <tuple>
 
 #include <gtest/gtest.h>
 
-#include "StandInHost.h"
 #include "mail/DateTime.h"
+#include "platform/HostIpAddress.h"
+#include "platform/OsInfo.h"
 #include "support/TraceCapture.h"
+
+namespace {
+
+/// The host as the mail texts of this program see it: its names, its addresses, its clock, and a time locale for every
+/// language. Stands in for functions of the C library and the platform.
+struct Host {
+    const char* nodeName = " alpha ";  ///< null: the system does not tell it
+    std::string fullName = "alpha.example.net";
+    std::vector<unsigned char> ipv4 = {10, 20, 30, 40};
+    std::vector<unsigned char> ipv6 = {0xFD, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 5};
+    std::time_t now = 0;
+    std::string locale = "C";    ///< of LC_TIME
+    std::string form = "%F %T";  ///< how any date or time is written, behind the locale and the format
+};
+Host host;
+
+}  // namespace
+
+bool CHostIPAddress::GetHostIPv4Address(CIPAddress& address, int index) {
+    address.SetBytes(host.ipv4);
+    return index == 0 && !host.ipv4.empty();
+}
+
+bool CHostIPAddress::GetHostIPv6Address(CIPAddress& address, int index) {
+    address.SetBytes(host.ipv6);
+    return index == 0 && !host.ipv6.empty();
+}
+
+bool COsInfo::GetComputerNameEx(std::string& name, _COMPUTER_NAME_FORMAT format) {
+    name = format == ComputerNamePhysicalDnsFullyQualified ? host.fullName : "";
+    return true;
+}
+
+extern "C" {
+int uname(utsname* names) noexcept {
+    if (host.nodeName != nullptr) {
+        std::strcpy(names->nodename, host.nodeName);
+    }
+    return host.nodeName != nullptr ? 0 : -1;
+}
+
+std::time_t time(std::time_t* now) noexcept {
+    return now != nullptr ? *now = host.now : host.now;
+}
+
+char* setlocale(int category, const char* name) noexcept {
+    if (category == LC_TIME && name != nullptr) {
+        host.locale = name;
+    }
+    return host.locale.data();
+}
+
+std::size_t strftime(char* out, std::size_t size, const char* format, const std::tm* calendar) noexcept {
+    std::ostringstream text;
+    const std::string form = std::strchr(format, '#') == nullptr ? format : host.locale + format + " " + host.form;
+    text << std::put_time(calendar, form.c_str());
+    if (text.str().size() >= size) {
+        return 0;
+    }
+    std::strcpy(out, text.str().c_str());
+    return text.str().size();
+}
+}
 
 namespace {
 
@@ -24,10 +93,10 @@ public:
     };
     std::string messageTemplate = "%1 of %2%%, %3x%";
     unsigned status = 3;
-    std::string requests;  // "code-extension-object " each
+    CLumeString requests;  // "code-extension-object " each
 
     bool RequestText(unsigned oc, unsigned oe, unsigned oi, std::string& text) override {
-        Remember(oc, oe, oi);
+        requests.AppendFormat("%X-%X-%u ", oc, oe, oi);
         const auto found = texts.find({oc, oe, oi});
         if (found != texts.end()) {
             text = found->second;
@@ -35,21 +104,14 @@ public:
         return found != texts.end();
     }
     bool RequestNumber(unsigned oc, unsigned oe, unsigned oi, unsigned& number) override {
-        Remember(oc, oe, oi);
+        requests.AppendFormat("%X-%X-%u ", oc, oe, oi);
         number = status;
         return !texts.empty();
     }
     bool RequestMessageTemplate(std::uint32_t errorCode, std::string& text) override {
-        Remember(errorCode, 0, 0);
+        requests.AppendFormat("%X-%X-%u ", errorCode, 0, 0);
         text = messageTemplate;
         return errorCode == 0x290012;
-    }
-
-private:
-    void Remember(unsigned oc, unsigned oe, unsigned oi) {
-        CLumeString request;
-        request.Format("%X-%X-%u ", oc, oe, oi);
-        requests += request;
     }
 };
 
@@ -204,11 +266,8 @@ TEST_F(AlertMailTexts, MailsCarrySenderRecipientsAndImportance) {
     CAlertMailTexts(settings, agent_).CreateSystemStatusMail(status, 2, 1, "FAN", "rear");
     settings.senderName = "";
     CAlertMailTexts(settings, agent_).CreateUpdateStatusMail(update, Record(28, 1, std::string("7\0", 2)));
-    EXPECT_EQ(
-        status.GetMessageHeader() + status.Text() + "\n" + update.GetMessageHeader() + update.Text(),
-        "From: Alerts<ops>\r\nTo: anna,bert\r\nCc: carl\r\nSubject: gut of Vorsicht\r\n"
-        "X-Priority: 5\r\nImportance: Low\r\na\r\nb\r\nFAN rear\n"
-        "From: ops\r\nTo: anna,bert\r\nCc: carl\r\nSubject: $(UpdateMessage) Tower\r\n7 of %2%, %3x% Critical\r\n");
+    EXPECT_EQ(status.GetMessageHeader() + status.Text() + "\n" + update.GetMessageHeader() + update.Text(),
+              Expected("mails"));
     settings = MailSettings();
     for (const auto& [setting, componentStatus, importance] :
          {std::array{1, 3, 0}, {2, 3, 1}, {3, 1, 2}, {0, 3, 2}, {4, 2, 1}, {0, 1, 0}, {9, 5, 1}, {0, 0, 1}}) {
