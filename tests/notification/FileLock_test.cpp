@@ -36,8 +36,8 @@ protected:
         std::istringstream stream(names);
         std::string all;
         for (std::string name; stream >> name;) {
-            for (const std::string& line : DataLines(EM_TEST_DATA "/lock-traces.txt")) {
-                all += line.starts_with(name + "\t") ? line.substr(name.size() + 1) : "";
+            for (const auto& row : DataRows(EM_TEST_DATA "/lock-traces.txt")) {
+                all += row[0] == name ? row[1] : "";
             }
         }
         for (const auto& [key, value] : std::map<std::string, std::string>{

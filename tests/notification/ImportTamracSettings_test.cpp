@@ -8,12 +8,7 @@
 namespace {
 
 const std::string kTag = "\nCNotificationConfig : ";
-const std::string kOld =
-    R"(<Notifications><email Enabled="x"><Format><Sender><Address>old</Address></Sender><Recipients>
-<Recipient><Address>1</Address></Recipient><Recipient><Address>2</Address></Recipient>
-<Recipient><Name>3</Name><Address>3</Address></Recipient></Recipients></Format><SMTP><Server><Host>old</Host>
-<Authentication Type="none"><Password Encryption="1">p</Password></Authentication></Server></SMTP></email>
-</Notifications>)";
+const std::string kOld = ReadFile(EM_TEST_DATA "/import-old.xml");
 
 std::string WithoutLayout(std::string text) {
     std::erase_if(text, [](char c) { return c == '\n' || c == ' '; });
@@ -51,14 +46,9 @@ TEST(ImportTamracSettings, AllSettingsIntoAnEmptyDocument) {
 
 TEST(ImportTamracSettings, ChangesOnlyWhatTheFileHolds) {
     // the INI file, what it replaces in the document, and by what
-    for (const std::string& line : DataLines(EM_TEST_DATA "/imports.txt")) {
-        const std::size_t first = line.find('\t');
-        const std::size_t second = line.find('\t', first + 1);
-        const std::string ini = line.substr(0, first);
-        const std::string what = line.substr(first + 1, second - first - 1);
-        const std::string by = line.substr(second + 1);
+    for (const auto& row : DataRows(EM_TEST_DATA "/imports.txt")) {
         const CTraceCapture trace(2);  // all prints are of level 3
-        EXPECT_EQ(Import(ini, kOld), WithoutLayout(Replaced(kOld, what, by))) << ini;
+        EXPECT_EQ(Import(row[0], kOld), WithoutLayout(Replaced(kOld, row[1], row[2]))) << row[0];
         EXPECT_EQ(trace.All(), "");
     }
 }
@@ -88,9 +78,6 @@ TEST(ImportTamracSettings, AMissingFileIsTracedOnly) {
         ASSERT_EQ(::mount("none", "/opt", "tmpfs", 0, nullptr), 0);
         const CTraceCapture trace;
         EXPECT_FALSE(CNotificationConfig().ImportTamracSettings(nullptr));
-        EXPECT_EQ(trace.All(), R"(
-CNotificationConfig : Import for Hostwarden RAID SMTP settings...
-CNotificationConfig : ravlo.ini found in "/opt/kestrel/HostwardenSuite/ArrayKeeper/bin/ravlo.ini"
-CNotificationConfig : Import of Hostwarden RAID SMTP settings done!)");
+        EXPECT_EQ(trace.All(), ReadFile(EM_TEST_DATA "/import-traces-of-a-missing-file.txt"));
     });
 }

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -18,8 +19,7 @@ public:
         }
     }
     ~CTempDirectory() { std::filesystem::remove_all(path_); }
-    CTempDirectory(const CTempDirectory&) = delete;
-    CTempDirectory& operator=(const CTempDirectory&) = delete;
+    CTempDirectory& operator=(CTempDirectory&&) = delete;  // nor is it copied
 
     std::string operator/(const std::string& name) const { return path_ + "/" + name; }
     auto FileCount() const { return std::distance(std::filesystem::directory_iterator(path_), {}); }
@@ -37,14 +37,19 @@ inline std::string ReadFile(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// The lines of a data file; "\xNN" stands for a byte.
-inline std::vector<std::string> DataLines(const std::string& path) {
+/// The fields, between tabs, of the lines of a data file; "\xNN" stands for a byte.
+inline std::vector<std::vector<std::string>> DataRows(const std::string& path) {
     std::ifstream file(path);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(file, line); lines.push_back(line)) {
-        for (std::size_t at = 0; (at = line.find("\\x", at)) != std::string::npos; ++at) {
-            line.replace(at, 4, 1, static_cast<char>(std::stoi(line.substr(at + 2, 2), nullptr, 16)));
+    std::vector<std::vector<std::string>> rows;
+    for (std::string line; std::getline(file, line);) {
+        std::istringstream fields(line + '\t');
+        rows.emplace_back();
+        for (std::string field; std::getline(fields, field, '\t'); rows.back().push_back(field)) {
+            for (std::size_t at = 0; (at = field.find("\\x", at)) != std::string::npos; ++at) {
+                field.replace(at, 4, 1, static_cast<char>(std::stoi(field.substr(at + 2, 2), nullptr, 16)));
+            }
         }
     }
-    return lines;
+    EXPECT_FALSE(rows.empty()) << path;
+    return rows;
 }
