@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
+#include <regex>
 #include <set>
 #include <string>
 #include <sys/file.h>
@@ -26,7 +27,7 @@ std::string calls;  // each on a line of its own, with what matters of its argum
 
 bool Fails(const std::string& call) {
     calls += call + "\n";
-    if (callsLeft < 0 || callsLeft-- > 0) {
+    if (call == "close" || callsLeft < 0 || callsLeft-- > 0) {  // nobody asks how a close went
         return false;
     }
     if (failure == 0) {
@@ -38,8 +39,8 @@ bool Fails(const std::string& call) {
 }
 
 std::string Name(const char* path) {
-    const std::string name = std::filesystem::path(path).filename();
-    return name.empty() ? " ." : " " + name;
+    const auto name = std::filesystem::path(path).filename();
+    return name.empty() ? " ." : " " + name.string();
 }
 
 std::string Opening(const char* path, int flags, mode_t mode) {
@@ -65,6 +66,7 @@ FAILING(ssize_t, write, string(), -1, (int fd, const void* bytes, std::size_t si
 FAILING(int, fsync, string(), -1, (int fd), fd)
 FAILING(int, stat, Name(path), -1, (const char* path, struct stat* status), path, status)
 FAILING(int, fstat, string(), -1, (int fd, struct stat* status), fd, status)
+FAILING(int, close, string(), -1, (int fd), fd)
 FAILING(int, fchmod, " " + std::to_string(mode), -1, (int fd, mode_t mode), fd, mode)
 FAILING(int, fchown, string(), -1, (int fd, uid_t user, gid_t group), fd, user, group)
 FAILING(int, flock, " " + std::to_string(operation), -1, (int fd, int operation), fd, operation)
@@ -108,13 +110,6 @@ TEST(FailingSystemCalls, AWriterWhoseNewFileIsRemovedStartsOver) {
     robberies.clear();
 }
 
-extern "C" int __real_close(int fd);
-extern "C" int __wrap_close(int fd);
-int __wrap_close(int fd) {
-    calls += "close\n";
-    return __real_close(fd);
-}
-
 namespace {
 
 /// Changes a setting as a write request does.
@@ -145,11 +140,9 @@ TEST(FailingSystemCalls, LeaveTheOldFileOrTheNewOne) {
     CNotificationConfig original(directory / "");
     ASSERT_TRUE(original.SetSender("old@x") && original.SetRecipients("anna@x;bert@x", ";") && original.Save());
     const std::string oldText = ReadFile(original.Path());
-    std::string newText = oldText;
-    newText.replace(newText.find("old@x"), 5, "new@x");
+    const std::string newText = std::regex_replace(oldText, std::regex("old@x"), "new@x");
 
     const uid_t owner = ::geteuid() == 0 ? 12 : ::geteuid();
-
     for (const int reason : {0, ENOSPC, EIO, EACCES, EMFILE}) {
         failure = reason;
         for (int calls = 0;; ++calls) {
@@ -169,8 +162,8 @@ TEST(FailingSystemCalls, LeaveTheOldFileOrTheNewOne) {
             const std::string text = ReadFile(original.Path());
             EXPECT_TRUE(text == newText || (text == oldText && !isSaved)) << reason << ", call " << calls << ":\n"
                                                                           << text;
+            EXPECT_TRUE(isSaved || hasFailed);
             if (!hasFailed) {
-                EXPECT_TRUE(isSaved);
                 break;
             }
         }

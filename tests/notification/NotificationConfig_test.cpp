@@ -4,12 +4,7 @@
 
 #include "xml/TempDirectory.h"
 
-namespace {
-
 using AuthenticationType = CNotificationConfig::AuthenticationType;
-using PasswordEncryptionType = CNotificationConfig::PasswordEncryptionType;
-
-}  // namespace
 
 TEST(NotificationConfig, SettersCreateTheWholePathAndKeepThePosition) {
     CNotificationConfig config;
@@ -71,15 +66,9 @@ TEST(NotificationConfig, MissingSettingsLeaveTheCallersValue) {
 
 TEST(NotificationConfig, RecipientsAreRewrittenInPlace) {
     CNotificationConfig config;
-    ASSERT_TRUE(
-        config.SetDoc("<Notifications><email><Format><Recipients><x/>"
-                      "<Recipient Id='7'><Name>A</Name><Address>anna</Address></Recipient>"
-                      "<Recipient><Address>bert</Address><Address>more</Address></Recipient>"
-                      "</Recipients></Format></email></Notifications>"));
-    ASSERT_TRUE(config.FindElem("Notifications"));
+    ASSERT_TRUE(config.SetDoc(ReadFile(EM_TEST_DATA "/recipients-before.xml")) && config.FindElem("Notifications"));
     std::string joined;
-    EXPECT_TRUE(config.SetRecipients("carl", " ,;") && config.GetRecipients(joined, ";"));
-    EXPECT_EQ(joined, "carl");
+    EXPECT_TRUE(config.SetRecipients("carl", " ,;") && config.GetRecipients(joined, ";") && joined == "carl") << joined;
     EXPECT_TRUE(config.FindChildElem("email"));  // the position was kept
     EXPECT_EQ(config.GetDocFormatted(), ReadFile(EM_TEST_DATA "/recipients.xml"));
     EXPECT_TRUE(config.SetRecipients("dora,emil,", ",") && config.GetRecipients(joined, "; "));
@@ -87,36 +76,25 @@ TEST(NotificationConfig, RecipientsAreRewrittenInPlace) {
 }
 
 TEST(NotificationConfig, WhatOthersWroteHasARule) {
-    const std::string stored = "f8s6mivZg++FTemrYkCdMg==";
-    const struct {
-        std::string smtps;  // reads as off
-        std::string port;
-        int portRead;  // 7: reads as missing
-        const char* attributes;
-        AuthenticationType typeRead;
-        std::string password;
-    } cases[] = {
-        {"TRUE", "25", 25, "Type='none'><Password Encryption='2'>", AuthenticationType::None, "secret"},
-        {"1", " 0065535\n", 65535, "Type='smtp'><Password Encryption=' 02 '>", AuthenticationType::Smtp, "secret"},
-        {"", "65536", 7, "Type='SMTP'><Password Encryption='2x'>", AuthenticationType::Unknown, stored},
-        {" true", "25a", 7, "><Password Encryption='1'>", AuthenticationType::Unknown, stored},
-        {"yes", "", 7, "type='smtp'><Password>", AuthenticationType::Unknown, stored},
-    };
-    for (const auto& [smtps, port, portRead, attributes, typeRead, password] : cases) {
+    // what is read: the port (7: missing), type and password; what was written: SMTPS (always off), port,
+    // authentication
+    for (const auto& row : DataRows(EM_TEST_DATA "/written-by-others.txt")) {
         CNotificationConfig config;
-        ASSERT_TRUE(config.SetDoc("<Notifications><email><SMTP><Server><SMTPS>" + smtps + "</SMTPS><Port>" + port +
-                                  "</Port><Authentication " + attributes + stored +
+        ASSERT_TRUE(config.SetDoc("<Notifications><email><SMTP><Server><SMTPS>" + row[3] + "</SMTPS><Port>" + row[4] +
+                                  "</Port><Authentication " + row[5] +
                                   "</Password></Authentication></Server></SMTP></email></Notifications>"));
-        unsigned short portValue = 7;
+        unsigned short port = 7;
         bool isOn = true;
         auto type = AuthenticationType::Smtp;
         std::string value;
-        EXPECT_TRUE(config.GetSmtpServerSMTPS(isOn, 0) && !isOn) << smtps;
-        EXPECT_EQ(config.GetSmtpServerPort(portValue, 0), portRead != 7) << port;
-        EXPECT_EQ(portValue, portRead);
-        EXPECT_TRUE(config.GetSmtpServerAuthenticationType(type, 0) && type == typeRead) << attributes;
-        EXPECT_TRUE(config.GetSmtpServerAuthenticationUserPassword(value, 0) && value == password) << attributes;
-        EXPECT_TRUE(config.SetSmtpServerAuthenticationUserPassword("<p>", 0, PasswordEncryptionType::Plain));
-        EXPECT_NE(config.GetDocFormatted().find("<Password>&lt;p&gt;<"), std::string::npos) << attributes;
+        EXPECT_TRUE(config.GetSmtpServerSMTPS(isOn, 0) && !isOn) << row[3];
+        EXPECT_TRUE(config.GetSmtpServerPort(port, 0) != (row[0] == "7") && std::to_string(port) == row[0]) << row[4];
+        EXPECT_TRUE(config.GetSmtpServerAuthenticationType(type, 0) &&
+                    std::to_string(static_cast<int>(type)) == row[1] &&
+                    config.GetSmtpServerAuthenticationUserPassword(value, 0) && value == row[2])
+            << row[5];
+        EXPECT_TRUE(config.SetSmtpServerAuthenticationUserPassword("<p>", 0,
+                                                                   CNotificationConfig::PasswordEncryptionType::Plain));
+        EXPECT_NE(config.GetDocFormatted().find("<Password>&lt;p&gt;<"), std::string::npos) << row[5];
     }
 }

@@ -18,12 +18,10 @@ TEST(Markup, LoadTellsWhatIsWrongWithAFile) {
     ASSERT_EQ(::mkfifo((directory / "fifo").c_str(), 0600), 0);
     WriteFile(directory / "huge", "<a/>");
     std::filesystem::resize_file(directory / "huge", 16 * 1024 * 1024 + 1);
-    for (const char* name : {"fifo", "", "a.xml/below", "huge"}) {
-        EXPECT_FALSE(document.Load(directory / name));
-        EXPECT_EQ(document.Status(), CMarkup::LoadStatus::Unreadable) << name;
+    for (const std::string name : {"fifo", "", "a.xml/below", "huge", "no/such/file"}) {
+        const auto status = name[0] == 'n' ? CMarkup::LoadStatus::Missing : CMarkup::LoadStatus::Unreadable;
+        EXPECT_TRUE(!document.Load(directory / name) && document.Status() == status) << name;
     }
-    EXPECT_FALSE(document.Load(directory / "no/such/file"));
-    EXPECT_EQ(document.Status(), CMarkup::LoadStatus::Missing);
 }
 
 TEST(Markup, SavesOnlyWhatCanBeLoadedAgain) {
@@ -40,15 +38,13 @@ TEST(Markup, SavesOnlyWhatCanBeLoadedAgain) {
 TEST(Markup, WhatItDoesNotKnowSurvives) {
     const std::string text = ReadFile(EM_TEST_DATA "/foreign.xml");
     CMarkup document;
-    ASSERT_TRUE(document.SetDoc(text));
-    EXPECT_EQ(document.GetDocFormatted(), text);
+    EXPECT_TRUE(document.SetDoc(text) && document.GetDocFormatted() == text) << document.GetDocFormatted();
 }
 
 TEST(Markup, EscapesTextAndAttributesAndDropsWhatXmlCannotHold) {
     CMarkup document;
     ASSERT_TRUE(document.SetDoc("<?xml version='1.0' encoding='iso-8859-1'?><a>x<!-- \xFC --><![CDATA[y]]></a>"));
-    ASSERT_TRUE(document.FindElem());
-    EXPECT_EQ(document.GetData(), "xy");
+    EXPECT_TRUE(document.FindElem() && document.GetData() == "xy");
     const std::string value = "<&>\"'\r\n\t\xC3\xBC\xF0\x9F\x94\x94";
     const std::string unfit = "\x01\x1F\xFF\xC0\xAF\xED\xA0\x80\xEF\xBF\xBF\xF4\x90\x80\x80\xE2\x82";
     document.SetData(value + unfit + "]]>");
@@ -56,8 +52,7 @@ TEST(Markup, EscapesTextAndAttributesAndDropsWhatXmlCannotHold) {
     const std::string text = document.GetDocFormatted();
     EXPECT_EQ(text, ReadFile(EM_TEST_DATA "/escaped.xml"));
     ASSERT_TRUE(document.SetDoc(text) && document.FindElem("a"));
-    EXPECT_EQ(document.GetData(), value + "]]>");
-    EXPECT_EQ(document.GetAttrib("b"), value);
+    EXPECT_TRUE(document.GetData() == value + "]]>" && document.GetAttrib("b") == value);
 }
 
 TEST(Markup, WalksAndEditsWithACursor) {
