@@ -1,22 +1,6 @@
-#include <cerrno>
 #include <dirent.h>
-#include <fcntl.h>
-#include <regex>
-#include <set>
-#include <string>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <sys/types.h>
-#include <sys/wait.h>
-#include <sys/xattr.h>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "notification/FileLock.h"
-#include "notification/NotificationConfig.h"
-#include "platform/UniqueFd.h"
-#include "xml/TempDirectory.h"
+#include "notification/Notification.h"
 
 namespace {
 
@@ -142,14 +126,13 @@ TEST(FailingSystemCalls, LeaveTheOldFileOrTheNewOne) {
     const std::string oldText = ReadFile(original.Path());
     const std::string newText = std::regex_replace(oldText, std::regex("old@x"), "new@x");
 
-    const uid_t owner = ::geteuid() == 0 ? 12 : ::geteuid();
     for (const int reason : {0, ENOSPC, EIO, EACCES, EMFILE}) {
         failure = reason;
         for (int calls = 0;; ++calls) {
             WriteFile(original.Path(), oldText);
             WriteFile(directory / ".Notifications.xml.em_alert.abcdef", "of a dead writer");
             ASSERT_EQ(::setxattr(original.Path().c_str(), "user.note", "x", 1, 0), 0);
-            ASSERT_EQ(::chown(original.Path().c_str(), owner, ::getegid()), 0);
+            ASSERT_EQ(::chown(original.Path().c_str(), kOwner, ::getegid()), 0);
             callsLeft = calls;
             int status = 0;
             if (reason == 0 && ::fork() == 0) {
@@ -168,7 +151,7 @@ TEST(FailingSystemCalls, LeaveTheOldFileOrTheNewOne) {
             }
         }
     }
-    EXPECT_EQ(failed.size(), owner == ::geteuid() ? 19U : 20U);  // all but fchown
+    EXPECT_EQ(failed.size(), kOwner == ::geteuid() ? 19U : 20U);  // all but fchown
     CFileLock lock;
     EXPECT_TRUE(lock.Lock(original.Path().c_str(), nullptr, 0) && original.Load() && original.Save());
     lock.UnlockFile(original.Path().c_str());

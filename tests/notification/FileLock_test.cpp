@@ -1,20 +1,4 @@
-#include "notification/FileLock.h"
-
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
-#include <functional>
-#include <map>
-#include <regex>
-#include <sstream>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
-#include "support/PrivateNamespace.h"
-#include "support/TraceCapture.h"
-#include "xml/TempDirectory.h"
+#include "notification/Notification.h"
 
 namespace {
 
@@ -31,20 +15,15 @@ protected:
     const std::string pid_ = std::string("#").append(std::to_string(::getpid()));
     CTraceCapture trace_;
 
-    /// The prints of an attempt to lock `file_`, by their short names.
-    std::string Traces(const std::string& names, const std::string& retries = "6000") const {
-        std::istringstream stream(names);
-        std::string all;
-        for (std::string name; stream >> name;) {
-            for (const auto& row : DataRows(EM_TEST_DATA "/lock-traces.txt")) {
-                all += row[0] == name ? row[1] : "";
-            }
+    /// A text with the prints of an attempt to lock `file_` in place of their short names.
+    std::string Filled(std::string text, const std::string& retries = "6000") const {
+        auto rows = DataRows(EM_TEST_DATA "/lock-traces.txt");
+        const std::string base = file_.substr(0, file_.find("/deep"));
+        rows.insert(rows.end(), {{"<base>", base}, {"<pid>", pid_}, {"<retries>", retries}});
+        for (const auto& row : rows) {
+            text = std::regex_replace(text, std::regex(row[0]), row[1]);
         }
-        for (const auto& [key, value] : std::map<std::string, std::string>{
-                 {"<file>", file_}, {"<directory>", directory_ / "deep/er"}, {"<pid>", pid_}, {"<retries>", retries}}) {
-            all = std::regex_replace(all, std::regex(key), value);
-        }
-        return all;
+        return text;
     }
 };
 
@@ -62,7 +41,7 @@ TEST_F(FileLock, TakesALockFileOfItsOwnAndDeletesIt) {
     }
     EXPECT_FALSE(std::filesystem::exists(lockFile_));
     EXPECT_TRUE(std::filesystem::exists(directory_ / "deep/er"));
-    EXPECT_EQ(trace_.All(), Traces("apply missing true release", "50"));
+    EXPECT_EQ(trace_.All(), Filled("<apply><missing><true><release>", "50"));
     const CTraceCapture detail(4);
     EXPECT_TRUE(CFileLock().Lock(file_.c_str(), nullptr, 0) && detail.Has("nrRetries = 0"));
     EXPECT_FALSE(detail.Has("apply file lock") || detail.Has("release file lock"));
@@ -77,7 +56,7 @@ TEST_F(FileLock, AHeldLockFailsAtOnceAndNamesItsHolder) {
     WriteFile(lockFile_, "a dead process with a long name#4711");
     CFileLock holder;
     ASSERT_TRUE(holder.Lock(file_.c_str(), "M\xC3\xBCller\xFF\x01", 600000));
-    EXPECT_EQ(trace_.All(), Traces("apply exists opened try locked true"));
+    EXPECT_EQ(trace_.All(), Filled("<apply><exists><opened><try><locked><true>"));
     trace_.Clear();
     CFileLock lock;
     ::alarm(30);  // far less than the time-out
@@ -85,7 +64,7 @@ TEST_F(FileLock, AHeldLockFailsAtOnceAndNamesItsHolder) {
     ::alarm(0);
     EXPECT_EQ(lock.LastError(), static_cast<unsigned int>(EWOULDBLOCK));
     EXPECT_EQ(lock.HolderText(), "M\xC3\xBCller" + pid_);
-    EXPECT_EQ(trace_.All(), Traces("apply exists opened try failed false held"));
+    EXPECT_EQ(trace_.All(), Filled("<apply><exists><opened><try><failed><false><held>"));
     lock.UnlockFile(file_.c_str());
     EXPECT_EQ(ReadFile(lockFile_), "M\xC3\xBCller\xFF\x01" + pid_);
     WriteFile(lockFile_ + ".new", "another holder");
@@ -96,23 +75,14 @@ TEST_F(FileLock, AHeldLockFailsAtOnceAndNamesItsHolder) {
 
 TEST_F(FileLock, RefusesPathsThatItCannotLockAndKeepsTheLockThatItHas) {
     WriteFile(directory_ / "file", "");
-    const std::string base = directory_ / "";
-    const std::string longest = base + std::string(256 - base.size(), 'a');
-    const std::string tooLong = base + std::string(259 - base.size(), 'a');
+    const std::string longest = directory_ / std::string(256 - (directory_ / "").size(), 'a');
     CFileLock lock;
     ASSERT_TRUE(lock.Lock(longest.c_str(), nullptr, 0));
-    const std::tuple<std::string, std::string, int> cases[] = {
-        {"relative/a.xml", "relative (LastError = 0x00000016)", EINVAL},
-        {"a.xml", "a.xml.lock (LastError = 0x00000016)", EINVAL},
-        {"/a.xml", " (LastError = 0x00000016)", EINVAL},
-        {base + "file/x/a.xml", base + "file/x (LastError = 0x00000014)", ENOTDIR},
-        {tooLong, base.substr(0, base.size() - 1) + " (LastError = 0x00000024)", ENAMETOOLONG}};
-    for (const auto& [path, text, error] : cases) {
+    // the path, LastError and what is printed; the long path has 259 bytes
+    for (const auto& row : DataRows(EM_TEST_DATA "/lock-refusals.txt")) {
         const CTraceCapture trace(1);
-        EXPECT_TRUE(!lock.Lock(path.c_str(), nullptr, 0) && lock.LastError() == static_cast<unsigned int>(error))
-            << path;
-        EXPECT_EQ(trace.All(), "\nCFileLock           : ## ERROR! Failed to open/create lock directory " + text +
-                                   "\nCFileLock           :   " + std::strerror(error));
+        EXPECT_TRUE(!lock.Lock(Filled(row[0]).c_str(), nullptr, 0) && std::to_string(lock.LastError()) == row[1]);
+        EXPECT_EQ(trace.All(), Filled(row[2]));
     }
     EXPECT_FALSE(lock.Lock(nullptr, nullptr, 0) || lock.Lock("", nullptr, 0));
     EXPECT_EQ(lock.LastError(), static_cast<unsigned int>(EINVAL));
@@ -130,8 +100,7 @@ TEST_F(FileLock, TellsWhyALockFileCannotBeMade) {
         CFileLock lock;
         EXPECT_FALSE(lock.Lock((directory_ / "a").c_str(), nullptr, 0));
         EXPECT_TRUE(lock.LastError() == EROFS && lock.HolderText().empty());
-        EXPECT_EQ(trace.All(), "\nCFileLock           : ## ERROR! " + (directory_ / "a") +
-                                   ".lock cannot be taken: Read-only file system");
+        EXPECT_EQ(trace.All(), Filled("<readonly>"));
     });
 }
 
@@ -154,24 +123,21 @@ TEST_F(FileLock, TheWaitEndsWhenAnotherOneWasFaster) {
 
 TEST_F(FileLock, OnlyASharingViolationIsTriedAgain) {
     std::filesystem::create_directories(directory_ / "deep/er");
-    const std::tuple<int, int, int, const char*> cases[] = {{32, 99, 99, "violation false refused"},
-                                                            {32, 250, 99, "violation violation false refused"},
-                                                            {32, 250, 1, "violation locked true release"},
-                                                            {EWOULDBLOCK, 250, 1, "failed false held"}};
-    for (const auto& [error, timeoutMs, failures, traces] : cases) {
+    // errno of the failure, the time-out, how often it fails, and what is printed
+    for (const auto& row : DataRows(EM_TEST_DATA "/lock-failures.txt")) {
+        const int timeoutMs = std::stoi(row[1]);
+        const int failures = std::stoi(row[2]);
         WriteFile(lockFile_, "M\xC3\xBCller" + pid_);
         trace_.Clear();
-        int left = failures;
-        flockHook = [&, value = error] {
-            errno = value;
+        flockHook = [&, left = failures]() mutable {
+            errno = std::stoi(row[0]);
             return left-- <= 0;
         };
         const auto start = std::chrono::steady_clock::now();
         CFileLock().Lock(file_.c_str(), nullptr, timeoutMs);
         const auto elapsed = std::chrono::steady_clock::now() - start;
-        EXPECT_TRUE(error != 32 || elapsed >= std::min(failures, timeoutMs / 100) * std::chrono::milliseconds(100));
-        EXPECT_EQ(trace_.All(),
-                  Traces(std::string("apply exists opened try ") + traces, std::to_string(timeoutMs / 100)));
+        EXPECT_TRUE(row[0] != "32" || elapsed >= std::min(failures, timeoutMs / 100) * std::chrono::milliseconds(100));
+        EXPECT_EQ(trace_.All(), Filled(row[3], std::to_string(timeoutMs / 100)));
     }
     WriteFile(lockFile_, std::string(300, 'x'));
     flockHook = [] { return false; };

@@ -1,9 +1,4 @@
-#include <gtest/gtest.h>
-
-#include "notification/NotificationConfig.h"
-#include "support/PrivateNamespace.h"
-#include "support/TraceCapture.h"
-#include "xml/TempDirectory.h"
+#include "notification/Notification.h"
 
 namespace {
 

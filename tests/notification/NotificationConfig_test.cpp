@@ -1,8 +1,6 @@
-#include "notification/NotificationConfig.h"
-
 #include <string_view>
 
-#include "xml/TempDirectory.h"
+#include "notification/Notification.h"
 
 using AuthenticationType = CNotificationConfig::AuthenticationType;
 

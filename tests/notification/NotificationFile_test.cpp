@@ -1,16 +1,4 @@
-#include <fcntl.h>
-#include <sched.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <sys/xattr.h>
-#include <unistd.h>
-
-#include "notification/FileLock.h"
-#include "notification/NotificationConfig.h"
-#include "platform/UniqueFd.h"
-#include "support/TraceCapture.h"
-#include "xml/TempDirectory.h"
+#include "notification/Notification.h"
 
 namespace {
 
@@ -102,16 +90,15 @@ TEST(NotificationFile, SaveKeepsRightsAndLinks) {
     EXPECT_EQ(ReadFile(config.Path()), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Notifications />\n");
     std::filesystem::rename(config.Path(), real);
     std::filesystem::create_symlink("../../real.xml", config.Path());
-    const uid_t owner = ::geteuid() == 0 ? 12 : ::geteuid();
     const gid_t group = ::geteuid() == 0 ? 13 : ::getegid();
-    ASSERT_EQ(::chown(real.c_str(), owner, group), 0);
+    ASSERT_EQ(::chown(real.c_str(), kOwner, group), 0);
     // The directory gives new files a list of their own, which a file without one must not get.
     ASSERT_EQ(::setxattr((directory / "").c_str(), "system.posix_acl_default", list.data(), list.size(), 0), 0);
     for (const mode_t mode : {02640U, 0604U}) {
         ASSERT_EQ(::chmod(real.c_str(), mode), 0);
         ASSERT_TRUE(config.SetSender("c@d" + std::to_string(mode)) && config.Save());
         ASSERT_EQ(::lstat(real.c_str(), &status), 0);
-        EXPECT_TRUE((status.st_mode & 07777) == mode && status.st_uid == owner && status.st_gid == group);
+        EXPECT_TRUE((status.st_mode & 07777) == mode && status.st_uid == kOwner && status.st_gid == group);
         EXPECT_TRUE(::getxattr(real.c_str(), kList, nullptr, 0) < 0 && errno == ENODATA);
         EXPECT_NE(ReadFile(real).find("c@d" + std::to_string(mode)), std::string::npos);
     }

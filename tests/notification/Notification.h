@@ -1,0 +1,28 @@
+#pragma once
+
+// What the tests of the notification file share.
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <functional>
+#include <regex>
+#include <set>
+#include <string>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+#include <vector>
+
+#include "notification/FileLock.h"
+#include "notification/NotificationConfig.h"
+#include "platform/UniqueFd.h"
+#include "support/PrivateNamespace.h"
+#include "support/TraceCapture.h"
+#include "xml/TempDirectory.h"
+
+/// An owner for files, other than this process where that may give files away.
+inline const uid_t kOwner = ::geteuid() == 0 ? 12 : ::geteuid();
