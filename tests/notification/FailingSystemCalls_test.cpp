@@ -33,6 +33,13 @@ std::string Opening(const char* path, int flags, mode_t mode) {
            (flags & O_CREAT ? " " + std::to_string(mode) : "");
 }
 
+/// Changes a setting as a write request does.
+bool ChangeSender(const CTempDirectory& directory) {
+    CNotificationConfig config(directory / "");
+    CFileLock lock;
+    return lock.Lock(config.Path().c_str(), nullptr, 0) && config.Load() && config.SetSender("new@x") && config.Save();
+}
+
 }  // namespace
 
 // The linker (--wrap, see CMakeLists.txt) leads the calls of the code under test here.
@@ -94,17 +101,6 @@ TEST(FailingSystemCalls, AWriterWhoseNewFileIsRemovedStartsOver) {
     robberies.clear();
 }
 
-namespace {
-
-/// Changes a setting as a write request does.
-bool ChangeSender(const CTempDirectory& directory) {
-    CNotificationConfig config(directory / "");
-    CFileLock lock;
-    return lock.Lock(config.Path().c_str(), nullptr, 0) && config.Load() && config.SetSender("new@x") && config.Save();
-}
-
-}  // namespace
-
 TEST(FailingSystemCalls, TheCallsOfAChangeAreInOrder) {
     const CTempDirectory directory;
     CNotificationConfig config(directory / "");
@@ -128,7 +124,8 @@ TEST(FailingSystemCalls, LeaveTheOldFileOrTheNewOne) {
 
     for (const int reason : {0, ENOSPC, EIO, EACCES, EMFILE}) {
         failure = reason;
-        for (int calls = 0;; ++calls) {
+        bool hasFailed = true;
+        for (int calls = 0; hasFailed; ++calls) {
             WriteFile(original.Path(), oldText);
             WriteFile(directory / ".Notifications.xml.em_alert.abcdef", "of a dead writer");
             ASSERT_EQ(::setxattr(original.Path().c_str(), "user.note", "x", 1, 0), 0);
@@ -140,15 +137,12 @@ TEST(FailingSystemCalls, LeaveTheOldFileOrTheNewOne) {
             }
             const bool isSaved =
                 reason == 0 ? ::wait(&status) < 0 || WEXITSTATUS(status) == 1 : ChangeSender(directory);
-            const bool hasFailed = reason == 0 ? status == 0 : callsLeft < 0;
+            hasFailed = reason == 0 ? status == 0 : callsLeft < 0;
             callsLeft = -1;
             const std::string text = ReadFile(original.Path());
-            EXPECT_TRUE(text == newText || (text == oldText && !isSaved)) << reason << ", call " << calls << ":\n"
-                                                                          << text;
-            EXPECT_TRUE(isSaved || hasFailed);
-            if (!hasFailed) {
-                break;
-            }
+            EXPECT_TRUE((text == newText && (isSaved || hasFailed)) || (text == oldText && !isSaved && hasFailed))
+                << reason << ", call " << calls << ":\n"
+                << text;
         }
     }
     EXPECT_EQ(failed.size(), kOwner == ::geteuid() ? 19U : 20U);  // all but fchown

@@ -26,8 +26,11 @@ std::string Import(const std::string& ini, const std::string& document) {
     return text.substr(text.find("?>") + 2);
 }
 
-std::string Replaced(std::string text, const std::string& what, const std::string& by) {
-    return text.replace(text.find(what), what.size(), by);
+/// Imports into the old document, and expects it with one place replaced.
+void ExpectImported(const std::string& ini, const std::string& what, const std::string& by) {
+    std::string expected = kOld;
+    expected.replace(expected.find(what), what.size(), by);
+    EXPECT_EQ(Import(ini, kOld), WithoutLayout(expected)) << ini;
 }
 
 }  // namespace
@@ -43,27 +46,26 @@ TEST(ImportTamracSettings, ChangesOnlyWhatTheFileHolds) {
     // the INI file, what it replaces in the document, and by what
     for (const auto& row : DataRows(EM_TEST_DATA "/imports.txt")) {
         const CTraceCapture trace(2);  // all prints are of level 3
-        EXPECT_EQ(Import(row[0], kOld), WithoutLayout(Replaced(kOld, row[1], row[2]))) << row[0];
+        ExpectImported(row[0], row[1], row[2]);
         EXPECT_EQ(trace.All(), "");
     }
 }
 
 TEST(ImportTamracSettings, TheHostNameStandsInForAMissingSender) {
-    const std::string enabled = Replaced(kOld, "\"x\"", "\"Enabled\"");
+    const std::string old = "\"x\"><Format><Sender><Address>old</Address>";
+    const std::string enabled = "\"Enabled\"><Format><Sender><Address";
     InPrivateNamespace([&] {
         ResolveFrom("10.0.0.5 box.example.net box\n");
-        EXPECT_EQ(Import("MailLogging=ENABLED\n", kOld),
-                  WithoutLayout(Replaced(enabled, "<Address>old</Address>", "<Address/><Description/>")));
+        ExpectImported("MailLogging=ENABLED\n", old, enabled + "/><Description/>");
         const std::string name = "box.example.net";
         Shell("ip link set lo up && ip addr add 10.0.0.5/24 dev lo");
         const CTraceCapture trace(3);
-        EXPECT_EQ(Import("MailLogging=ENABLED\n", kOld),
-                  WithoutLayout(
-                      Replaced(enabled, "old</Address>", name + "</Address><Description>" + name + "</Description>")));
+        ExpectImported("MailLogging=ENABLED\n", old,
+                       enabled + ">" + name + "</Address><Description>" + name + "</Description>");
         EXPECT_TRUE(trace.Has(kTag + "  import TAMRAC: email sender is host name \"box.example.net\""));
         EXPECT_TRUE(trace.Has("sender description set to host name \"box.example.net\""));
         const CTraceCapture none(3);
-        EXPECT_EQ(Import("MailLogging=\n", kOld), WithoutLayout(kOld));
+        ExpectImported("MailLogging=\n", "", "");
         EXPECT_TRUE(none.Has(kTag + "  import TAMRAC: email disabled"));
     });
 }

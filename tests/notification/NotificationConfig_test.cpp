@@ -12,31 +12,28 @@ TEST(NotificationConfig, SettersCreateTheWholePathAndKeepThePosition) {
     unsigned short port = 0;
     bool isOn = false;
     AuthenticationType type{};
-    const auto keepsPosition = [&] {
+    const auto keeps = [&](bool isDone) {  // the position
         const CMarkupPosition keep(config);
-        return config.FindElem("x") && config.FindElem("email") && !config.FindElem();
+        return isDone && config.FindElem("x") && config.FindElem("email") && !config.FindElem();
     };
-    EXPECT_TRUE(config.SetSender("a@b") && keepsPosition() && config.GetSender(text) && text == "a@b");
-    EXPECT_TRUE(keepsPosition() && config.SetSenderDescription("A & B") && keepsPosition());
-    EXPECT_TRUE(config.GetSenderDescription(text) && text == "A & B" && keepsPosition());
-    EXPECT_TRUE(config.SetRecipients("anna,,bert; ", " ,;") && keepsPosition());
-    EXPECT_TRUE(config.GetRecipients(text, ", ") && text == "anna, bert" && keepsPosition());
-    EXPECT_TRUE(config.SetRecipientsCc("x|y", "|") && keepsPosition());
-    EXPECT_TRUE(config.GetRecipientsCc(text, nullptr) && text == "xy" && keepsPosition());
-    EXPECT_TRUE(config.SetSmtpServer("smtps://h", 1) && keepsPosition() && config.GetSmtpServer(text, 1));
-    EXPECT_TRUE(text == "smtps://h" && keepsPosition() && config.SetSmtpServerPort(65535, 1) && keepsPosition());
-    EXPECT_TRUE(config.GetSmtpServerPort(port, 1) && port == 65535 && keepsPosition());
-    EXPECT_TRUE(config.SetSmtpServerSMTPS(true, 1) && keepsPosition() && config.GetSmtpServerSMTPS(isOn, 1) && isOn);
-    EXPECT_TRUE(keepsPosition() && config.SetSmtpServerSMTPS(false, 0));
+    EXPECT_TRUE(keeps(config.SetSender("a@b")) && keeps(config.GetSender(text)) && text == "a@b");
+    EXPECT_TRUE(keeps(config.SetSenderDescription("A & B")) && keeps(config.GetSenderDescription(text)));
+    EXPECT_TRUE(text == "A & B" && keeps(config.SetRecipients("anna,,bert; ", " ,;")));
+    EXPECT_TRUE(keeps(config.GetRecipients(text, ", ")) && text == "anna, bert");
+    EXPECT_TRUE(keeps(config.SetRecipientsCc("x|y", "|")) && keeps(config.GetRecipientsCc(text, nullptr)));
+    EXPECT_TRUE(text == "xy" && keeps(config.SetSmtpServer("smtps://h", 1)) && keeps(config.GetSmtpServer(text, 1)));
+    EXPECT_TRUE(text == "smtps://h" && keeps(config.SetSmtpServerPort(65535, 1)));
+    EXPECT_TRUE(keeps(config.GetSmtpServerPort(port, 1)) && port == 65535 && keeps(config.SetSmtpServerSMTPS(true, 1)));
+    EXPECT_TRUE(keeps(config.GetSmtpServerSMTPS(isOn, 1)) && isOn && config.SetSmtpServerSMTPS(false, 0));
     for (const int written : {0, 1, 3, 2}) {
-        EXPECT_TRUE(config.SetSmtpServerAuthenticationType(static_cast<AuthenticationType>(written), 1));
-        EXPECT_TRUE(keepsPosition() && config.GetSmtpServerAuthenticationType(type, 1) && keepsPosition());
+        EXPECT_TRUE(keeps(config.SetSmtpServerAuthenticationType(static_cast<AuthenticationType>(written), 1)));
+        EXPECT_TRUE(keeps(config.GetSmtpServerAuthenticationType(type, 1)));
         EXPECT_EQ(static_cast<int>(type), written == 3 ? -1 : written);
     }
-    EXPECT_TRUE(config.SetSmtpServerAuthenticationUserName("me", 1) && keepsPosition());
-    EXPECT_TRUE(config.GetSmtpServerAuthenticationUserName(text, 1) && text == "me" && keepsPosition());
-    EXPECT_TRUE(config.SetSmtpServerAuthenticationUserPassword("secret", 1) && keepsPosition());
-    EXPECT_TRUE(config.GetSmtpServerAuthenticationUserPassword(text, 1) && text == "secret" && keepsPosition());
+    EXPECT_TRUE(keeps(config.SetSmtpServerAuthenticationUserName("me", 1)));
+    EXPECT_TRUE(keeps(config.GetSmtpServerAuthenticationUserName(text, 1)) && text == "me");
+    EXPECT_TRUE(keeps(config.SetSmtpServerAuthenticationUserPassword("secret", 1)));
+    EXPECT_TRUE(keeps(config.GetSmtpServerAuthenticationUserPassword(text, 1)) && text == "secret");
     EXPECT_TRUE(config.SetSmtpServerAuthenticationUserPassword("secret", 0));
     EXPECT_TRUE(config.SetSmtpServerAuthenticationUserPassword("", 0));
     EXPECT_EQ(config.GetDocFormatted(), ReadFile(EM_TEST_DATA "/all-settings.xml"));
@@ -69,8 +66,8 @@ TEST(NotificationConfig, RecipientsAreRewrittenInPlace) {
     EXPECT_TRUE(config.SetRecipients("carl", " ,;") && config.GetRecipients(joined, ";") && joined == "carl") << joined;
     EXPECT_TRUE(config.FindChildElem("email"));  // the position was kept
     EXPECT_EQ(config.GetDocFormatted(), ReadFile(EM_TEST_DATA "/recipients.xml"));
-    EXPECT_TRUE(config.SetRecipients("dora,emil,", ",") && config.GetRecipients(joined, "; "));
-    EXPECT_EQ(joined, "dora; emil");
+    EXPECT_TRUE(config.SetRecipients("dora,emil,", ",") && config.GetRecipients(joined, "; ") &&
+                joined == "dora; emil");
 }
 
 TEST(NotificationConfig, WhatOthersWroteHasARule) {

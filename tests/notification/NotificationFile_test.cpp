@@ -57,16 +57,12 @@ TEST(NotificationFile, AFileThatCannotBeLoadedIsNeverOverwritten) {
     }
     CFileLock lock;
     ASSERT_TRUE(lock.Lock(path.c_str(), nullptr, 0));
-    {
-        const CTraceCapture trace(3);
-        EXPECT_TRUE(config.LoadExclusive() && trace.Has("nrRetries = 50\n") && trace.Has(".lock is held by #"));
-        std::filesystem::remove(path);
-    }
-    {
-        const CTraceCapture trace(2);
-        EXPECT_FALSE(config.Load());
-        EXPECT_EQ(trace.All(), tag + "File \"" + path + "\" not loaded: No such file or directory");
-    }
+    const CTraceCapture held(3);
+    EXPECT_TRUE(config.LoadExclusive() && held.Has("nrRetries = 50\n") && held.Has(".lock is held by #"));
+    std::filesystem::remove(path);
+    const CTraceCapture missing(2);
+    EXPECT_FALSE(config.Load());
+    EXPECT_EQ(missing.All(), tag + "File \"" + path + "\" not loaded: No such file or directory");
     const CTraceCapture trace(1);
     EXPECT_FALSE(config.Load());
     std::filesystem::create_directory(path);
@@ -95,9 +91,8 @@ TEST(NotificationFile, SaveKeepsRightsAndLinks) {
     // The directory gives new files a list of their own, which a file without one must not get.
     ASSERT_EQ(::setxattr((directory / "").c_str(), "system.posix_acl_default", list.data(), list.size(), 0), 0);
     for (const mode_t mode : {02640U, 0604U}) {
-        ASSERT_EQ(::chmod(real.c_str(), mode), 0);
-        ASSERT_TRUE(config.SetSender("c@d" + std::to_string(mode)) && config.Save());
-        ASSERT_EQ(::lstat(real.c_str(), &status), 0);
+        ASSERT_TRUE(::chmod(real.c_str(), mode) == 0 && config.SetSender("c@d" + std::to_string(mode)) &&
+                    config.Save() && ::lstat(real.c_str(), &status) == 0);
         EXPECT_TRUE((status.st_mode & 07777) == mode && status.st_uid == kOwner && status.st_gid == group);
         EXPECT_TRUE(::getxattr(real.c_str(), kList, nullptr, 0) < 0 && errno == ENODATA);
         EXPECT_NE(ReadFile(real).find("c@d" + std::to_string(mode)), std::string::npos);
@@ -125,7 +120,6 @@ TEST(NotificationFile, SaveRemovesOnlyWhatDeadWritersLeft) {
     }
     const CUniqueFd living(::open((directory / ".Notifications.xml.em_alert.living").c_str(), O_RDONLY | O_CLOEXEC));
     ASSERT_EQ(::flock(living.Get(), LOCK_EX), 0);
-    EXPECT_TRUE(config.Save());
+    EXPECT_TRUE(config.Save() && !std::filesystem::exists(directory / ".Notifications.xml.em_alert.dead00"));
     EXPECT_EQ(directory.FileCount(), 5);
-    EXPECT_FALSE(std::filesystem::exists(directory / ".Notifications.xml.em_alert.dead00"));
 }
