@@ -5,17 +5,12 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <functional>
 #include <regex>
 #include <set>
-#include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <sys/xattr.h>
-#include <unistd.h>
-#include <vector>
 
 #include "notification/FileLock.h"
 #include "notification/NotificationConfig.h"

@@ -1,29 +1,21 @@
 #include "notification/Notification.h"
 
-namespace {
-
-/// Adds one to the number kept in the sender's name, under the lock; a refused lock is tried again.
-void AddOne(const std::string& directory) {
-    CNotificationConfig config(directory);
-    CFileLock lock;
-    while (!lock.Lock(config.Path().c_str(), nullptr, CNotificationConfig::kLockTimeoutMs)) {
-        ::sched_yield();
-    }
-    std::string number = "0";
-    config.Load();
-    config.GetSenderDescription(number);
-    config.SetSenderDescription(std::to_string(std::stoi(number) + 1));
-    config.Save();
-}
-
-}  // namespace
-
+/// Each adds one to the number kept in the sender's name, under the lock; a refused lock is tried again.
 TEST(NotificationFile, NoChangeOfSeveralProcessesIsLost) {
     const CTempDirectory directory;
     for (int child = 0; child < 6; ++child) {
         if (::fork() == 0) {
             for (int i = 0; i < 100; ++i) {
-                AddOne(directory / "");
+                CNotificationConfig config(directory / "");
+                CFileLock lock;
+                while (!lock.Lock(config.Path().c_str(), nullptr, CNotificationConfig::kLockTimeoutMs)) {
+                    ::sched_yield();
+                }
+                std::string number = "0";
+                config.Load();
+                config.GetSenderDescription(number);
+                config.SetSenderDescription(std::to_string(std::stoi(number) + 1));
+                config.Save();
             }
             ::_exit(0);
         }
