@@ -38,7 +38,7 @@ OWN int usleep(unsigned int microseconds) {
 }
 
 TEST(BeeperFailures, AreTracedAndTheToneIsSwitchedOffAllTheSame) {
-    std::ifstream cases(EM_FAILURES);
+    std::ifstream cases(EM_DEVICES "/failures.cases");
     unsigned int bit = 0, sent = 0;
     std::string on, off;
     for (std::string message; cases >> bit >> sent >> on >> off && std::getline(cases, message);) {

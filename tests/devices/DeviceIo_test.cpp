@@ -14,6 +14,7 @@
 #include "devices/DeviceBios.h"
 #include "devices/DeviceIoExtensionData.h"
 #include "platform/UniqueFd.h"
+#include "support/PrivateNamespace.h"
 #include "support/TraceRows.h"
 
 namespace {
@@ -42,7 +43,7 @@ pthread_key_t NextKey() {
 TEST(DeviceIo, OpensAsAccessAndDispositionSay) {
     const std::string file = ::testing::TempDir() + "device_io_file";
     const mode_t mask = ::umask(0);
-    std::ifstream cases(EM_OPENINGS);
+    std::ifstream cases(EM_DEVICES "/openings.cases");
     std::uint32_t access = 0, creation = 0;
     std::string before, wanted;  // "text" or "none"; an error, or access, append, size, mode of a new file (decimal)
     for (; cases >> std::hex >> access >> creation >> before && std::getline(cases, wanted); wanted.clear()) {
@@ -179,16 +180,9 @@ TEST(DeviceIoPerThread, NothingIsAdoptedAfterTheRelease) {
 
 TEST(DeviceBios, MapsOnePieceAtATimeAndRefusesTheRest) {
     const std::string path = ::testing::TempDir() + "device_bios_memory";  // offsets are addresses
-    const auto held = [&] {                                                // mappings and descriptors of that file
-        std::ifstream maps("/proc/self/maps");
-        std::string uses = "maps ";
-        for (std::string line; std::getline(maps, line); uses += line.ends_with(path) ? "*" : "") {
-        }
-        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-            std::error_code gone;
-            uses += std::filesystem::read_symlink(entry, gone).string() == path ? " fd" : "";
-        }
-        return uses;
+    const auto expectHeld = [&path](const char* wanted) {                  // mappings and descriptors of that file
+        Shell("p='" + path + "'; held=$(grep -c \"$p\" /proc/$PPID/maps; ls -l /proc/$PPID/fd | grep -c \"$p\"); " +
+              "test \"$(echo $held)\" = '" + wanted + "'");
     };
     for (unsigned int level = 1; level <= 5; ++level) {
         std::ofstream(path).seekp(0xF1234) << "firmware";
@@ -200,16 +194,16 @@ TEST(DeviceBios, MapsOnePieceAtATimeAndRefusesTheRest) {
             *written = 'F';
             const auto* const read = static_cast<char*>(bios.MapPhysicalMemory(0, 0xF1230, 12, false));
             EXPECT_TRUE(read != nullptr && std::string_view(read + 4, 8) == "Firmware");
-            EXPECT_EQ(held(), "maps * fd");
+            expectHeld("1 1");
             for (const auto& [low, length] : {std::pair(0U, 8UL), {4096U, 0UL}, {4097U, 0xFFFFFFFFUL}, {8U, ~0UL}}) {
                 EXPECT_EQ(bios.MapPhysicalMemory(0, low, length, false), nullptr);
                 EXPECT_EQ(bios.LastError(), static_cast<unsigned int>(EINVAL));
-                EXPECT_EQ(held(), "maps ");
+                expectHeld("0 0");
             }
             EXPECT_TRUE(bios.MapPhysicalMemory(0, 0xF1000, 1, false) != nullptr && bios.UnmapPhysicalMemory());
             EXPECT_NE(bios.MapPhysicalMemory(0, 0xF1000, 1, false), nullptr);
         }
-        EXPECT_EQ(held(), "maps ");
+        expectHeld("0 0");
         CDeviceBios none("/dev/null", "/dev/none");
         CDeviceBios unconnected("/dev/none", path.c_str());
         EXPECT_TRUE(none.IsConnected() && !unconnected.IsConnected());
@@ -217,7 +211,7 @@ TEST(DeviceBios, MapsOnePieceAtATimeAndRefusesTheRest) {
         EXPECT_EQ(unconnected.MapPhysicalMemory(0, 4096, 8, false), nullptr);
         EXPECT_TRUE(none.LastError() == ENOENT && unconnected.LastError() == ENOTCONN);
         EXPECT_EQ(std::regex_replace(Rows(trace, ""), std::regex(::testing::TempDir()), ""),
-                  RowsUpTo(EM_BIOS_ROWS, level));
+                  RowsUpTo(EM_DEVICES "/bios.trace", level));
     }
     std::filesystem::remove(path);
 }

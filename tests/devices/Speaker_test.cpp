@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
@@ -7,6 +6,7 @@
 #include <iterator>
 #include <malloc.h>
 #include <optional>
+#include <sstream>
 #include <sys/ioctl.h>
 #include <thread>
 #include <unistd.h>
@@ -21,14 +21,9 @@
 #include "platform/Trace.h"
 #include "support/TraceRows.h"
 
-/// @return false when the condition did not become true in time
-template <typename Condition>
-bool WaitUntil(Condition condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (!condition() && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::yield();
-    }
-    return condition();
+std::string Text(const std::string& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 /// A test with the stand-in switched on, and its port log.
@@ -36,10 +31,7 @@ class Speaker : public ::testing::Test {
 protected:
     void TearDown() override { std::filesystem::remove(log_); }
 
-    std::string PortLog() const {
-        std::ifstream file(log_);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    std::string PortLog() const { return Text(log_); }
 
     const std::string log_ = ::testing::TempDir() + "ports." + std::to_string(::getpid());
     std::optional<CBusIoDriver> driver_{std::in_place, BusIoDriverOptions{{}, log_, [](const std::string&) {}}};
@@ -56,6 +48,11 @@ std::function<void()> onSleep;
 Bytes Sequence(const std::vector<std::uint32_t>& numbers, std::size_t bytes = SIZE_MAX) {
     const auto* first = reinterpret_cast<const unsigned char*>(numbers.data());
     return {first, first + std::min(bytes, numbers.size() * sizeof(std::uint32_t))};
+}
+
+std::vector<std::uint32_t> Numbers(const std::string& text) {
+    std::istringstream numbers(text);
+    return {std::istream_iterator<std::uint32_t>(numbers), {}};
 }
 
 void PlayBlock(const Bytes& tones, CEvent& stop, std::uint32_t repeat, std::uint32_t interval) {
@@ -82,11 +79,7 @@ std::string Course(const CTraceCapture& trace) {
 }
 
 /// The port accesses of a tone of 1000 Hz.
-const std::string kToneLog =
-    "open O_RDWR|O_APPEND|O_CLOEXEC\nwrite 0x43 width 1 value 0xB6\n"
-    "write 0x42 width 1 value 0xA9\nwrite 0x42 width 1 value 0x04\n"
-    "read 0x61 width 1 value 0x30\nwrite 0x61 width 1 value 0x33\n"
-    "read 0x61 width 4 value 0x1CFFFF33\nwrite 0x61 width 4 value 0x30\nclose\n";
+const std::string kToneLog = Text(EM_DEVICES "/tone.ports");
 
 }  // namespace
 
@@ -101,41 +94,34 @@ TEST_F(Speaker, BeepProgramsTheTimerAndSwitchesTheSpeaker) {
     for (unsigned int level = 1; level <= 5; ++level) {
         const CTraceCapture trace(level);
         EXPECT_TRUE(CDeviceBeeper::Beep(1000, 150));
-        EXPECT_EQ(Rows(trace, ""), RowsUpTo(EM_TONE_ROWS, level));
+        EXPECT_EQ(Rows(trace, ""), RowsUpTo(EM_DEVICES "/tone.trace", level));
         EXPECT_EQ(PortLog().substr(kToneLog.size() * (level - 1)), kToneLog);
     }
-    const std::pair<int, const char*> divisors[] = {
-        {18, "0xEF\nwrite 0x42 width 1 value 0x02\n"},  // 0x102EF, of which the timer has room for 16 bits
-        {-1, "0x31\nwrite 0x42 width 1 value 0xCB\n"},  // as do frequencies from 2^31
-        {INT_MIN, "0x00\nwrite 0x42 width 1 value 0x00\n"}, {1193167, "0x01\nwrite 0x42 width 1 value 0x00\n"},
-        {1193168, "0x00\nwrite 0x42 width 1 value 0x00\n"},
-    };
-    for (const auto& [hz, writes] : divisors) {
+    std::ifstream divisors(EM_DEVICES "/divisors.cases");
+    std::string low, high;
+    for (int hz = 0; divisors >> hz >> low >> high;) {
         const std::size_t before = PortLog().size();
         EXPECT_TRUE(CDeviceBeeper::Beep(hz, 0));
-        EXPECT_EQ(PortLog().find(std::string("write 0x42 width 1 value ") + writes, before), before + 61) << hz;
+        const std::string writes = "write 0x42 width 1 value " + low + "\nwrite 0x42 width 1 value " + high + '\n';
+        EXPECT_EQ(PortLog().find(writes, before), before + 61) << hz;
     }
+    EXPECT_EQ(low + high, "0x000x00");
     driver_.reset();
     const CTraceCapture trace;
     EXPECT_TRUE(CDeviceBeeper::Beep(1000, 1000));
-    EXPECT_EQ(trace.All(),
-              "\nCDeviceBeeper       : Beep 1000 Hz 1000 msec\nCDeviceBeeper       : Beep using SCSBB"
-              "\nCDeviceBusIoBase    : connect to BUSIO device..."
-              "\nCDeviceIo::Open: Device /dev/pci/smbus NOT opened, fd=-1\nCDeviceBusIoBase    : notconnected");
+    EXPECT_EQ(Rows(trace, ""), RowsUpTo(EM_DEVICES "/absent.trace", 5));
 }
 
 TEST_F(Speaker, SequencesAreReadWithinTheirBytesAndRepeated) {
     CEvent stop(false, true);
-    std::ifstream cases(EM_SEQUENCES);
+    std::ifstream cases(EM_DEVICES "/sequences.cases");
     std::uint32_t bytes = 0, repeat = 0, interval = 0;
     int played = 0;
     for (; cases >> bytes >> repeat >> interval; ++played) {  // and the numbers, "|", what they make
         const CTraceCapture trace;
-        const std::vector<std::uint32_t> numbers(std::istream_iterator<std::uint32_t>(cases), {});
-        cases.clear();
-        std::string course;
-        std::getline(cases.ignore(2), course);
-        PlayBlock(Sequence(numbers, bytes), stop, repeat, interval);
+        std::string numbers, course;
+        std::getline(std::getline(cases, numbers, '|').ignore(), course);
+        PlayBlock(Sequence(Numbers(numbers), bytes), stop, repeat, interval);
         EXPECT_EQ(Course(trace), course) << bytes << " bytes, repeat " << repeat;
         EXPECT_EQ(trace.Prints().back().rfind("THREAD_RETURN: ## INFO: Thread = 0x", 0), 0U);
     }
@@ -150,22 +136,17 @@ TEST_F(Speaker, SequencesAreReadWithinTheirBytesAndRepeated) {
 }
 
 TEST_F(Speaker, StopEndsAToneAndEveryKindOfPause) {
-    const std::pair<Bytes, const char*> cases[] = {
-        {Sequence({1000, 5, kForever}), "usleep 5000"},        // in a tone
-        {Sequence({1000, 5, kForever}), "Switch beeper off"},  // in the pause after it
-        {Sequence({1000, 5}), "Switch beeper off"},            // between two passes
-        {Sequence({0, 5, kForever}), "left out"},              // in the pause of a tone of 0 Hz
-    };
-    for (const auto& [tones, awaited] : cases) {
+    std::ifstream cases(EM_DEVICES "/stops.cases");
+    int stops = 0;
+    for (std::string awaited; std::getline(cases, awaited, '|'); ++stops) {
+        const Bytes tones = Sequence(Numbers(awaited));
+        std::getline(cases, awaited);
         const CTraceCapture trace;
         CEvent stop(false, true);
         const bool inTone = awaited[0] == 'u';
-        onSleep = [&] { EXPECT_TRUE(!inTone || WaitUntil([&] { return stop.IsSet(); })); };
+        onSleep = [&] { EXPECT_TRUE(!inTone || trace.Await("Set event")); };
         {
-            const std::jthread stopper([&, text = awaited] {
-                EXPECT_TRUE(WaitUntil([&] { return trace.Has(text); }));
-                stop.Set();
-            });
+            const std::jthread stopper([&] { EXPECT_TRUE(trace.Await(awaited) && stop.Set()); });
             PlayBlock(tones, stop, SpeakerBlock::kEndless, kForever);
         }
         onSleep = nullptr;
@@ -174,6 +155,7 @@ TEST_F(Speaker, StopEndsAToneAndEveryKindOfPause) {
         PlayBlock(tones, stop, 1, 0);  // the event is still set
         EXPECT_EQ(Course(trace), course + "signal ");
     }
+    EXPECT_EQ(stops, 4);
 }
 
 TEST_F(Speaker, PlayerStartsAnewFromTheFirstToneAndEndsWithItsOwner) {
@@ -182,9 +164,9 @@ TEST_F(Speaker, PlayerStartsAnewFromTheFirstToneAndEndsWithItsOwner) {
         CBeepPlayer player;
         for (const int start : {1, 2}) {
             EXPECT_TRUE(player.Start(Sequence({1000, 0, start == 1 ? kForever : 0})));
-            EXPECT_TRUE(WaitUntil([&] { return trace.Count("Switch beeper off") == start; }));
+            EXPECT_TRUE(trace.Await("Switch beeper off", start));
         }
-        EXPECT_TRUE(WaitUntil([&] { return Course(trace).ends_with(" w0 w0 w15000 "); }));
+        EXPECT_TRUE(trace.Await("prepare time", 5) && Course(trace).ends_with(" w0 w0 w15000 ")) << Course(trace);
         EXPECT_EQ(trace.Count("Start a thread, Prio=63, Suspend=0, StackSize=0x00000000, Waitable=1, KillAlive"), 2);
         EXPECT_FALSE(player.Start(Sequence({2000, 0}, 7)));
         EXPECT_EQ(trace.Count("THREAD_RETURN"), 2);  // silent by now
@@ -222,7 +204,7 @@ TEST_F(Speaker, StartAndStopStormsNeverOverlapTones) {
 TEST_F(Speaker, DriverRefusesWhatThePortsWouldNotTake) {
     const int fd = ::open("/dev/pci/smbus", O_WRONLY);
     std::string log = "open O_WRONLY\n";
-    std::ifstream cases(EM_PORT_REQUESTS);
+    std::ifstream cases(EM_DEVICES "/requests.cases");
     unsigned long code = 0;
     std::uint32_t request[3];
     for (std::string line; cases >> std::hex >> code >> request[0] >> request[1] >> request[2];) {
