@@ -9,8 +9,7 @@ protected:
     std::string Content() const { return ReadFile(path_); }
     std::string Read(const char* section, const char* key, const char* fallback, unsigned int size) const {
         std::string buffer(size + 1, '#');
-        const auto stored =
-            CIniFile::GetPrivateProfileString(section, key, fallback, buffer.data(), size, path_.c_str());
+        const auto stored = ini_.GetPrivateProfileString(section, key, fallback, buffer.data(), size, path_.c_str());
         EXPECT_EQ(buffer.back(), '#');
         return std::to_string(stored) + ":" + buffer.substr(0, size);
     }
@@ -30,14 +29,14 @@ TEST_F(IniFile, ReadsAndWritesAsItsRulesSay) {
         EXPECT_EQ(Read(orNull(row[1]), orNull(row[2]), orNull(row[3]), size), row[6]) << row[5];
     }
     for (const auto& row : Cases("ini_file.cases", "set")) {
-        const std::string wanted =
-            "WritePrivateProfileString(" + row[1] + ", " + row[2] + ", " + row[3] + ", " + path_ + ")\n";
+        const std::string call = row[1] + ", " + row[2] + ", " + row[3] + ", " + path_;
         WriteAll(path_, row[5]);
         const CTraceCapture trace;
         const bool isDone =
-            CIniFile::WritePrivateProfileString(orNull(row[1]), orNull(row[2]), orNull(row[3]), path_.c_str());
+            ini_.WritePrivateProfileString(orNull(row[1]), orNull(row[2]), orNull(row[3]), path_.c_str());
         EXPECT_EQ(std::to_string(static_cast<int>(isDone)) + Content(), row[4] + row[6]) << row[5];
-        EXPECT_EQ(trace.All(), wanted + (isDone ? "WritePrivateProfileString rc=0x0001\n" : ""));
+        EXPECT_EQ(trace.All(),
+                  "WritePrivateProfileString(" + call + (isDone ? ")\nWritePrivateProfileString rc=0x0001\n" : ")\n"));
     }
     EXPECT_FALSE(CIniFile::WritePrivateProfileString("s", "k", "1", nullptr));
     EXPECT_EQ(CIniFile::GetPrivateProfileString("s", "k", "d", nullptr, 5, path_.c_str()), 0U);
