@@ -16,6 +16,7 @@
 #include "platform/UniqueFd.h"
 #include "support/PrivateNamespace.h"
 #include "support/TraceRows.h"
+#include "xml/TempDirectory.h"
 
 namespace {
 
@@ -41,7 +42,8 @@ pthread_key_t NextKey() {
 }  // namespace
 
 TEST(DeviceIo, OpensAsAccessAndDispositionSay) {
-    const std::string file = ::testing::TempDir() + "device_io_file";
+    const CTempDirectory directory;
+    const std::string file = directory / "file";
     const mode_t mask = ::umask(0);
     std::ifstream cases(EM_DEVICES "/openings.cases");
     std::uint32_t access = 0, creation = 0;
@@ -64,7 +66,6 @@ TEST(DeviceIo, OpensAsAccessAndDispositionSay) {
     }
     EXPECT_EQ(creation, 6U);
     ::umask(mask);
-    std::filesystem::remove(file);
 }
 
 TEST(DeviceIo, TellsAFailedCloseOnlyByItsLastErrorAndMayLeaveOpen) {
@@ -179,8 +180,9 @@ TEST(DeviceIoPerThread, NothingIsAdoptedAfterTheRelease) {
 }
 
 TEST(DeviceBios, MapsOnePieceAtATimeAndRefusesTheRest) {
-    const std::string path = ::testing::TempDir() + "device_bios_memory";  // offsets are addresses
-    const auto expectHeld = [&path](const char* wanted) {                  // mappings and descriptors of that file
+    const CTempDirectory directory;
+    const std::string path = directory / "device_bios_memory";  // offsets are addresses
+    const auto expectHeld = [&path](const char* wanted) {       // mappings and descriptors of that file
         Shell("p='" + path + "'; held=$(grep -c \"$p\" /proc/$PPID/maps; ls -l /proc/$PPID/fd | grep -c \"$p\"); " +
               "test \"$(echo $held)\" = '" + wanted + "'");
     };
@@ -210,8 +212,7 @@ TEST(DeviceBios, MapsOnePieceAtATimeAndRefusesTheRest) {
         EXPECT_EQ(none.MapPhysicalMemory(0, 4096, 8, false), nullptr);
         EXPECT_EQ(unconnected.MapPhysicalMemory(0, 4096, 8, false), nullptr);
         EXPECT_TRUE(none.LastError() == ENOENT && unconnected.LastError() == ENOTCONN);
-        EXPECT_EQ(std::regex_replace(Rows(trace, ""), std::regex(::testing::TempDir()), ""),
+        EXPECT_EQ(std::regex_replace(Rows(trace, ""), std::regex(directory / ""), ""),
                   RowsUpTo(EM_DEVICES "/bios.trace", level));
     }
-    std::filesystem::remove(path);
 }

@@ -1,7 +1,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <filesystem>
 #include <functional>
 #include <iterator>
 #include <malloc.h>
@@ -20,20 +19,15 @@
 #include "devices/SystemSpeaker.h"
 #include "platform/Trace.h"
 #include "support/TraceRows.h"
-
-std::string Text(const std::string& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
+#include "xml/TempDirectory.h"
 
 /// A test with the stand-in switched on, and its port log.
 class Speaker : public ::testing::Test {
 protected:
-    void TearDown() override { std::filesystem::remove(log_); }
+    std::string PortLog() const { return ReadFile(log_); }
 
-    std::string PortLog() const { return Text(log_); }
-
-    const std::string log_ = ::testing::TempDir() + "ports." + std::to_string(::getpid());
+    const CTempDirectory directory_;
+    const std::string log_ = directory_ / "ports";
     std::optional<CBusIoDriver> driver_{std::in_place, BusIoDriverOptions{{}, log_, [](const std::string&) {}}};
 };
 
@@ -79,7 +73,7 @@ std::string Course(const CTraceCapture& trace) {
 }
 
 /// The port accesses of a tone of 1000 Hz.
-const std::string kToneLog = Text(EM_DEVICES "/tone.ports");
+const std::string kToneLog = ReadFile(EM_DEVICES "/tone.ports");
 
 }  // namespace
 
