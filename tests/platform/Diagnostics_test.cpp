@@ -17,14 +17,14 @@ bool isMemoryShort = false;
 extern "C" std::time_t time(std::time_t* /*result*/) noexcept {
     return now;
 }
-void* operator new(std::size_t size) {
+[[gnu::noinline]] void* operator new(std::size_t size) {
     void* const memory = isMemoryShort ? nullptr : std::malloc(size);
     return memory == nullptr ? throw std::bad_alloc() : memory;
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept {
     std::free(memory);
 }
 
