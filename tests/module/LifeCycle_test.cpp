@@ -58,7 +58,7 @@ void RunInProcesses(const std::function<void(unsigned int)>& body) {
 }
 
 /// @return whether the request was queued
-[[gnu::noinline]] bool Queue(CIExtensionModule& module, const char* command) {
+[[gnu::noinline]] bool QueueTask(CIExtensionModule& module, const char* command) {
     SipJson request = MessageOf(command);
     module.ModuleRequest(request);
     return request.GetCmdElemValue(0, "ST", 0) == 22;
@@ -84,7 +84,7 @@ unsigned int LiveOnce(unsigned int stopAfter) {
         while (!isDone) {
             for (const char* command : {R"({"OC":"0x2240"})", R"({"OC":"0x2241"})",
                                         R"({"OC":"0xE002","OE":"0x0413","DA":"Alerts"})", kTask}) {
-                queued += Queue(*module, command) ? 1 : 0;
+                queued += QueueTask(*module, command) ? 1 : 0;
             }
         }
     });
@@ -131,7 +131,7 @@ TEST(LifeCycle, AHostMayExitAtAnyTimeWithoutStop) {
         CIExtensionModule* module = library.StartModule(agent);
         std::atomic<bool> isRunning{false};
         agent.onRequest = [&] { isRunning = true; };
-        Queue(*module, kTestMail);
+        QueueTask(*module, kTestMail);
         while (!isRunning) {
             std::this_thread::yield();
         }
@@ -146,7 +146,7 @@ TEST(LifeCycle, ALookUpThatOutlivesTheLibraryDoesNoHarm) {
         CAnsweringSwitch agent;
         const CLoadedLibrary library;
         CIExtensionModule* module = library.StartModule(agent);
-        Queue(*module, kTestMail);
+        QueueTask(*module, kTestMail);
         while (lookUps == 0) {
             std::this_thread::yield();
         }
