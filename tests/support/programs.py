@@ -1,0 +1,56 @@
+"""The programs that tests in Python run. Their places come from the environment (em_add_program_test)."""
+
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+AGENT, LIBRARY, FAKE_MODULE, SMTP_SERVER = (
+    os.environ["EM_" + name] for name in ("AGENT", "LIBRARY", "FAKE_MODULE", "SMTP_SERVER"))
+
+
+def read(path):
+    """The bytes of a file as text that can be turned into these bytes again; of a missing one ""."""
+    return path.read_bytes().decode(errors="surrogateescape") if path.exists() else ""
+
+
+def lines(text):
+    return text.removesuffix("\n").split("\n") if text else []
+
+
+class SmtpServer:
+    """scripts/smtp-server, whose head describes the options, in a folder of its own."""
+
+    def __init__(self, folder, *options):
+        self.folder = folder
+        command = [sys.executable, SMTP_SERVER, "--mails", folder / "mails", "--commands", folder / "commands",
+                   "--certificate", folder / "certificate.pem", *options]
+        self.process = subprocess.Popen(command, stdout=subprocess.PIPE, text=True)
+        self.port = self.process.stdout.readline().strip()
+
+    def mails(self):
+        """What it has accepted so far: a client that got its answer finds its mail here."""
+        return [json.loads(line) for line in lines(read(self.folder / "mails"))]
+
+    def stop(self):
+        self.process.kill()
+        self.process.communicate()
+
+
+class ProgramTest(unittest.TestCase):
+    maxDiff = None
+
+    def setUp(self):
+        self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+
+    def serve(self, *options):
+        server = SmtpServer(pathlib.Path(tempfile.mkdtemp(dir=self.folder)), *options)
+        self.addCleanup(server.stop)
+        return server
+
+    def file(self, name, text):
+        (self.folder / name).write_text(text)
+        return self.folder / name
