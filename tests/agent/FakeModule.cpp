@@ -1,16 +1,15 @@
 // A module that shows what the real one does not: asynchronous requests, refused steps, a library that stays loaded.
 
-#include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
 #include <memory>
 
 #include "em_alert/EmAlert.h"
-#include "em_alert/ExtensionModule.h"
-#include "platform/DebugSink.h"
+#include "em_alert/ExtensionModuleBase.h"
+#include "em_alert/ModuleInstance.h"
 #include "sip/SipJson.h"
+
+ModuleInstance moduleInstance;
 
 namespace {
 
@@ -23,61 +22,48 @@ enum : unsigned int {
     kForward = 0x9003,
 };
 
-__attribute__((format(printf, 1, 2))) void Print(const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    static_cast<CIDebugSink*>(::dlsym(RTLD_DEFAULT, "Debug"))->Print(format, arguments, "FAKE");
-    va_end(arguments);
-}
-
-SipJson Message(unsigned oc, unsigned oe, unsigned oi, unsigned ca, unsigned st) {
+SipJson Message(unsigned oc, unsigned oe, unsigned oi, unsigned ca) {
     SipJson message;
-    message.SetCmd(message.GetCmd(), oc, oe, oi, ca, st);
+    message.SetCmd(message.GetCmd(), oc, oe, oi, ca, UINT32_MAX);
     return message;
 }
 
-class CFakeModule final : public CIExtensionModule {
+class CFakeModule final : public CExtensionModule {
 public:
     bool GetProperties(_ExtensionModuleProperties& properties) override {
         std::memcpy(properties.moduleName, "FAKE", 5);
         std::memset(properties.moduleDescription, 'x', sizeof(properties.moduleDescription));
         return properties.size == 246;
     }
-    bool DetectHardware() override { return true; }
-    bool Start(CISwitch* agent, unsigned int /*moduleId*/) override {
-        switch_ = agent;
-        const char* level = std::getenv("LUME_LOG_DEBUG_LEVEL");  // NOLINT(concurrency-mt-unsafe): one thread so far
-        Print("\nFAKE: level %s, mode %u", level != nullptr ? level : "none", agent->GetRunMode());
-        return true;
-    }
     bool Stop() override { return !refuseStop_; }
     void OnSwitchStarted(void* /*parameter*/) override {
-        SipJson value = Message(0xE001, 0x400, 0, cabinet_, UINT32_MAX);
-        switch_->SyncRequest(this, value, 5000);
+        SipJson value = Message(0xE001, 0x400, 0, ServerCabinetNumber());
+        SyncRequest(value, 5000);
         unsigned enabled = 0;
-        switch_->EnableEvents(this, value.GetCmdUIntData(0, enabled) && enabled == 1);
+        EnableEvents(value.GetCmdUIntData(0, enabled) && enabled == 1);
     }
     void ApplicationReply(SipJson& message) override {
         if (message.GetCmdElemValue(0, "OC", 0) == 0x2322) {
-            SipJson pending = Message(0x2240, 0, 0, cabinet_, 255);
-            pending.SetDataUIntValue(1, 255);
-            switch_->DeliverMessage(this, pending);
+            SipJson pending = Message(kPendingAlert, 0, 0, ServerCabinetNumber());
+            pending.SetDataUIntValue(1, 0);
+            FireEvent(pending);
         } else {
-            switch_->DeliverMessage(this, message);
+            ReplySip(message);
         }
     }
     bool ModuleRequest(SipJson& message) override {
         const auto member = [&](const char* key) { return message.GetCmdElemValue(0, key, 0); };
-        SipJson question = Message(0x1234, member("OE"), member("OI"), member("CA"), UINT32_MAX);
+        SipJson question = Message(0x1234, member("OE"), member("OI"), member("CA"));
         switch (member("OC")) {
             case kAskAsync:
-                switch_->AsyncRequest(this, question, 0);
+                AsyncRequest(question);
                 return message.SetStatus(22);
             case kAskSync:
-                switch_->SyncRequest(this, question, 5000);
+                SyncRequest(question, 5000);
                 return message.SetStatus(0);
             case kForward:
-                return switch_->ForwardEvent(this, question, 3, 4);
+                question.SetCmdElemValue(question.GetCmd(), "MI", 0x30004, false);
+                return ForwardEvent(question);
             case kPendingAlert:
                 message.SetDataByte(1, 0);
                 return true;
@@ -86,14 +72,7 @@ public:
                 return false;
         }
     }
-    bool CommandToDevice(SipJson& /*message*/) override { return false; }
-    bool SetServerCabinetNumber(unsigned int number) override {
-        cabinet_ = number;
-        return true;
-    }
-    bool GetServerSeList(unsigned int** /*list*/, unsigned char& /*count*/) override { return false; }
-    bool SetServerSeList(unsigned int* /*list*/, unsigned char /*count*/) override { return false; }
-    int Notify(unsigned int code, void* /*parameter1*/, void* /*parameter2*/) override {
+    int OnModuleNotification(unsigned int code, void* /*parameter1*/, void* /*parameter2*/) override {
         Dl_info self{};
         refuseStop_ = refuseStop_ || code == kRefuseStop;
         if (code == kStayLoaded && ::dladdr(reinterpret_cast<void*>(&EM_Delete), &self) != 0) {
@@ -101,25 +80,9 @@ public:
         }
         return 0;
     }
-    const char* GetName() const override { return "FAKE"; }
-    void ModuleAttached(_CMD_MODULEID& /*module*/) override {}
-    void ModuleDetached(_CMD_MODULEID& /*module*/) override {}
-    void ClientAttached(unsigned int /*client*/) override {}
-    void ClientDetached(unsigned int /*client*/) override {}
-    bool GetServerCabinetNumber(unsigned int& /*number*/) override { return false; }
-    bool CommandToDevice(unsigned, unsigned, unsigned, unsigned, const unsigned char*, unsigned) override {
-        return false;
-    }
-    bool CommandToSe(SipJson& /*message*/, unsigned int /*se*/, unsigned int /*cabinetId*/) override { return false; }
-    bool CommandToSe(unsigned, unsigned, unsigned, unsigned, const unsigned char*, unsigned, unsigned,
-                     unsigned) override {
-        return false;
-    }
-    int OnModuleNotification(unsigned int /*code*/, void* /*p1*/, void* /*p2*/) override { return 0; }
+    const char* GetName() const override { return EM_GetModuleName(); }
 
 private:
-    CISwitch* switch_ = nullptr;
-    unsigned int cabinet_ = 0;
     bool refuseStop_ = false;
 };
 

@@ -1,17 +1,15 @@
 #!/usr/bin/python3
-"""Runs the examples of a document on a private machine and compares what they show. A block of code is marked behind
-its language; a block without a known mark fails, so that no example goes without a test.
+# Runs the examples of a document on a private machine and compares what they show. A block of code is marked behind
+# its language; a block without a known mark fails, so that no example goes without a test.
+#
+#   state              the agent's answers from here on
+#   file=PATH          a file that is there from here on; port 25 in it becomes that of the mail server
+#   after=PATH         what a file holds now
+#   start              the messages of the module's start (see docs/messages.md)
+#   conversation       the messages after it; what a line with "asks" shows is compared when there is one
+#   mail, trace        all mails, and lines of the trace in order, of the last start or conversation
+#   session            commands behind "$ ", each with its output
 
-  state              the agent's answers from here on
-  file=PATH          a file that is there from here on; port 25 in it becomes that of the mail server
-  after=PATH         what a file holds now
-  start              the messages of the module's start (see docs/messages.md)
-  conversation       the messages after it; what a line with "asks" shows is compared when there is one
-  mail, trace        all mails, and lines of the trace in order, of the last start or conversation
-  session            commands behind "$ ", each with its output
-"""
-
-import argparse
 import base64
 import difflib
 import json
@@ -22,6 +20,10 @@ import subprocess
 import sys
 import tempfile
 
+from programs import AGENT, LIBRARY, SmtpServer
+
+SOURCES = pathlib.Path(__file__).parents[2]
+PROGRAMS = pathlib.Path(AGENT).parent
 BLOCK = re.compile(r"^```(\w*) ?(.*)\n((?:.*\n)*?)```$", re.M)
 STATEMENT = re.compile(r"EM_TRACE\(\s*(\w+),(.*?)\);", re.S)
 LITERAL = re.compile(r'"((?:[^"\\]|\\.)*)"')
@@ -39,14 +41,12 @@ def entry(kind, message):
 
 
 class Examples:
-    def __init__(self, options, folder):
-        self.options = options
+    def __init__(self, document, folder):
+        self.document = document
         self.folder = folder
         self.failures = 0
-        server = [sys.executable, options.sources / "scripts/smtp-server", "--mails", folder / "mails"]
-        self.server = subprocess.Popen(server, stdout=subprocess.PIPE, text=True)
-        self.port = self.server.stdout.readline().strip()
-        (folder / "libem_alert.so").symlink_to(options.module)
+        self.server = SmtpServer(folder)
+        (folder / "libem_alert.so").symlink_to(LIBRARY)
 
     def check(self, where, expected, actual):
         if expected != actual:
@@ -54,12 +54,12 @@ class Examples:
             print(f"{where}: not as shown", *difflib.ndiff(expected, actual), sep="\n")
 
     def named(self, text):
-        return re.sub(rf"\b{self.port}\b", "25", text)
+        return re.sub(rf"\b{self.server.port}\b", "25", text)
 
     def run_agent(self, scenario):
         (self.folder / "mails").write_text("")
         (self.folder / "scenario").write_text("".join(json.dumps(line) + "\n" for line in scenario))
-        command = [self.options.programs / "em-alert-agent", "--module", self.options.module, "--state", "state",
+        command = [AGENT, "--module", LIBRARY, "--state", "state",
                    "--scenario", "scenario", "--transcript", "transcript", "--trace-file", "trace"]
         if not TRACE_FILES.exists():
             command += ["--trace", "4"]
@@ -91,7 +91,7 @@ class Examples:
 
     def mail(self, where, text):
         shown = ""
-        for mail in map(json.loads, (self.folder / "mails").read_text().splitlines()):
+        for mail in self.server.mails():
             shown += f"MAIL FROM {mail['from']}\n" + "".join(f"RCPT TO {address}\n" for address in mail["to"])
             shown += base64.b64decode(mail["data"]).decode().replace("\r", "\\r")
         self.check(where, text.splitlines(), shown.splitlines())
@@ -102,7 +102,7 @@ class Examples:
         self.check(where, [], missing)
 
     def session(self, where, text):
-        environment = os.environ | {"PATH": f"{self.options.programs}:{os.environ['PATH']}"}
+        environment = os.environ | {"PATH": f"{PROGRAMS}:{os.environ['PATH']}"}
         shown = ""
         for command in re.findall(r"^\$ (.*)", text, re.M):
             run = subprocess.run(command, shell=True, cwd=self.folder, env=environment, text=True, check=False,
@@ -116,7 +116,7 @@ class Examples:
             (self.folder / "state").write_text(text)
         elif name == "file":
             (self.folder / path).parent.mkdir(parents=True, exist_ok=True)
-            (self.folder / path).write_text(text.replace("<Port>25<", f"<Port>{self.port}<"))
+            (self.folder / path).write_text(text.replace("<Port>25<", f"<Port>{self.server.port}<"))
         elif name == "after":
             self.check(where, text.splitlines(), self.named((self.folder / path).read_text()).splitlines())
         elif name in ("start", "conversation"):
@@ -130,31 +130,24 @@ class Examples:
         """Each `text` | level of a table must be a trace of the sources."""
         traces = [(level, "".join(LITERAL.findall(body)).replace('\\"', '"').replace("\\n", "\n"))
                   for folder in ("em_alert", "mail", "notification", "devices", "tasks", "platform")
-                  for source in (self.options.sources / folder).glob("*.*")
+                  for source in (SOURCES / folder).glob("*.*")
                   for level, body in STATEMENT.findall(source.read_text())]
         for text, level in re.findall(r"^\| `([^`]+ [^`]+)` \| (\d) \|", document, re.M):
             found = [text] if any(level == at and text in trace for at, trace in traces) else []
-            self.check(f"{self.options.document.name}, table", [text], found)
+            self.check(f"{self.document.name}, table", [text], found)
 
     def run(self):
-        document = self.options.document.read_text()
+        document = self.document.read_text()
         (self.folder / "state").write_text("[]")
         try:
             for block in BLOCK.finditer(document):
                 line = document.count("\n", 0, block.start()) + 1
-                self.block(f"{self.options.document.name}:{line}", block[2], block[3])
+                self.block(f"{self.document.name}:{line}", block[2], block[3])
         finally:
-            self.server.kill()
+            self.server.stop()
         self.table_rows(document)
         return self.failures
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    for option in ("--programs", "--module", "--sources", "document"):
-        parser.add_argument(option, type=lambda path: pathlib.Path(path).resolve())
-    with tempfile.TemporaryDirectory() as folder:
-        sys.exit(1 if Examples(parser.parse_args(), pathlib.Path(folder)).run() else 0)
-
-
-main()
+with tempfile.TemporaryDirectory() as scratch:
+    sys.exit(1 if Examples(pathlib.Path(sys.argv[1]), pathlib.Path(scratch)).run() else 0)

@@ -25,12 +25,11 @@ import base64
 import os
 import pathlib
 import re
-import shutil
 import subprocess
 import sys
 import unittest
 
-from programs import AGENT, LIBRARY, ProgramTest, lines, read
+from programs import AGENT, LIBRARY, ProgramTest, forget_settings, lines, read
 
 SCENARIO = pathlib.Path(sys.argv.pop())
 NOTIFICATIONS = pathlib.Path("/etc/kestrel/HostwardenSuite/ManagedNode/Notifications/Notifications.xml")
@@ -71,10 +70,9 @@ class Scenario(ProgramTest):
     def run_agent(self, level):
         """Leaves transcript, trace and ports in the folder.
         Returns the module's prints."""
-        for left in ("/etc/kestrel", "/opt/kestrel", self.folder / "out"):
-            shutil.rmtree(left, ignore_errors=True)
+        forget_settings()
         out = self.folder / "out"
-        out.mkdir()
+        out.mkdir(exist_ok=True)
         for name, place in (("Notifications.xml", NOTIFICATIONS), ("ravlo.ini", RAID_MANAGER)):
             text = read(SCENARIO / name)
             for index, server in enumerate(self.servers):

@@ -3,6 +3,7 @@
 import json
 import os
 import pathlib
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -19,6 +20,17 @@ def read(path):
 
 def lines(text):
     return text.removesuffix("\n").split("\n") if text else []
+
+
+def rows(path):
+    """The columns of a table's rows, which " | " parts; "\\n" is a new line. A row behind "#" explains."""
+    return [row.replace("\\n", "\n").split(" | ") for row in lines(read(path)) if not row.startswith("#")]
+
+
+def forget_settings():
+    """Of the private machine, where each test finds none."""
+    for folder in ("/etc/kestrel", "/opt/kestrel"):
+        shutil.rmtree(folder, ignore_errors=True)
 
 
 class SmtpServer:
@@ -44,6 +56,7 @@ class ProgramTest(unittest.TestCase):
     maxDiff = None
 
     def setUp(self):
+        forget_settings()
         self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
 
     def serve(self, *options):
