@@ -1,12 +1,6 @@
 #include "em_alert/AlertExtensionModule.h"
 #include "platform/Trace.h"
 
-namespace {
-
-constexpr std::size_t kShortestSequence = 8;  // bytes: one tone without a pause
-
-}  // namespace
-
 bool CAlertExtensionModule::BeepSequenceOn(AlerterSeverity severity) {
     EM_TRACE(2, "\nEM_ALERT            : Beep tone for severity %d", static_cast<int>(severity));
     if (severity == AlerterSeverityUnknown) {
@@ -24,10 +18,6 @@ bool CAlertExtensionModule::BeepSequenceOn(AlerterSeverity severity) {
     }
     if (sequence.empty()) {
         BeepSequenceOff();
-        return false;
-    }
-    if (sequence.size() < kShortestSequence) {
-        beeper_.Stop();
         return false;
     }
     return beeper_.Start(sequence);

@@ -1,8 +1,11 @@
+#include <cstring>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
 #include <gtest/gtest.h>
 
+#include "em_alert/AlertExtensionModule.h"
 #include "em_alert/EmAlert.h"
 #include "em_alert/ExtensionModuleBase.h"
 #include "em_alert/ModuleInstance.h"
@@ -16,8 +19,8 @@ using Calls = std::vector<std::string>;
 class CPlainModule : public CExtensionModule {
 public:
     const char* GetName() const override { return "EM_TEST"; }
-    int OnModuleNotification(unsigned int code, void* /*p1*/, void* /*p2*/) override {
-        return static_cast<int>(code & 0xFF);
+    int OnModuleNotification(unsigned int code, void* p1, void* p2) override {
+        return static_cast<int>(code & 0xFF) + (p2 > p1 ? 100 : 0);
     }
     using CExtensionModule::IsSwitchShutdown;
 };
@@ -45,7 +48,7 @@ std::string Expected(const char* name) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-std::string Status(const SipJson& message) {
+std::string StatusOf(const SipJson& message) {
     return std::to_string(message.GetCmdElemValue(message.GetCmdIndex(), "ST", 999));
 }
 
@@ -54,7 +57,7 @@ std::string Status(const SipJson& message) {
 TEST_F(ModuleFrame, WithoutSwitchNothingIsSentAndRequestsSaySo) {
     SipJson request = MessageOf(R"({"OC":1})");
     module_.SyncRequest(request, 5000);
-    EXPECT_EQ(Status(request), "6");
+    EXPECT_EQ(StatusOf(request), "6");
     EXPECT_FALSE(request.HasCmdElem(0, "CA"));
     SipJson noCommand = MessageOf("5");
     module_.AsyncRequest(noCommand);
@@ -97,7 +100,7 @@ TEST_F(ModuleFrame, AnEventCarriesItsMarkOnlyOnTheWay) {
     module_.FireEvent(withStatus);
     module_.FireEvent(without);
     EXPECT_EQ(agent_.calls, (Calls{R"(deliver [{"OC":1,"ST":255}])", R"(deliver [{"OC":1,"ST":255}])"}));
-    EXPECT_EQ(Status(withStatus) + " " + Status(without), "3 22");
+    EXPECT_EQ(StatusOf(withStatus) + " " + StatusOf(without), "3 22");
 }
 
 /// Each line of the list says whether a command is for the local server, whether it is for that or for all, and which.
@@ -126,7 +129,7 @@ TEST_F(ModuleFrame, RunModes) {
 }
 
 TEST_F(ModuleFrame, NotificationsReachTheModuleAlsoWithTracingOff) {
-    EXPECT_EQ(module_.Notify(0x40003, nullptr, nullptr), 3);
+    EXPECT_EQ(module_.Notify(0x40003, nullptr, &module_), 103);
     EXPECT_FALSE(module_.IsSwitchShutdown());
     EXPECT_EQ(module_.Notify(SCN_SWITCH_SHUTDOWN, nullptr, nullptr), 0);
     EXPECT_TRUE(module_.IsSwitchShutdown());
@@ -159,4 +162,61 @@ TEST_F(ModuleFrame, ExportsTraceWhatTheyDo) {
     };
     EXPECT_EQ(TracesByLevel(actions), Expected("export-traces"));
     EXPECT_EQ(moduleInstance.module, nullptr);
+}
+
+/// What the file of answers does not hold has no answer.
+TEST_F(ModuleFrame, MailServersOfTheManagementControllerAreImported) {
+    agent_.answer = [](SipJson& request) {
+        std::istringstream answers(Expected("zelcon-answers"));
+        for (std::string line; std::getline(answers, line);) {
+            SipJson answer = MessageOf(line);
+            if (answer.GetCmdElemValue(0, "OE", 0) == request.GetCmdElemValue(0, "OE", 0) &&
+                answer.GetCmdElemValue(0, "OI", 0) == request.GetCmdElemValue(0, "OI", 0)) {
+                request = answer;
+                return;
+            }
+        }
+    };
+    CAlertExtensionModule module;
+    module.Start(&agent_, 0);
+    SmtpSettingsMap servers;
+    std::ostringstream result;
+    result << TracesByLevel([&] {
+        agent_.calls.clear();
+        servers.clear();
+        module.ImportZelconSmtpSettings(servers);
+    });
+    for (const std::string& call : agent_.calls) {
+        result << call << "\n";
+    }
+    for (const auto& [key, server] : servers) {
+        result << key.c_str() << " " << server.host << " " << server.port << "\n";
+    }
+    EXPECT_EQ(result.str(), Expected("zelcon-import"));
+}
+
+TEST_F(ModuleFrame, OperationsOfTheAlertModule) {
+    std::ostringstream result;
+    const AlertSettings settings;
+    for (const auto& sequence : {settings.beepWarningSequence, settings.beepErrorSequence}) {
+        std::vector<std::uint32_t> numbers(sequence.size() / sizeof(std::uint32_t));
+        std::memcpy(numbers.data(), sequence.data(), sequence.size());
+        std::copy(numbers.begin(), numbers.end(), std::ostream_iterator<std::uint32_t>(result, " "));
+        result << "\n";
+    }
+    CAlertExtensionModule module;
+    for (const unsigned char status : {0, 1, 2, 3, 4, 255}) {
+        std::string system;
+        std::string component;
+        const auto severity = CAlertExtensionModule::SystemStatusToAlertSeverity(status);
+        result << +status << " severity " << severity << ", of a log message "
+               << CAlertExtensionModule::LogMsgSeverityToAlertSeverity(status) << ", beeps "
+               << module.BeepSequenceOn(severity) << ", system " << module.SystemStatusToString(system, status)
+               << ", component " << module.ComponentStatusToString(component, status) << "\n";
+    }
+    module.BeepSequenceOff();
+    CLumeString text("$(hostname)");
+    result << CAlertExtensionModule::ContainsVariableName(text, "$(HostName)")
+           << CAlertExtensionModule::ContainsVariableName(text, "$(Time)") << "\n";
+    EXPECT_EQ(result.str(), Expected("operations"));
 }

@@ -1,14 +1,121 @@
 #pragma once
 
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <mutex>
 #include <string>
 #include <utility>
 
-#include "AnsweringSwitch.h"
-#include "LoadedLibrary.h"
+#include "em_alert/EmAlert.h"
 #include "support/FakeSwitch.h"
+
+/// The library as an agent loads it.
+class CLoadedLibrary {
+public:
+    CLoadedLibrary() : handle_(::dlopen(EM_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {
+        EXPECT_NE(handle_, nullptr) << ::dlerror();
+        Find("EM_Create", create);
+        Find("EM_Delete", remove);
+        Find("EM_GetModuleName", name);
+        Find("EM_SetupAction", setupAction);
+    }
+    ~CLoadedLibrary() { EXPECT_EQ(::dlclose(handle_), 0); }
+    CLoadedLibrary(const CLoadedLibrary&) = delete;
+    CLoadedLibrary& operator=(const CLoadedLibrary&) = delete;
+
+    CIExtensionModule* CreateModule() const {
+        CIExtensionModule* module = nullptr;
+        EXPECT_TRUE(create(&module, nullptr));
+        return module;
+    }
+    /// Creates the module and takes it as far as the agent's work, with the cabinet number 0.
+    CIExtensionModule* StartModule(CISwitch& agent) const {
+        CIExtensionModule* module = CreateModule();
+        module->SetServerCabinetNumber(0);
+        EXPECT_TRUE(module->Start(&agent, 1));
+        module->OnSwitchStarted(nullptr);
+        return module;
+    }
+
+    decltype(&EM_Create) create = nullptr;
+    decltype(&EM_Delete) remove = nullptr;
+    decltype(&EM_GetModuleName) name = nullptr;
+    decltype(&EM_SetupAction) setupAction = nullptr;
+
+private:
+    template <typename Function>
+    void Find(const char* symbol, Function& function) {
+        function = reinterpret_cast<Function>(::dlsym(handle_, symbol));
+        ASSERT_NE(function, nullptr) << symbol;
+    }
+
+    void* handle_;
+};
+
+/// A switch that has beep and mail on, and a system whose status is an error; it counts the replies. Any thread.
+class CAnsweringSwitch final : public CFakeSwitch {
+public:
+    std::function<void()> onRequest = [] {};  ///< before each answer, on the thread that asks
+    std::function<void()> onReply = [] {};    ///< before each reply is counted, on the worker
+    std::function<void()> onEvent = [] {};    ///< inside the delivery of each event
+    std::atomic<unsigned int> systemStatus{3};
+
+    /// Waits until `count` replies have come.
+    bool AwaitReplies(unsigned int count) {
+        std::unique_lock lock(lock_);
+        return changed_.wait_for(lock, std::chrono::seconds(60), [&] { return replies_ >= count; });
+    }
+    unsigned int Replies() { return Locked(replies_); }
+    unsigned int LastStatus() { return Locked(lastStatus_); }
+    unsigned int LastData() { return Locked(lastData_); }
+
+    void SyncRequest(CIExtensionModule*, SipJson& message, unsigned int) override {
+        onRequest();
+        const unsigned int code = message.GetCmdElemValue(0, "OC", 0);
+        const unsigned int value = message.GetCmdElemValue(0, "OE", 0);
+        if (code == 0x230F) {
+            message.SetDataUIntValue(systemStatus, 0);
+        } else if (code == 0xE001 && (value == 0x0400 || value == 0x0410)) {
+            message.SetDataUIntValue(1, 0);
+        } else if (code == 0xE001 && value == 0x0417) {
+            message.SetReplyDataString("$(ComponentName) on $_IDN", 0);
+        }
+    }
+    bool EnableEvents(CIExtensionModule*, bool) override { return true; }  // though memory may have run out
+    bool DeliverMessage(CIExtensionModule*, SipJson& message) override {
+        const unsigned int status = message.GetCmdElemValue(0, "ST", 0);
+        if (status == 255) {
+            onEvent();
+            return true;
+        }
+        onReply();
+        const std::lock_guard lock(lock_);
+        ++replies_;
+        lastStatus_ = status;
+        lastData_ = 0;
+        message.GetCmdUIntData(0, lastData_);
+        changed_.notify_all();
+        return true;
+    }
+
+private:
+    unsigned int Locked(const unsigned int& value) {
+        const std::lock_guard lock(lock_);
+        return value;
+    }
+
+    std::mutex lock_;
+    std::condition_variable changed_;
+    unsigned int replies_ = 0;
+    unsigned int lastStatus_ = 0;
+    unsigned int lastData_ = 0;
+};
 
 inline constexpr char kFile[] = "/etc/kestrel/HostwardenSuite/ManagedNode/Notifications/Notifications.xml";
 

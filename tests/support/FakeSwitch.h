@@ -1,16 +1,22 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "em_alert/ExtensionModule.h"
 #include "sip/SipJson.h"
 
-/// A switch that notes each call as one line of text, such as `sync 5000 {"OC":1,"CA":7}` with the current command, and
-/// answers nothing.
-class CFakeSwitch final : public CISwitch {
+/// A switch that notes each call as one line of text, such as `sync 5000 {"OC":1,"CA":7}` with the current command. One
+/// thread.
+class CFakeSwitch : public CISwitch {
 public:
+    virtual ~CFakeSwitch() = default;
+
     std::vector<std::string> calls;
+    std::function<void(SipJson&)> answer = [](SipJson&) {};  ///< to a synchronous request; none
     unsigned int runMode = 0;
     unsigned int runModeQueries = 0;
 
@@ -19,6 +25,7 @@ public:
     }
     void SyncRequest(CIExtensionModule*, SipJson& message, unsigned int timeout) override {
         Note("sync " + std::to_string(timeout), &message);
+        answer(message);
     }
     bool DeliverMessage(CIExtensionModule*, SipJson& message) override { return Note("deliver", &message); }
     bool EnableEvents(CIExtensionModule*, bool enable) override { return Note(enable ? "enable" : "refuse", nullptr); }

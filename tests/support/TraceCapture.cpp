@@ -8,6 +8,7 @@
 #include <pthread.h>
 #include <regex>
 #include <thread>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -18,6 +19,8 @@ namespace {
 
 std::mutex lock;
 std::vector<std::string> prints;
+std::string awaited;
+std::function<void()> reaction;
 std::atomic<bool> isSinkActive{true};
 
 }  // namespace
@@ -31,10 +34,16 @@ public:
         ::pthread_testcancel();  // as in any sink that writes to a file
         EXPECT_STREQ(moduleName, "EM_ALERT");
         char* text = nullptr;
-        if (::vasprintf(&text, format, arguments) >= 0) {
-            const std::lock_guard guard(lock);
-            prints.emplace_back(text);
-            ::free(text);
+        if (::vasprintf(&text, format, arguments) < 0) {
+            return;
+        }
+        std::unique_lock guard(lock);
+        const std::string& print = prints.emplace_back(text);
+        ::free(text);
+        if (reaction && print.find(awaited) != std::string::npos) {
+            const auto what = std::exchange(reaction, {});
+            guard.unlock();
+            what();
         }
     }
 };
@@ -75,6 +84,12 @@ bool CTraceCapture::Await(const std::string& text, int count) const {
         std::this_thread::yield();
     }
     return Count(text) >= count;
+}
+
+void CTraceCapture::Once(const std::string& text, std::function<void()> what) const {
+    const std::lock_guard guard(lock);
+    awaited = text;
+    reaction = std::move(what);
 }
 
 std::string CTraceCapture::All() const {

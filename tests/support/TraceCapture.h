@@ -21,6 +21,8 @@ public:
     int Count(const std::string& text) const;
     /// Waits, 20 s at most, until `count` prints hold `text`.
     bool Await(const std::string& text, int count = 1) const;
+    /// Does something within the next print that holds `text`, on the thread that prints.
+    void Once(const std::string& text, std::function<void()> what) const;
     std::string All() const;
     /// Whether the sink wants prints of those who look for one; it does.
     void SetActive(bool isActive);

@@ -1,0 +1,260 @@
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/file.h>
+#include <thread>
+
+#include "StartedModule.h"
+#include "platform/UniqueFd.h"
+#include "support/TraceCapture.h"
+
+namespace {
+
+std::atomic<bool> threadsFail{false};
+std::atomic<int> transferResult{7};
+
+}  // namespace
+
+// What the machine lacks, the loaded library lacks as well: this program's function goes before the C library's.
+extern "C" __attribute__((visibility("default"))) int pthread_create(pthread_t* thread,
+                                                                     const pthread_attr_t* attributes,
+                                                                     void* (*run)(void*), void* argument) {
+    static const auto real = reinterpret_cast<decltype(&pthread_create)>(::dlsym(RTLD_NEXT, "pthread_create"));
+    return threadsFail ? EAGAIN : real(thread, attributes, run, argument);
+}
+
+/// No transfer begins; each ends like this.
+extern "C" __attribute__((visibility("default"))) int curl_easy_perform(void* /*handle*/) {
+    return transferResult;
+}
+
+namespace {
+
+constexpr char kPendingAlert[] = R"("OC":"0x2240")";
+constexpr char kAcknowledge[] = R"("OC":"0x2241")";
+constexpr char kBeepOn[] = R"("OC":"0xE002","OE":"0x0400","DA":1)";
+constexpr char kBeepOff[] = R"("OC":"0xE002","OE":"0x0400","DA":0)";
+constexpr char kMailOff[] = R"("OC":"0xE002","OE":"0x0410","DA":0)";
+constexpr char kMail[] = R"("OC":"0x1060","DA":"From: ops@x\nTo: anna@x\n\ntext")";
+
+bool IsMapped() {
+    std::ifstream maps("/proc/self/maps");
+    return std::string(std::istreambuf_iterator<char>(maps), {}).find("libem_alert.so") != std::string::npos;
+}
+
+}  // namespace
+
+TEST(Library, ExportsTheFourFunctionsAndNothingElse) {
+    EXPECT_EQ(
+        std::system("nm -D --defined-only --format=just-symbols " EM_LIBRARY " | diff - " EM_SCENARIOS "/exports"), 0);
+}
+
+TEST(Library, CreatesOneModuleAtATimeAndUnloadsForGood) {
+    for (int round = 0; round < 3; ++round) {
+        {
+            const CLoadedLibrary library;
+            EXPECT_FALSE(library.remove());
+            CIExtensionModule* module = library.CreateModule();
+            EXPECT_EQ(module, library.CreateModule());
+            EXPECT_STREQ(module->GetName(), "EM_ALERT");
+            EXPECT_STREQ(library.name(), "EM_ALERT");
+            EXPECT_TRUE(module->DetectHardware());
+            EXPECT_TRUE(library.remove());
+            EXPECT_FALSE(library.remove());
+            EXPECT_EQ(library.setupAction(1), 1);
+        }
+        EXPECT_FALSE(IsMapped());
+    }
+}
+
+TEST(Library, FillsThePropertiesByteForByte) {
+    const CLoadedLibrary library;
+    CIExtensionModule* module = library.CreateModule();
+    _ExtensionModuleProperties properties;
+    std::memset(&properties, 0xA4, sizeof properties);
+    properties.size = 245;
+    std::string expected(reinterpret_cast<const char*>(&properties), sizeof properties);
+    EXPECT_FALSE(module->GetProperties(properties));
+    EXPECT_EQ(std::memcmp(&properties, expected.data(), sizeof properties), 0);
+
+    properties.size = 246;
+    EXPECT_TRUE(module->GetProperties(properties));
+    expected.replace(0, 4, std::string("\xF6\0\0\0", 4));
+    expected[8] = expected[21] = '\xA7';
+    expected.replace(26, 4, std::string("\x64\0\0\0", 4));
+    expected.replace(42, 4, std::string("\x02\0\0\0", 4));
+    expected.replace(46, 16, std::string("EM_ALERT").append(8, '\0'));
+    expected.replace(62, 84, 84, '\0');
+    expected.replace(146, 96, std::string("Alert handling module").append(75, '\0'));
+    expected.replace(242, 4, 4, '\0');
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&properties), sizeof properties), expected);
+    EXPECT_TRUE(library.remove());
+}
+
+TEST(Library, AModuleThatNobodyStartedOrStoppedIsDeleted) {
+    const CLoadedLibrary library;
+    library.CreateModule()->OnSwitchStarted(
+        nullptr);  // without a switch: each request fails, the worker runs all the same
+    EXPECT_TRUE(library.remove());
+}
+
+/// What an agent does while the module waits for it. The sequence plays as long as the beeper's thread lives.
+class Beep : public StartedModule {
+protected:
+    static std::ptrdiff_t Threads() {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+    }
+
+    /// Waits for it: a thread is seen for a moment after it was joined.
+    bool Becomes(bool silent) const {
+        for (int i = 0; i < 1000 && (Threads() == silent_) != silent; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return (Threads() == silent_) == silent;
+    }
+
+    /// Does it at the next question, or in the next delivery of an event, and never again.
+    void Once(std::function<void()>& when, std::function<void()> what) {
+        when = [&when, what = std::move(what)] {
+            const auto now = what;
+            when = [] {};
+            now();
+        };
+    }
+
+    void AwaitPending(bool isPending) {
+        while ((Request(kPendingAlert) == kPending) != isPending) {
+            std::this_thread::yield();
+        }
+    }
+
+    std::ptrdiff_t silent_ = Threads();
+    const CTraceCapture trace_;
+};
+
+TEST_F(Beep, NothingSoundsThatWasAcknowledgedOrSwitchedOffMeanwhile) {
+    const struct {
+        const char* what;
+        std::function<void()>& when;
+        std::function<void()> meanwhile;
+        bool isSilent;
+    } cases[] = {
+        {"nothing", agent_.onEvent, [] {}, false},
+        {"acknowledged in its delivery", agent_.onEvent, [&] { Request(kAcknowledge); }, true},
+        {"switched off in its delivery", agent_.onEvent, [&] { Event(kBeepOff); }, true},
+        {"switched off before its answer", agent_.onRequest, [&] { Event(kBeepOff); }, true},
+        {"switched off and on before its answer", agent_.onRequest, [&] { Event(kBeepOff), Event(kBeepOn); }, false},
+        {"OK in its delivery", agent_.onEvent, [&] { agent_.systemStatus = 1, Event(), agent_.systemStatus = 3; },
+         true},
+    };
+    for (const auto& c : cases) {
+        Once(c.when, c.meanwhile);
+        Event();
+        EXPECT_TRUE(Becomes(c.isSilent)) << c.what;
+        Event(kBeepOn);
+        Event();
+        EXPECT_TRUE(Becomes(false)) << c.what;
+        Request(kAcknowledge);
+        EXPECT_TRUE(Becomes(true)) << c.what;
+    }
+}
+
+TEST_F(Beep, AnAlertThatCameSinceThenKeepsItsTones) {
+    Event();
+    agent_.systemStatus = 1;
+    std::jthread acknowledgement;
+    std::jthread other;
+    const auto alert = [&] {
+        agent_.systemStatus = 3;
+        other = std::jthread([&] { Event(); });
+        AwaitPending(true);
+    };
+    trace_.Once("Process beep alert for severity 1", alert);
+    Event();  // all is well, and then no longer
+    other.join();
+    trace_.Once("Process beep alert for severity 3", [&] {
+        acknowledgement = std::jthread([&] { Request(kAcknowledge); });
+        AwaitPending(false);
+        alert();
+    });
+    Event();
+    acknowledgement.join();
+    EXPECT_FALSE(trace_.Has("Stop beep tone sequence"));
+    EXPECT_FALSE(trace_.Has("Stop system speaker sound!"));
+}
+
+TEST_F(Beep, StopLeavesTheSpeakerSilentEventsRefusedAndRequestsAnswered) {
+    Event();
+    EXPECT_TRUE(Becomes(false));
+    module_->Stop();
+    --silent_;  // the worker has ended as well
+    EXPECT_TRUE(Becomes(true));
+    EXPECT_EQ(Request(kAcknowledge), kPending);
+    Event();
+    EXPECT_EQ(Request(kPendingAlert).second, 0U);
+    EXPECT_EQ(Request(R"("OC":"0x2243")").first, 6U);
+}
+
+TEST_F(Beep, MailsThatAreSwitchedOffBeforeTheAnswerAreNotSent) {
+    Once(agent_.onRequest, [&] { Event(kMailOff); });
+    Event();
+    EXPECT_FALSE(trace_.Has("Generate eMail alert"));
+}
+
+using Faults = StartedModule;
+
+TEST_F(Faults, ThreadsThatCannotBeStartedAreTriedAgain) {
+    const std::string kUpdatesSupported = R"("OC":"0x2243","OE":1)";
+    module_->Stop();
+    EXPECT_TRUE(library_.remove());
+    threadsFail = true;
+    module_ = library_.StartModule(agent_);
+    EXPECT_EQ(Request(kUpdatesSupported).first, 6U);
+    Event();  // must be heard: no thread for the beeper either
+    EXPECT_EQ(Request(kPendingAlert), kPending);
+    threadsFail = false;
+    EXPECT_EQ(Request(kUpdatesSupported).first, 22U);
+    EXPECT_TRUE(agent_.AwaitReplies(1));
+    Event();
+}
+
+TEST_F(Faults, MailSettingsThatWereLockedAtTheStartAreImportedAndReadForTheNextMail) {
+    module_->Stop();
+    EXPECT_TRUE(library_.remove());
+    const std::filesystem::path raidManager = "/opt/kestrel/HostwardenSuite/ArrayKeeper/bin";
+    std::filesystem::create_directories(raidManager);
+    std::ofstream(raidManager / "ravlo.ini") << "[Logging]\nMailLogSMTPServer=127.0.0.1\n";
+    std::filesystem::remove(kFile);
+    const std::string lockFile = std::string(kFile) + ".lock";
+    const CUniqueFd lock(::open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_EQ(::flock(lock.Get(), LOCK_EX), 0);
+    module_ = library_.StartModule(agent_);
+    const CTraceCapture trace;
+    for (const char* servers : {"0", "2"}) {
+        EXPECT_FALSE(std::filesystem::exists(kFile));
+        const unsigned int replies = agent_.Replies();
+        Request(kMail);
+        EXPECT_TRUE(agent_.AwaitReplies(replies + 1));
+        EXPECT_TRUE(trace.Has("EM_ALERT            : Available internal SMTP settings: " + std::string(servers)));
+        ::flock(lock.Get(), LOCK_UN);
+    }
+    EXPECT_TRUE(std::filesystem::exists(kFile));
+}
+
+TEST_F(Faults, TestMailsAreAnsweredWithTheConsolesNumbersOthersWithTheResult) {
+    constexpr unsigned int kNumbers[] = {0,  1,  3,  4,  7,  8,  9,  10, 11, 12, 13, 14, 15, 16, 26, 17,
+                                         18, 19, 20, 21, 22, 23, 24, 25, 27, 1,  1,  1,  18, 1,  1};
+    unsigned int replies = 0;
+    for (unsigned int result = 0; result < std::size(kNumbers); ++result) {
+        transferResult = static_cast<int>(result);
+        Request(R"("OC":"0x2242","OE":1)");
+        ASSERT_TRUE(agent_.AwaitReplies(++replies));
+        EXPECT_EQ(agent_.LastData(), kNumbers[result]) << result;
+        EXPECT_EQ(agent_.LastStatus(), 0U);
+        Request(kMail);
+        ASSERT_TRUE(agent_.AwaitReplies(++replies));
+        EXPECT_EQ(agent_.LastData(), result);
+        EXPECT_EQ(agent_.LastStatus(), result == 0 ? 0U : 6U) << result;
+    }
+}
