@@ -75,8 +75,7 @@ int CAlertExtensionModule::AlerterSendMail(const CSmtpMessage& mail) {
         }
         result = CSmtp(&stopping_)
                      .SendMail(mail.Sender().c_str(), mail, server.host.c_str(), server.port,
-                               logsIn ? server.userName.c_str() : nullptr,
-                               server.password.empty() ? nullptr : server.password.c_str(), server.useTls);
+                               logsIn ? server.userName.c_str() : nullptr, server.password.c_str(), server.useTls);
         EM_TRACE(3, "\nEM_ALERT            : SendMail RetCode: 0x%X (%d)", static_cast<unsigned int>(result), result);
         if (result == 0) {
             break;

@@ -25,6 +25,11 @@ public:
     using CExtensionModule::IsSwitchShutdown;
 };
 
+class CAlertTasks : public CAlertExtensionModule {
+public:
+    using CAlertExtensionModule::OnTaskExecution;
+};
+
 class ModuleFrame : public ::testing::Test {
 protected:
     void SetUp() override { moduleInstance.serverCabinetNumber = 7; }
@@ -68,6 +73,25 @@ TEST_F(ModuleFrame, WithoutSwitchNothingIsSentAndRequestsSaySo) {
                  module_.IsUMEMode());
     EXPECT_EQ(module_.GetRunMode(), 0U);
     EXPECT_STREQ(module_.GetSysLogName(), "Hostwarden Server Control");
+}
+
+TEST_F(ModuleFrame, WhatAModuleDoesNotDoItselfIsNotDone) {
+    CExtensionModule base;
+    CIExtensionModule& module = base;
+    SipJson request = MessageOf(R"({"OC":1})");
+    _ExtensionModuleProperties properties{};
+    unsigned int* list = nullptr;
+    unsigned char count = 0;
+    unsigned int number = 0;
+    EXPECT_FALSE(module.GetProperties(properties) || module.CommandToDevice(request) ||
+                 module.CommandToDevice(1, 2, 3, 4, nullptr, 0) || module.CommandToSe(request, 1, 2) ||
+                 module.CommandToSe(1, 2, 3, 4, nullptr, 0, 5, 6) || module.GetServerSeList(&list, count) ||
+                 module.SetServerSeList(list, count) || module.GetServerCabinetNumber(number) ||
+                 module.ModuleRequest(request));
+    EXPECT_EQ(StatusOf(request), "1");
+    EXPECT_TRUE(module.DetectHardware() && module.Stop());
+    EXPECT_EQ(module.OnModuleNotification(1, nullptr, nullptr), 0);
+    EXPECT_STREQ(module.GetName(), "EM_XXX");
 }
 
 TEST_F(ModuleFrame, RequestsAndEventsGoThroughTheSwitch) {
@@ -204,7 +228,7 @@ TEST_F(ModuleFrame, OperationsOfTheAlertModule) {
         std::copy(numbers.begin(), numbers.end(), std::ostream_iterator<std::uint32_t>(result, " "));
         result << "\n";
     }
-    CAlertExtensionModule module;
+    CAlertTasks module;
     for (const unsigned char status : {0, 1, 2, 3, 4, 255}) {
         std::string system;
         std::string component;
@@ -216,6 +240,10 @@ TEST_F(ModuleFrame, OperationsOfTheAlertModule) {
     }
     module.BeepSequenceOff();
     CLumeString text("$(hostname)");
+    module.Start(&agent_, 0);
+    SipJson unknown = MessageOf(R"({"OC":1})");
+    module.OnTaskExecution(unknown, CAlertTasks::_TaskPriority{});
+    result << agent_.calls.back() << "\n";
     result << CAlertExtensionModule::ContainsVariableName(text, "$(HostName)")
            << CAlertExtensionModule::ContainsVariableName(text, "$(Time)") << "\n";
     EXPECT_EQ(result.str(), Expected("operations"));

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/file.h>
-#include <thread>
 
 #include "StartedModule.h"
 #include "platform/UniqueFd.h"
@@ -31,10 +30,6 @@ extern "C" __attribute__((visibility("default"))) int curl_easy_perform(void* /*
 
 namespace {
 
-constexpr char kPendingAlert[] = R"("OC":"0x2240")";
-constexpr char kAcknowledge[] = R"("OC":"0x2241")";
-constexpr char kBeepOn[] = R"("OC":"0xE002","OE":"0x0400","DA":1)";
-constexpr char kBeepOff[] = R"("OC":"0xE002","OE":"0x0400","DA":0)";
 constexpr char kMailOff[] = R"("OC":"0xE002","OE":"0x0410","DA":0)";
 constexpr char kMail[] = R"("OC":"0x1060","DA":"From: ops@x\nTo: anna@x\n\ntext")";
 
@@ -99,21 +94,9 @@ TEST(Library, AModuleThatNobodyStartedOrStoppedIsDeleted) {
     EXPECT_TRUE(library.remove());
 }
 
-/// What an agent does while the module waits for it. The sequence plays as long as the beeper's thread lives.
+/// What an agent does while the module waits for it.
 class Beep : public StartedModule {
 protected:
-    static std::ptrdiff_t Threads() {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
-    }
-
-    /// Waits for it: a thread is seen for a moment after it was joined.
-    bool Becomes(bool silent) const {
-        for (int i = 0; i < 1000 && (Threads() == silent_) != silent; ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return (Threads() == silent_) == silent;
-    }
-
     /// Does it at the next question, or in the next delivery of an event, and never again.
     void Once(std::function<void()>& when, std::function<void()> what) {
         when = [&when, what = std::move(what)] {
@@ -129,7 +112,6 @@ protected:
         }
     }
 
-    std::ptrdiff_t silent_ = Threads();
     const CTraceCapture trace_;
 };
 

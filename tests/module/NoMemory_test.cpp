@@ -62,29 +62,53 @@ using NoMemory = StartedModule;
 
 /// Each call again and again, with each of its allocations failing in turn, alone and with all that follow.
 TEST_F(NoMemory, InACallCostsNoMoreThanTheCall) {
-    const std::string event = R"("OC":"0x2322","OE":3,"OI":1,"DA":3)";
-    const std::string update = R"("OC":"0x3341","DA":{"RAW":[26,0,1,0,0,0,41,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0]})";
-    const std::string notice = R"("OC":"0xE002","OE":"0x0416","DA":"a subject that no short string holds")";
-    for (const std::string& members :
-         {event, update, notice, R"("OC":"0x2240")"s, R"("OC":"0x2241")"s, R"("OC":"0xE001","OE":"0x0414")"s,
-          R"("OC":"0xE002","OE":"0x0413","DA":"a name that no short string holds")"s}) {
-        const bool isRequest = members != event && members != update && members != notice;
+    const std::string calls[] = {
+        kAlert,
+        R"("OC":"0x3341","DA":{"RAW":[26,0,1,0,0,0,41,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0]})",
+        R"("OC":"0xE002","OE":"0x0416","DA":"a subject that no short string holds")",
+        kPendingAlert,
+        kAcknowledge,
+        R"("OC":"0xE001","OE":"0x0414")",
+        R"("OC":"0xE002","OE":"0x0413","DA":"a name that no short string holds")"};
+    for (std::size_t i = 0; i < std::size(calls); ++i) {
+        const bool isRequest = i >= 3;
         for (const bool once : {true, false}) {
-            unsigned int status = 999;
+            unsigned int status = 0;
             for (int left = 0, failed = 1; failed != 0; ++left) {
-                SipJson message = MessageOf("{" + members + "}");
+                SipJson message = MessageOf("{" + calls[i] + "}");
                 Limit(left, once);
                 EXPECT_TRUE(isRequest ? module_->ModuleRequest(message) : (module_->ApplicationReply(message), true));
                 failed = Restore() ? 1 : 0;
-                status = message.GetCmdElemValue(0, "ST", 999);
+                status = message.GetCmdElemValue(0, "ST", 0);
+                std::ifstream file(kFile);
+                EXPECT_NE(std::string(std::istreambuf_iterator<char>(file), {}).find("<Address>anna@x<"),
+                          std::string::npos);
             }
-            EXPECT_TRUE(!isRequest || status == 0) << members;
+            EXPECT_EQ(status, 0U) << calls[i];
         }
     }
-    Event(event);
-    EXPECT_EQ(Request(R"("OC":"0x2240")"), kPending);
-    std::ifstream file(kFile);
-    EXPECT_NE(std::string(std::istreambuf_iterator<char>(file), {}).find("<Address>anna@x<"), std::string::npos);
+    Event();
+    EXPECT_EQ(Request(kPendingAlert), kPending);
+}
+
+TEST_F(NoMemory, AnAlertThatCannotBeKeptIsHeardUntilTheBeepIsSwitchedOff) {
+    unsigned int heard = 0;
+    bool hasFailed = true;
+    for (int left = 0; hasFailed; ++left) {
+        SipJson alert = MessageOf("{" + std::string(kAlert) + "}");
+        Limit(left, true);
+        module_->ApplicationReply(alert);
+        hasFailed = Restore();
+        if (Request(kPendingAlert) != kPending && Threads() != silent_) {
+            ++heard;
+            Event(kBeepOff);
+            EXPECT_TRUE(Becomes(true)) << left;
+            Event(kBeepOn);
+        }
+        Request(kAcknowledge);
+        EXPECT_TRUE(Becomes(true)) << left;
+    }
+    EXPECT_NE(heard, 0U);
 }
 
 TEST_F(NoMemory, InATaskIsAnswered) {
@@ -120,7 +144,7 @@ TEST_F(NoMemory, AtTheStartCostsNoMoreThanSettings) {
         module_->OnSwitchStarted(nullptr);
         failures += Restore() ? 1 : 0;
         Event();
-        EXPECT_EQ(Request(R"("OC":"0x2240")"), kPending) << left;
+        EXPECT_EQ(Request(kPendingAlert), kPending) << left;
         EXPECT_EQ(Request(R"("OC":"0x2243")").first, 22U) << left;
         Limit(left % 5, false);
         EXPECT_TRUE(module_->Stop());

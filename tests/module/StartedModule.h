@@ -10,6 +10,7 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "em_alert/EmAlert.h"
@@ -117,6 +118,12 @@ private:
     unsigned int lastData_ = 0;
 };
 
+inline constexpr char kAlert[] = R"("OC":"0x2322","OE":3,"OI":1,"DA":3)";
+inline constexpr char kPendingAlert[] = R"("OC":"0x2240")";
+inline constexpr char kAcknowledge[] = R"("OC":"0x2241")";
+inline constexpr char kBeepOn[] = R"("OC":"0xE002","OE":"0x0400","DA":1)";
+inline constexpr char kBeepOff[] = R"("OC":"0xE002","OE":"0x0400","DA":0)";
+
 inline constexpr char kFile[] = "/etc/kestrel/HostwardenSuite/ManagedNode/Notifications/Notifications.xml";
 
 /// A notification file with one server.
@@ -134,6 +141,7 @@ protected:
     StartedModule() {
         WriteSettings("127.0.0.1", 9);
         module_ = library_.StartModule(agent_);
+        silent_ = Threads();
     }
     ~StartedModule() override {
         EXPECT_TRUE(module_->Stop());
@@ -152,9 +160,20 @@ protected:
         return {request.GetCmdElemValue(0, "ST", 999), data};
     }
     /// Events and notices.
-    void Event(const std::string& members = R"("OC":"0x2322","OE":3,"DA":3)") {
+    void Event(const std::string& members = kAlert) {
         SipJson event = MessageOf("{" + members + "}");
         module_->ApplicationReply(event);
+    }
+
+    static std::ptrdiff_t Threads() {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+    }
+    /// Waits for it: a sequence plays as long as the beeper's thread lives, which is seen for a moment after its end.
+    bool Becomes(bool silent) const {
+        for (int i = 0; i < 1000 && (Threads() == silent_) != silent; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return (Threads() == silent_) == silent;
     }
 
     const std::pair<unsigned int, unsigned int> kPending{0, 1};
@@ -162,4 +181,5 @@ protected:
     const CLoadedLibrary library_;
     CAnsweringSwitch agent_;
     CIExtensionModule* module_ = nullptr;
+    std::ptrdiff_t silent_ = 0;  ///< threads of a module that does not beep
 };
