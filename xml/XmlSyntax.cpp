@@ -1,12 +1,11 @@
 #include "xml/XmlSyntax.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cstddef>
+#include <initializer_list>
 #include <strings.h>
 #include <vector>
 
-#include "xml/Utf8.h"
+#include "xml/XmlScanner.h"
 
 namespace {
 
@@ -14,38 +13,19 @@ constexpr std::string_view kDigits = "0123456789";
 constexpr std::string_view kLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 constexpr std::string_view kPublicIdMarks = " \r\n-'()+,./:=?;!*#@$_%";
 
-struct NameRange {
-    std::uint32_t first;
-    std::uint32_t last;
-    bool mayStart;
-};
-
-constexpr NameRange kNameRanges[] = {{'a', 'z', true},       {'A', 'Z', true},       {'_', '_', true},
-                                     {':', ':', true},       {'0', '9', false},      {'-', '.', false},
-                                     {0xB7, 0xB7, false},    {0xC0, 0xD6, true},     {0xD8, 0xF6, true},
-                                     {0xF8, 0x2FF, true},    {0x300, 0x36F, false},  {0x370, 0x37D, true},
-                                     {0x37F, 0x1FFF, true},  {0x200C, 0x200D, true}, {0x203F, 0x2040, false},
-                                     {0x2070, 0x218F, true}, {0x2C00, 0x2FEF, true}, {0x3001, 0xD7FF, true},
-                                     {0xF900, 0xFDCF, true}, {0xFDF0, 0xFFFD, true}, {0x10000, 0xEFFFF, true}};
-
-bool IsBlank(char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
-}
-
-bool HoldsOnly(std::string_view text, std::string_view first, std::string_view second = {}) {
-    return std::all_of(text.begin(), text.end(), [&](char c) {
-        return first.find(c) != std::string_view::npos || second.find(c) != std::string_view::npos;
+bool HoldsOnly(std::string_view text, std::initializer_list<std::string_view> sets) {
+    return std::all_of(text.begin(), text.end(), [&sets](char c) {
+        return std::any_of(sets.begin(), sets.end(),
+                           [c](std::string_view set) { return set.find(c) != std::string_view::npos; });
     });
 }
 
 bool IsVersion(std::string_view text) {
-    return text.starts_with("1.") && text.size() > 2 && HoldsOnly(text.substr(2), kDigits);
+    return text.starts_with("1.") && text.size() > 2 && HoldsOnly(text.substr(2), {kDigits});
 }
 
 bool IsEncodingName(std::string_view text) {
-    return HoldsOnly(text.substr(0, 1), kLetters) && !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
-               return HoldsOnly({&c, 1}, kLetters, kDigits) || HoldsOnly({&c, 1}, "._-");
-           });
+    return !text.empty() && HoldsOnly(text.substr(0, 1), {kLetters}) && HoldsOnly(text, {kLetters, kDigits, "._-"});
 }
 
 bool IsYesOrNo(std::string_view text) {
@@ -62,39 +42,18 @@ struct DeclarationPart {
 constexpr DeclarationPart kDeclarationParts[] = {
     {"version", true, IsVersion}, {"encoding", false, IsEncodingName}, {"standalone", false, IsYesOrNo}};
 
-/// Walks through the text once. Each Take... goes behind what it names and returns true, or notes what is wrong.
-class CXmlScanner {
+/// The document and its parts, in the order of the grammar.
+class CXmlGrammar : private CXmlScanner {
 public:
-    explicit CXmlScanner(std::string_view text) : text_(text) {}
+    using CXmlScanner::CXmlScanner;
+    using CXmlScanner::Error;
 
     bool TakeDocument() {
         return TakeDeclaration() && TakeMisc() && TakeDocType() && TakeMisc() && TakeTree() && TakeMisc() &&
                (Rest().empty() || Fail("Text or an element behind the root element"));
     }
-    std::string Error() const { return std::string(error_) + " at offset " + std::to_string(at_); }
 
 private:
-    bool Fail(const char* error) {
-        error_ = error;
-        return false;
-    }
-    std::string_view Rest() const { return text_.substr(at_); }
-    bool Take(std::string_view literal) {
-        const bool isThere = Rest().starts_with(literal);
-        at_ += isThere ? literal.size() : 0;
-        return isThere;
-    }
-    bool TakeBlanks();
-    bool TakeEquals();
-    bool TakeQuoted(std::string_view& value);
-    bool TakeName(std::string_view& name);
-    void SkipPlain(std::size_t end);
-    bool TakeCharacter();
-    bool TakeCharacters(std::size_t end);
-    bool TakeCharactersUntil(std::string_view end);
-    bool TakeReference();
-    bool TakeData(std::size_t end);
-
     bool TakeDeclaration();
     bool TakeDocType();
     bool TakeExternalId();
@@ -108,150 +67,29 @@ private:
     bool TakeAttribute(std::vector<std::string_view>& names);
     bool TakeEndTag();
 
-    const std::string_view text_;
-    std::size_t at_ = 0;
-    const char* error_ = "";
     std::vector<std::string_view> open_;  // names of the elements around the current place
 };
 
-/// @return true when there was one
-bool CXmlScanner::TakeBlanks() {
-    const std::size_t before = at_;
-    while (at_ < text_.size() && IsBlank(text_[at_])) {
-        ++at_;
-    }
-    return at_ > before;
-}
-
-bool CXmlScanner::TakeEquals() {
-    TakeBlanks();
-    const bool isThere = Take("=");
-    TakeBlanks();
-    return isThere || Fail("\"=\" is missing");
-}
-
-/// @param value  what stands between the quotes, not yet looked at; the place is then the first quote
-bool CXmlScanner::TakeQuoted(std::string_view& value) {
-    const bool isQuote = Rest().starts_with('"') || Rest().starts_with('\'');
-    const std::size_t end = isQuote ? text_.find(text_[at_], at_ + 1) : std::string_view::npos;
-    if (end == std::string_view::npos) {
-        return Fail("A quote is missing");
-    }
-    value = text_.substr(at_ + 1, end - at_ - 1);
-    at_ = end + 1;
-    return true;
-}
-
-bool CXmlScanner::TakeName(std::string_view& name) {
-    const std::size_t first = at_;
-    while (at_ < text_.size()) {
-        std::uint32_t character = 0;
-        const std::size_t length = ReadUtf8(Rest(), character);
-        const auto* const range =
-            std::find_if(std::begin(kNameRanges), std::end(kNameRanges), [character](const NameRange& candidate) {
-                return character >= candidate.first && character <= candidate.last;
-            });
-        if (length == 0 || range == std::end(kNameRanges) || (at_ == first && !range->mayStart)) {
-            break;
-        }
-        at_ += length;
-    }
-    name = text_.substr(first, at_ - first);
-    return !name.empty() || Fail("A name is missing");
-}
-
-/// Goes over what needs no closer look, which is nearly everything.
-void CXmlScanner::SkipPlain(std::size_t end) {
-    const char* const text = text_.data();
-    while (at_ < end && ((text[at_] >= ' ' && text[at_] != '&' && text[at_] != '<') || text[at_] == '\n')) {
-        ++at_;
-    }
-}
-
-bool CXmlScanner::TakeCharacter() {
-    std::uint32_t character = 0;
-    const std::size_t length = ReadUtf8(Rest(), character);
-    if (length == 0 || !IsXmlCharacter(character)) {
-        return Fail("Not a character of XML");
-    }
-    at_ += length;
-    return true;
-}
-
-bool CXmlScanner::TakeCharacters(std::size_t end) {
-    while (SkipPlain(end), at_ < end) {
-        if (!TakeCharacter()) {
-            return false;
-        }
-    }
-    return true;
-}
-
-bool CXmlScanner::TakeCharactersUntil(std::string_view end) {
-    const std::size_t found = text_.find(end, at_);
-    if (found == std::string_view::npos) {
-        return Fail("The end is missing of what begins");
-    }
-    return TakeCharacters(found) && Take(end);
-}
-
-bool CXmlScanner::TakeReference() {
-    for (const std::string_view known : {"&amp;", "&lt;", "&gt;", "&quot;", "&apos;"}) {
-        if (Take(known)) {
-            return true;
-        }
-    }
-    if (!Rest().starts_with("&#")) {
-        return Fail("Unknown entity");
-    }
-    const bool isHex = Rest().starts_with("&#x");
-    const char* const digits = text_.data() + at_ + (isHex ? 3 : 2);
-    std::uint32_t character = 0;
-    const auto result = std::from_chars(digits, text_.data() + text_.size(), character, isHex ? 16 : 10);
-    if (result.ec != std::errc() || !IsXmlCharacter(character) || result.ptr == text_.data() + text_.size() ||
-        *result.ptr != ';') {
-        return Fail("Not a character reference");
-    }
-    at_ = static_cast<std::size_t>(result.ptr - text_.data()) + 1;
-    return true;
-}
-
-/// Text of an element, or the value of an attribute.
-bool CXmlScanner::TakeData(std::size_t end) {
-    while (SkipPlain(end), at_ < end) {
-        if (text_[at_] == '<') {
-            return Fail("\"<\" in the value of an attribute");
-        }
-        if (!(text_[at_] == '&' ? TakeReference() : TakeCharacter())) {
-            return false;
-        }
-    }
-    return true;
-}
-
-bool CXmlScanner::TakeDeclaration() {
-    if (!Rest().starts_with("<?xml") || text_.size() == 5 || !IsBlank(text_[5])) {
+bool CXmlGrammar::TakeDeclaration() {
+    if (Rest().substr(0, 6).find_first_of(kXmlBlanks) != 5 || !Take("<?xml")) {
         return true;
     }
-    Take("<?xml");
     for (const DeclarationPart& part : kDeclarationParts) {
-        const std::size_t before = at_;
-        if (TakeBlanks() && Take(part.name)) {
-            std::string_view value;
-            if (!TakeEquals() || !TakeQuoted(value) || !part.isValue(value)) {
-                return Fail("The declaration is damaged");
+        std::string_view value;
+        if (!TakeBlanksAnd(part.name)) {
+            if (part.isNeeded) {
+                TakeBlanks();
+                return Fail("The declaration has no version");
             }
-        } else if (part.isNeeded) {
-            return Fail("The declaration has no version");
-        } else {
-            at_ = before;
+        } else if (!TakeEquals() || !TakeQuoted(value) || !part.isValue(value)) {
+            return Fail("The declaration is damaged");
         }
     }
     TakeBlanks();
     return Take("?>") || Fail("The declaration is damaged");
 }
 
-bool CXmlScanner::TakeDocType() {
+bool CXmlGrammar::TakeDocType() {
     if (!Take("<!DOCTYPE")) {
         return true;
     }
@@ -267,14 +105,10 @@ bool CXmlScanner::TakeDocType() {
 }
 
 /// Also true when there is none.
-bool CXmlScanner::TakeExternalId() {
+bool CXmlGrammar::TakeExternalId() {
     std::string_view value;
     if (Take("PUBLIC")) {
-        const bool isPublicId =
-            TakeBlanks() && TakeQuoted(value) && std::all_of(value.begin(), value.end(), [](char c) {
-                return HoldsOnly({&c, 1}, kLetters, kDigits) || HoldsOnly({&c, 1}, kPublicIdMarks);
-            });
-        if (!isPublicId) {
+        if (!TakeBlanks() || !TakeQuoted(value) || !HoldsOnly(value, {kLetters, kDigits, kPublicIdMarks})) {
             return false;
         }
     } else if (!Take("SYSTEM")) {
@@ -284,7 +118,7 @@ bool CXmlScanner::TakeExternalId() {
 }
 
 /// Comments, instructions and blanks.
-bool CXmlScanner::TakeMisc() {
+bool CXmlGrammar::TakeMisc() {
     for (;;) {
         TakeBlanks();
         if (Rest().starts_with("<!--")) {
@@ -301,11 +135,11 @@ bool CXmlScanner::TakeMisc() {
     }
 }
 
-bool CXmlScanner::TakeComment() {
+bool CXmlGrammar::TakeComment() {
     return Take("<!--") && TakeCharactersUntil("--") && (Take(">") || Fail("\"--\" in a comment"));
 }
 
-bool CXmlScanner::TakeInstruction() {
+bool CXmlGrammar::TakeInstruction() {
     std::string_view target;
     if (!Take("<?") || !TakeName(target)) {
         return false;
@@ -316,7 +150,7 @@ bool CXmlScanner::TakeInstruction() {
     return Take("?>") || (TakeBlanks() ? TakeCharactersUntil("?>") : Fail("An instruction is damaged"));
 }
 
-bool CXmlScanner::TakeTree() {
+bool CXmlGrammar::TakeTree() {
     if (!Rest().starts_with('<')) {
         return Fail("No root element");
     }
@@ -327,7 +161,7 @@ bool CXmlScanner::TakeTree() {
     return isFine;
 }
 
-bool CXmlScanner::TakeContent() {
+bool CXmlGrammar::TakeContent() {
     if (!Rest().starts_with('<')) {
         return TakeText();
     }
@@ -343,18 +177,18 @@ bool CXmlScanner::TakeContent() {
     return Take("<![CDATA[") ? TakeCharactersUntil("]]>") : TakeStartTag();
 }
 
-bool CXmlScanner::TakeText() {
-    const std::size_t end = text_.find('<', at_);
-    if (end == std::string_view::npos) {
+bool CXmlGrammar::TakeText() {
+    const std::string_view text = Rest().substr(0, Rest().find('<'));
+    if (text.size() == Rest().size()) {
         return Fail("An element is not closed");
     }
-    if (text_.substr(at_, end - at_).find("]]>") != std::string_view::npos) {
+    if (text.find("]]>") != std::string_view::npos) {
         return Fail("\"]]>\" in a text");
     }
-    return TakeData(end);
+    return TakeData(text.size());
 }
 
-bool CXmlScanner::TakeStartTag() {
+bool CXmlGrammar::TakeStartTag() {
     std::string_view name;
     if (!Take("<") || !TakeName(name)) {
         return false;
@@ -381,20 +215,11 @@ bool CXmlScanner::TakeStartTag() {
     return Take("/>") || Fail("A tag is damaged");
 }
 
-bool CXmlScanner::TakeAttribute(std::vector<std::string_view>& names) {
-    std::string_view value;
-    if (!TakeName(names.emplace_back()) || !TakeEquals()) {
-        return false;
-    }
-    const std::size_t quote = at_;
-    if (!TakeQuoted(value)) {
-        return false;
-    }
-    at_ = quote + 1;
-    return TakeData(at_ + value.size()) && Take(text_.substr(quote, 1));
+bool CXmlGrammar::TakeAttribute(std::vector<std::string_view>& names) {
+    return TakeName(names.emplace_back()) && TakeEquals() && TakeQuotedData();
 }
 
-bool CXmlScanner::TakeEndTag() {
+bool CXmlGrammar::TakeEndTag() {
     std::string_view name;
     if (!Take("</") || !TakeName(name)) {
         return false;
@@ -410,14 +235,6 @@ bool CXmlScanner::TakeEndTag() {
 }  // namespace
 
 std::string FindXmlError(std::string_view text) {
-    CXmlScanner scanner(text);
-    return scanner.TakeDocument() ? std::string() : scanner.Error();
-}
-
-bool IsXmlCharacter(std::uint32_t character) {
-    if (character < 0x20) {
-        return character == '\t' || character == '\n' || character == '\r';
-    }
-    return character < 0xD800 || (character >= 0xE000 && character < 0xFFFE) ||
-           (character >= 0x10000 && character <= 0x10FFFF);
+    CXmlGrammar grammar(text);
+    return grammar.TakeDocument() ? std::string() : grammar.Error();
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -16,6 +15,3 @@ inline constexpr int kMaxXmlDepth = 64;
 /// the document type, which can give entities and attributes that nobody here would see.
 /// @return empty for a document, else what is wrong and where (in bytes), with nothing quoted of the text
 std::string FindXmlError(std::string_view text);
-
-/// True for what XML 1.0 can hold: no control characters but tab and line ends, no surrogates, no U+FFFE and U+FFFF.
-bool IsXmlCharacter(std::uint32_t character);

@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "xml/Utf8.h"
-#include "xml/XmlSyntax.h"
+#include "xml/XmlScanner.h"
 
 namespace {
 
