@@ -98,7 +98,9 @@ TEST_F(FileLock, RefusesPathsThatItCannotLockAndKeepsTheLockThatItHas) {
 
 TEST_F(FileLock, TheWaitEndsWhenAnotherOneWasFaster) {
     int taken = -1;
+    int polls = 0;
     flockHook = [&] {
+        ++polls;
         if (taken < 0) {
             taken = ::open(lockFile_.c_str(), O_RDWR | O_CLOEXEC);
             ::syscall(SYS_flock, taken, LOCK_EX);
@@ -109,6 +111,7 @@ TEST_F(FileLock, TheWaitEndsWhenAnotherOneWasFaster) {
     CFileLock lock;
     EXPECT_FALSE(lock.Lock(file_.c_str(), nullptr, 50));
     EXPECT_EQ(lock.HolderText(), "#1");
+    EXPECT_LT(polls, 35);  // one every 2 ms
     ::close(taken);
     EXPECT_TRUE(lock.Lock(file_.c_str(), nullptr, 0));
 }

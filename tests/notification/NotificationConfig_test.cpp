@@ -1,95 +1,139 @@
-#include <string_view>
+#include <map>
+#include <optional>
 
 #include "notification/Notification.h"
 
-using AuthenticationType = CNotificationConfig::AuthenticationType;
+namespace {
 
-TEST(NotificationConfig, SettersCreateTheWholePathAndKeepThePosition) {
-    CNotificationConfig config;
-    EXPECT_EQ(config.Path(), "/etc/kestrel/HostwardenSuite/ManagedNode/Notifications/Notifications.xml");
-    ASSERT_TRUE(config.SetDoc("<Notifications><x/></Notifications>") && config.FindElem() && config.IntoElem());
-    std::string text;
-    unsigned short port = 0;
-    bool isOn = false;
-    AuthenticationType type{};
-    const auto keeps = [&](bool isDone) {  // the position
-        const CMarkupPosition keep(config);
-        return isDone && config.FindElem("x") && config.FindElem("email") && !config.FindElem();
-    };
-    EXPECT_TRUE(keeps(config.SetSender("a@b")) && keeps(config.GetSender(text)) && text == "a@b");
-    EXPECT_TRUE(keeps(config.SetSenderDescription("A & B")) && keeps(config.GetSenderDescription(text)));
-    EXPECT_TRUE(text == "A & B" && keeps(config.SetRecipients("anna,,bert; ", " ,;")));
-    EXPECT_TRUE(keeps(config.GetRecipients(text, ", ")) && text == "anna, bert");
-    EXPECT_TRUE(keeps(config.SetRecipientsCc("x|y", "|")) && keeps(config.GetRecipientsCc(text, nullptr)));
-    EXPECT_TRUE(text == "xy" && keeps(config.SetSmtpServer("smtps://h", 1)) && keeps(config.GetSmtpServer(text, 1)));
-    EXPECT_TRUE(text == "smtps://h" && keeps(config.SetSmtpServerPort(65535, 1)));
-    EXPECT_TRUE(keeps(config.GetSmtpServerPort(port, 1)) && port == 65535 && keeps(config.SetSmtpServerSMTPS(true, 1)));
-    EXPECT_TRUE(keeps(config.GetSmtpServerSMTPS(isOn, 1)) && isOn && config.SetSmtpServerSMTPS(false, 0));
-    for (const int written : {0, 1, 3, 2}) {
-        EXPECT_TRUE(keeps(config.SetSmtpServerAuthenticationType(static_cast<AuthenticationType>(written), 1)));
-        EXPECT_TRUE(keeps(config.GetSmtpServerAuthenticationType(type, 1)));
-        EXPECT_EQ(static_cast<int>(type), written == 3 ? -1 : written);
-    }
-    EXPECT_TRUE(keeps(config.SetSmtpServerAuthenticationUserName("me", 1)));
-    EXPECT_TRUE(keeps(config.GetSmtpServerAuthenticationUserName(text, 1)) && text == "me");
-    EXPECT_TRUE(keeps(config.SetSmtpServerAuthenticationUserPassword("secret", 1)));
-    EXPECT_TRUE(keeps(config.GetSmtpServerAuthenticationUserPassword(text, 1)) && text == "secret");
-    EXPECT_TRUE(config.SetSmtpServerAuthenticationUserPassword("secret", 0));
-    EXPECT_TRUE(config.SetSmtpServerAuthenticationUserPassword("", 0));
-    EXPECT_EQ(config.GetDocFormatted(), ReadFile(EM_TEST_DATA "/all-settings.xml"));
-    CNotificationConfig empty;
-    EXPECT_FALSE(empty.SetSmtpServer("h", -1) || empty.SetSmtpServer("h", 256) || empty.FindElem());
-    EXPECT_TRUE(empty.SetSmtpServer("h", 255));
+using std::string;
+
+/// Spells a number or an enumerator as text.
+template <class T>
+struct Number {
+    string& text;
+    T value = static_cast<T>(std::stoi(text));
+
+    ~Number() { text = std::to_string(static_cast<int>(value)); }
+    operator T&() { return value; }
+};
+
+string WithoutLayout(string text) {
+    std::erase_if(text, [](char c) { return c == '\n' || c == ' '; });
+    return text.substr(text.find("?>") == string::npos ? 0 : text.find("?>") + 2);
 }
 
-TEST(NotificationConfig, MissingSettingsLeaveTheCallersValue) {
-    for (const char* text : {"", "<Other><email><Format/></email></Other>",
-                             "<Notifications><email><Format/><SMTP><Server/></SMTP></email></Notifications>"}) {
-        CNotificationConfig config;
-        ASSERT_TRUE(config.SetDoc(text));
-        std::string value = "kept";
-        bool isOn = true;
-        auto type = AuthenticationType::Smtp;
-        EXPECT_FALSE(config.GetSender(value) || config.GetSenderDescription(value) || config.GetSmtpServer(value, 0) ||
-                     config.GetSmtpServerSMTPS(isOn, 0) || config.GetSmtpServerAuthenticationType(type, 0) ||
-                     config.GetSmtpServerAuthenticationUserPassword(value, 0) || config.GetSmtpServer(value, -1));
-        EXPECT_TRUE(value == "kept" && isOn && type == AuthenticationType::Smtp);
-        EXPECT_TRUE(!config.GetRecipients(value, ";") && value.empty());
-        EXPECT_EQ(config.SetSender("a@b"), !std::string_view(text).starts_with("<Other"));  // one root element
+/// What the rows of a file of cases work on; the head of settings.cases tells what the fields of a row are.
+struct Desk {
+    CTempDirectory directory{};
+    CNotificationConfig config{directory / ""};
+    std::optional<CTraceCapture> trace{3};
+    CFileLock lock;
+    string document;    // as it was given last
+    string text, with;  // of the row
+
+    bool SetDocument() {
+        const bool isDocument = config.SetDoc(text);
+        document = WithoutLayout(config.GetDocFormatted());
+        return isDocument && config.FindElem() && config.IntoElem() && config.FindElem("here");
+    }
+    bool HasReplaced() {
+        const string what = WithoutLayout(text);
+        document.replace(document.find(what), what.size(), WithoutLayout(with));
+        return WithoutLayout(config.GetDocFormatted()) == document;
+    }
+    bool Import() {
+        const string path = directory / "ravlo.ini";
+        WriteFile(path, "[Logging]\n" + text);
+        return config.ImportTamracSettings(text.empty() ? "" : text == "-" ? nullptr : path.c_str());
+    }
+    bool GetTrace() {
+        const std::regex names(directory / "|#" + std::to_string(::getpid()));
+        text = std::regex_replace(trace->All(), names, "<>");
+        trace->Clear();
+        return true;
+    }
+};
+
+#define DO(name, ...)                             \
+    {                                             \
+        name, [](Desk& d) { return __VA_ARGS__; } \
+    }
+#define CALL(name, ...) DO(#name, d.config.name(__VA_ARGS__))
+#define SERVER(name, ...) CALL(name, __VA_ARGS__, d.with.empty() ? 0 : std::stoi(d.with))
+
+const std::map<string, bool (*)(Desk&)> kRows = {
+    CALL(GetSender, d.text),
+    CALL(SetSender, d.text),
+    CALL(GetSenderDescription, d.text),
+    CALL(SetSenderDescription, d.text),
+    CALL(GetRecipients, d.text, d.with == "-" ? nullptr : d.with.c_str()),
+    CALL(SetRecipients, d.text, d.with.c_str()),
+    CALL(GetRecipientsCc, d.text, d.with == "-" ? nullptr : d.with.c_str()),
+    CALL(SetRecipientsCc, d.text, d.with.c_str()),
+    SERVER(GetSmtpServer, d.text),
+    SERVER(SetSmtpServer, d.text),
+    SERVER(GetSmtpServerPort, Number<unsigned short>{d.text}),
+    SERVER(SetSmtpServerPort, Number<unsigned short>{d.text}),
+    SERVER(GetSmtpServerSMTPS, Number<bool>{d.text}),
+    SERVER(SetSmtpServerSMTPS, Number<bool>{d.text}),
+    SERVER(GetSmtpServerAuthenticationType, Number<CNotificationConfig::AuthenticationType>{d.text}),
+    SERVER(SetSmtpServerAuthenticationType, Number<CNotificationConfig::AuthenticationType>{d.text}),
+    SERVER(GetSmtpServerAuthenticationUserName, d.text),
+    SERVER(SetSmtpServerAuthenticationUserName, d.text),
+    SERVER(GetSmtpServerAuthenticationUserPassword, d.text),
+    SERVER(SetSmtpServerAuthenticationUserPassword, d.text),
+    DO("set plain password",
+       d.config.SetSmtpServerAuthenticationUserPassword(d.text, 0, CNotificationConfig::PasswordEncryptionType::Plain)),
+    DO("document", d.SetDocument()),
+    DO("replaced", d.HasReplaced()),
+    DO("GetDocument", d.text = d.config.GetDocFormatted(), true),
+    DO("import", d.Import()),
+    DO("trace", d.trace.reset(), d.trace.emplace(std::stoi(d.text)), true),
+    DO("GetTrace", d.GetTrace()),
+    CALL(Load),
+    CALL(LoadExclusive),
+    CALL(Save),
+    DO("save in", CNotificationConfig(d.text).Save()),
+    DO("lock", d.lock.Lock(d.config.Path().c_str(), nullptr, 0)),
+    DO("write", WriteFile(d.config.Path(), d.text), true),
+    DO("GetFile", d.text = ReadFile(d.config.Path()), true),
+    DO("resize", std::filesystem::resize_file(d.config.Path(), std::stoul(d.text)), true),
+    DO("GetSize", d.text = std::to_string(std::filesystem::file_size(d.config.Path())), true),
+    DO("remove", std::filesystem::remove(d.config.Path())),
+    DO("make directory", std::filesystem::create_directory(d.config.Path()))};
+
+void DoAsListed(const string& file) {
+    std::optional<Desk> desk;
+    for (auto row : DataRows(EM_TEST_DATA "/" + file)) {
+        if (row.size() == 1 && row[0].starts_with('=')) {
+            desk.reset();
+            desk.emplace();
+            continue;
+        }
+        row.resize(5);
+        desk->text = row[1];
+        desk->with = row[2];
+        const string place = desk->config.GetAttrib("at");
+        EXPECT_EQ(kRows.at(row[0])(*desk), row[3] != "no") << row[0] << " " << row[1];
+        EXPECT_TRUE(!row[0].starts_with("Get") || desk->text == row[4]) << row[0] << " " << desk->text;
+        EXPECT_TRUE(row[0] == "document" || desk->config.GetAttrib("at") == place) << row[0];
     }
 }
 
-TEST(NotificationConfig, RecipientsAreRewrittenInPlace) {
-    CNotificationConfig config;
-    ASSERT_TRUE(config.SetDoc(ReadFile(EM_TEST_DATA "/recipients-before.xml")) && config.FindElem("Notifications"));
-    std::string joined;
-    EXPECT_TRUE(config.SetRecipients("carl", " ,;") && config.GetRecipients(joined, ";") && joined == "carl") << joined;
-    EXPECT_TRUE(config.FindChildElem("email"));  // the position was kept
-    EXPECT_EQ(config.GetDocFormatted(), ReadFile(EM_TEST_DATA "/recipients.xml"));
-    EXPECT_TRUE(config.SetRecipients("dora,emil,", ",") && config.GetRecipients(joined, "; ") &&
-                joined == "dora; emil");
+}  // namespace
+
+TEST(NotificationConfig, DoesAsListed) {
+    EXPECT_EQ(CNotificationConfig().Path(), "/etc/kestrel/HostwardenSuite/ManagedNode/Notifications/Notifications.xml");
+    DoAsListed("settings.cases");
+    DoAsListed("imports.cases");
 }
 
-TEST(NotificationConfig, WhatOthersWroteHasARule) {
-    // what is read: the port (7: missing), type and password; what was written: SMTPS (always off), port,
-    // authentication
-    for (const auto& row : DataRows(EM_TEST_DATA "/written-by-others.txt")) {
-        CNotificationConfig config;
-        ASSERT_TRUE(config.SetDoc("<Notifications><email><SMTP><Server><SMTPS>" + row[3] + "</SMTPS><Port>" + row[4] +
-                                  "</Port><Authentication " + row[5] +
-                                  "</Password></Authentication></Server></SMTP></email></Notifications>"));
-        unsigned short port = 7;
-        bool isOn = true;
-        auto type = AuthenticationType::Smtp;
-        std::string value;
-        EXPECT_TRUE(config.GetSmtpServerSMTPS(isOn, 0) && !isOn) << row[3];
-        EXPECT_TRUE(config.GetSmtpServerPort(port, 0) != (row[0] == "7") && std::to_string(port) == row[0]) << row[4];
-        EXPECT_TRUE(config.GetSmtpServerAuthenticationType(type, 0) &&
-                    std::to_string(static_cast<int>(type)) == row[1] &&
-                    config.GetSmtpServerAuthenticationUserPassword(value, 0) && value == row[2])
-            << row[5];
-        EXPECT_TRUE(config.SetSmtpServerAuthenticationUserPassword("<p>", 0,
-                                                                   CNotificationConfig::PasswordEncryptionType::Plain));
-        EXPECT_NE(config.GetDocFormatted().find("<Password>&lt;p&gt;<"), std::string::npos) << row[5];
-    }
+TEST(NotificationConfig, TheHostNameStandsInForAMissingSender) {
+    InPrivateNamespace([&] {
+        ASSERT_EQ(::mount("none", "/opt", "tmpfs", 0, nullptr), 0);
+        ResolveFrom("10.0.0.5 box.example.net box\n");
+        DoAsListed("imports-without-name.cases");
+        Shell("ip link set lo up && ip addr add 10.0.0.5/24 dev lo");
+        DoAsListed("imports-with-name.cases");
+    });
 }

@@ -28,41 +28,6 @@ TEST(NotificationFile, NoChangeOfSeveralProcessesIsLost) {
     EXPECT_EQ(directory.FileCount(), 1);  // no lock file, no temporary file
 }
 
-TEST(NotificationFile, AFileThatCannotBeLoadedIsNeverOverwritten) {
-    const CTempDirectory directory;
-    CNotificationConfig config(directory / "");
-    const std::string path = config.Path();
-    const std::string tag = "\nCNotificationConfig : ";
-    const std::pair<std::string, std::string> cases[] = {
-        {"", "No root element at offset 0"},
-        {"<Notifications><email></Notifications>", "The end of another element at offset 37"},
-        {std::string(17 * 1024 * 1024, 'x'), "File too large"}};
-    for (const auto& [text, reason] : cases) {
-        const CTraceCapture trace(1);
-        WriteFile(path, text);
-        EXPECT_TRUE(!config.LoadExclusive() && config.SetSender("a@b") && !config.Save());
-        EXPECT_TRUE(ReadFile(path) == text);
-        EXPECT_EQ(trace.All(), tag + "File \"" + path + "\" not loaded: " + reason + tag + "ERROR! File \"" + path +
-                                   "\" could not be loaded and is not overwritten!");
-        WriteFile(path, "<Notifications/>");  // repaired
-        EXPECT_TRUE(config.Load() && config.SetSender("a@b") && config.Save());
-    }
-    CFileLock lock;
-    ASSERT_TRUE(lock.Lock(path.c_str(), nullptr, 0));
-    const CTraceCapture held(3);
-    EXPECT_TRUE(config.LoadExclusive() && held.Has("nrRetries = 50\n") && held.Has(".lock is held by #"));
-    std::filesystem::remove(path);
-    const CTraceCapture missing(2);
-    EXPECT_FALSE(config.Load());
-    EXPECT_EQ(missing.All(), tag + "File \"" + path + "\" not loaded: No such file or directory");
-    const CTraceCapture trace(1);
-    EXPECT_FALSE(config.Load());
-    std::filesystem::create_directory(path);
-    EXPECT_FALSE(config.Save() || CNotificationConfig("relative").Save());
-    EXPECT_EQ(trace.All(), tag + "ERROR! FAILED to save file \"" + path + "\"!" + tag + "  Is a directory" + tag +
-                               "ERROR! FAILED to create directory \"relative\"!" + tag + "  Invalid argument");
-}
-
 TEST(NotificationFile, SaveKeepsRightsAndLinks) {
     using namespace std::string_literals;
     constexpr char kList[] = "system.posix_acl_access";
