@@ -70,7 +70,7 @@ std::vector<std::string> Fields(const std::string& line) {
 
 /// A file of expectations.
 std::string Expected(const std::string& name) {
-    std::ifstream file(EM_MAIL_DATA "/" + name);
+    std::ifstream file(EM_TEST_DATA "/" + name);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
@@ -140,7 +140,7 @@ TEST(SmtpClient, DeliversAnyTextUnharmed) {
 }
 
 TEST(SmtpClient, TransfersGoAsListed) {
-    std::ifstream list(EM_MAIL_DATA "/transfers");
+    std::ifstream list(EM_TEST_DATA "/transfers");
     int rows = 0;
     for (std::string line; std::getline(list, line);) {
         if (line.empty() || line.starts_with('#')) {
@@ -221,7 +221,7 @@ TEST(SmtpTls, DemandsATrustedCertificate) {
 /// longest time that it may cost (15 s for the transfer, 1 s for the farewell, and something for a busy machine), TLS,
 /// whether the mail is sent, and the server's options.
 TEST(SmtpFaults, CostABoundedTimeAndNeverLookLikeSuccess) {
-    std::ifstream list(EM_MAIL_DATA "/faults");
+    std::ifstream list(EM_TEST_DATA "/faults");
     std::vector<std::jthread> threads;
     for (std::string line; std::getline(list, line);) {
         threads.emplace_back([line] {

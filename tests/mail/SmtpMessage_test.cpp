@@ -18,7 +18,7 @@ CSmtpMessage Parsed(const char* text) {
 }
 
 std::string Expected(const char* name) {
-    std::ifstream file(std::string(EM_MAIL_DATA "/") + name, std::ios::binary);
+    std::ifstream file(std::string(EM_TEST_DATA "/") + name, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
@@ -85,7 +85,7 @@ TEST(SmtpMessage, StartsAfreshWithEachMail) {
 }
 
 TEST(SmtpMessage, ReadsTheImportance) {
-    std::ifstream list(EM_MAIL_DATA "/importances");
+    std::ifstream list(EM_TEST_DATA "/importances");
     int rows = 0;
     for (std::string line; std::getline(list, line); ++rows) {
         std::string header = line.substr(line.find(' ') + 1);
