@@ -77,7 +77,6 @@ TEST_F(FileLock, RefusesPathsThatItCannotLockAndKeepsTheLockThatItHas) {
     const std::string longest = directory_ / std::string(256 - (directory_ / "").size(), 'a');
     CFileLock lock;
     ASSERT_TRUE(lock.Lock(longest.c_str(), nullptr, 0));
-    // the path, LastError and what is printed; the long path has 259 bytes
     for (const auto& row : DataRows(EM_TEST_DATA "/lock-refusals.txt")) {
         const CTraceCapture trace(1);
         EXPECT_TRUE(!lock.Lock(Filled(row[0]).c_str(), nullptr, 0) && std::to_string(lock.LastError()) == row[1]);
@@ -118,7 +117,6 @@ TEST_F(FileLock, TheWaitEndsWhenAnotherOneWasFaster) {
 
 TEST_F(FileLock, OnlyASharingViolationIsTriedAgain) {
     std::filesystem::create_directories(directory_ / "deep/er");
-    // errno of the failure, the time-out, how often it fails, and what is printed
     for (const auto& row : DataRows(EM_TEST_DATA "/lock-failures.txt")) {
         const int timeoutMs = std::stoi(row[1]);
         const int failures = std::stoi(row[2]);

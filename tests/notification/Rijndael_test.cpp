@@ -5,10 +5,9 @@
 #include "notification/EncryptedString.h"
 #include "xml/TempDirectory.h"
 
-TEST(Rijndael, MatchesThePublishedBlocks) {  // FIPS-197, appendix C
+TEST(Rijndael, MatchesThePublishedBlocks) {
     unsigned char key[32];
     std::iota(std::begin(key), std::end(key), static_cast<unsigned char>(0));
-    // the bits of the key, the rounds, the block and what it is enciphered to
     for (const auto& row : DataRows(EM_TEST_DATA "/blocks.txt")) {
         const int bits = std::stoi(row[0]);
         unsigned int roundKeys[CRijndael::kMaxRoundKeys];
@@ -26,7 +25,6 @@ TEST(Rijndael, MatchesThePublishedBlocks) {  // FIPS-197, appendix C
 TEST(Rijndael, StoresPasswordsAsOtherProgramsDo) {
     std::string text;
     EXPECT_FALSE(CEncryptedString::TamracDecryptString(text, nullptr));
-    // a password and how it is stored: openssl enc -aes-256-ecb -nopad with the product key, zero-padded, base64
     for (const auto& row : DataRows(EM_TEST_DATA "/passwords.txt")) {
         CRijndael::Encrypt(row[0], text);
         EXPECT_EQ(text, row[1]);

@@ -8,7 +8,6 @@ TEST(Markup, LoadTellsWhatIsWrongWithAFile) {
     const CTempDirectory directory;
     CMarkup document;
     for (const auto& row : DataRows(EM_TEST_DATA "/documents.txt")) {
-        // "=" and the text of the root element, or what is wrong; then the document
         const bool isLoaded = row[0].starts_with('=');
         WriteFile(directory / "a.xml", row[1]);
         EXPECT_TRUE(document.Load(directory / "a.xml") == isLoaded && document.FindElem() == isLoaded) << row[1];
