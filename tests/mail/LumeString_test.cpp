@@ -82,6 +82,12 @@ TEST(LumeString, ReplacesAsIfSearchingAnewFromTheStart) {
     }
 }
 
+TEST(LumeString, ComparesWholeWideCharacters) {
+    std::wstring text = L"\u0141A\u0161";  // whose last bytes are those of "A" and "a"
+    CLumeStringT<std::wstring, wchar_t>::ReplaceIgnoreCase(text, L"a", L"x");
+    EXPECT_EQ(text, L"\u0141x\u0161");
+}
+
 TEST(LumeString, ReplacesInLinearTime) {
     std::string target;
     for (int i = 0; i < 200000; ++i) {
