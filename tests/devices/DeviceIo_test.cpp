@@ -1,8 +1,8 @@
 #include "devices/DeviceIo.h"
 
-#include <cstring>
+#include <cstdarg>
+#include <dlfcn.h>
 #include <fcntl.h>
-#include <filesystem>
 #include <latch>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -11,17 +11,23 @@
 
 #include <gtest/gtest.h>
 
+#include "devices/DeviceBeeper.h"
 #include "devices/DeviceBios.h"
 #include "devices/DeviceIoExtensionData.h"
+#include "platform/Trace.h"
 #include "platform/UniqueFd.h"
+#include "support/Cases.h"
 #include "support/PrivateNamespace.h"
-#include "support/TraceRows.h"
-#include "xml/TempDirectory.h"
+#include "support/TraceCapture.h"
 
 namespace {
 
 constexpr std::uint32_t kReadWrite = kDeviceRead | kDeviceWrite;
 constexpr const char* kAccess[] = {"r", "w", "rw"};
+
+bool isBeeping = false;
+int requests = 0;        // of one tone, counted
+int failingRequest = 0;  // its number
 
 struct Device : CDeviceIo {
     explicit Device(const char* path, bool perThread = false, bool keepOpen = false)
@@ -41,30 +47,59 @@ pthread_key_t NextKey() {
 
 }  // namespace
 
+// This program's own: nobody sleeps, and what a tone asks for fails when told to.
+extern "C" int ioctl(int fd, unsigned long code, ...) noexcept {
+    static const auto real = reinterpret_cast<decltype(&ioctl)>(::dlsym(RTLD_NEXT, "ioctl"));
+    va_list arguments;
+    va_start(arguments, code);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    errno = EIO;
+    return !isBeeping ? real(fd, code, argument) : requests++ == failingRequest ? -1 : 0;
+}
+extern "C" int usleep(unsigned int microseconds) {
+    EM_TRACE(1, "usleep %u", microseconds);
+    return 0;
+}
+
+TEST(DeviceBeeper, TracesAFailureAndSwitchesTheToneOffAllTheSame) {
+    InPrivateNamespace([] {
+        const auto rows = Cases("devices.cases", "failure");
+        ASSERT_EQ(::mount("none", "/dev", "tmpfs", 0, nullptr), 0);
+        Shell("mkdir /dev/pci && touch /dev/pci/smbus");
+        isBeeping = true;
+        for (const auto& row : rows) {
+            const auto beep = [&](const CTraceCapture& /*trace*/) {
+                requests = 0;
+                failingRequest = std::stoi(row[1]);
+                EXPECT_TRUE(CDeviceBeeper::Beep(1000, 7) && requests == std::stoi(row[2]));
+            };
+            EXPECT_EQ(TracesByLevel(beep, "CDeviceBeeper|usleep"), row[3]);
+        }
+    });
+}
+
 TEST(DeviceIo, OpensAsAccessAndDispositionSay) {
     const CTempDirectory directory;
     const std::string file = directory / "file";
     const mode_t mask = ::umask(0);
-    std::ifstream cases(EM_DEVICES "/openings.cases");
-    std::uint32_t access = 0, creation = 0;
-    std::string before, wanted;  // "text" or "none"; an error, or access, append, size, mode of a new file (decimal)
-    for (; cases >> std::hex >> access >> creation >> before && std::getline(cases, wanted); wanted.clear()) {
+    for (const auto& row : Cases("devices.cases", "opening")) {
         std::filesystem::remove(file);
-        before == "text" ? static_cast<void>(std::ofstream(file) << before) : void();
+        row[3] == "text" ? WriteFile(file, "text") : void();
+        const auto access = static_cast<std::uint32_t>(std::stoul(row[1], nullptr, 16));
+        const auto creation = static_cast<std::uint32_t>(std::stoul(row[2], nullptr, 16));
         CDeviceIo device(file.c_str(), access, 3, creation, 0x80);
-        std::string opened =
-            std::string(" ") + ::strerrorname_np(device.Open() ? 0 : static_cast<int>(device.LastError()));
+        std::string opened = ::strerrorname_np(device.Open() ? 0 : static_cast<int>(device.LastError()));
         struct stat status {};
         if (const int fd = static_cast<int>(device.getHandle()); ::fstat(fd, &status) == 0) {
             const int flags = ::fcntl(fd, F_GETFL);
-            opened = std::string(" ") + kAccess[flags & O_ACCMODE];
+            opened = kAccess[flags & O_ACCMODE];
             opened += ((flags & O_APPEND) != 0 ? " append " : " ") + std::to_string(status.st_size);
-            opened += before == "none" ? " " + std::to_string(status.st_mode & 07777) : "";
+            opened += row[3] == "none" ? " " + std::to_string(status.st_mode & 07777) : "";
             EXPECT_TRUE(::fcntl(fd, F_GETFD) == FD_CLOEXEC && device.LastError() == 0);
         }
-        EXPECT_EQ(opened, wanted) << access << ' ' << creation;
+        EXPECT_EQ(opened, row[4]) << row[1] << ' ' << row[2];
     }
-    EXPECT_EQ(creation, 6U);
     ::umask(mask);
 }
 
@@ -186,9 +221,8 @@ TEST(DeviceBios, MapsOnePieceAtATimeAndRefusesTheRest) {
         Shell("p='" + path + "'; held=$(grep -c \"$p\" /proc/$PPID/maps; ls -l /proc/$PPID/fd | grep -c \"$p\"); " +
               "test \"$(echo $held)\" = '" + wanted + "'");
     };
-    for (unsigned int level = 1; level <= 5; ++level) {
+    const auto scenario = [&] {
         std::ofstream(path).seekp(0xF1234) << "firmware";
-        const CTraceCapture trace(level);
         {
             CDeviceBios bios("/dev/null", path.c_str());
             auto* const written = static_cast<char*>(bios.MapPhysicalMemory(1, 0xF1234, 8, true));
@@ -212,7 +246,6 @@ TEST(DeviceBios, MapsOnePieceAtATimeAndRefusesTheRest) {
         EXPECT_EQ(none.MapPhysicalMemory(0, 4096, 8, false), nullptr);
         EXPECT_EQ(unconnected.MapPhysicalMemory(0, 4096, 8, false), nullptr);
         EXPECT_TRUE(none.LastError() == ENOENT && unconnected.LastError() == ENOTCONN);
-        EXPECT_EQ(std::regex_replace(Rows(trace, ""), std::regex(directory / ""), ""),
-                  RowsUpTo(EM_DEVICES "/bios.trace", level));
-    }
+    };
+    EXPECT_EQ(TracesByLevel(scenario), ReadFile(EM_TEST_DATA "/bios.trace"));
 }

@@ -1,10 +1,9 @@
-#include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <functional>
 #include <iterator>
 #include <malloc.h>
 #include <optional>
+#include <regex>
 #include <sstream>
 #include <sys/ioctl.h>
 #include <thread>
@@ -18,8 +17,8 @@
 #include "devices/SpeakerBlock.h"
 #include "devices/SystemSpeaker.h"
 #include "platform/Trace.h"
-#include "support/TraceRows.h"
-#include "xml/TempDirectory.h"
+#include "support/Cases.h"
+#include "support/TraceCapture.h"
 
 /// A test with the stand-in switched on, and its port log.
 class Speaker : public ::testing::Test {
@@ -73,7 +72,7 @@ std::string Course(const CTraceCapture& trace) {
 }
 
 /// The port accesses of a tone of 1000 Hz.
-const std::string kToneLog = ReadFile(EM_DEVICES "/tone.ports");
+const std::string kToneLog = ReadFile(EM_TEST_DATA "/tone.ports");
 
 }  // namespace
 
@@ -85,62 +84,44 @@ extern "C" __attribute__((visibility("default"))) int usleep(unsigned int micros
 }
 
 TEST_F(Speaker, BeepProgramsTheTimerAndSwitchesTheSpeaker) {
-    for (unsigned int level = 1; level <= 5; ++level) {
-        const CTraceCapture trace(level);
-        EXPECT_TRUE(CDeviceBeeper::Beep(1000, 150));
-        EXPECT_EQ(Rows(trace, ""), RowsUpTo(EM_DEVICES "/tone.trace", level));
-        EXPECT_EQ(PortLog().substr(kToneLog.size() * (level - 1)), kToneLog);
-    }
-    std::ifstream divisors(EM_DEVICES "/divisors.cases");
-    std::string low, high;
-    for (int hz = 0; divisors >> hz >> low >> high;) {
+    const auto beep = [] { EXPECT_TRUE(CDeviceBeeper::Beep(1000, 150)); };
+    EXPECT_EQ(TracesByLevel(beep), ReadFile(EM_TEST_DATA "/tone.trace"));
+    EXPECT_EQ(PortLog(), kToneLog + kToneLog + kToneLog + kToneLog + kToneLog);
+    for (const auto& row : Cases("devices.cases", "divisor")) {
         const std::size_t before = PortLog().size();
-        EXPECT_TRUE(CDeviceBeeper::Beep(hz, 0));
-        const std::string writes = "write 0x42 width 1 value " + low + "\nwrite 0x42 width 1 value " + high + '\n';
-        EXPECT_EQ(PortLog().find(writes, before), before + 61) << hz;
+        EXPECT_TRUE(CDeviceBeeper::Beep(std::stoi(row[1]), 0));
+        const std::string writes = "write 0x42 width 1 value " + row[2] + "\nwrite 0x42 width 1 value " + row[3] + '\n';
+        EXPECT_EQ(PortLog().find(writes, before), before + 61) << row[1];
     }
-    EXPECT_EQ(low + high, "0x000x00");
     driver_.reset();
-    const CTraceCapture trace;
-    EXPECT_TRUE(CDeviceBeeper::Beep(1000, 1000));
-    EXPECT_EQ(Rows(trace, ""), RowsUpTo(EM_DEVICES "/absent.trace", 5));
+    EXPECT_EQ(TracesByLevel(beep), ReadFile(EM_TEST_DATA "/absent.trace"));
 }
 
 TEST_F(Speaker, SequencesAreReadWithinTheirBytesAndRepeated) {
     CEvent stop(false, true);
-    std::ifstream cases(EM_DEVICES "/sequences.cases");
-    std::uint32_t bytes = 0, repeat = 0, interval = 0;
-    int played = 0;
-    for (; cases >> bytes >> repeat >> interval; ++played) {  // and the numbers, "|", what they make
+    for (const auto& row : Cases("devices.cases", "sequence")) {
         const CTraceCapture trace;
-        std::string numbers, course;
-        std::getline(std::getline(cases, numbers, '|').ignore(), course);
-        PlayBlock(Sequence(Numbers(numbers), bytes), stop, repeat, interval);
-        EXPECT_EQ(Course(trace), course) << bytes << " bytes, repeat " << repeat;
+        PlayBlock(Sequence(Numbers(row[4]), std::stoul(row[1])), stop, Numbers(row[2])[0], Numbers(row[3])[0]);
+        EXPECT_EQ(Course(trace), row[5]) << row[1] << " bytes, repeat " << row[2];
         EXPECT_EQ(trace.Prints().back().rfind("THREAD_RETURN: ## INFO: Thread = 0x", 0), 0U);
     }
-    EXPECT_EQ(played, 10);
     stop.Set();
     const std::size_t mapped = ::mallinfo2().hblkhd;
     PlayBlock(Bytes(1 << 20), stop, 1, 0);
     EXPECT_EQ(::mallinfo2().hblkhd, mapped);  // the block is freed
-    const CTraceCapture trace(1);
-    EXPECT_EQ(CSystemSpeaker::RunAsThread_BeeperThread(nullptr), nullptr);
-    EXPECT_EQ(Rows(trace, ""), "THREAD_RETURN: ## INFO: Thread = # exited, Return = 0x00000000##\\n\n");
+    EXPECT_EQ(TracesByLevel([] { EXPECT_EQ(CSystemSpeaker::RunAsThread_BeeperThread(nullptr), nullptr); }),
+              "1 THREAD_RETURN: ## INFO: Thread = 0x# exited, Return = 0x00000000##\\n\n");
 }
 
 TEST_F(Speaker, StopEndsAToneAndEveryKindOfPause) {
-    std::ifstream cases(EM_DEVICES "/stops.cases");
-    int stops = 0;
-    for (std::string awaited; std::getline(cases, awaited, '|'); ++stops) {
-        const Bytes tones = Sequence(Numbers(awaited));
-        std::getline(cases, awaited);
+    for (const auto& row : Cases("devices.cases", "stop")) {
+        const Bytes tones = Sequence(Numbers(row[1]));
         const CTraceCapture trace;
         CEvent stop(false, true);
-        const bool inTone = awaited[0] == 'u';
+        const bool inTone = row[2] == "usleep 5000";
         onSleep = [&] { EXPECT_TRUE(!inTone || trace.Await("Set event")); };
         {
-            const std::jthread stopper([&] { EXPECT_TRUE(trace.Await(awaited) && stop.Set()); });
+            const std::jthread stopper([&] { EXPECT_TRUE(trace.Await(row[2]) && stop.Set()); });
             PlayBlock(tones, stop, SpeakerBlock::kEndless, kForever);
         }
         onSleep = nullptr;
@@ -149,7 +130,6 @@ TEST_F(Speaker, StopEndsAToneAndEveryKindOfPause) {
         PlayBlock(tones, stop, 1, 0);  // the event is still set
         EXPECT_EQ(Course(trace), course + "signal ");
     }
-    EXPECT_EQ(stops, 4);
 }
 
 TEST_F(Speaker, PlayerStartsAnewFromTheFirstToneAndEndsWithItsOwner) {
@@ -198,14 +178,12 @@ TEST_F(Speaker, StartAndStopStormsNeverOverlapTones) {
 TEST_F(Speaker, DriverRefusesWhatThePortsWouldNotTake) {
     const int fd = ::open("/dev/pci/smbus", O_WRONLY);
     std::string log = "open O_WRONLY\n";
-    std::ifstream cases(EM_DEVICES "/requests.cases");
-    unsigned long code = 0;
-    std::uint32_t request[3];
-    for (std::string line; cases >> std::hex >> code >> request[0] >> request[1] >> request[2];) {
-        std::getline(cases.ignore(), line);
-        const std::string error = ::ioctl(fd, code, request) != 0 ? ::strerrorname_np(errno) : "0xB6";
-        EXPECT_NE(line.find(error, line.size() - 8), std::string::npos) << line;
-        log += line + '\n';
+    for (const auto& row : Cases("devices.cases", "request")) {
+        const auto number = [&](std::size_t i) { return static_cast<std::uint32_t>(std::stoul(row[i], nullptr, 16)); };
+        std::uint32_t request[] = {number(2), number(3), number(4)};
+        const std::string error = ::ioctl(fd, number(1), request) != 0 ? ::strerrorname_np(errno) : "0xB6";
+        EXPECT_NE(row[5].find(error, row[5].size() - 8), std::string::npos) << row[5];
+        log += row[5] + '\n';
     }
     EXPECT_EQ(::close(fd), 0);
     EXPECT_EQ(::close(fd), -1);

@@ -72,10 +72,11 @@ protected:
 
 TEST_F(TraceFiles, SupplyTheLevelUnlessTheEnvironmentDoes) {
     for (const auto& row : Cases("trace_files.cases", "level")) {
-        row[1] == "-" ? std::filesystem::rename(Path(""), directory_ / "other") : Write(row[1], row[2]);
+        row[1] == "-" ? std::filesystem::rename(Path(""), directory_ / "other")
+                      : Write(row[1], std::string(std::stoul(row[5]), ' ') + row[2]);
         Start(row[3]);
-        EXPECT_EQ(client_->DebugLevel(), static_cast<unsigned int>(std::stoi(row[4]))) << row[2].substr(0, 200);
-        EXPECT_EQ(IsTracingEnabled(), row[4] != "0") << row[2].substr(0, 200);
+        EXPECT_EQ(client_->DebugLevel(), static_cast<unsigned int>(std::stoi(row[4]))) << row[2];
+        EXPECT_EQ(IsTracingEnabled(), row[4] != "0") << row[2];
         ::mkfifo(Path("b.ini").c_str(), 0600);  // for the rows behind the first
         ::mkdir(Path("c.ini").c_str(), 0700);
     }

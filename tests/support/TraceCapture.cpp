@@ -34,7 +34,7 @@ public:
         ::pthread_testcancel();  // as in any sink that writes to a file
         EXPECT_STREQ(moduleName, "EM_ALERT");
         char* text = nullptr;
-        if (::vasprintf(&text, format, arguments) < 0) {
+        if (format == nullptr || ::vasprintf(&text, format, arguments) < 0) {
             return;
         }
         std::unique_lock guard(lock);
@@ -101,18 +101,27 @@ std::string CTraceCapture::All() const {
 }
 
 std::string TracesByLevel(const std::function<void()>& scenario) {
+    return TracesByLevel([&](const CTraceCapture& /*trace*/) { scenario(); }, "");
+}
+
+std::string TracesByLevel(const std::function<void(const CTraceCapture&)>& scenario, const std::string& wanted) {
     static const std::regex newline("\n");
-    static const std::regex changing(R"((event 0x|sec=)[0-9a-f]+|((?:[Tt]hread|Id) ?=? ?0x0?)[0-9A-F]{8}\b)");
+    static const std::regex changing(
+        R"(((?:event|Record|object|dev =|, arg =|from|address =) 0x|\bfd=|sec=| on (?=\d))[0-9a-fA-Fx]+|)"
+        R"((/dev/shm/em)\w{6}|((?:[Tt]hread|Id) ?=? ?0x0?)[0-9A-F]{8}\b)");
     std::vector<std::pair<std::string, unsigned int>> lines;  // a higher level adds lines to those of the lower ones
     for (unsigned int level = 1; level <= 5; ++level) {
         const CTraceCapture trace(level);
-        scenario();
+        scenario(trace);
         std::vector<std::pair<std::string, unsigned int>> all;
         auto known = lines.begin();
         for (const std::string& print : trace.Prints()) {
-            const std::string text = std::regex_replace(std::regex_replace(print, newline, "\\n"), changing, "$1$2#");
-            const bool isKnown = known != lines.end() && known->first == text;
-            all.emplace_back(text, isKnown ? (known++)->second : level);
+            if (std::regex_search(print, std::regex(wanted))) {
+                const std::string text =
+                    std::regex_replace(std::regex_replace(print, newline, "\\n"), changing, "$1$2$3#");
+                const bool isKnown = known != lines.end() && known->first == text;
+                all.emplace_back(text, isKnown ? (known++)->second : level);
+            }
         }
         lines = std::move(all);
     }

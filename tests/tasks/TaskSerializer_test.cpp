@@ -2,19 +2,19 @@
 
 #include <cerrno>
 #include <ctime>
-#include <dlfcn.h>
-#include <functional>
 #include <poll.h>
+#include <regex>
 #include <thread>
 
 #include <gtest/gtest.h>
 
-#include "support/TraceRows.h"
+#include "support/FailingCall.h"
+#include "support/TraceCapture.h"
+#include "xml/TempDirectory.h"
 
 namespace {
 
 std::function<void()> onSleep;  // once
-std::atomic<bool> threadsFail{false};
 
 /// Its use count tells how many messages there are.
 const auto live = std::make_shared<int>();
@@ -81,43 +81,35 @@ private:
 }  // namespace
 
 // This program's own: nobody sleeps, and threads are refused when told to.
-#define OWN extern "C" __attribute__((visibility("default")))
-
-OWN int nanosleep(const timespec* time, timespec* /*rest*/) {
+extern "C" int nanosleep(const timespec* time, timespec* /*rest*/) {
     if (const auto hook = std::exchange(onSleep, nullptr)) {
         hook();
     }
     EM_TRACE(1, "sleep %ld", static_cast<long>(time->tv_sec * 1000000000 + time->tv_nsec));
     return 0;
 }
-OWN int pthread_attr_setschedparam(pthread_attr_t* attributes, const sched_param* priority) noexcept {
-    static const auto real =
-        reinterpret_cast<decltype(&pthread_attr_setschedparam)>(::dlsym(RTLD_NEXT, "pthread_attr_setschedparam"));
-    return threadsFail ? EINVAL : real(attributes, priority);
-}
+EM_CAN_FAIL(pthread_attr_setschedparam, noexcept, (pthread_attr_t * a, const sched_param* values), a, values)
 
 TEST(TaskSerializer, TracesItsLifeInOrderAndSleepsWhenIdle) {
-    for (unsigned int level = 1; level <= 5; ++level) {
-        const CTraceCapture trace(level);
+    const auto life = [](const CTraceCapture& trace) {
+        const bool isDetailed = moduleObjects.debugClient.DebugLevel() >= 4;
         const auto count = [&](int waits, int exceptions) {
-            return trace.Count("Waiting on") >= (level < 4 ? 0 : waits) && trace.Count("## EXCEPTION") >= exceptions;
+            return trace.Count("Waiting on") >= (isDetailed ? waits : 0) && trace.Count("## EXCEPTION") >= exceptions;
         };
-        {
-            onSleep = [&] { EXPECT_TRUE(Await([&] { return count(1, 1); })); };
-            Recorder serializer;
-            ASSERT_TRUE(serializer.StartSerialization());
-            CEvent done(false, true);
-            EXPECT_TRUE(serializer.Insert("fine", 0, &done));
-            EXPECT_TRUE(Await([&] { return done.IsSet() && count(3, 2); }));
-            EXPECT_TRUE(done.Close() && serializer.Insert("a", 0, &done));
-            EXPECT_TRUE(Await([&] { return count(5, 4); }));
-            ASSERT_FALSE(Await([&] { return count(6, 4) && level >= 4; }, 20) || serializer.Insert("a", 1));  // asleep
-            onSleep = [&] { EXPECT_TRUE(Await([&] { return trace.Has("THREAD_RETURN"); })); };
-            EXPECT_TRUE(serializer.TerminateSerialization());
-        }
-        EXPECT_EQ(Rows(trace, "TaskSerializer|THREAD_R|SetThread|Start a|Try to kill|sleep"),
-                  RowsUpTo(EM_LIFE_ROWS, level));
-    }
+        onSleep = [&] { EXPECT_TRUE(Await([&] { return count(1, 1); })); };
+        Recorder serializer;
+        ASSERT_TRUE(serializer.StartSerialization());
+        CEvent done(false, true);
+        EXPECT_TRUE(serializer.Insert("fine", 0, &done));
+        EXPECT_TRUE(Await([&] { return done.IsSet() && count(3, 2); }));
+        EXPECT_TRUE(done.Close() && serializer.Insert("a", 0, &done));
+        EXPECT_TRUE(Await([&] { return count(5, 4); }));
+        ASSERT_FALSE(Await([&] { return count(6, 4) && isDetailed; }, 20) || serializer.Insert("a", 1));  // asleep
+        onSleep = [&] { EXPECT_TRUE(Await([&] { return trace.Has("THREAD_RETURN"); })); };
+        EXPECT_TRUE(serializer.TerminateSerialization());
+    };
+    EXPECT_EQ(TracesByLevel(life, "TaskSerializer|THREAD_R|SetThread|Start a|Try to kill|sleep"),
+              ReadFile(EM_LIFE_ROWS));
 }
 
 TEST(TaskSerializer, ServesTheHighestLevelFirstAndRefusesTheHundredthTask) {
@@ -171,10 +163,10 @@ TEST(TaskSerializer, StartThatFailedIsTriedAgainUntilTheTermination) {
     const auto starts = [&] { return trace.Count("StartSerialization!"); };
     Recorder serializer;
     EXPECT_TRUE(serializer.Insert("early"));
-    threadsFail = true;
+    failing = {"pthread_attr_setschedparam", EINVAL};
     EXPECT_FALSE(serializer.StartSerialization() || serializer.Insert("refused"));
     EXPECT_EQ(trace.Count("\nCTaskSerializer     : ERROR! The worker thread could not be started!"), 2);
-    threadsFail = false;
+    failing = {};
     std::vector<std::jthread> others;
     const auto othersWait = [&] {
         const int before = starts();
@@ -195,9 +187,9 @@ TEST(TaskSerializer, StartThatFailedIsTriedAgainUntilTheTermination) {
     EXPECT_EQ(serializer.LogAtTheEnd().find("refused"), std::string::npos);
     EXPECT_EQ(starts(), 5);
     Recorder never;
-    threadsFail = true;
+    failing = {"pthread_attr_setschedparam", EINVAL};
     EXPECT_TRUE(!never.StartSerialization() && never.TerminateSerialization());
-    threadsFail = false;
+    failing = {};
     EXPECT_TRUE(never.Insert("a") && starts() == 6);
 }
 
