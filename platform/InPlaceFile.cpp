@@ -10,7 +10,7 @@
 namespace {
 
 constexpr size_t kMaxFileSize = size_t{64} << 20;
-constexpr size_t kReadSize = 4096;  // for files that do not tell their size
+constexpr size_t kReadSize = 4096;  // beyond the size that a file tells
 constexpr size_t kSmallFile = 16384;
 
 /// Some pseudo files claim to be empty, so only a read that finds less than it asked for after `expected` bytes is
@@ -18,7 +18,7 @@ constexpr size_t kSmallFile = 16384;
 bool ReadRest(int file, size_t expected, std::string& text) {
     size_t length = text.size();
     for (;;) {
-        text.resize(expected > length ? expected + 1 : length + kReadSize);
+        text.resize(std::max(expected, length) + kReadSize);
         const ssize_t count = ::read(file, text.data() + length, text.size() - length);
         if (count < 0 && errno == EINTR) {
             continue;

@@ -83,8 +83,7 @@ bool CIniText::Next(CIniLine& line) {
 
 bool CIniText::FindSection(std::string_view name, CIniLine& header) {
     // Only lines that hold a bracket are looked at; most of a file is skipped at the speed of memchr.
-    size_t open = 0;
-    while ((open = text_.find('[', next_)) != std::string_view::npos) {
+    for (size_t open = text_.find('[', next_); open != std::string_view::npos; open = text_.find('[', next_)) {
         const size_t newline = text_.substr(next_, open - next_).rfind('\n');
         const size_t physical = newline == std::string_view::npos ? next_ : next_ + newline + 1;
         next_ = open - (open - physical) % kLineLimit;

@@ -12,8 +12,8 @@ public:
         BehindBlank,  ///< for a value that is a list, also one before any item: others separate the items
     };
 
-    size_t begin = 0;       // offset of the line in the text
-    size_t end = 0;         // offset behind its newline
+    size_t begin{};         // offset of the line in the text
+    size_t end{};           // offset behind its newline
     std::string_view text;  // the line without blanks in front
 
     /// @return the name between the brackets of a section header

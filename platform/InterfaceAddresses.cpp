@@ -123,13 +123,10 @@ std::vector<CInterfaceAddress> ReadInterfaceAddresses(unsigned int interfaceInde
     std::vector<std::byte> buffer(kReceiveBuffer);
     for (;;) {
         const ssize_t received = ::recv(netlink.Get(), buffer.data(), buffer.size(), 0);
-        if (received < 0 && errno == EINTR) {
-            continue;
+        if (received < 0 && errno != EINTR) {
+            Fail(errno);
         }
-        if (received <= 0) {
-            Fail(received == 0 ? EPROTO : errno);
-        }
-        if (!TakeMessages(CBytes(buffer).first(static_cast<size_t>(received)), wanted, addresses)) {
+        if (received >= 0 && !TakeMessages(CBytes(buffer).first(static_cast<size_t>(received)), wanted, addresses)) {
             return addresses;
         }
     }

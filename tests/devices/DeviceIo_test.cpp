@@ -1,7 +1,6 @@
 #include "devices/DeviceIo.h"
 
 #include <cstdarg>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <latch>
 #include <sys/ioctl.h>
@@ -9,20 +8,18 @@
 #include <termios.h>
 #include <thread>
 
-#include <gtest/gtest.h>
-
 #include "devices/DeviceBeeper.h"
 #include "devices/DeviceBios.h"
 #include "devices/DeviceIoExtensionData.h"
 #include "platform/Trace.h"
 #include "platform/UniqueFd.h"
 #include "support/Cases.h"
+#include "support/FailingCall.h"
 #include "support/PrivateNamespace.h"
 #include "support/TraceCapture.h"
 
 namespace {
 
-constexpr std::uint32_t kReadWrite = kDeviceRead | kDeviceWrite;
 constexpr const char* kAccess[] = {"r", "w", "rw"};
 
 bool isBeeping = false;
@@ -31,7 +28,7 @@ int failingRequest = 0;  // its number
 
 struct Device : CDeviceIo {
     explicit Device(const char* path, bool perThread = false, bool keepOpen = false)
-        : CDeviceIo(path, kReadWrite, 3, kOpenExisting, 0x80, perThread, keepOpen) {}
+        : CDeviceIo(path, kDeviceRead | kDeviceWrite, 3, kOpenExisting, 0x80, perThread, keepOpen) {}
 };
 
 bool IsOpen(long long fd) {
@@ -62,6 +59,8 @@ extern "C" int usleep(unsigned int microseconds) {
     return 0;
 }
 
+EM_CAN_FAIL(pthread_setspecific, noexcept, (pthread_key_t key, const void* value), key, value)
+
 TEST(DeviceBeeper, TracesAFailureAndSwitchesTheToneOffAllTheSame) {
     InPrivateNamespace([] {
         const auto rows = Cases("devices.cases", "failure");
@@ -69,7 +68,7 @@ TEST(DeviceBeeper, TracesAFailureAndSwitchesTheToneOffAllTheSame) {
         Shell("mkdir /dev/pci && touch /dev/pci/smbus");
         isBeeping = true;
         for (const auto& row : rows) {
-            const auto beep = [&](const CTraceCapture& /*trace*/) {
+            const auto beep = [&] {
                 requests = 0;
                 failingRequest = std::stoi(row[1]);
                 EXPECT_TRUE(CDeviceBeeper::Beep(1000, 7) && requests == std::stoi(row[2]));
@@ -86,9 +85,7 @@ TEST(DeviceIo, OpensAsAccessAndDispositionSay) {
     for (const auto& row : Cases("devices.cases", "opening")) {
         std::filesystem::remove(file);
         row[3] == "text" ? WriteFile(file, "text") : void();
-        const auto access = static_cast<std::uint32_t>(std::stoul(row[1], nullptr, 16));
-        const auto creation = static_cast<std::uint32_t>(std::stoul(row[2], nullptr, 16));
-        CDeviceIo device(file.c_str(), access, 3, creation, 0x80);
+        CDeviceIo device(file.c_str(), Number(row[1], 16), 3, Number(row[2], 16), 0x80);
         std::string opened = ::strerrorname_np(device.Open() ? 0 : static_cast<int>(device.LastError()));
         struct stat status {};
         if (const int fd = static_cast<int>(device.getHandle()); ::fstat(fd, &status) == 0) {
@@ -112,11 +109,9 @@ TEST(DeviceIo, TellsAFailedCloseOnlyByItsLastErrorAndMayLeaveOpen) {
         EXPECT_EQ(device.LastError(), static_cast<std::uint32_t>(error));
     }
     for (const bool keep : {true, false}) {
-        long long handle = 0;
-        {
-            Device kept("/dev/null", false, keep);
-            handle = kept.Open() ? kept.getHandle() : -1;
-        }
+        auto kept = std::make_unique<Device>("/dev/null", false, keep);
+        const long long handle = kept->Open() ? kept->getHandle() : -1;
+        kept.reset();
         EXPECT_EQ(CUniqueFd(static_cast<int>(keep ? handle : -1)).Get() == handle, IsOpen(handle)) << keep;
     }
     EXPECT_EQ(Device(nullptr, true).getHandle() + Device("", true).getHandle(), -2);
@@ -205,6 +200,8 @@ TEST(DeviceIoPerThread, NothingIsAdoptedAfterTheRelease) {
     const pthread_key_t key = NextKey();
     std::thread([&] {
         CDeviceIoExtensionData* const data = CDeviceIoExtensionData::Create(&CDeviceIo::termHandling);
+        failing = {"pthread_setspecific", ENOMEM, 1, 1};  // in the middle of it
+        EXPECT_TRUE(data->Adopt(0) == ENOMEM && data->Descriptor() == -1);
         EXPECT_EQ(data->Adopt(::open("/dev/null", O_RDONLY | O_CLOEXEC)), 0);
         EXPECT_TRUE(CUniqueFd(data->Descriptor()));
         data->Release();
@@ -217,9 +214,10 @@ TEST(DeviceIoPerThread, NothingIsAdoptedAfterTheRelease) {
 TEST(DeviceBios, MapsOnePieceAtATimeAndRefusesTheRest) {
     const CTempDirectory directory;
     const std::string path = directory / "device_bios_memory";  // offsets are addresses
-    const auto expectHeld = [&path](const char* wanted) {       // mappings and descriptors of that file
-        Shell("p='" + path + "'; held=$(grep -c \"$p\" /proc/$PPID/maps; ls -l /proc/$PPID/fd | grep -c \"$p\"); " +
-              "test \"$(echo $held)\" = '" + wanted + "'");
+    const auto expectHeld = [&path](const char* wanted) {       // mappings, descriptors, inherited ones of that file
+        Shell("p='" + path + "'; held=$(grep -c \"$p\" /proc/$PPID/maps; " +
+              "ls -l /proc/$PPID/fd | grep -c \"$p\"; ls -l /proc/$$/fd | grep -c \"$p\"); test \"$(echo $held)\" = '" +
+              wanted + "'");
     };
     const auto scenario = [&] {
         std::ofstream(path).seekp(0xF1234) << "firmware";
@@ -230,16 +228,16 @@ TEST(DeviceBios, MapsOnePieceAtATimeAndRefusesTheRest) {
             *written = 'F';
             const auto* const read = static_cast<char*>(bios.MapPhysicalMemory(0, 0xF1230, 12, false));
             EXPECT_TRUE(read != nullptr && std::string_view(read + 4, 8) == "Firmware");
-            expectHeld("1 1");
+            expectHeld("1 1 0");
             for (const auto& [low, length] : {std::pair(0U, 8UL), {4096U, 0UL}, {4097U, 0xFFFFFFFFUL}, {8U, ~0UL}}) {
                 EXPECT_EQ(bios.MapPhysicalMemory(0, low, length, false), nullptr);
                 EXPECT_EQ(bios.LastError(), static_cast<unsigned int>(EINVAL));
-                expectHeld("0 0");
+                expectHeld("0 0 0");
             }
             EXPECT_TRUE(bios.MapPhysicalMemory(0, 0xF1000, 1, false) != nullptr && bios.UnmapPhysicalMemory());
             EXPECT_NE(bios.MapPhysicalMemory(0, 0xF1000, 1, false), nullptr);
         }
-        expectHeld("0 0");
+        expectHeld("0 0 0");
         CDeviceBios none("/dev/null", "/dev/none");
         CDeviceBios unconnected("/dev/none", path.c_str());
         EXPECT_TRUE(none.IsConnected() && !unconnected.IsConnected());

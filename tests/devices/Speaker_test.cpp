@@ -1,15 +1,10 @@
 #include <fcntl.h>
-#include <functional>
-#include <iterator>
 #include <malloc.h>
 #include <optional>
 #include <regex>
-#include <sstream>
 #include <sys/ioctl.h>
 #include <thread>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include "agent/BusIoDriver.h"
 #include "devices/BeepPlayer.h"
@@ -34,18 +29,13 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-constexpr std::uint32_t kForever = 0xFFFFFFFF;
-
 std::function<void()> onSleep;
 
-Bytes Sequence(const std::vector<std::uint32_t>& numbers, std::size_t bytes = SIZE_MAX) {
+Bytes Sequence(const std::string& text, std::size_t bytes = SIZE_MAX) {
+    std::istringstream input(text);
+    const std::vector<std::uint32_t> numbers(std::istream_iterator<std::uint32_t>(input), {});
     const auto* first = reinterpret_cast<const unsigned char*>(numbers.data());
     return {first, first + std::min(bytes, numbers.size() * sizeof(std::uint32_t))};
-}
-
-std::vector<std::uint32_t> Numbers(const std::string& text) {
-    std::istringstream numbers(text);
-    return {std::istream_iterator<std::uint32_t>(numbers), {}};
 }
 
 void PlayBlock(const Bytes& tones, CEvent& stop, std::uint32_t repeat, std::uint32_t interval) {
@@ -101,7 +91,7 @@ TEST_F(Speaker, SequencesAreReadWithinTheirBytesAndRepeated) {
     CEvent stop(false, true);
     for (const auto& row : Cases("devices.cases", "sequence")) {
         const CTraceCapture trace;
-        PlayBlock(Sequence(Numbers(row[4]), std::stoul(row[1])), stop, Numbers(row[2])[0], Numbers(row[3])[0]);
+        PlayBlock(Sequence(row[4], std::stoul(row[1])), stop, Number(row[2]), Number(row[3]));
         EXPECT_EQ(Course(trace), row[5]) << row[1] << " bytes, repeat " << row[2];
         EXPECT_EQ(trace.Prints().back().rfind("THREAD_RETURN: ## INFO: Thread = 0x", 0), 0U);
     }
@@ -115,14 +105,14 @@ TEST_F(Speaker, SequencesAreReadWithinTheirBytesAndRepeated) {
 
 TEST_F(Speaker, StopEndsAToneAndEveryKindOfPause) {
     for (const auto& row : Cases("devices.cases", "stop")) {
-        const Bytes tones = Sequence(Numbers(row[1]));
+        const Bytes tones = Sequence(row[1]);
         const CTraceCapture trace;
         CEvent stop(false, true);
         const bool inTone = row[2] == "usleep 5000";
         onSleep = [&] { EXPECT_TRUE(!inTone || trace.Await("Set event")); };
         {
             const std::jthread stopper([&] { EXPECT_TRUE(trace.Await(row[2]) && stop.Set()); });
-            PlayBlock(tones, stop, SpeakerBlock::kEndless, kForever);
+            PlayBlock(tones, stop, SpeakerBlock::kEndless, 0xFFFFFFFF);
         }
         onSleep = nullptr;
         const std::string course = Course(trace);
@@ -137,22 +127,22 @@ TEST_F(Speaker, PlayerStartsAnewFromTheFirstToneAndEndsWithItsOwner) {
     {
         CBeepPlayer player;
         for (const int start : {1, 2}) {
-            EXPECT_TRUE(player.Start(Sequence({1000, 0, start == 1 ? kForever : 0})));
+            EXPECT_TRUE(player.Start(Sequence(start == 1 ? "1000 0 4294967295" : "1000 0 0")));
             EXPECT_TRUE(trace.Await("Switch beeper off", start));
         }
         EXPECT_TRUE(trace.Await("prepare time", 5) && Course(trace).ends_with(" w0 w0 w15000 ")) << Course(trace);
         EXPECT_EQ(trace.Count("Start a thread, Prio=63, Suspend=0, StackSize=0x00000000, Waitable=1, KillAlive"), 2);
-        EXPECT_FALSE(player.Start(Sequence({2000, 0}, 7)));
+        EXPECT_FALSE(player.Start(Sequence("2000 0", 7)));
         EXPECT_EQ(trace.Count("THREAD_RETURN"), 2);  // silent by now
-        EXPECT_TRUE(player.Start(Sequence({1000, 0, kForever})));
+        EXPECT_TRUE(player.Start(Sequence("1000 0 4294967295")));
         player.Close();
         EXPECT_EQ(trace.Count("THREAD_RETURN"), 3);
-        EXPECT_FALSE(player.Start(Sequence({1000, 0})));
+        EXPECT_FALSE(player.Start(Sequence("1000 0")));
         player.Open();
-        EXPECT_TRUE(player.Start(Sequence({1000, 0, kForever})));
+        EXPECT_TRUE(player.Start(Sequence("1000 0 4294967295")));
         player.Stop();
         EXPECT_EQ(trace.Count("THREAD_RETURN"), 4);
-        EXPECT_TRUE(player.Start(Sequence({1000, 0, kForever})));
+        EXPECT_TRUE(player.Start(Sequence("1000 0 4294967295")));
     }
     EXPECT_EQ(trace.Count("THREAD_RETURN"), 5);
 }
@@ -162,7 +152,7 @@ TEST_F(Speaker, StartAndStopStormsNeverOverlapTones) {
         CBeepPlayer player;
         const auto storm = [&] {
             for (int round = 0; round < 40; ++round) {
-                player.Start(Sequence({1000, 0, 0, 1000, 1, kForever}));
+                player.Start(Sequence("1000 0 0 1000 1 4294967295"));
                 round % 3 == 0 ? player.Stop() : void();
             }
         };
@@ -179,9 +169,8 @@ TEST_F(Speaker, DriverRefusesWhatThePortsWouldNotTake) {
     const int fd = ::open("/dev/pci/smbus", O_WRONLY);
     std::string log = "open O_WRONLY\n";
     for (const auto& row : Cases("devices.cases", "request")) {
-        const auto number = [&](std::size_t i) { return static_cast<std::uint32_t>(std::stoul(row[i], nullptr, 16)); };
-        std::uint32_t request[] = {number(2), number(3), number(4)};
-        const std::string error = ::ioctl(fd, number(1), request) != 0 ? ::strerrorname_np(errno) : "0xB6";
+        std::uint32_t request[] = {Number(row[2], 16), Number(row[3], 16), Number(row[4], 16)};
+        const std::string error = ::ioctl(fd, Number(row[1], 16), request) != 0 ? ::strerrorname_np(errno) : "0xB6";
         EXPECT_NE(row[5].find(error, row[5].size() - 8), std::string::npos) << row[5];
         log += row[5] + '\n';
     }

@@ -75,7 +75,7 @@ TEST_F(TraceFiles, SupplyTheLevelUnlessTheEnvironmentDoes) {
         row[1] == "-" ? std::filesystem::rename(Path(""), directory_ / "other")
                       : Write(row[1], std::string(std::stoul(row[5]), ' ') + row[2]);
         Start(row[3]);
-        EXPECT_EQ(client_->DebugLevel(), static_cast<unsigned int>(std::stoi(row[4]))) << row[2];
+        EXPECT_EQ(client_->DebugLevel(), Number(row[4])) << row[2];
         EXPECT_EQ(IsTracingEnabled(), row[4] != "0") << row[2];
         ::mkfifo(Path("b.ini").c_str(), 0600);  // for the rows behind the first
         ::mkdir(Path("c.ini").c_str(), 0700);
@@ -105,7 +105,7 @@ TEST_F(TraceFiles, AreReadAgainWhenTheyChangedAndMemoryIsThere) {
         isMemoryShort = row.back() == "short";
         const unsigned int level = LevelAfter(std::stoi(row[4]));
         isMemoryShort = false;
-        EXPECT_EQ(level, static_cast<unsigned int>(std::stoi(row[5]))) << row[2] << row[3];
+        EXPECT_EQ(level, Number(row[5])) << row[2] << row[3];
         EXPECT_TRUE(IsTracingEnabled());
     }
     EXPECT_TRUE(client_->TraceFlags() == 0x12 && client_->MemoryTraces() == 3);

@@ -11,6 +11,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <thread>
 
 #include "platform/Trace.h"
@@ -22,3 +23,9 @@
 
 using namespace std::chrono_literals;
 using namespace std::string_literals;
+
+/// This program's own: no process that it starts is to inherit a file.
+extern "C" [[gnu::used]] inline int open(const char* path, int flags, ...) {
+    EXPECT_NE(flags & O_CLOEXEC, 0) << path;
+    return static_cast<int>(::syscall(SYS_openat, AT_FDCWD, path, flags, 0644));
+}

@@ -149,7 +149,7 @@ TEST(Thread, MayBeKilledWhateverItDoes) {
                 EM_TRACE(1, "\nround");
                 if (i != 0) {  // else nothing but traces
                     const CEvent event(false, true);
-                    const CUniqueFd file(::open("/dev/null", O_RDONLY));
+                    const CUniqueFd file(::open("/dev/null", O_RDONLY | O_CLOEXEC));
                     CHostIPAddress::GetHostIPAddress(0, CHostIPAddress::ip_v6);
                 }
             }

@@ -4,6 +4,10 @@
 
 #include "xml/TempDirectory.h"
 
+inline unsigned int Number(const std::string& text, int base = 10) {
+    return static_cast<unsigned int>(std::stoul(text, nullptr, base));
+}
+
 /// The rows of a data file beside the tests that are behind the name of a test: the name and the fields between tabs,
 /// with \n \r \t \v \f \\ as in C and \xNN for any byte. Other rows, such as "# ...", tell people what the fields are.
 inline std::vector<std::vector<std::string>> Cases(const std::string& file, const std::string& test) {

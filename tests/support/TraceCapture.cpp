@@ -100,11 +100,7 @@ std::string CTraceCapture::All() const {
     return all;
 }
 
-std::string TracesByLevel(const std::function<void()>& scenario) {
-    return TracesByLevel([&](const CTraceCapture& /*trace*/) { scenario(); }, "");
-}
-
-std::string TracesByLevel(const std::function<void(const CTraceCapture&)>& scenario, const std::string& wanted) {
+std::string TracesByLevel(const std::function<void()>& scenario, const std::string& wanted) {
     static const std::regex newline("\n");
     static const std::regex changing(
         R"(((?:event|Record|object|dev =|, arg =|from|address =) 0x|\bfd=|sec=| on (?=\d))[0-9a-fA-Fx]+|)"
@@ -112,7 +108,7 @@ std::string TracesByLevel(const std::function<void(const CTraceCapture&)>& scena
     std::vector<std::pair<std::string, unsigned int>> lines;  // a higher level adds lines to those of the lower ones
     for (unsigned int level = 1; level <= 5; ++level) {
         const CTraceCapture trace(level);
-        scenario(trace);
+        scenario();
         std::vector<std::pair<std::string, unsigned int>> all;
         auto known = lines.begin();
         for (const std::string& print : trace.Prints()) {

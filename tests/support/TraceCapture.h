@@ -29,8 +29,7 @@ public:
     void Clear();
 };
 
-/// Runs a scenario, which must print the same each time, at each of the levels 1 to 5. Returns a line for each print:
-/// its level, and its text with newlines as "\n" and addresses, thread ids, descriptors and times as "#".
-std::string TracesByLevel(const std::function<void()>& scenario);
-/// The same of a scenario that looks at its prints, and only of the prints in which `wanted`, an expression, is found.
-std::string TracesByLevel(const std::function<void(const CTraceCapture&)>& scenario, const std::string& wanted);
+/// Runs a scenario, which must print the same each time, at each of the levels 1 to 5. Returns a line for each print in
+/// which `wanted`, an expression, is found: its level, and its text with newlines as "\n" and addresses, thread ids,
+/// descriptors and times as "#". A capture that the scenario brings along sees the prints of the level that runs.
+std::string TracesByLevel(const std::function<void()>& scenario, const std::string& wanted = "");
