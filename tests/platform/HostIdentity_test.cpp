@@ -31,6 +31,11 @@ extern "C" int getnameinfo(const sockaddr* address, socklen_t size, char* host, 
     return fails ? failing.error : real(address, size, host, hostSize, service, serviceSize, flags);
 }
 
+extern "C" const char* inet_ntop(int family, const void* address, char* text, socklen_t size) noexcept {
+    static const auto real = reinterpret_cast<decltype(&inet_ntop)>(::dlsym(RTLD_NEXT, "inet_ntop"));
+    return Fails("inet_ntop") ? nullptr : real(family, address, text, size);
+}
+
 extern "C" int socket(int domain, int type, int protocol) noexcept {
     EXPECT_NE(type & SOCK_CLOEXEC, 0) << domain;
     errno = failing.error;
@@ -59,6 +64,9 @@ TEST(HostIpAddress, CountsEthernetInterfacesThatHaveAnAddress) {
         EXPECT_TRUE(!CHostIPAddress::GetHostIPv4Address(address, 2) && address.Bytes().size() == 16);
         address.SetBytes({1, 2, 3, 4, 5});
         EXPECT_EQ(address.GetString(), "fd00::5");
+        address.SetBytes({0xFD, 0x12, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xAB, 0xCD});
+        failing = {"inet_ntop", ENOSPC, 1};
+        EXPECT_EQ(address.GetString(), "fd12:1:0:0:0:0:0:abcd");
 
         Shell("ip tuntap del zz mode tun 2>/dev/null; true");
         EXPECT_EQ(TracesByLevel([] {
