@@ -71,7 +71,7 @@ private:
 };
 
 bool CXmlGrammar::TakeDeclaration() {
-    if (Rest().substr(0, 6).find_first_of(kXmlBlanks) != 5 || !Take("<?xml")) {
+    if (Rest().find_first_of(kXmlBlanks) != 5 || !Take("<?xml")) {
         return true;
     }
     for (const DeclarationPart& part : kDeclarationParts) {
