@@ -3,7 +3,7 @@
 #include <array>
 #include <getopt.h>
 
-#include "agent/Command.h"
+#include "agent/core/Command.h"
 
 const char* const kUsage =
     "Usage: em-alert-agent --module LIB [--state FILE] [options]\n"

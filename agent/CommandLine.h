@@ -4,7 +4,7 @@
 #include <span>
 #include <string>
 
-#include "agent/Agent.h"
+#include "agent/core/Agent.h"
 
 /// What the operator asked for.
 struct CommandLine {

@@ -12,16 +12,16 @@
 #include <system_error>
 #include <unistd.h>
 
-#include "agent/Agent.h"
-#include "agent/AnswerTable.h"
-#include "agent/BusIoDriver.h"
 #include "agent/CommandLine.h"
-#include "agent/Console.h"
-#include "agent/ConsoleTerminal.h"
-#include "agent/ConsoleWait.h"
-#include "agent/Scenario.h"
-#include "agent/TraceSink.h"
-#include "agent/Transcript.h"
+#include "agent/console/Console.h"
+#include "agent/console/ConsoleTerminal.h"
+#include "agent/console/ConsoleWait.h"
+#include "agent/core/Agent.h"
+#include "agent/core/AnswerTable.h"
+#include "agent/core/TraceSink.h"
+#include "agent/core/Transcript.h"
+#include "agent/scenario/Scenario.h"
+#include "agent/speaker/BusIoDriver.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include "bench/BareMessage.h"
 #include "bench/Row.h"
 #include "bench/WarningSwitch.h"
-#include "em_alert/AlertExtensionModule.h"
+#include "em_alert/alert/AlertExtensionModule.h"
 
 namespace {
 
@@ -25,13 +25,13 @@ void EventFloor(benchmark::State& state) {
     const SipJson event = StatusEvent();
     std::list<CBareMessage> alerts;
     const auto deliver = [&] {
-        const CBareMessage request({0x230F, 0, 0, 0, 0, CWarningSwitch::kWarning});
+        const CBareMessage request({kReadSystemStatus, 0, 0, 0, 0, CWarningSwitch::kWarning});
         benchmark::DoNotOptimize(request);
         alerts.emplace_back(event.GetDocument());
         if (alerts.size() > CPendingAlerts::kCapacity) {
             alerts.pop_front();
         }
-        const CBareMessage announcement({0x2240, 0, 0, 0, 0, 1});
+        const CBareMessage announcement({kPendingAlert, 0, 0, 0, 0, 1});
         benchmark::DoNotOptimize(announcement);
     };
     for (std::size_t i = 0; i < CPendingAlerts::kCapacity; ++i) {

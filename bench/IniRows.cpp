@@ -5,7 +5,7 @@
 
 #include "bench/Row.h"
 #include "bench/ScratchDirectory.h"
-#include "platform/IniFile.h"
+#include "platform/ini/IniFile.h"
 
 namespace {
 

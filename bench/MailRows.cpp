@@ -7,9 +7,9 @@
 #include "bench/Row.h"
 #include "bench/ScratchDirectory.h"
 #include "bench/SmtpSink.h"
-#include "mail/MailPayload.h"
-#include "mail/SMTPClient.h"
-#include "mail/Smtp.h"
+#include "mail/smtp/MailPayload.h"
+#include "mail/smtp/SMTPClient.h"
+#include "mail/smtp/Smtp.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include <absl/strings/str_replace.h>
 
 #include "bench/Row.h"
-#include "mail/AlertMailTexts.h"
+#include "mail/texts/AlertMailTexts.h"
 
 namespace {
 

@@ -1,11 +1,11 @@
 #include "bench/BareMessage.h"
 #include "bench/Row.h"
-#include "em_alert/OperationCodes.h"
-#include "em_alert/PendingAlerts.h"
+#include "em_alert/alert/PendingAlerts.h"
+#include "sip/Vocabulary.h"
 
 namespace {
 
-constexpr CBareMessage::Command kCommand = {0xE001, 0x0210, 17, 7, 255, 2};
+constexpr CBareMessage::Command kCommand = {kReadConfigurationValue, kSystemAssetTag, 17, 7, 255, 2};
 
 /// Not inlined: SipJson's accessors are not either, so the name of the member comes as a pointer to both.
 [[gnu::noinline]] unsigned int BareNumber(const CBareMessage::Document& document, unsigned int index, const char* key,

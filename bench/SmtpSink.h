@@ -3,7 +3,7 @@
 #include <atomic>
 #include <thread>
 
-#include "platform/UniqueFd.h"
+#include "platform/files/UniqueFd.h"
 
 /// A mail server on loopback that takes every mail, throws it away and counts it: a thread of this program that serves
 /// one connection after the other, so that it costs as little as a server can. It offers no extension.

@@ -4,9 +4,9 @@
 #include "bench/BareMessage.h"
 #include "bench/ScratchDirectory.h"
 #include "bench/WarningSwitch.h"
-#include "em_alert/AlertExtensionModule.h"
+#include "em_alert/alert/AlertExtensionModule.h"
 #include "notification/FileLock.h"
-#include "platform/IniFile.h"
+#include "platform/ini/IniFile.h"
 
 namespace {
 

@@ -26,7 +26,7 @@ option(EM_WARNINGS_ARE_ERRORS "Treat compiler warnings as errors" OFF)
 set(EM_SANITIZE "" CACHE STRING "Sanitizers for all targets, as -fsanitize= takes them")
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
-  -Wformat=2 -Wold-style-cast -Wcast-qual -Wundef)
+  -Wformat=2 -Wold-style-cast -Wcast-qual -Wundef -Wconversion -Wsign-conversion)
 if(EM_WARNINGS_ARE_ERRORS)
   add_compile_options(-Werror)
 endif()
@@ -49,19 +49,41 @@ if(EM_SANITIZE)
   endif()
 endif()
 
-# em_include_root(TARGET FOLDER VISIBILITY): lets TARGET include "FOLDER/Header.h". The headers are reached through a
-# directory that holds nothing but this one folder, so that including a folder that was not linked does not compile.
-function(em_include_root target folder visibility)
-  set(root ${CMAKE_BINARY_DIR}/include/${folder})
-  file(MAKE_DIRECTORY ${root})
-  file(CREATE_LINK ${CMAKE_SOURCE_DIR}/${folder} ${root}/${folder} SYMBOLIC)
+# em_include_files(TARGET VISIBILITY FILE ...), em_include_room(TARGET VISIBILITY ROOM): let TARGET include these headers,
+# or all of a room (a folder such as platform/files), by their path from the top. Each room is reached through a directory
+# of links that holds nothing else, so that including what was not linked does not compile.
+function(em_include_files target visibility)
+  set(root ${CMAKE_BINARY_DIR}/include/${target}-files)
+  foreach(file ${ARGN})
+    get_filename_component(folder ${file} DIRECTORY)
+    file(MAKE_DIRECTORY ${root}/${folder})
+    file(CREATE_LINK ${CMAKE_SOURCE_DIR}/${file} ${root}/${file} SYMBOLIC)
+  endforeach()
   target_include_directories(${target} ${visibility} $<BUILD_INTERFACE:${root}>)
 endfunction()
 
-# em_add_library(FOLDER SOURCES ... [USES ...]): the static library em_FOLDER of one source folder.
-function(em_add_library folder)
-  cmake_parse_arguments(ARG "" "" "SOURCES;USES" ${ARGN})
-  add_library(em_${folder} STATIC ${ARG_SOURCES})
-  em_include_root(em_${folder} ${folder} PUBLIC)
-  target_link_libraries(em_${folder} PUBLIC ${ARG_USES})
+function(em_include_room target visibility room)
+  string(REPLACE "/" "_" name ${room})
+  set(root ${CMAKE_BINARY_DIR}/include/${name})
+  get_filename_component(folder ${room} DIRECTORY)
+  file(MAKE_DIRECTORY ${root}/${folder})
+  file(CREATE_LINK ${CMAKE_SOURCE_DIR}/${room} ${root}/${room} SYMBOLIC)
+  target_include_directories(${target} ${visibility} $<BUILD_INTERFACE:${root}>)
+endfunction()
+
+# em_add_library(ROOM [SOURCES ...] [USES ...] [HIDES ...]): the library of one room, em_platform_files of platform/files.
+# Who links it sees the headers of the room and of what it USES, not of what it HIDES.
+function(em_add_library room)
+  cmake_parse_arguments(ARG "" "" "SOURCES;USES;HIDES" ${ARGN})
+  string(REPLACE "/" "_" name em_${room})
+  string(REPLACE "em_em_" "em_" name ${name})
+  if(ARG_SOURCES)
+    add_library(${name} STATIC ${ARG_SOURCES})
+    em_include_room(${name} PUBLIC ${room})
+    target_link_libraries(${name} PUBLIC ${ARG_USES} PRIVATE ${ARG_HIDES})
+  else()
+    add_library(${name} INTERFACE)
+    em_include_room(${name} INTERFACE ${room})
+    target_link_libraries(${name} INTERFACE ${ARG_USES})
+  endif()
 endfunction()

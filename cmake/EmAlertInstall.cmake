@@ -18,8 +18,8 @@ install(TARGETS em_headers em_sip em_alert EXPORT em_alert
   LIBRARY DESTINATION ${library_dir}/modules)
 install(FILES em_alert/EmAlert.h em_alert/ExtensionModule.h DESTINATION ${header_dir}/em_alert)
 install(FILES platform/DebugSink.h DESTINATION ${header_dir}/platform)
-# SipJson.h with what it includes, and the class that one of its operations fills.
-install(FILES sip/SipJson.h sip/RapidJsonUtil.h sip/RapidJson.h sip/DataStruct.h DESTINATION ${header_dir}/sip)
+# SipJson.h with what it includes, the class that one of its operations fills, and the numbers.
+install(FILES sip/SipJson.h sip/Vocabulary.h sip/RapidJsonUtil.h sip/RapidJson.h sip/DataStruct.h DESTINATION ${header_dir}/sip)
 
 install(EXPORT em_alert NAMESPACE em_alert:: FILE em_alert-targets.cmake DESTINATION ${package_dir})
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/em_alert-config-version.cmake COMPATIBILITY SameMajorVersion)

@@ -2,9 +2,9 @@
 
 #include <vector>
 
-#include "platform/Event.h"
 #include "platform/Mutex.h"
-#include "platform/Thread.h"
+#include "platform/threads/Event.h"
+#include "platform/threads/Thread.h"
 
 /// The one beeper thread with its stop event: plays a sequence over and over, until it is stopped or replaced. Any
 /// thread may call any operation at any time; they happen one after the other.

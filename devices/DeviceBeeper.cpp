@@ -3,7 +3,7 @@
 #include <unistd.h>
 
 #include "devices/DeviceBusIo.h"
-#include "platform/Trace.h"
+#include "platform/diagnostics/Trace.h"
 
 namespace {
 

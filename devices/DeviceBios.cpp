@@ -6,7 +6,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "platform/Trace.h"
+#include "platform/diagnostics/Trace.h"
 
 namespace {
 

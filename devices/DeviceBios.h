@@ -1,7 +1,7 @@
 #pragma once
 
 #include "devices/DeviceIo.h"
-#include "platform/UniqueFd.h"
+#include "platform/files/UniqueFd.h"
 
 /// A device through which the firmware's memory is reached.
 class CDeviceBiosBase : public CDeviceIo {

@@ -1,6 +1,6 @@
 #include "devices/DeviceBusIo.h"
 
-#include "platform/Trace.h"
+#include "platform/diagnostics/Trace.h"
 
 namespace {
 

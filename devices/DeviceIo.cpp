@@ -9,8 +9,8 @@
 #include <unistd.h>
 
 #include "devices/DeviceIoExtensionData.h"
-#include "platform/Trace.h"
-#include "platform/UniqueFd.h"
+#include "platform/diagnostics/Trace.h"
+#include "platform/files/UniqueFd.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include "devices/DeviceBeeper.h"
 #include "devices/SpeakerBlock.h"
 #include "platform/Cancellation.h"
-#include "platform/Event.h"
-#include "platform/Trace.h"
+#include "platform/diagnostics/Trace.h"
+#include "platform/threads/Event.h"
 
 static_assert(std::endian::native == std::endian::little, "tones are read as they lie in memory");
 

@@ -1,39 +1,13 @@
 #include "em_alert/EmAlert.h"
 
-#include "em_alert/AlertExtensionModule.h"
-#include "em_alert/ModuleInstance.h"
+#include "em_alert/alert/AlertExtensionModule.h"
+#include "em_alert/frame/ModuleInstance.h"
 #include "platform/Cancellation.h"
-#include "platform/Trace.h"
-
-ModuleInstance moduleInstance;
+#include "platform/diagnostics/Trace.h"
 
 bool CreateExtensionModule(CIExtensionModule** out, void* /*parameter*/) {
     *out = new CAlertExtensionModule;
     return true;
-}
-
-bool DeleteExtensionModule(CIExtensionModule* module) {
-    if (module == nullptr) {
-        return false;
-    }
-    delete module;
-    return true;
-}
-
-const char* GetModuleName() {
-    return moduleObjects.debugClient.ModuleName();
-}
-
-int SetupAction(unsigned int action) {
-    static constexpr const char* kActionNames[] = {"BACKUP", "RESTORE", "CONVERT", "CLEANUP"};
-    if (action >= 1 && action <= std::size(kActionNames)) {
-        EM_TRACE(1, "\n\n%-20s: ## Setup action \"%s\" call - no action function defined\n", GetModuleName(),
-                 kActionNames[action - 1]);
-    } else {
-        EM_TRACE(1, "\n\n%-20s: ## ERROR! Setup action call with unknown action type (%d) - no action defined!\n",
-                 GetModuleName(), static_cast<int>(action));
-    }
-    return 1;
 }
 
 bool EM_Create(CIExtensionModule** out, void* agentParameter) {

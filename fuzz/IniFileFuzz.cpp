@@ -4,7 +4,7 @@
 
 #include "fuzz/Fuzz.h"
 #include "fuzz/IniFileModel.h"
-#include "platform/IniFile.h"
+#include "platform/ini/IniFile.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <vector>
 
 #include "fuzz/Fuzz.h"
-#include "mail/HeaderLines.h"
-#include "mail/MailPayload.h"
-#include "mail/SMTPClient.h"
+#include "mail/message/HeaderLines.h"
+#include "mail/smtp/MailPayload.h"
+#include "mail/smtp/SMTPClient.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 #include "fuzz/Fuzz.h"
-#include "mail/AlertMailTexts.h"
+#include "mail/texts/AlertMailTexts.h"
 
 namespace {
 

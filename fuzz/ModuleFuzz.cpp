@@ -12,11 +12,11 @@
 
 #include "em_alert/EmAlert.h"
 #include "em_alert/ExtensionModule.h"
-#include "em_alert/OperationCodes.h"
 #include "fuzz/Fuzz.h"
 #include "notification/NotificationConfig.h"
-#include "platform/ModuleObjects.h"
+#include "platform/diagnostics/TraceObjects.h"
 #include "sip/SipJson.h"
+#include "sip/Vocabulary.h"
 
 namespace {
 
@@ -163,7 +163,7 @@ extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
     ::gethostname(host, sizeof host - 1);
     Expect(std::string_view(host) == "alpha.example.net",
            "this runs on scripts/private-machine, for it writes the notification file");
-    moduleObjects.debugClient.SetDebugLevel(5);
+    traceObjects.debugClient.SetDebugLevel(5);
     std::filesystem::create_directories(CNotificationConfig::kDirectory);
     return 0;
 }

@@ -1,7 +1,7 @@
 #include <filesystem>
 
 #include "fuzz/Fuzz.h"
-#include "platform/DebugTraceConfig.h"
+#include "platform/diagnostics/DebugTraceConfig.h"
 
 namespace {
 

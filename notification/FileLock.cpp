@@ -12,7 +12,7 @@
 #include <unistd.h>
 
 #include "notification/Directories.h"
-#include "platform/Trace.h"
+#include "platform/diagnostics/Trace.h"
 #include "xml/XmlText.h"
 
 #define TAG "\nCFileLock           : "

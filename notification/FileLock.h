@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/UniqueFd.h"
+#include "platform/files/UniqueFd.h"
 
 /// A lock between processes, for a file that several of them rewrite: the lock file "<path>.lock" beside it, locked
 /// with flock, holding who has it ("#<pid>" behind an optional owner text), deleted on release. The lock file of a

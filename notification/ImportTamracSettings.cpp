@@ -2,10 +2,10 @@
 #include <strings.h>
 
 #include "notification/NotificationConfig.h"
-#include "platform/IniFile.h"
-#include "platform/OsInfo.h"
-#include "platform/Trace.h"
-#include "platform/WithoutPassword.h"
+#include "platform/diagnostics/Trace.h"
+#include "platform/diagnostics/WithoutPassword.h"
+#include "platform/host/OsInfo.h"
+#include "platform/ini/IniFile.h"
 
 #define TAG "\nCNotificationConfig : "
 

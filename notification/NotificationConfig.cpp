@@ -3,10 +3,10 @@
 #include <system_error>
 #include <vector>
 
-#include "mail/LumeString.h"
+#include "mail/text/LumeString.h"
 #include "notification/Directories.h"
 #include "notification/FileLock.h"
-#include "platform/Trace.h"
+#include "platform/diagnostics/Trace.h"
 
 #define TAG "\nCNotificationConfig : "
 

@@ -3,7 +3,7 @@
 #include <iterator>
 #include <string_view>
 
-#include "mail/LumeString.h"
+#include "mail/text/LumeString.h"
 #include "notification/EncryptedString.h"
 #include "notification/NotificationConfig.h"
 #include "notification/Rijndael.h"

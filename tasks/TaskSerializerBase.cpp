@@ -58,7 +58,7 @@ bool CTaskSerializerBase::PrepareWorker() {
         return false;
     }
     terminate_ = false;
-    worker_.SetThreadName(moduleObjects.debugClient.ModuleName(), "_TaskHandler");
+    worker_.SetThreadName(traceObjects.debugClient.ModuleName(), "_TaskHandler");
     return true;
 }
 
@@ -91,7 +91,7 @@ bool CTaskSerializerBase::TerminateSerialization() {
 }
 
 bool CTaskSerializerBase::Accepts(_TaskPriority level) const {
-    const bool accepts = IsLevel(level) && levels_[level].accepting;
+    const bool accepts = IsLevel(level) && At(level).accepting;
     if (!accepts) {
         EM_TRACE(4, TASK_TAG "Manager locked for Tasks at level %d. Task ignored!", level);
     }
@@ -103,7 +103,7 @@ CTaskSerializerBase::Insertion CTaskSerializerBase::InsertRecord(void* record, _
     if (!Accepts(level)) {  // a termination came in between
         return Insertion::Refused;
     }
-    if (!levels_[level].queue->Push(record)) {
+    if (!At(level).queue->Push(record)) {
         EM_TRACE(1, TASK_TAG "## ERROR! Task queue for priority %d is full", level);
         return Insertion::Full;
     }
@@ -126,8 +126,8 @@ bool CTaskSerializerBase::WaitForTask() {
 void* CTaskSerializerBase::TakeRecord(_TaskPriority& level) {
     const CCriticalSectionLock lock(lock_);
     for (level = static_cast<_TaskPriority>(numberOfLevels_) - 1; level >= 0; --level) {
-        if (levels_[level].accepting) {
-            if (void* record = levels_[level].queue->Pop(); record != nullptr) {
+        if (At(level).accepting) {
+            if (void* record = At(level).queue->Pop(); record != nullptr) {
                 return record;
             }
         }

@@ -5,11 +5,11 @@
 #include <memory>
 
 #include "platform/Cancellation.h"
-#include "platform/CriticalSection.h"
-#include "platform/Event.h"
 #include "platform/Mutex.h"
-#include "platform/Thread.h"
-#include "platform/Trace.h"
+#include "platform/diagnostics/Trace.h"
+#include "platform/threads/CriticalSection.h"
+#include "platform/threads/Event.h"
+#include "platform/threads/Thread.h"
 #include "tasks/TaskQueue.h"
 #include "tasks/TaskTrace.h"
 
@@ -57,7 +57,7 @@ protected:
     /// Calls `action` under the lock if the level's queue is empty. On the worker.
     template <class Action>
     void IfEmpty(_TaskPriority level, Action action) {
-        const CTaskQueue& queue = *levels_[level].queue;
+        const CTaskQueue& queue = *At(level).queue;
         if (!queue.IsEmpty()) {
             return;  // the worker alone takes tasks, so the queue would not be empty under the lock either
         }
@@ -94,6 +94,8 @@ private:
     bool PrepareWorker() EM_REQUIRES(workerLock_);
 
     bool IsLevel(_TaskPriority level) const { return level >= 0 && static_cast<unsigned int>(level) < numberOfLevels_; }
+
+    Level& At(_TaskPriority level) const { return levels_[static_cast<std::size_t>(level)]; }
 
     const std::unique_ptr<Level[]> levels_;  // the queues are guarded by lock_
     CCriticalSection lock_;

@@ -11,8 +11,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/DirectoryEntries.h"
-#include "platform/UniqueFd.h"
+#include "platform/files/DirectoryEntries.h"
+#include "platform/files/UniqueFd.h"
 #include "xml/FileAttributes.h"
 
 namespace {

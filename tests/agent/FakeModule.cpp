@@ -5,8 +5,8 @@
 #include <memory>
 
 #include "em_alert/EmAlert.h"
-#include "em_alert/ExtensionModuleBase.h"
-#include "em_alert/ModuleInstance.h"
+#include "em_alert/frame/ExtensionModuleBase.h"
+#include "em_alert/frame/ModuleInstance.h"
 #include "sip/SipJson.h"
 
 ModuleInstance moduleInstance;

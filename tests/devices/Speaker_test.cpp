@@ -6,12 +6,12 @@
 #include <thread>
 #include <unistd.h>
 
-#include "agent/BusIoDriver.h"
+#include "agent/speaker/BusIoDriver.h"
 #include "devices/BeepPlayer.h"
 #include "devices/DeviceBeeper.h"
 #include "devices/SpeakerBlock.h"
 #include "devices/SystemSpeaker.h"
-#include "platform/Trace.h"
+#include "platform/diagnostics/Trace.h"
 #include "support/Cases.h"
 #include "support/TraceCapture.h"
 

@@ -25,7 +25,7 @@ from programs import AGENT, LIBRARY, SmtpServer
 SOURCES = pathlib.Path(__file__).parents[2]
 PROGRAMS = pathlib.Path(AGENT).parent
 BLOCK = re.compile(r"^```(\w*) ?(.*)\n((?:.*\n)*?)```$", re.M)
-STATEMENT = re.compile(r"EM_TRACE\(\s*(\w+),(.*?)\);", re.S)
+STATEMENT = re.compile(r"(?:EM_TRACE\(\s*|TraceSetting<)(\w+)(?:,|>\()(.*?)\);", re.S)
 LITERAL = re.compile(r'"((?:[^"\\]|\\.)*)"')
 TRACE_FILES = pathlib.Path("/etc/kestrel/HostwardenSuite/TraceConfig")
 KINDS = {"returned": "returned", "reply": "reply", "event": "fires", "sync-request": "asks"}
@@ -130,7 +130,7 @@ class Examples:
         """Each `text` | level of a table must be a trace of the sources."""
         traces = [(level, "".join(LITERAL.findall(body)).replace('\\"', '"').replace("\\n", "\n"))
                   for folder in ("em_alert", "mail", "notification", "devices", "tasks", "platform")
-                  for source in (SOURCES / folder).glob("*.*")
+                  for source in (SOURCES / folder).rglob("*.*")
                   for level, body in STATEMENT.findall(source.read_text())]
         for text, level in re.findall(r"^\| `([^`]+ [^`]+)` \| (\d) \|", document, re.M):
             found = [text] if any(level == at and text in trace for at, trace in traces) else []

@@ -5,10 +5,10 @@
 
 #include <gtest/gtest.h>
 
-#include "em_alert/AlertExtensionModule.h"
 #include "em_alert/EmAlert.h"
-#include "em_alert/ExtensionModuleBase.h"
-#include "em_alert/ModuleInstance.h"
+#include "em_alert/alert/AlertExtensionModule.h"
+#include "em_alert/frame/ExtensionModuleBase.h"
+#include "em_alert/frame/ModuleInstance.h"
 #include "support/FakeSwitch.h"
 #include "support/TraceCapture.h"
 
@@ -25,7 +25,7 @@ public:
     using CExtensionModule::IsSwitchShutdown;
 };
 
-class CAlertTasks : public CAlertExtensionModule {
+class CExposedTasks : public CAlertExtensionModule {
 public:
     using CAlertExtensionModule::OnTaskExecution;
 };
@@ -228,8 +228,8 @@ TEST_F(ModuleFrame, OperationsOfTheAlertModule) {
         std::copy(numbers.begin(), numbers.end(), std::ostream_iterator<std::uint32_t>(result, " "));
         result << "\n";
     }
-    CAlertTasks module;
-    for (const unsigned char status : {0, 1, 2, 3, 4, 255}) {
+    CExposedTasks module;
+    for (const unsigned char status : std::initializer_list<unsigned char>{0, 1, 2, 3, 4, 255}) {
         std::string system;
         std::string component;
         const auto severity = CAlertExtensionModule::SystemStatusToAlertSeverity(status);
@@ -242,7 +242,7 @@ TEST_F(ModuleFrame, OperationsOfTheAlertModule) {
     CLumeString text("$(hostname)");
     module.Start(&agent_, 0);
     SipJson unknown = MessageOf(R"({"OC":1})");
-    module.OnTaskExecution(unknown, CAlertTasks::_TaskPriority{});
+    module.OnTaskExecution(unknown, CExposedTasks::_TaskPriority{});
     result << agent_.calls.back() << "\n";
     result << CAlertExtensionModule::ContainsVariableName(text, "$(HostName)")
            << CAlertExtensionModule::ContainsVariableName(text, "$(Time)") << "\n";

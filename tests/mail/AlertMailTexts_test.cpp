@@ -1,4 +1,4 @@
-#include "mail/AlertMailTexts.h"
+#include "mail/texts/AlertMailTexts.h"
 
 #include <clocale>
 #include <cstdlib>
@@ -10,9 +10,9 @@
 
 #include <gtest/gtest.h>
 
-#include "mail/DateTime.h"
-#include "platform/HostIpAddress.h"
-#include "platform/OsInfo.h"
+#include "mail/texts/DateTime.h"
+#include "platform/host/HostIpAddress.h"
+#include "platform/host/OsInfo.h"
 #include "support/TraceCapture.h"
 #include "xml/TempDirectory.h"
 

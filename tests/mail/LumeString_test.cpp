@@ -1,4 +1,4 @@
-#include "mail/LumeString.h"
+#include "mail/text/LumeString.h"
 
 #include <stdexcept>
 

@@ -1,4 +1,4 @@
-#include "mail/SMTPClient.h"
+#include "mail/smtp/SMTPClient.h"
 
 #include <atomic>
 #include <chrono>
@@ -9,8 +9,8 @@
 
 #include <curl/curl.h>
 
-#include "mail/MailPayload.h"
-#include "mail/Smtp.h"
+#include "mail/smtp/MailPayload.h"
+#include "mail/smtp/Smtp.h"
 #include "support/PrivateNamespace.h"
 #include "support/SmtpServer.h"
 #include "support/TraceCapture.h"

@@ -1,4 +1,4 @@
-#include "mail/SmtpMessage.h"
+#include "mail/message/SmtpMessage.h"
 
 #include "support/TraceCapture.h"
 #include "xml/TempDirectory.h"

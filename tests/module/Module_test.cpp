@@ -5,7 +5,7 @@
 #include <sys/file.h>
 
 #include "StartedModule.h"
-#include "platform/UniqueFd.h"
+#include "platform/files/UniqueFd.h"
 #include "support/TraceCapture.h"
 
 namespace {

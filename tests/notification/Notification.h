@@ -14,7 +14,7 @@
 
 #include "notification/FileLock.h"
 #include "notification/NotificationConfig.h"
-#include "platform/UniqueFd.h"
+#include "platform/files/UniqueFd.h"
 #include "support/PrivateNamespace.h"
 #include "support/TraceCapture.h"
 #include "xml/TempDirectory.h"

@@ -116,16 +116,16 @@ TEST(Trace, FiltersByLevelAndEvaluatesNothingWhenOff) {
     int evaluated = 0;
     EM_TRACE(2, "\nkept %d", ++evaluated);
     EM_TRACE(3, "\ndropped %d", ++evaluated);
-    moduleObjects.debugClient.SetDebugLevel(0xFFFFFFFF);
+    traceObjects.debugClient.SetDebugLevel(0xFFFFFFFF);
     EM_TRACE(0xFFFFFFFE, "\nall %d", ++evaluated);
-    moduleObjects.debugClient.SetDebugLevel(0);
+    traceObjects.debugClient.SetDebugLevel(0);
     EM_TRACE(1, "\noff %d", ++evaluated);
-    moduleObjects.debugClient.Print(1, "\ndropped");
-    moduleObjects.debugClient.Print(0, "\nzero");
-    moduleObjects.debugClient.PrintAlways("\nalways");
-    moduleObjects.debugClient.PrintAlways(7, "\nalways %s", "seven");
+    traceObjects.debugClient.Print(1, "\ndropped");
+    traceObjects.debugClient.Print(0, "\nzero");
+    traceObjects.debugClient.PrintAlways("\nalways");
+    traceObjects.debugClient.PrintAlways(7, "\nalways %s", "seven");
     EXPECT_EQ(trace.All(), "\nkept 1\nall 3\nzero\nalways\nalways seven");
-    EXPECT_TRUE(!moduleObjects.debugClient.IsMaster() && CDebugClient("").IsMaster());
+    EXPECT_TRUE(!traceObjects.debugClient.IsMaster() && CDebugClient("").IsMaster());
 }
 
 TEST(Trace, LooksForASinkUntilOneIsActive) {
@@ -148,7 +148,7 @@ TEST(Trace, OfLevel0GoesToTheSystemLog) {
         const sockaddr_un address{AF_UNIX, "/dev/log"};
         ASSERT_EQ(::bind(log.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         const CTraceCapture trace(2);
-        CDebugClient& client = moduleObjects.debugClient;
+        CDebugClient& client = traceObjects.debugClient;
         client.Print(0, "\n\n %s", "text");
         client.Print(1, "dropped");
         client.PrintAlways(0, "not there");

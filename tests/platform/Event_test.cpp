@@ -1,4 +1,4 @@
-#include "platform/Event.h"
+#include "platform/threads/Event.h"
 
 #include "Platform.h"
 

@@ -2,9 +2,9 @@
 #include <netdb.h>
 
 #include "Platform.h"
-#include "platform/HostIpAddress.h"
-#include "platform/NetworkInterface.h"
-#include "platform/OsInfo.h"
+#include "platform/host/HostIpAddress.h"
+#include "platform/host/NetworkInterface.h"
+#include "platform/host/OsInfo.h"
 
 namespace {
 

@@ -14,8 +14,8 @@
 #include <sys/syscall.h>
 #include <thread>
 
-#include "platform/Trace.h"
-#include "platform/UniqueFd.h"
+#include "platform/diagnostics/Trace.h"
+#include "platform/files/UniqueFd.h"
 #include "support/Cases.h"
 #include "support/FailingCall.h"
 #include "support/PrivateNamespace.h"

@@ -1,11 +1,11 @@
-#include "platform/Thread.h"
+#include "platform/threads/Thread.h"
 
 #include <sys/prctl.h>
 
 #include "Platform.h"
-#include "platform/CriticalSection.h"
-#include "platform/Event.h"
-#include "platform/HostIpAddress.h"
+#include "platform/host/HostIpAddress.h"
+#include "platform/threads/CriticalSection.h"
+#include "platform/threads/Event.h"
 
 using Attributes = pthread_attr_t;
 

@@ -27,7 +27,7 @@ std::string Json(const SipJson& message) {
     return text;
 }
 
-std::string Nested(int levels) {
+std::string Nested(std::size_t levels) {
     return std::string(levels, '[') + std::string(levels, ']');
 }
 

@@ -15,7 +15,7 @@
 
 #include <rapidjson/document.h>
 
-#include "platform/UniqueFd.h"
+#include "platform/files/UniqueFd.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/DebugSink.h"
-#include "platform/ModuleObjects.h"
+#include "platform/diagnostics/TraceObjects.h"
 
 namespace {
 
@@ -52,11 +52,11 @@ __attribute__((visibility("default"))) CCaptureSink Debug;
 
 CTraceCapture::CTraceCapture(unsigned int level) {
     Clear();
-    moduleObjects.debugClient.SetDebugLevel(level);
+    traceObjects.debugClient.SetDebugLevel(level);
 }
 
 CTraceCapture::~CTraceCapture() {
-    moduleObjects.debugClient.SetDebugLevel(0);
+    traceObjects.debugClient.SetDebugLevel(0);
 }
 
 std::vector<std::string> CTraceCapture::Prints() const {

@@ -91,7 +91,7 @@ EM_CAN_FAIL(pthread_attr_setschedparam, noexcept, (pthread_attr_t * a, const sch
 TEST(TaskSerializer, TracesItsLifeInOrderAndSleepsWhenIdle) {
     const CTraceCapture trace;
     const auto life = [&trace] {
-        const bool isDetailed = moduleObjects.debugClient.DebugLevel() >= 4;
+        const bool isDetailed = traceObjects.debugClient.DebugLevel() >= 4;
         const auto count = [&](int waits, int exceptions) {
             return trace.Count("Waiting on") >= (isDetailed ? waits : 0) && trace.Count("## EXCEPTION") >= exceptions;
         };

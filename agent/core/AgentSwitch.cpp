@@ -1,0 +1,111 @@
+#include "agent/core/AgentSwitch.h"
+
+#include <cstdio>
+#include <exception>
+
+#include "sip/SipJson.h"
+#include "sip/Vocabulary.h"
+
+namespace {
+
+bool IsEvent(const SipJson& message) {
+    return message.GetCmdElemValue(message.GetCmdIndex(), "ST", 0) == kEvent;
+}
+
+TranscriptEntry Entry(const char* kind, const SipJson& message) {
+    return {.kind = kind,
+            .step = {},
+            .message = MessageText(message),
+            .commandIndex = message.GetCmdIndex(),
+            .answer = {},
+            .result = {},
+            .note = {}};
+}
+
+}  // namespace
+
+template <typename Work>
+void CAgentSwitch::Guarded(const char* operation, Work work) noexcept {
+    try {
+        work();
+    } catch (const std::exception& error) {
+        failed_ = true;
+        std::fprintf(stderr, "em-alert-agent: %s failed: %s\n", operation, error.what());
+    } catch (...) {
+        failed_ = true;
+        std::fprintf(stderr, "em-alert-agent: %s failed\n", operation);
+    }
+}
+
+void CAgentSwitch::AsyncRequest(CIExtensionModule* /*module*/, SipJson& message, unsigned int /*reserved*/) {
+    Guarded("AsyncRequest", [&] {
+        TranscriptEntry entry = Entry("async-request", message);
+        {
+            const std::lock_guard guard(lock_);
+            asyncRequests_.push_back({.text = entry.message, .commandIndex = entry.commandIndex});
+        }
+        transcript_.Write(entry);  // after the queue: this wakes the work loop
+    });
+}
+
+void CAgentSwitch::SyncRequest(CIExtensionModule* /*module*/, SipJson& message, unsigned int /*timeout*/) {
+    Guarded("SyncRequest", [&] {
+        TranscriptEntry entry = Entry("sync-request", message);
+        entry.answer = answers_.Answer(entry.message, entry.commandIndex);
+        if (!message.Parse(entry.answer.data(), entry.answer.size())) {
+            throw CAgentError("the answer is nested too deeply");
+        }
+        transcript_.Write(entry);
+    });
+}
+
+bool CAgentSwitch::DeliverMessage(CIExtensionModule* /*module*/, SipJson& message) {
+    Guarded("DeliverMessage", [&] {
+        TranscriptEntry entry = Entry(IsEvent(message) ? "event" : "reply", message);
+        entry.result = "true";
+        transcript_.Write(entry);
+    });
+    return true;
+}
+
+bool CAgentSwitch::EnableEvents(CIExtensionModule* /*module*/, bool enable) {
+    eventsEnabled_ = enable;
+    Guarded("EnableEvents", [&] {
+        TranscriptEntry entry;
+        entry.kind = "enable-events";
+        entry.step = enable ? "enable" : "disable";
+        entry.result = "true";
+        transcript_.Write(entry);
+    });
+    return true;
+}
+
+bool CAgentSwitch::DisableEvents(CIExtensionModule* module) {
+    return EnableEvents(module, false);
+}
+
+bool CAgentSwitch::ForwardEvent(CIExtensionModule* /*module*/, SipJson& message, unsigned int high, unsigned int low) {
+    Guarded("ForwardEvent", [&] {
+        TranscriptEntry entry = Entry("forward-event", message);
+        entry.result = "true";
+        entry.note = "module " + std::to_string(high) + ":" + std::to_string(low);
+        transcript_.Write(entry);
+    });
+    return true;
+}
+
+std::optional<CAgentSwitch::AsyncMessage> CAgentSwitch::TakeAsyncRequest() {
+    const std::lock_guard guard(lock_);
+    if (asyncRequests_.empty()) {
+        return std::nullopt;
+    }
+    AsyncMessage message = std::move(asyncRequests_.front());
+    asyncRequests_.pop_front();
+    return message;
+}
+
+void CAgentSwitch::Reset() {
+    eventsEnabled_ = false;
+    const std::lock_guard guard(lock_);
+    asyncRequests_.clear();
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "agent/core/Command.h"
+
+/// Reads one answer that the operator wrote.
+/// @throw CAgentError as ParseCommand, and when there is no "OC"
+Command ParseAnswer(const CRapidJsonUtil::value& object);
+
+/// The state of the simulated agent: what it answers to the module's requests. Any thread.
+class CAnswerTable {
+public:
+    /// Replaces the table with a JSON array of answers, {"OC":...,"OE":...,"OI":...,"CA":...,"ST":...,"DA":...} each.
+    /// @throw CAgentError naming the line
+    void Load(std::string_view text);
+
+    /// Replaces the answer for the same OC, OE, OI and CA; a new one goes before all others.
+    /// @param answer  from ParseAnswer, or with "OC" at least
+    void Set(const Command& answer);
+
+    /// Answers the command at `index` of a message with the first answer that fits: "ST" (0 when the answer has none)
+    /// and "DA" are those of the answer. Without a fitting answer "ST" is 1 and there is no "DA".
+    /// @return the message as it goes back; a message without that command goes back as it came
+    std::string Answer(std::string_view message, int index) const;
+
+private:
+    Command Find(const Command& request) const;
+
+    mutable std::mutex lock_;  // guards all below
+    std::vector<Command> answers_;
+};

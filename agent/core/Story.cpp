@@ -1,0 +1,141 @@
+#include "agent/core/Story.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <functional>
+#include <string_view>
+
+#include "agent/core/Transcript.h"
+#include "sip/Vocabulary.h"
+
+namespace {
+
+std::string NameOf(const VocabularyWord* word) {
+    return word != nullptr ? std::string(word->name) : "";
+}
+
+std::string Hex(std::uint32_t code) {
+    std::array<char, 16> hex{};
+    std::snprintf(hex.data(), hex.size(), "0x%04X", code);
+    return hex.data();
+}
+
+bool IsValueAccess(const Command& command) {
+    const std::uint32_t operation = command.oc.value_or(0);
+    return operation == kReadConfigurationValue || operation == kWriteConfigurationValue;
+}
+
+std::string Describe(const Command& command) {
+    if (!command.oc) {
+        return "a message without operation code";
+    }
+    const std::string operation = NameOf(FindOperation(*command.oc));
+    const std::uint32_t extension = command.oe.value_or(0);
+    const std::string value = IsValueAccess(command) ? NameOf(FindConfigurationValue(extension)) : "";
+    std::string text = (operation.empty() ? "operation" : operation) + (value.empty() ? "" : " \"" + value + "\"") +
+                       " (" + Hex(*command.oc) + (extension != 0 ? "-" + Hex(extension) : "") + ")";
+    if (command.oi.value_or(0) != 0) {
+        text += ", object " + std::to_string(*command.oi);
+    }
+    return text;
+}
+
+// Status and data: what an answer adds to its request.
+std::string Outcome(const Command& command) {
+    constexpr std::size_t kLongest = 100;
+    std::string text;
+    if (command.st) {
+        text = StatusText(*command.st);
+    }
+    if (!command.data.empty()) {
+        const bool secret = IsValueAccess(command) && command.oe == kServerPassword;
+        text += (text.empty() ? "" : ", ") + std::string("data ");
+        text += secret                           ? "hidden"
+                : command.data.size() > kLongest ? command.data.substr(0, kLongest) + "..."
+                                                 : command.data;
+    }
+    return text.empty() ? "no status, no data" : text;
+}
+
+struct Scene {
+    const TranscriptEntry& entry;
+    const Command& command;
+};
+
+std::string TellRequest(const Scene& scene) {
+    return "The module asks for " + Describe(scene.command) + ". Answer: " +
+           (scene.entry.answer.empty() ? "none"
+                                       : Outcome(CurrentCommand(scene.entry.answer, scene.entry.commandIndex)));
+}
+
+std::string TellReturned(const Scene& scene) {
+    return "The module answers " + Describe(scene.command) + ": " + Outcome(scene.command) +
+           (scene.entry.result == "false" ? ", refused" : "");
+}
+
+struct StepSentence {
+    std::string_view step;
+    const char* sentence;
+};
+
+constexpr auto kSteps = std::to_array<StepSentence>({
+    {"dlopen", "The library is loaded"},
+    {"dlsym", "Its four functions are found"},
+    {"EM_GetModuleName", "It has told its name"},
+    {"EM_Create", "The module is created"},
+    {"GetProperties", "The module has described itself"},
+    {"SetServerCabinetNumber", "The module knows the server's cabinet number"},
+    {"Start", "The module is started"},
+    {"Notify", "The module has been notified"},
+    {"OnSwitchStarted", "The module knows that the agent runs"},
+    {"Stop", "The module is stopped"},
+    {"EM_Delete", "The module is deleted"},
+    {"dlclose", "The library is closed"},
+    {"unmapped", "The library is gone from memory"},
+});
+
+std::string TellStep(const Scene& scene) {
+    const auto* known = std::ranges::find(kSteps, std::string_view(scene.entry.step), &StepSentence::step);
+    const bool failed = scene.entry.result == "false";
+    return (failed || known == kSteps.end() ? scene.entry.step : known->sentence) + (failed ? " FAILED" : "") +
+           (scene.entry.note.empty() ? "" : " (" + scene.entry.note + ")");
+}
+
+struct Teller {
+    const char* kind;
+    std::string (*tell)(const Scene&);
+};
+
+constexpr auto kTellers = std::to_array<Teller>({
+    {"sync-request", TellRequest},
+    {"async-request",
+     [](const Scene& s) { return "The module asks for " + Describe(s.command) + " and does not wait"; }},
+    {"reply",
+     [](const Scene& s) { return "The module replies to " + Describe(s.command) + ": " + Outcome(s.command); }},
+    {"event",
+     [](const Scene& s) { return "The module fires the event " + Describe(s.command) + ": " + Outcome(s.command); }},
+    {"forward-event",
+     [](const Scene& s) { return "The module forwards " + Describe(s.command) + " to " + s.entry.note; }},
+    {"returned", TellReturned},
+    {"delivered",
+     [](const Scene& s) { return "The module has taken " + Describe(s.command) + ": " + Outcome(s.command); }},
+    {"withheld", [](const Scene& s) { return "Withheld, the module takes no events: " + Describe(s.command); }},
+    {"tone", [](const Scene& s) { return "The speaker has played " + s.entry.note; }},
+    {"enable-events", [](const Scene& s) { return "The module " + s.entry.step + "s its events"; }},
+});
+
+}  // namespace
+
+std::string StatusText(std::uint32_t status) {
+    const std::string name = NameOf(FindStatus(status));
+    return "status " + std::to_string(status) + (name.empty() ? "" : " (" + name + ")");
+}
+
+std::string TellStory(const TranscriptEntry& entry, const Command& command, long long milliseconds) {
+    std::array<char, 32> time{};
+    std::snprintf(time.data(), time.size(), "%5lld.%03lld s  ", milliseconds / 1000, milliseconds % 1000);
+    const auto teller = std::ranges::find(kTellers, std::string_view(entry.kind), &Teller::kind);
+    return time.data() + (teller != kTellers.end() ? teller->tell : TellStep)({.entry = entry, .command = command}) +
+           "\n";
+}

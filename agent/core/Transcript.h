@@ -1,0 +1,83 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <cstdio>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "agent/core/Command.h"
+
+/// One thing that happened between the agent and the module. Empty texts are left out of the transcript.
+struct TranscriptEntry {
+    std::string kind;
+    std::string step;     // what was done, for a kind that stands for several things
+    std::string message;  // the message's JSON text
+    int commandIndex = 0;
+    std::string answer;  // the JSON text of the message as it was answered
+    std::string result;  // JSON text
+    std::string note;    // the reason of a failure, the meaning of a number
+};
+
+/// What an await looks for; the empty members fit everything.
+struct TranscriptPattern {
+    std::string kind;
+    std::string step;
+    Command command;
+};
+
+/// Writes down the run, as a line of JSON or a sentence for each entry, and lets a thread wait for what comes. Any
+/// thread; the order of the lines is the order of the calls.
+class CTranscript {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    /// Is told each entry and its sentence, in their order, on the thread that writes it.
+    using Listener = std::function<void(const TranscriptEntry& entry, const std::string& sentence)>;
+
+    /// Begins the run's time.
+    /// @param path  "-" is standard output; nothing is written down without one
+    /// @param story  sentences instead of JSON; a terminal gets them anyway
+    /// @throw CAgentError when the file cannot be opened
+    CTranscript(const std::optional<std::string>& path, bool story, Listener listener = {});
+
+    /// @throw std::exception when memory ran out
+    void Write(const TranscriptEntry& entry);
+
+    /// Takes the oldest entry that fits the pattern and was not taken before.
+    /// @return its command
+    std::optional<Command> Take(const TranscriptPattern& pattern);
+
+    /// The number of entries so far.
+    std::size_t Count() const;
+
+    /// Waits until there are more than `count` entries.
+    /// @return false when that did not happen before the deadline
+    bool WaitForMore(std::size_t count, Clock::time_point deadline) const;
+
+    /// False once a line could not be written.
+    bool IsComplete() const;
+
+private:
+    struct Held {
+        std::string kind;
+        std::string step;
+        Command command;
+    };
+
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file_;
+    const bool story_;
+    const Listener listener_;
+    const Clock::time_point start_ = Clock::now();
+
+    mutable std::mutex lock_;  // guards the lines' order and all below
+    mutable std::condition_variable changed_;
+    std::deque<Held> held_;
+    std::size_t count_ = 0;
+    bool complete_ = true;
+};

@@ -1,0 +1,78 @@
+#include "em_alert/values/AgentLink.h"
+
+#include "sip/SipJson.h"
+
+namespace {
+
+constexpr unsigned int kTimeout = 5000;  // ms
+
+bool HoldsSystemStatus(unsigned int status) {
+    return status == kDone || status == kAgentStatus12 || status == kAgentStatus21 || status == kEvent;
+}
+
+}  // namespace
+
+unsigned int DataNumber(const SipJson& message) {
+    unsigned int number = 0;
+    message.GetCmdUIntData(message.GetCmdIndex(), number);
+    return number;
+}
+
+/// @return whether the answer, which replaces the empty message, has data
+bool CAgentLink::Ask(SipJson& message, unsigned int opCode, unsigned int opCodeExt, unsigned int objectId) {
+    message.SetCmd(message.GetCmd(), opCode, opCodeExt, objectId, CExtensionModule::ServerCabinetNumber(),
+                   kWithoutStatus);
+    frame_.SyncRequest(message, kTimeout);
+    return message.HasReplyData();
+}
+
+bool CAgentLink::RequestText(unsigned int opCode, unsigned int opCodeExt, unsigned int objectId, std::string& text) {
+    SipJson message;
+    return Ask(message, opCode, opCodeExt, objectId) && message.GetCmdDataString(0, text, SipJson::kNoLimit);
+}
+
+bool CAgentLink::RequestNumber(unsigned int opCode, unsigned int opCodeExt, unsigned int objectId,
+                               unsigned int& number) {
+    SipJson message;
+    return Ask(message, opCode, opCodeExt, objectId) && message.GetCmdUIntData(0, number);
+}
+
+bool CAgentLink::RequestMessageTemplate(std::uint32_t errorCode, std::string& messageTemplate) {
+    SipJson message;
+    message.SetCmd(message.GetCmd(), kReadUpdateMessage, 0, 0, CExtensionModule::ServerCabinetNumber(), kWithoutStatus);
+    message.SetDataUIntValue(errorCode, kNoStatus);
+    frame_.SyncRequest(message, kTimeout);
+    return message.HasReplyData() && message.GetCmdDataString(0, messageTemplate, SipJson::kNoLimit);
+}
+
+bool CAgentLink::RequestSetting(ConfigurationValue id, SipJson& answer) {
+    return Ask(answer, kReadConfigurationValue, id, 0);
+}
+
+unsigned char CAgentLink::RequestSystemStatus(unsigned int cabinet) {
+    SipJson message;
+    message.SetCmd(message.GetCmd(), kReadSystemStatus, 0, 0, cabinet, kWithoutStatus);
+    frame_.SyncRequest(message, kTimeout);
+    return HoldsSystemStatus(message.GetCmdElemValue(0, "ST", kNoStatus)) ? ToStatusByte(DataNumber(message)) : 0;
+}
+
+std::string CAgentLink::RequestComponentText(OperationCode opCode, const SipJson& event) {
+    const int command = event.GetCmdIndex();
+    SipJson message;
+    message.SetCmd(message.GetCmd(), opCode, event.GetCmdElemValue(command, "OE", 0),
+                   event.GetCmdElemValue(command, "OI", 0),
+                   event.GetCmdElemValue(command, "CA", CExtensionModule::ServerCabinetNumber()), kWithoutStatus);
+    frame_.SyncRequest(message, kTimeout);
+    std::string text;
+    if (message.HasReplyData()) {
+        message.GetCmdDataString(0, text, SipJson::kNoLimit);
+    }
+    return text;
+}
+
+void CAgentLink::Announce(OperationCode opCode) {
+    SipJson event;
+    event.SetCmd(event.GetCmd(), opCode, 0, 0, CExtensionModule::ServerCabinetNumber(), kWithoutStatus);
+    event.SetDataUIntValue(1, kDone);
+    frame_.FireEvent(event);
+}

@@ -1,0 +1,45 @@
+#include "mail/smtp/SmtpDialogue.h"
+
+#include "mail/message/HeaderLines.h"
+#include "mail/smtp/SMTPClientTrace.h"
+#include "platform/Cancellation.h"
+
+int CSmtpDialogue::Observe(CURL* /*handle*/, curl_infotype type, char* data, std::size_t size, void* dialogue) {
+    try {
+        auto& self = *static_cast<CSmtpDialogue*>(dialogue);
+        if (type == CURLINFO_HEADER_OUT) {
+            self.OnCommand({data, size});
+        } else if (type == CURLINFO_HEADER_IN) {
+            self.OnAnswer({data, size});
+        }
+    } catch (...) {  // out of memory: a trace is lost, the mail need not be
+        LetCancellationPass();
+    }
+    return 0;
+}
+
+void CSmtpDialogue::OnCommand(std::string_view command) {
+    static constexpr const char* kSteps[] = {"EHLO", "HELO", "STARTTLS", "AUTH", "MAIL", "RCPT", "DATA"};
+
+    const std::string_view name = command.substr(0, command.find_first_of(" \r\n"));
+    for (const char* step : kSteps) {
+        if (name == step) {
+            step_ = step;
+        }
+    }
+    farewell_ = name == "QUIT";
+    constexpr std::string_view kRecipient = "RCPT TO:";
+    recipient_ = command.starts_with(kRecipient) ? Printable(command.substr(kRecipient.size())) : "";
+}
+
+void CSmtpDialogue::OnAnswer(std::string_view line) {
+    const bool refused = line.starts_with('4') || line.starts_with('5');
+    const bool goesOn = line.size() > 3 && line[3] == '-';
+    if (!refused || goesOn) {
+        return;
+    }
+    lastRefusal_ = Printable(line);
+    if (!recipient_.empty()) {
+        EM_TRACE(1, SMTP_CLIENT_TAG "ERROR! Recipient %s refused: %s", recipient_.c_str(), lastRefusal_.c_str());
+    }
+}

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <atomic>
+#include <ctime>
+#include <string>
+
+#include "platform/Mutex.h"
+#include "platform/diagnostics/DebugTraceConfigFile.h"
+
+/// The trace settings of the module: read when the library is loaded and, with dynamic update on, while it runs.
+///
+/// Precedence: the environment variables `LUME_LOG_DEBUG_LEVEL` and `LUME_LOG_DYNAMIC_UPDATE` (decimal; rubbish reads
+/// as 0), then the files of the trace directory, then 0.
+class CDebugTraceConfig {
+public:
+    /// The flag that every print tests first; true when the level found at load was not 0. It is static and never
+    /// destroyed, so that a thread which outlives the module's objects still finds it (and finds it false).
+    static std::atomic<bool> tracingEnabled;
+
+    static constexpr unsigned int kLevelNotSet = 0xFFFFFFFF;
+
+    explicit CDebugTraceConfig(const char* moduleName) : moduleName_(moduleName) {}
+    CDebugTraceConfig(const CDebugTraceConfig&) = delete;
+    CDebugTraceConfig& operator=(const CDebugTraceConfig&) = delete;
+
+    /// Reads the settings once, before any thread of the module exists.
+    /// @param directory  the trace configuration directory. One that can be read but holds no ".ini" file leaves
+    /// tracing
+    ///                   off, and the environment is then not consulted.
+    void Initialise(const char* directory);
+
+    /// Sets the threshold and with it the tracing-enabled flag. Any thread.
+    void SetDebugLevel(unsigned int level);
+
+    unsigned int DebugLevel() const { return currentLevel_.load(std::memory_order_relaxed); }
+    unsigned int TraceFlags() const { return traceFlags_.load(std::memory_order_relaxed); }
+    unsigned int MemoryTraces() const { return memoryTraces_.load(std::memory_order_relaxed); }
+    const char* ModuleName() const { return moduleName_; }
+
+protected:
+    ~CDebugTraceConfig() { tracingEnabled = false; }
+
+    /// Looks at the files again when the dynamic-update interval has passed (or the clock went back). Any thread; a
+    /// thread that meets another one here goes on without waiting.
+    void RereadWhenDue();
+
+private:
+    void Reread() EM_REQUIRES(rereadLock_);
+    void LoadModuleSection(const CDebugTraceConfigFile& section);
+
+    const char* const moduleName_;
+    std::atomic<unsigned int> currentLevel_{0};
+    std::atomic<unsigned int> traceFlags_{0};
+    std::atomic<unsigned int> memoryTraces_{0};
+    std::atomic<unsigned int> updateInterval_{0};  // seconds; 0 = never
+    std::atomic<std::time_t> lastCheck_{0};
+
+    CMutex rereadLock_;
+    std::string directory_;
+    std::string moduleFile_;  // the file that supplied the module's section; empty when none did
+    CDebugTraceConfigFile globalSection_ EM_GUARDED_BY(rereadLock_);
+    CDebugTraceConfigFile moduleSection_ EM_GUARDED_BY(rereadLock_);
+    std::atomic<unsigned int> fileLevel_{kLevelNotSet};
+};

@@ -1,0 +1,92 @@
+#include "platform/diagnostics/DebugTraceConfigFile.h"
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <string_view>
+#include <strings.h>
+#include <sys/stat.h>
+
+#include "platform/files/UniqueFd.h"
+
+namespace {
+
+constexpr off_t kMaxFileSize = 1 << 20;
+
+bool IsNewer(const timespec& a, const timespec& b) {
+    return a.tv_sec != b.tv_sec ? a.tv_sec > b.tv_sec : a.tv_nsec > b.tv_nsec;
+}
+
+/// The name between "[" and "]", empty when the bracket is not closed. `open` is the position of "[".
+std::string SectionName(const std::string& text, size_t open) {
+    const size_t close = text.find(']', open);
+    return close == std::string::npos ? std::string() : text.substr(open + 1, close - open - 1);
+}
+
+}  // namespace
+
+bool CDebugTraceConfigFile::ReadCompleteFile(std::string& text) {
+    // O_NONBLOCK: opening a FIFO of that name must not hang the host while it loads the library.
+    const CUniqueFd file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status {};
+    if (!file || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size > kMaxFileSize) {
+        return false;
+    }
+    text.resize(static_cast<size_t>(status.st_size));
+    if (::read(file.Get(), text.data(), text.size()) != status.st_size) {
+        return false;
+    }
+    const size_t last = text.rfind('[');
+    if (last == std::string::npos || ::strcasecmp(SectionName(text, last).c_str(), "EndOfFile") != 0) {
+        return false;
+    }
+    size_ = status.st_size;
+    modified_ = status.st_mtim;
+    return true;
+}
+
+bool CDebugTraceConfigFile::OpenSectionInIniFile(const char* section, const char* fileName, const char* directory) {
+    CloseSectionInIniFile();
+    path_ = std::string(directory) + "/" + fileName;
+    std::string text;
+    if (!ReadCompleteFile(text)) {
+        return false;
+    }
+    for (size_t open = text.find('['); open != std::string::npos; open = text.find('[', open + 1)) {
+        if (SectionName(text, open) == section) {
+            const size_t begin = text.find(']', open) + 1;
+            sectionText_ = text.substr(begin, text.find('[', begin) - begin);
+            return true;
+        }
+    }
+    return false;
+}
+
+bool CDebugTraceConfigFile::GetNumberFromIniFile(const char* key, unsigned int& value) const {
+    const size_t keyAt = sectionText_.find(key);
+    const size_t equals = keyAt == std::string::npos ? keyAt : sectionText_.find('=', keyAt);
+    if (equals == std::string::npos) {
+        return false;
+    }
+    const std::string rest = sectionText_.substr(equals + 1, sectionText_.find('\n', equals) - equals - 1);
+    value = static_cast<unsigned int>(std::strtoul(rest.c_str(), nullptr, 0));
+    return true;
+}
+
+void CDebugTraceConfigFile::CloseSectionInIniFile() {
+    sectionText_.clear();
+    size_ = 0;
+    modified_ = {};
+}
+
+CDebugTraceConfigFile::Change CDebugTraceConfigFile::CheckForChange() {
+    struct stat status {};
+    if (::stat(path_.c_str(), &status) != 0) {
+        CloseSectionInIniFile();
+        return Change::Gone;
+    }
+    if (IsNewer(status.st_mtim, modified_)) {
+        return Change::Newer;
+    }
+    const bool same = !IsNewer(modified_, status.st_mtim) && status.st_size == size_;
+    return same ? Change::None : Change::Other;
+}

@@ -1,0 +1,11 @@
+#include "platform/diagnostics/TraceObjects.h"
+
+TraceObjects traceObjects;
+
+TraceObjects::TraceObjects() {
+    try {
+        debugClient.Initialise("/etc/kestrel/HostwardenSuite/TraceConfig");
+    } catch (...) {  // a host must be able to load the library whatever its trace configuration holds
+        debugClient.SetDebugLevel(0);
+    }
+}

@@ -1,0 +1,126 @@
+#include "platform/files/InPlaceFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <memory>
+#include <sys/stat.h>
+
+namespace {
+
+constexpr size_t kMaxFileSize = size_t{64} << 20;
+constexpr size_t kReadSize = 4096;  // beyond the size that a file tells
+constexpr size_t kSmallFile = 16384;
+
+/// Some pseudo files claim to be empty, so only a read that finds less than it asked for after `expected` bytes is
+/// taken for the end without asking again.
+bool ReadRest(int file, size_t expected, std::string& text) {
+    size_t length = text.size();
+    for (;;) {
+        text.resize(std::max(expected, length) + kReadSize);
+        const ssize_t count = ::read(file, text.data() + length, text.size() - length);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        length += static_cast<size_t>(std::max<ssize_t>(count, 0));
+        if (length > kMaxFileSize) {
+            errno = EFBIG;
+            return false;
+        }
+        if (count <= 0 || (expected != 0 && length == expected)) {
+            text.resize(length);
+            return count >= 0;
+        }
+    }
+}
+
+/// @return how many bytes were written; fewer than all when the kernel refused the rest
+size_t WriteAt(int file, std::string_view bytes, size_t offset) {
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t count =
+            ::pwrite(file, bytes.data() + done, bytes.size() - done, static_cast<off_t>(offset + done));
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0) {
+            break;
+        }
+        done += static_cast<size_t>(count);
+    }
+    return done;
+}
+
+}  // namespace
+
+bool CInPlaceFile::Load(const char* path, std::string& text, int flags) {
+    // O_NONBLOCK: opening a pipe of that name must not wait for its other end.
+    file_.Reset(::open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0644));
+    text.clear();
+    if (file_ && flags == O_RDONLY) {
+        // What reads short of a small buffer is a whole file: asking for its size would cost as much as reading it.
+        char small[kSmallFile];
+        const ssize_t count = ::read(file_.Get(), small, sizeof small);
+        text.assign(small, static_cast<size_t>(std::max<ssize_t>(count, 0)));
+        if (!text.empty() && text.size() < sizeof small) {
+            return true;
+        }
+    }
+    struct stat status {};
+    if (!file_ || ::fstat(file_.Get(), &status) != 0) {
+        return false;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+        return false;
+    }
+    if (static_cast<size_t>(status.st_size) > kMaxFileSize) {
+        errno = EFBIG;
+        return false;
+    }
+    return ReadRest(file_.Get(), static_cast<size_t>(status.st_size), text);
+}
+
+bool CInPlaceFile::Replace(std::string_view text, size_t begin, size_t end, std::string_view replacement) {
+    const int file = file_.Get();
+    const auto oldSize = static_cast<off_t>(text.size());
+    std::string tail(replacement);
+    tail += text.substr(end);
+    const size_t room = std::min(tail.size(), text.size() - begin);
+    const std::string_view inside = std::string_view(tail).substr(0, room);
+    const std::string_view beyond = std::string_view(tail).substr(room);
+
+    size_t overwritten = 0;
+    bool done = WriteAt(file, beyond, text.size()) == beyond.size();
+    if (done) {
+        overwritten = WriteAt(file, inside, begin);
+        done = overwritten == inside.size();
+    }
+    const bool shorter = begin + tail.size() < text.size();
+    if (done && shorter) {
+        done = ::ftruncate(file, static_cast<off_t>(begin + tail.size())) == 0;
+    }
+    if (!done) {
+        const int error = errno;
+        const bool restored =
+            WriteAt(file, text.substr(begin, overwritten), begin) == overwritten && ::ftruncate(file, oldSize) == 0;
+        errno = restored ? error : EIO;
+        return false;
+    }
+    return file_.Reset() == 0;
+}
+
+void CInPlaceFile::Remove(const char* path) {
+    const int error = errno;
+    const std::unique_ptr<char, decltype(&::free)> target(::realpath(path, nullptr), &::free);
+    if (target != nullptr) {
+        ::unlink(target.get());
+    }
+    file_.Reset();
+    errno = error;
+}
+
+bool CInPlaceFile::SetMode(mode_t mode) {
+    return ::fchmod(file_.Get(), mode) == 0;
+}

@@ -1,0 +1,133 @@
+#include "platform/host/HostIpAddress.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <net/if_arp.h>
+#include <optional>
+#include <stdexcept>
+#include <vector>
+
+#include "platform/Cancellation.h"
+#include "platform/diagnostics/Trace.h"
+#include "platform/host/NetworkInterface.h"
+
+namespace {
+
+constexpr size_t kShortestIpv4Text = 8;
+
+std::optional<std::vector<std::string>> InterfaceNames(CHostIPAddress::ip_version version) {
+    try {
+        return libnetif::network_interface_manager().get_network_interfaces();
+    } catch (const libnetif::libnetif_exception& error) {
+        EM_TRACE(1,
+                 "CHostIPAddress::GetHostIPv%dAddress: ERROR: Cannot get information about network interfaces! Error "
+                 "message: %s\n",
+                 version, error.what());
+    } catch (const std::invalid_argument& error) {
+        EM_TRACE(1,
+                 "CHostIPAddress::GetHostIPv%dAddress: ERROR: Cannot get information about network interfaces! Invalid "
+                 "argument error: %s\n",
+                 version, error.what());
+    } catch (...) {
+        LetCancellationPass();
+        EM_TRACE(1,
+                 "CHostIPAddress::GetHostIPv%dAddress: ERROR: Cannot get information about network interfaces! General "
+                 "error.\n",
+                 version);
+    }
+    return std::nullopt;
+}
+
+std::string AddressText(const libnetif::network_interface& interface, CHostIPAddress::ip_version version) {
+    if (version == CHostIPAddress::ip_v4) {
+        return interface.get_ipv4_address();
+    }
+    char text[INET6_ADDRSTRLEN] = "";
+    const std::optional<in6_addr> address = interface.get_ipv6_address();
+    if (address && ::inet_ntop(AF_INET6, &*address, text, sizeof text) == nullptr) {
+        throw libnetif::libnetif_exception("Can't convert ipv6 address to string.", errno);
+    }
+    return text;
+}
+
+std::string FindAddress(const std::vector<std::string>& names, int index, CHostIPAddress::ip_version version) {
+    int matches = 0;
+    for (size_t i = 0; i < names.size(); ++i) {
+        const auto number = static_cast<int>(i);
+        const char* const name = names[i].c_str();
+        const libnetif::network_interface interface(names[i]);
+        const int type = interface.get_hardware_type();
+        if (type != ARPHRD_ETHER) {
+            EM_TRACE(4,
+                     "CHostIPAddress::GetHostIPv%dAddress: INFO: interface  %d (%s) is ignored (not Ethernet "
+                     "interface). Interface type %d\n",
+                     version, number, name, type);
+            continue;
+        }
+        std::string text = AddressText(interface, version);
+        if (text.empty()) {
+            EM_TRACE(4, "CHostIPAddress::GetHostIPv%dAddress: INFO: Interface %d (%s) does not have IP V%d.\n", version,
+                     number, name, version);
+        } else if (matches++ == index) {
+            EM_TRACE(3,
+                     "CHostIPAddress::GetHostIPv%dAddress: INFO: IP V%d %s for interface %d (%s) will be returned. "
+                     "Requested index: %d\n",
+                     version, version, text.c_str(), number, name, index);
+            return text;
+        }
+    }
+    return {};
+}
+
+bool FillAddress(CIPAddress& address, const std::string& text, int family, size_t size) {
+    std::vector<unsigned char> bytes(size);
+    if (::inet_pton(family, text.c_str(), bytes.data()) != 1) {
+        return false;
+    }
+    address.SetBytes(std::move(bytes));
+    return true;
+}
+
+}  // namespace
+
+std::string CHostIPAddress::GetHostIPAddress(int index, ip_version version) {
+    const CCancellationPause pause;  // if_nameindex is declared as never left by unwinding
+    const std::optional<std::vector<std::string>> names = InterfaceNames(version);
+    if (!names) {
+        return {};
+    }
+    const auto count = static_cast<int>(names->size());
+    EM_TRACE(4, "CHostIPAddress::GetHostIPv%dAddress: INFO: number of network interfaces = %d. Input index: %d.\n",
+             version, count, index);
+    if (count <= index) {
+        EM_TRACE(4,
+                 "CHostIPAddress::GetHostIPv%dAddress: INFO: number of network interfaces = %d is smaller than input "
+                 "index %d. "
+                 "IP V%d will not be returned.\n",
+                 version, count, index, version);
+        return {};
+    }
+    try {
+        return FindAddress(*names, index, version);
+    } catch (const std::invalid_argument& error) {
+        EM_TRACE(4, "CHostIPAddress::GetHostIPv%dAddress: ERROR: Cannot get IP address. Invalid argument error: %s\n",
+                 version, error.what());
+    } catch (...) {
+        LetCancellationPass();
+        EM_TRACE(4, "CHostIPAddress::GetHostIPv%dAddress: ERROR: Cannot get IP address. General error.\n", version);
+    }
+    return {};
+}
+
+bool CHostIPAddress::GetHostIPv4Address(CIPAddress& address, int index) {
+    const std::string text = GetHostIPAddress(index, ip_v4);
+    if (text.empty()) {
+        return false;
+    }
+    return text.size() < kShortestIpv4Text || FillAddress(address, text, AF_INET, sizeof(in_addr));
+}
+
+bool CHostIPAddress::GetHostIPv6Address(CIPAddress& address, int index) {
+    const std::string text = GetHostIPAddress(index, ip_v6);
+    return !text.empty() && FillAddress(address, text, AF_INET6, sizeof(in6_addr));
+}

@@ -1,0 +1,3 @@
+#include "platform/threads/ModuleObjects.h"
+
+ModuleObjects moduleObjects;
