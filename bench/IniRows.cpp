@@ -4,8 +4,8 @@
 #include <unistd.h>
 
 #include "bench/Row.h"
-#include "bench/ScratchDirectory.h"
 #include "platform/ini/IniFile.h"
+#include "testing/TempDirectory.h"
 
 namespace {
 
@@ -24,7 +24,7 @@ std::string IniText(std::size_t bytes) {
 }
 
 void ReadProject(benchmark::State& state, std::size_t bytes) {
-    const CScratchDirectory directory;
+    const CTempDirectory directory("/tmp");
     const std::string path = directory.Write("settings.ini", IniText(bytes));
     Measure(state, [&] {
         char value[kValueSize];
@@ -57,7 +57,7 @@ std::string_view Scan(std::string_view text, std::string_view section, std::stri
 }
 
 void ReadFloor(benchmark::State& state, std::size_t bytes) {
-    const CScratchDirectory directory;
+    const CTempDirectory directory("/tmp");
     const std::string path = directory.Write("settings.ini", IniText(bytes));
     Measure(state, [&] {
         char content[16384];
@@ -75,7 +75,7 @@ void ReadFloor(benchmark::State& state, std::size_t bytes) {
 }  // namespace
 
 void AddIniRows() {
-    for (const auto& [row, bytes] : {std::pair("ini/1KB", 1024), std::pair("ini/12KB", 12288)}) {
+    for (const auto& [row, bytes] : {std::pair("ini/1KB", 1024U), std::pair("ini/12KB", 12288U)}) {
         AddRow(
             row, Clock::Cpu, [size = bytes](benchmark::State& state) { ReadProject(state, size); },
             [size = bytes](benchmark::State& state) { ReadFloor(state, size); });

@@ -9,21 +9,9 @@
 #include <dlfcn.h>
 
 #include "em_alert/EmAlert.h"
-#include "em_alert/ExtensionModule.h"
+#include "testing/SilentSwitch.h"
 
 namespace {
-
-/// An agent that answers nothing.
-class CSilentSwitch final : public CISwitch {
-public:
-    void AsyncRequest(CIExtensionModule*, SipJson&, unsigned int) override {}
-    void SyncRequest(CIExtensionModule*, SipJson&, unsigned int) override {}
-    bool DeliverMessage(CIExtensionModule*, SipJson&) override { return true; }
-    bool EnableEvents(CIExtensionModule*, bool) override { return true; }
-    bool DisableEvents(CIExtensionModule*) override { return true; }
-    bool ForwardEvent(CIExtensionModule*, SipJson&, unsigned int, unsigned int) override { return true; }
-    unsigned int GetRunMode() override { return 0; }
-};
 
 double ProcessorSeconds() {
     timespec now{};

@@ -5,11 +5,11 @@
 
 #include "bench/Program.h"
 #include "bench/Row.h"
-#include "bench/ScratchDirectory.h"
 #include "bench/SmtpSink.h"
 #include "mail/smtp/MailPayload.h"
 #include "mail/smtp/SMTPClient.h"
 #include "mail/smtp/Smtp.h"
+#include "testing/TempDirectory.h"
 
 namespace {
 
@@ -84,7 +84,7 @@ void SendFloor(benchmark::State& state) {
 /// @param command  sends `mails` mails, from its standard input or of its own, to the port in the place of "PORT"
 void SendByProgram(benchmark::State& state, const std::string& command, int mails) {
     const CSmtpSink sink;
-    const CScratchDirectory directory;
+    const CTempDirectory directory("/tmp");
     const std::string file = directory.Write("mail", Payload());
     std::vector<std::string> arguments;
     std::istringstream words(command);

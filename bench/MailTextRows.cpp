@@ -77,7 +77,7 @@ void TextFloor(benchmark::State& state, const std::string& original) {
 }  // namespace
 
 void AddMailTextRows() {
-    for (const auto& [row, bytes] : {std::pair("mail-text/1KB", 1024), std::pair("mail-text/64KB", 65536)}) {
+    for (const auto& [row, bytes] : {std::pair("mail-text/1KB", 1024U), std::pair("mail-text/64KB", 65536U)}) {
         AddRow(
             row, Clock::Cpu, [size = bytes](benchmark::State& state) { TextProject(state, Template(size)); },
             [size = bytes](benchmark::State& state) { TextFloor(state, Template(size)); });

@@ -1,6 +1,7 @@
 #include "bench/BareMessage.h"
 #include "bench/Row.h"
-#include "em_alert/alert/PendingAlerts.h"
+#include "bench/WarningSwitch.h"
+#include "em_alert/alert/AlertExtensionModule.h"
 #include "sip/Vocabulary.h"
 
 namespace {
@@ -62,7 +63,11 @@ void CopyFloor(benchmark::State& state) {
 
 void CountPendingHeap(benchmark::State& state) {
     const SipJson event = StatusEvent();
-    CPendingAlerts alerts;
+    CWarningSwitch agent;
+    CAlertExtensionModule module;
+    module.Start(&agent, 1);
+    CAgentLink link(module);
+    CPendingAlerts alerts(link);
     const CCriticalSectionLock lock(alerts.Lock());
     const CHeapCount heap;
     for (std::size_t i = 0; i < CPendingAlerts::kCapacity; ++i) {

@@ -6,10 +6,10 @@
 #include <pugixml.hpp>
 
 #include "bench/Row.h"
-#include "bench/ScratchDirectory.h"
 #include "bench/SyncCount.h"
 #include "notification/FileLock.h"
 #include "notification/NotificationConfig.h"
+#include "testing/TempDirectory.h"
 
 namespace {
 
@@ -36,14 +36,14 @@ void FillIn(CNotificationConfig& config, int recipients) {
     }
 }
 
-void MakeFile(const CScratchDirectory& directory) {
+void MakeFile(const CTempDirectory& directory) {
     CNotificationConfig config(directory.Path(), kFile);
     FillIn(config, 3);
     config.Save();
 }
 
 void LoadProject(benchmark::State& state) {
-    const CScratchDirectory directory;
+    const CTempDirectory directory("/tmp");
     MakeFile(directory);
     Measure(state, [&] {
         CNotificationConfig config(directory.Path(), kFile);
@@ -75,9 +75,9 @@ std::string Joined(const pugi::xml_node& list, const char* name) {
 }
 
 void LoadFloor(benchmark::State& state) {
-    const CScratchDirectory directory;
+    const CTempDirectory directory("/tmp");
     MakeFile(directory);
-    const std::string path = directory.File(kFile);
+    const std::string path = directory / kFile;
     Measure(state, [&] {
         pugi::xml_document document;
         // As the project parses it: a file that is saved again keeps its comments and blanks.
@@ -105,7 +105,7 @@ void LoadFloor(benchmark::State& state) {
 }
 
 void SaveProject(benchmark::State& state) {
-    const CScratchDirectory directory;
+    const CTempDirectory directory("/tmp");
     CNotificationConfig config(directory.Path(), kFile);
     FillIn(config, 3);
     const int before = SyncCalls();
@@ -116,11 +116,11 @@ void SaveProject(benchmark::State& state) {
 
 /// The text is ready; a temporary file, its sync, the rename, and the sync that makes the rename last.
 void SaveFloor(benchmark::State& state) {
-    const CScratchDirectory directory;
+    const CTempDirectory directory("/tmp");
     CNotificationConfig config(directory.Path(), kFile);
     FillIn(config, 3);
     const std::string text = config.GetDocFormatted();
-    const std::string path = directory.File(kFile);
+    const std::string path = directory / kFile;
     const std::string temporary = path + ".new";
     const auto save = [&] {
         const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
@@ -155,8 +155,8 @@ void ManyRecipients(benchmark::State& state, int count) {
 }
 
 void LockProject(benchmark::State& state) {
-    const CScratchDirectory directory;
-    const std::string path = directory.File(kFile);
+    const CTempDirectory directory("/tmp");
+    const std::string path = directory / kFile;
     Measure(state, [&] {
         CFileLock lock;
         lock.Lock(path.c_str(), nullptr, CNotificationConfig::kLockTimeoutMs);
@@ -165,8 +165,8 @@ void LockProject(benchmark::State& state) {
 }
 
 void LockFloor(benchmark::State& state) {
-    const CScratchDirectory directory;
-    const std::string path = directory.File(kFile) + std::string(".lock");
+    const CTempDirectory directory("/tmp");
+    const std::string path = directory / kFile + std::string(".lock");
     Measure(state, [&] {
         const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
         ::flock(fd, LOCK_EX | LOCK_NB);

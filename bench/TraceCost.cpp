@@ -2,11 +2,11 @@
 // tells of one, and the files that hold settings. Built twice, with the product's traces and without any.
 
 #include "bench/BareMessage.h"
-#include "bench/ScratchDirectory.h"
 #include "bench/WarningSwitch.h"
 #include "em_alert/alert/AlertExtensionModule.h"
 #include "notification/FileLock.h"
 #include "platform/ini/IniFile.h"
+#include "testing/TempDirectory.h"
 
 namespace {
 
@@ -15,7 +15,7 @@ constexpr int kRounds = 200;
 }  // namespace
 
 extern "C" [[gnu::noinline]] void MeasuredWork(CAlertExtensionModule& module, SipJson& event,
-                                               const CScratchDirectory& directory, const std::string& ini) {
+                                               const CTempDirectory& directory, const std::string& ini) {
     for (int i = 0; i < kRounds; ++i) {
         module.ApplicationReply(event);
         CLumeString text("$(ComponentName) ($(ComponentDesignation)) is $(ComponentStatus): $(SystemModel)");
@@ -30,7 +30,7 @@ extern "C" [[gnu::noinline]] void MeasuredWork(CAlertExtensionModule& module, Si
 }
 
 int main() {
-    const CScratchDirectory directory;
+    const CTempDirectory directory("/tmp");
     const std::string ini = directory.Write("settings.ini", "[Section]\nKey=1\n");
     CNotificationConfig config(directory.Path(), "Notifications.xml");
     config.SetRecipients("operator@example.com", ";");

@@ -25,7 +25,7 @@ SpeakerBlockOwner MakeSpeakerBlock(const std::vector<unsigned char>& tones, CEve
         return nullptr;
     }
     SpeakerBlockOwner block(new (memory) SpeakerBlock{tones.size(), &stopEvent, repeatCount, interval});
-    std::copy(tones.begin(), tones.end(), static_cast<unsigned char*>(memory) + sizeof(SpeakerBlock));
+    std::ranges::copy(tones, static_cast<unsigned char*>(memory) + sizeof(SpeakerBlock));
     return block;
 }
 

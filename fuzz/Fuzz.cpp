@@ -2,9 +2,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "platform/DebugSink.h"
 
@@ -31,26 +28,6 @@ long CFuzzInput::Number() {
 void Break(const char* promise) {
     std::fprintf(stderr, "Broken promise: %s\n", promise);
     std::abort();
-}
-
-CFuzzDirectory::CFuzzDirectory() : path_("/dev/shm/em_alert_fuzz.XXXXXX") {
-    Expect(::mkdtemp(path_.data()) != nullptr, "there is a directory for files");
-}
-
-CFuzzDirectory::~CFuzzDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
-
-std::string CFuzzDirectory::Write(const std::string& name, const std::string& content) const {
-    std::string path = path_ + "/" + name;
-    std::ofstream(path, std::ios::binary) << content;
-    return path;
-}
-
-std::string CFuzzDirectory::Read(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 bool HasNoLoneLineFeed(std::string_view text) {

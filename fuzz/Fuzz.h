@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "testing/TempDirectory.h"
+
 /// What a harness is: called with one input after the other, in one process. Returns 0.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
@@ -48,24 +50,6 @@ inline void Expect(bool holds, const char* promise) {
         Break(promise);
     }
 }
-
-/// A directory in memory for the files of one process; goes with it.
-class CFuzzDirectory {
-public:
-    CFuzzDirectory();
-    ~CFuzzDirectory();
-    CFuzzDirectory(const CFuzzDirectory&) = delete;
-    CFuzzDirectory& operator=(const CFuzzDirectory&) = delete;
-
-    const std::string& Path() const { return path_; }
-
-    /// Puts a file there and returns its path.
-    std::string Write(const std::string& name, const std::string& content) const;
-    static std::string Read(const std::string& path);
-
-private:
-    std::string path_;
-};
 
 /// True when each line feed follows a carriage return.
 bool HasNoLoneLineFeed(std::string_view text);

@@ -13,7 +13,7 @@ class CPair {
 public:
     CPair(std::string path, const std::string& text) : model(text), file(path.c_str()), path_(std::move(path)) {}
 
-    void Compare(const char* promise) const { Expect(CFuzzDirectory::Read(path_) == model.Text(), promise); }
+    void Compare(const char* promise) const { Expect(ReadFile(path_) == model.Text(), promise); }
 
     /// What the product stores, on the heap in a buffer of this very size: writing beyond is noticed.
     std::string Stored(unsigned int size, const char* section, const char* key, const char* fallback) const {
@@ -50,7 +50,7 @@ private:
 
 /// Section, key, value, the size of a buffer and the content of a file.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const CFuzzDirectory directory;
+    static const CTempDirectory directory;
     CFuzzInput input(data, size);
     const std::string section = input.CText();
     const std::string key = input.CText();

@@ -36,7 +36,7 @@ void CheckHeader(std::string_view header, const std::vector<std::string_view>& n
 void CheckUpload(const CSmtpMessage& message) {
     const CMailEnvelope envelope(message.Sender(), message);
     for (const auto* list : {&envelope.to, &envelope.cc}) {
-        Expect(std::none_of(list->begin(), list->end(), HasControlCharacter), "no address ends its command");
+        Expect(std::ranges::none_of(*list, HasControlCharacter), "no address ends its command");
     }
     Expect(envelope.senderMail.find_first_of("\r\n") == std::string::npos, "the sender does not end its command");
 
@@ -98,7 +98,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     CSmtpMessage message;
     Expect(message.SetSmtpMessage(text.c_str()), "a mail is taken");
     Expect(HasNoLoneLineFeed(message.Text()), "the lines of the text end with CR LF");
-    Expect(std::count(message.Text().begin(), message.Text().end(), '\n') <= std::count(text.begin(), text.end(), '\n'),
+    Expect(std::ranges::count(message.Text(), '\n') <= std::ranges::count(text, '\n'),
            "the text has no more lines than the mail");
     CheckUpload(message);
     CheckRendering(message);

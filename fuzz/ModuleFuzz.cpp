@@ -11,12 +11,12 @@
 #include <curl/curl.h>
 
 #include "em_alert/EmAlert.h"
-#include "em_alert/ExtensionModule.h"
 #include "fuzz/Fuzz.h"
 #include "notification/NotificationConfig.h"
 #include "platform/diagnostics/TraceObjects.h"
 #include "sip/SipJson.h"
 #include "sip/Vocabulary.h"
+#include "testing/SilentSwitch.h"
 
 namespace {
 
@@ -31,7 +31,7 @@ unsigned int Member(const SipJson& message, const char* key) {
 }
 
 /// The agent: answers requests from a table of commands, and counts the replies to queued requests.
-class CAgent final : public CISwitch {
+class CAgent final : public CSilentSwitch {
 public:
     void AddAnswer(SipJson&& answer) {
         const std::lock_guard guard(lock_);
@@ -45,7 +45,6 @@ public:
         Expect(replies_ == count, "each request that was queued gets one reply");
     }
 
-    void AsyncRequest(CIExtensionModule*, SipJson&, unsigned int) override {}
     void SyncRequest(CIExtensionModule*, SipJson& message, unsigned int) override {
         const std::lock_guard guard(lock_);
         for (const SipJson& answer : answers_) {
@@ -64,10 +63,6 @@ public:
         }
         return true;
     }
-    bool EnableEvents(CIExtensionModule*, bool) override { return true; }
-    bool DisableEvents(CIExtensionModule*) override { return true; }
-    bool ForwardEvent(CIExtensionModule*, SipJson&, unsigned int, unsigned int) override { return true; }
-    unsigned int GetRunMode() override { return 0; }
 
 private:
     std::mutex lock_;

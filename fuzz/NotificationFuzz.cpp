@@ -152,7 +152,7 @@ void CheckSecondReader(const std::string& text, const Values& values) {
 
 /// Server, port, sender, name, To, Cc, host, user, password, and the file as it was before.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const CFuzzDirectory directory;
+    static const CTempDirectory directory;
     CFuzzInput input(data, size);
     const int server = static_cast<int>(input.Number());
     Values wanted;
@@ -178,7 +178,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Expect(isSet || !isLoaded || !canBeSet, "a loaded file takes all values");
     const bool isSaved = config.Save();
     Expect(isSaved == isLoaded, "a file that could be read is saved, and no other");
-    const std::string after = CFuzzDirectory::Read(config.Path());
+    const std::string after = ReadFile(config.Path());
     if (!isSaved) {
         Expect(after == before, "a damaged file is left alone");
         return 0;
@@ -189,7 +189,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         Expect(Get(again, server) == wanted, "values are read as they were written");
         CheckSecondReader(after, wanted);
     }
-    Expect(again.Save() && WithoutBlanks(CFuzzDirectory::Read(config.Path())) == WithoutBlanks(after),
+    Expect(again.Save() && WithoutBlanks(ReadFile(config.Path())) == WithoutBlanks(after),
            "saving what was loaded changes nothing but the indentation");
     return 0;
 }

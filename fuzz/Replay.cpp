@@ -21,7 +21,7 @@ int main(int count, char** arguments) {
     for (const auto& input : inputs) {
         std::printf("%s\n", input.c_str());
         std::fflush(stdout);
-        const std::string content = CFuzzDirectory::Read(input);
+        const std::string content = ReadFile(input);
         LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(content.data()), content.size());
     }
     return inputs.empty() ? 1 : 0;

@@ -14,7 +14,7 @@ public:
 
 /// The module's trace file, a section and a key to look for, the file as it is changed later.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const CFuzzDirectory directory;
+    static const CTempDirectory directory;
     CFuzzInput input(data, size);
     const std::string content = input.Text();
     const std::string section = input.CText();

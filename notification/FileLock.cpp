@@ -15,9 +15,6 @@
 #include "platform/diagnostics/Trace.h"
 #include "xml/XmlText.h"
 
-#define TAG "\nCFileLock           : "
-#define LOCK_TAG "\nCFileLock::Lock     : "
-
 namespace {
 
 /// The only flock error that is worth a retry, and one that Linux never reports. A lock that another process holds
@@ -40,7 +37,7 @@ bool IsSameFile(int fd, const std::string& path) {
 }
 
 void TraceLockable(bool isLockable) {
-    EM_TRACE(3, LOCK_TAG "fileIsLockable = %s\n", isLockable ? "true" : "false");
+    EM_TRACE(3, "\nCFileLock::Lock     : fileIsLockable = %s\n", isLockable ? "true" : "false");
 }
 
 }  // namespace
@@ -66,7 +63,7 @@ private:
 
 CFileLock::~CFileLock() {
     if (fd_) {
-        EM_TRACE(5, TAG "  release file lock using file %s", path_.c_str());
+        EM_TRACE(5, "\nCFileLock           :   release file lock using file %s", path_.c_str());
         Release(path_);
     }
 }
@@ -83,20 +80,20 @@ bool CFileLock::Lock(const char* path, const char* owner, int timeoutMs) {
         lastError_ = EINVAL;
         return false;
     }
-    EM_TRACE(5, TAG "  apply file lock using file %s...", path);
+    EM_TRACE(5, "\nCFileLock           :   apply file lock using file %s...", path);
     holder_.clear();
     const std::string lockFile = LockFileName(path);
-    EM_TRACE(3, LOCK_TAG "LockFileName.c_str() = %s\n", lockFile.c_str());
+    EM_TRACE(3, "\nCFileLock::Lock     : LockFileName.c_str() = %s\n", lockFile.c_str());
     const std::string directory = lockFile.substr(0, lockFile.rfind('/'));
-    EM_TRACE(3, LOCK_TAG "LockFileDir.c_str() = %s\n", directory.c_str());
+    EM_TRACE(3, "\nCFileLock::Lock     : LockFileDir.c_str() = %s\n", directory.c_str());
 
     const bool hasSuffix = lockFile.size() > std::string_view(path).size();
     const int error = hasSuffix ? CreateDirectories(directory) : ENAMETOOLONG;
     if (error != 0) {
         lastError_ = static_cast<unsigned int>(error);
-        EM_TRACE(1, TAG "## ERROR! Failed to open/create lock directory %s (LastError = 0x%08X)", directory.c_str(),
-                 lastError_);
-        EM_TRACE(1, TAG "  %s", std::generic_category().message(error).c_str());
+        EM_TRACE(1, "\nCFileLock           : ## ERROR! Failed to open/create lock directory %s (LastError = 0x%08X)",
+                 directory.c_str(), lastError_);
+        EM_TRACE(1, "\nCFileLock           :   %s", std::generic_category().message(error).c_str());
         return false;
     }
     if (fd_) {
@@ -109,7 +106,7 @@ bool CFileLock::Lock(const char* path, const char* owner, int timeoutMs) {
 bool CFileLock::Acquire(const char* owner, int timeoutMs) {
     const CDeadline deadline(timeoutMs);
     const int retries = timeoutMs / kRetryIntervalMs;
-    EM_TRACE(3, LOCK_TAG "nrRetries = %d\n", retries);
+    EM_TRACE(3, "\nCFileLock::Lock     : nrRetries = %d\n", retries);
     Outcome outcome = Outcome::StartOver;
     do {
         outcome = ProbeLockFile(retries);
@@ -133,10 +130,10 @@ bool CFileLock::Refuse(Outcome outcome) {
         Remember(isRead || outcome != Outcome::NotLockable);
     }
     if (error == EWOULDBLOCK) {
-        EM_TRACE(1, TAG "## ERROR! %s is held by %s", path_.c_str(),
+        EM_TRACE(1, "\nCFileLock           : ## ERROR! %s is held by %s", path_.c_str(),
                  holder_.empty() ? "a process that left no name" : holder_.c_str());
     } else {
-        EM_TRACE(1, TAG "## ERROR! %s cannot be taken: %s", path_.c_str(),
+        EM_TRACE(1, "\nCFileLock           : ## ERROR! %s cannot be taken: %s", path_.c_str(),
                  std::generic_category().message(error).c_str());
     }
     return false;
@@ -146,30 +143,30 @@ CFileLock::Outcome CFileLock::ProbeLockFile(int retries) {
     const char* const name = path_.c_str();
     struct stat status {};
     if (::stat(name, &status) != 0) {
-        EM_TRACE(3, LOCK_TAG "lockfile %s does NOT exist!\n", name);
+        EM_TRACE(3, "\nCFileLock::Lock     : lockfile %s does NOT exist!\n", name);
         return Outcome::Done;
     }
-    EM_TRACE(3, LOCK_TAG "lockfile %s EXISTS!\n", name);
+    EM_TRACE(3, "\nCFileLock::Lock     : lockfile %s EXISTS!\n", name);
     const CUniqueFd fd(::open(name, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!Remember(static_cast<bool>(fd))) {
-        EM_TRACE(3, LOCK_TAG "Could NOT open lockfile %s\n", name);
+        EM_TRACE(3, "\nCFileLock::Lock     : Could NOT open lockfile %s\n", name);
         // Its holder released it between stat and open.
         return lastError_ == ENOENT ? Outcome::StartOver : Outcome::NotLockable;
     }
-    EM_TRACE(3, LOCK_TAG "Successfully opened lockfile %s\n", name);
-    EM_TRACE(3, LOCK_TAG "Trying to lock lockfile %s\n", name);
+    EM_TRACE(3, "\nCFileLock::Lock     : Successfully opened lockfile %s\n", name);
+    EM_TRACE(3, "\nCFileLock::Lock     : Trying to lock lockfile %s\n", name);
     while (!Remember(::flock(fd.Get(), LOCK_EX | LOCK_NB) == 0)) {
         if (lastError_ != kSharingViolation) {
-            EM_TRACE(3, LOCK_TAG "Could NOT lock lockfile %s\n", name);
+            EM_TRACE(3, "\nCFileLock::Lock     : Could NOT lock lockfile %s\n", name);
             return Outcome::NotLockable;
         }
-        EM_TRACE(3, LOCK_TAG "Error Sharing Violation while trying to lock lockfile %s\n", name);
+        EM_TRACE(3, "\nCFileLock::Lock     : Error Sharing Violation while trying to lock lockfile %s\n", name);
         std::this_thread::sleep_for(std::chrono::milliseconds(kRetryIntervalMs));
         if (--retries <= 0) {
             return Outcome::NotLockable;
         }
     }
-    EM_TRACE(3, LOCK_TAG "Successfully locked lockfile %s\n", name);
+    EM_TRACE(3, "\nCFileLock::Lock     : Successfully locked lockfile %s\n", name);
     ::flock(fd.Get(), LOCK_UN);
     return Outcome::Done;
 }

@@ -7,8 +7,6 @@
 #include "platform/host/OsInfo.h"
 #include "platform/ini/IniFile.h"
 
-#define TAG "\nCNotificationConfig : "
-
 namespace {
 
 constexpr char kDefaultPath[] = "/opt/kestrel/HostwardenSuite/ArrayKeeper/bin/ravlo.ini";
@@ -50,7 +48,7 @@ private:
 void CTamracImport::ImportEnabled() {
     const std::string logging = Read("MailLogging");
     if (logging.empty()) {
-        EM_TRACE(3, TAG "  import TAMRAC: email disabled");
+        EM_TRACE(3, "\nCNotificationConfig :   import TAMRAC: email disabled");
         return;
     }
     isEnabled_ = ::strcasecmp(logging.c_str(), "enabled") == 0;
@@ -60,7 +58,7 @@ void CTamracImport::ImportEnabled() {
     if (config_.FindElem() && config_.IntoElem() && config_.FindElem("email")) {
         config_.SetAttrib("Enabled", state);
     }
-    EM_TRACE(3, TAG "  import TAMRAC: email \"%s\"", state);
+    EM_TRACE(3, "\nCNotificationConfig :   import TAMRAC: email \"%s\"", state);
 }
 
 /// Each setting is worth nothing without the one before it, so the first that is missing ends this.
@@ -70,19 +68,19 @@ void CTamracImport::ImportMailServer() {
         return;
     }
     config_.SetSmtpServer(host, 0);
-    EM_TRACE(3, TAG "  import TAMRAC: SMTP host name \"%s\"", WithoutPassword(host).c_str());
+    EM_TRACE(3, "\nCNotificationConfig :   import TAMRAC: SMTP host name \"%s\"", WithoutPassword(host).c_str());
 
     const std::string user = Read("MailLogSMTPServerAuthLoginUsername");
     if (user.empty()) {
         return;
     }
-    EM_TRACE(3, TAG "  import TAMRAC SMTP auth user name \"%s\"", user.c_str());
+    EM_TRACE(3, "\nCNotificationConfig :   import TAMRAC SMTP auth user name \"%s\"", user.c_str());
     config_.SetSmtpServerAuthenticationUserName(user, 0);
     config_.SetSmtpServerAuthenticationType(CNotificationConfig::AuthenticationType::Smtp, 0);
 
     const std::string password = Read("MailLogSMTPServerAuthLoginPasswordC");
     if (!password.empty()) {
-        EM_TRACE(3, TAG "  import TAMRAC SMTP auht user password \"%s\"", password.c_str());
+        EM_TRACE(3, "\nCNotificationConfig :   import TAMRAC SMTP auht user password \"%s\"", password.c_str());
         ImportPassword(password);
     }
 }
@@ -101,10 +99,10 @@ void CTamracImport::ImportPassword(const std::string& enciphered) {
 void CTamracImport::ImportSender() {
     const std::string sender = Read("MailLogSender");
     if (!sender.empty()) {
-        EM_TRACE(3, TAG "  import TAMRAC: email sender \"%s\"", sender.c_str());
+        EM_TRACE(3, "\nCNotificationConfig :   import TAMRAC: email sender \"%s\"", sender.c_str());
         config_.SetSender(sender);
     } else if (isEnabled_) {
-        EM_TRACE(3, TAG "  import TAMRAC: email sender is host name \"%s\"", HostName().c_str());
+        EM_TRACE(3, "\nCNotificationConfig :   import TAMRAC: email sender is host name \"%s\"", HostName().c_str());
         config_.SetSender(HostName());
     }
 }
@@ -112,10 +110,11 @@ void CTamracImport::ImportSender() {
 void CTamracImport::ImportSenderDescription() {
     const std::string description = Read("MailLogSenderDescription");
     if (!description.empty()) {
-        EM_TRACE(3, TAG "  import TAMRAC: email sender description \"%s\"", description.c_str());
+        EM_TRACE(3, "\nCNotificationConfig :   import TAMRAC: email sender description \"%s\"", description.c_str());
         config_.SetSenderDescription(description);
     } else if (isEnabled_) {
-        EM_TRACE(3, TAG "  import TAMRAC: email sender description set to host name \"%s\"", HostName().c_str());
+        EM_TRACE(3, "\nCNotificationConfig :   import TAMRAC: email sender description set to host name \"%s\"",
+                 HostName().c_str());
         config_.SetSenderDescription(HostName());
     }
 }
@@ -123,7 +122,7 @@ void CTamracImport::ImportSenderDescription() {
 void CTamracImport::ImportRecipients() {
     std::string recipients;
     if (ini_.GetListString(recipients, "Logging", "MailLogRecipient")) {
-        EM_TRACE(3, TAG "  import TAMRAC: email receipient \"%s\"", recipients.c_str());
+        EM_TRACE(3, "\nCNotificationConfig :   import TAMRAC: email receipient \"%s\"", recipients.c_str());
         config_.SetRecipients(recipients, " ,;");
     }
 }
@@ -139,15 +138,15 @@ const std::string& CTamracImport::HostName() {
 }  // namespace
 
 bool CNotificationConfig::ImportTamracSettings(const char* path) {
-    EM_TRACE(3, TAG "Import for Hostwarden RAID SMTP settings...");
+    EM_TRACE(3, "\nCNotificationConfig : Import for Hostwarden RAID SMTP settings...");
     const char* const source = path != nullptr && *path != '\0' ? path : kDefaultPath;
-    EM_TRACE(3, TAG "ravlo.ini found in \"%s\"", source);
+    EM_TRACE(3, "\nCNotificationConfig : ravlo.ini found in \"%s\"", source);
     CIniFile ini;
     const bool isOpen = ini.Open(source, true);
     if (isOpen) {
         CTamracImport(*this, ini).Run();
         ini.Close();
     }
-    EM_TRACE(3, TAG "Import of Hostwarden RAID SMTP settings done!");
+    EM_TRACE(3, "\nCNotificationConfig : Import of Hostwarden RAID SMTP settings done!");
     return isOpen;
 }

@@ -8,8 +8,6 @@
 #include "notification/FileLock.h"
 #include "platform/diagnostics/Trace.h"
 
-#define TAG "\nCNotificationConfig : "
-
 struct CNotificationConfig::RecipientNames {
     const char* list;
     const char* item;
@@ -24,8 +22,8 @@ constexpr CNotificationConfig::RecipientNames CNotificationConfig::RecipientName
 bool CNotificationConfig::Load() {
     const bool isLoaded = CMarkup::Load(path_);
     if (!isLoaded) {
-        EM_TRACE(Status() == LoadStatus::Missing ? 2 : 1, TAG "File \"%s\" not loaded: %s", path_.c_str(),
-                 ErrorText().c_str());
+        EM_TRACE(Status() == LoadStatus::Missing ? 2 : 1, "\nCNotificationConfig : File \"%s\" not loaded: %s",
+                 path_.c_str(), ErrorText().c_str());
     }
     return isLoaded;
 }
@@ -47,7 +45,8 @@ void CNotificationConfig::AddRootElem() {
 
 bool CNotificationConfig::Save() {
     if (Status() == LoadStatus::Unreadable || Status() == LoadStatus::Damaged) {
-        EM_TRACE(1, TAG "ERROR! File \"%s\" could not be loaded and is not overwritten!", path_.c_str());
+        EM_TRACE(1, "\nCNotificationConfig : ERROR! File \"%s\" could not be loaded and is not overwritten!",
+                 path_.c_str());
         return false;
     }
     if (!MakeDirectory()) {
@@ -55,8 +54,8 @@ bool CNotificationConfig::Save() {
     }
     AddRootElem();
     if (!CMarkup::Save(path_)) {
-        EM_TRACE(1, TAG "ERROR! FAILED to save file \"%s\"!", path_.c_str());
-        EM_TRACE(1, TAG "  %s", ErrorText().c_str());
+        EM_TRACE(1, "\nCNotificationConfig : ERROR! FAILED to save file \"%s\"!", path_.c_str());
+        EM_TRACE(1, "\nCNotificationConfig :   %s", ErrorText().c_str());
         return false;
     }
     return true;
@@ -65,8 +64,8 @@ bool CNotificationConfig::Save() {
 bool CNotificationConfig::MakeDirectory() const {
     const int error = CreateDirectories(directory_);
     if (error != 0) {
-        EM_TRACE(1, TAG "ERROR! FAILED to create directory \"%s\"!", directory_.c_str());
-        EM_TRACE(1, TAG "  %s", std::generic_category().message(error).c_str());
+        EM_TRACE(1, "\nCNotificationConfig : ERROR! FAILED to create directory \"%s\"!", directory_.c_str());
+        EM_TRACE(1, "\nCNotificationConfig :   %s", std::generic_category().message(error).c_str());
     }
     return error == 0;
 }

@@ -98,8 +98,8 @@ bool CNotificationConfig::GetSmtpServerAuthenticationType(AuthenticationType& ty
         return false;
     }
     const std::string text = GetAttrib("Type");
-    const auto* const known = std::find_if(std::begin(kAuthenticationNames), std::end(kAuthenticationNames),
-                                           [&](const AuthenticationName& name) { return text == name.text; });
+    const auto* const known =
+        std::ranges::find_if(kAuthenticationNames, [&](const AuthenticationName& name) { return text == name.text; });
     type = known != std::end(kAuthenticationNames) ? known->type : AuthenticationType::Unknown;
     return true;
 }
@@ -109,8 +109,8 @@ bool CNotificationConfig::SetSmtpServerAuthenticationType(AuthenticationType typ
     if (!AddSmtpServerElem(index) || !(FindElem("Authentication") || AddElem("Authentication"))) {
         return false;
     }
-    const auto* const known = std::find_if(std::begin(kAuthenticationNames), std::end(kAuthenticationNames),
-                                           [&](const AuthenticationName& name) { return type == name.type; });
+    const auto* const known =
+        std::ranges::find_if(kAuthenticationNames, [&](const AuthenticationName& name) { return type == name.type; });
     if (known != std::end(kAuthenticationNames)) {
         return SetAttrib("Type", known->text);
     }

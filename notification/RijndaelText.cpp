@@ -14,7 +14,7 @@ constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmn
 
 constexpr std::array<unsigned char, kKeyBits / 8> kKey = [] {
     std::array<unsigned char, kKeyBits / 8> key{};
-    std::copy(kKeyText.begin(), kKeyText.end(), key.begin());
+    std::ranges::copy(kKeyText, key.begin());
     return key;
 }();
 

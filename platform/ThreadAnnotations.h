@@ -15,5 +15,4 @@
 #define EM_ACQUIRE(...) EM_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define EM_TRY_ACQUIRE(...) EM_THREAD_ATTRIBUTE(try_acquire_capability(__VA_ARGS__))
 #define EM_RELEASE(...) EM_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
-#define EM_EXCLUDES(...) EM_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define EM_NO_THREAD_SAFETY_ANALYSIS EM_THREAD_ATTRIBUTE(no_thread_safety_analysis)

@@ -31,7 +31,7 @@ public:
     virtual ~CTaskSerializer() {
         TerminateSerialization();
         ReleasePendingTasks();
-        EM_TRACE(4, "\n" TASK_TAG "Class destroyed!");
+        EM_TRACE(4, "\n\nCTaskSerializer     : Class destroyed!");
     }
 
     /// Queues a copy of `message`. Lets std::bad_alloc out of the copy, with the queue unchanged. When the worker could
@@ -77,7 +77,7 @@ private:
 
 template <class Message>
 bool CTaskSerializer<Message>::InsertTask(Message& message, _TaskPriority level, CEvent* done) {
-    EM_TRACE(4, TASK_TAG "Task at level %d raised", level);
+    EM_TRACE(4, "\nCTaskSerializer     : Task at level %d raised", level);
     if (!Accepts(level) || !StartMissingWorker(&Thread_RunTaskHandler, this)) {
         return false;
     }
@@ -103,7 +103,7 @@ void* CTaskSerializer<Message>::Thread_RunTaskHandler(void* serializer) {
 
 template <class Message>
 void CTaskSerializer<Message>::TaskHandler() {
-    EM_TRACE(4, TASK_TAG "START THREAD TaskHandler()!");
+    EM_TRACE(4, "\nCTaskSerializer     : START THREAD TaskHandler()!");
     Guarded("OnSerializationStarted", [&] { OnSerializationStarted(); });
     while (WaitForTask()) {
         _TaskPriority level = 0;
@@ -119,18 +119,18 @@ void CTaskSerializer<Message>::TaskHandler() {
         }
     }
     Guarded("OnSerializationStopped", [&] { OnSerializationStopped(); });
-    EM_TRACE(4, TASK_TAG "EXIT THREAD TaskHandler()!");
+    EM_TRACE(4, "\nCTaskSerializer     : EXIT THREAD TaskHandler()!");
 }
 
 template <class Message>
 void CTaskSerializer<Message>::RunTask(Record& record, _TaskPriority level) {
-    EM_TRACE(5, TASK_TAG "Process Task (Record 0x%X) at level %d", TraceId(&record), level);
+    EM_TRACE(5, "\nCTaskSerializer     : Process Task (Record 0x%X) at level %d", TraceId(&record), level);
     try {
         OnTaskExecution(record.message, level);
-        EM_TRACE(5, TASK_TAG "Task (Record 0x%X) at level %d completed", TraceId(&record), level);
+        EM_TRACE(5, "\nCTaskSerializer     : Task (Record 0x%X) at level %d completed", TraceId(&record), level);
     } catch (...) {
         LetCancellationPass();
-        EM_TRACE(1, "\n" TASK_TAG "## EXCEPTION in OnTaskExecution()! ##");
+        EM_TRACE(1, "\n\nCTaskSerializer     : ## EXCEPTION in OnTaskExecution()! ##");
     }
     SetExternalEvent(record.done);
 }

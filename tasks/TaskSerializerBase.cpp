@@ -18,7 +18,7 @@ CTaskSerializerBase::CTaskSerializerBase(unsigned int levels, std::uint64_t queu
     for (unsigned int i = 0; i < levels; ++i) {
         levels_[i].queue = std::make_unique<CTaskQueue>(queueCapacity);
     }
-    EM_TRACE(4, TASK_TAG "Enable all Tasks");
+    EM_TRACE(4, "\nCTaskSerializer     : Enable all Tasks");
     for (unsigned int i = 0; i < levels; ++i) {
         levels_[i].accepting = true;
     }
@@ -38,7 +38,7 @@ bool CTaskSerializerBase::StartMissingWorker(CThread::Function entry, void* argu
 }
 
 bool CTaskSerializerBase::Start(CThread::Function entry, void* argument) {
-    EM_TRACE(4, TASK_TAG "StartSerialization!");
+    EM_TRACE(4, "\nCTaskSerializer     : StartSerialization!");
     if (worker_.Exists()) {
         return true;
     }
@@ -46,7 +46,7 @@ bool CTaskSerializerBase::Start(CThread::Function entry, void* argument) {
                                                           static_cast<unsigned int>(stackSize_), 0, true);
     std::this_thread::sleep_for(kThreadSwitchTime);
     if (isWorkerMissing_) {
-        EM_TRACE(1, TASK_TAG "ERROR! The worker thread could not be started!");
+        EM_TRACE(1, "\nCTaskSerializer     : ERROR! The worker thread could not be started!");
     }
     return !isWorkerMissing_;
 }
@@ -65,10 +65,10 @@ bool CTaskSerializerBase::PrepareWorker() {
 bool CTaskSerializerBase::TerminateSerialization() {
     const CMutexLock workerLock(workerLock_);
     isWorkerMissing_ = false;  // nobody starts it any more
-    EM_TRACE(4, TASK_TAG "TerminateSerialization!");
+    EM_TRACE(4, "\nCTaskSerializer     : TerminateSerialization!");
     bool ended = true;
     if (worker_.Exists()) {
-        EM_TRACE(4, TASK_TAG "Disable all Tasks");
+        EM_TRACE(4, "\nCTaskSerializer     : Disable all Tasks");
         for (unsigned int i = 0; i < numberOfLevels_; ++i) {
             levels_[i].accepting = false;
         }
@@ -77,7 +77,7 @@ bool CTaskSerializerBase::TerminateSerialization() {
             for (unsigned int i = 0; i < numberOfLevels_; ++i) {
                 levels_[i].queue->Clear();
             }
-            EM_TRACE(4, TASK_TAG "All pending tasks removed from queues!");
+            EM_TRACE(4, "\nCTaskSerializer     : All pending tasks removed from queues!");
             // Under the lock, as the worker resets the event there and would else undo this.
             terminate_ = true;
             wakeEvent_.Set();
@@ -86,14 +86,14 @@ bool CTaskSerializerBase::TerminateSerialization() {
         ended = worker_.WaitForTermination(kTerminationTimeout);
         worker_.Kill(kTerminationTimeout);
     }
-    EM_TRACE(5, TASK_TAG "  terminated");
+    EM_TRACE(5, "\nCTaskSerializer     :   terminated");
     return ended;
 }
 
 bool CTaskSerializerBase::Accepts(_TaskPriority level) const {
     const bool accepts = IsLevel(level) && At(level).accepting;
     if (!accepts) {
-        EM_TRACE(4, TASK_TAG "Manager locked for Tasks at level %d. Task ignored!", level);
+        EM_TRACE(4, "\nCTaskSerializer     : Manager locked for Tasks at level %d. Task ignored!", level);
     }
     return accepts;
 }
@@ -104,22 +104,22 @@ CTaskSerializerBase::Insertion CTaskSerializerBase::InsertRecord(void* record, _
         return Insertion::Refused;
     }
     if (!At(level).queue->Push(record)) {
-        EM_TRACE(1, TASK_TAG "## ERROR! Task queue for priority %d is full", level);
+        EM_TRACE(1, "\nCTaskSerializer     : ## ERROR! Task queue for priority %d is full", level);
         return Insertion::Full;
     }
-    EM_TRACE(5, TASK_TAG "Task with priority %d inserted into task queue!", level);
+    EM_TRACE(5, "\nCTaskSerializer     : Task with priority %d inserted into task queue!", level);
     wakeEvent_.Set();
     return Insertion::Done;
 }
 
 bool CTaskSerializerBase::WaitForTask() {
-    EM_TRACE(4, TASK_TAG "Waiting on task queue for next task ...");
+    EM_TRACE(4, "\nCTaskSerializer     : Waiting on task queue for next task ...");
     wakeEvent_.Wait(CEvent::kForever);
-    EM_TRACE(4, TASK_TAG "Wakeup from (any) task queue!");
+    EM_TRACE(4, "\nCTaskSerializer     : Wakeup from (any) task queue!");
     if (terminate_) {
         return false;
     }
-    EM_TRACE(4, TASK_TAG "Checking Task queue for Task records ..");
+    EM_TRACE(4, "\nCTaskSerializer     : Checking Task queue for Task records ..");
     return true;
 }
 
@@ -146,12 +146,12 @@ void CTaskSerializerBase::SetExternalEvent(const CEvent* event) {
     const unsigned int id = TraceId(event);
     try {
         if (event->Set()) {
-            EM_TRACE(5, TASK_TAG "External event object 0x%X set!", id);
+            EM_TRACE(5, "\nCTaskSerializer     : External event object 0x%X set!", id);
         } else {
-            EM_TRACE(1, TASK_TAG "ERROR setting external event object 0x%X!", id);
+            EM_TRACE(1, "\nCTaskSerializer     : ERROR setting external event object 0x%X!", id);
         }
     } catch (...) {
         LetCancellationPass();
-        EM_TRACE(1, "\n" TASK_TAG "## EXCEPTION setting external event object 0x%X!", id);
+        EM_TRACE(1, "\n\nCTaskSerializer     : ## EXCEPTION setting external event object 0x%X!", id);
     }
 }

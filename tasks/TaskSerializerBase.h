@@ -74,7 +74,7 @@ protected:
             action();
         } catch (...) {
             LetCancellationPass();
-            EM_TRACE(1, "\n" TASK_TAG "## EXCEPTION in %s()! ##", operation);
+            EM_TRACE(1, "\n\nCTaskSerializer     : ## EXCEPTION in %s()! ##", operation);
         }
     }
 

@@ -3,8 +3,6 @@
 #include <bit>
 #include <cstdint>
 
-#define TASK_TAG "\nCTaskSerializer     : "
-
 /// Addresses are traced with their low 32 bits.
 inline unsigned int TraceId(const void* address) {
     return static_cast<unsigned int>(std::bit_cast<std::uintptr_t>(address));

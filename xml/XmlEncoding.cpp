@@ -32,7 +32,7 @@ constexpr WideForm kWideForms[] = {
 };
 
 bool IsOneOf(std::span<const std::string_view> names, std::string_view name) {
-    return std::any_of(names.begin(), names.end(), [name](std::string_view known) {
+    return std::ranges::any_of(names, [name](std::string_view known) {
         return std::equal(known.begin(), known.end(), name.begin(), name.end(),
                           [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); });
     });

@@ -75,10 +75,9 @@ bool CXmlScanner::TakeName(std::string_view& name) {
     while (at_ < text_.size()) {
         std::uint32_t character = 0;
         const std::size_t length = ReadUtf8(Rest(), character);
-        const auto* const range =
-            std::find_if(std::begin(kNameRanges), std::end(kNameRanges), [character](const NameRange& candidate) {
-                return character >= candidate.first && character <= candidate.last;
-            });
+        const auto* const range = std::ranges::find_if(kNameRanges, [character](const NameRange& candidate) {
+            return character >= candidate.first && character <= candidate.last;
+        });
         if (length == 0 || range == std::end(kNameRanges) || (at_ == first && !range->mayStart)) {
             break;
         }

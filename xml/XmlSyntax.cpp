@@ -14,9 +14,8 @@ constexpr std::string_view kLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmno
 constexpr std::string_view kPublicIdMarks = " \r\n-'()+,./:=?;!*#@$_%";
 
 bool HoldsOnly(std::string_view text, std::initializer_list<std::string_view> sets) {
-    return std::all_of(text.begin(), text.end(), [&sets](char c) {
-        return std::any_of(sets.begin(), sets.end(),
-                           [c](std::string_view set) { return set.find(c) != std::string_view::npos; });
+    return std::ranges::all_of(text, [&sets](char c) {
+        return std::ranges::any_of(sets, [c](std::string_view set) { return set.find(c) != std::string_view::npos; });
     });
 }
 
@@ -204,7 +203,7 @@ bool CXmlGrammar::TakeStartTag() {
         }
         isFollowed = TakeBlanks();
     }
-    std::sort(attributes.begin(), attributes.end());
+    std::ranges::sort(attributes);
     if (std::adjacent_find(attributes.begin(), attributes.end()) != attributes.end()) {
         return Fail("An attribute twice");
     }

@@ -48,7 +48,7 @@ std::string ToXml(std::string_view text, XmlPlace place) {
     std::string xml;
     xml.reserve(text.size());
     for (;;) {
-        const auto plain = static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), IsPlain) - text.begin());
+        const auto plain = static_cast<std::size_t>(std::ranges::find_if_not(text, IsPlain) - text.begin());
         xml.append(text.substr(0, plain));
         text.remove_prefix(plain);
         if (text.empty()) {

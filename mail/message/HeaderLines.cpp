@@ -11,7 +11,7 @@ bool IsControl(char c) {
 }  // namespace
 
 bool HasControlCharacter(std::string_view text) {
-    return std::any_of(text.begin(), text.end(), IsControl);
+    return std::ranges::any_of(text, IsControl);
 }
 
 std::string Printable(std::string_view text) {

@@ -7,8 +7,6 @@
 #include "mail/text/LumeString.h"
 #include "platform/diagnostics/Trace.h"
 
-#define TAG "\nCSmtpMessageHeader  : "
-
 namespace {
 
 bool EqualsIgnoreCase(std::string_view a, std::string_view b) {
@@ -24,7 +22,7 @@ void AddAddresses(std::vector<std::string>& addresses, const char* what, const C
         CLumeString::TrimLeft(piece, trimmed);
         CLumeString::TrimRight(piece, trimmed);
         if (!piece.empty()) {
-            EM_TRACE(3, TAG "Add mail recipient%s: \"%s\"", what, piece.c_str());
+            EM_TRACE(3, "\nCSmtpMessageHeader  : Add mail recipient%s: \"%s\"", what, piece.c_str());
             addresses.push_back(std::move(piece));
         }
     }
@@ -49,7 +47,7 @@ bool CSmtpMessageHeader::AddRecipientsCc(const char* list) {
 }
 
 void CSmtpMessageHeader::SetSender(std::string sender) {
-    EM_TRACE(3, TAG "Add mail sender: \"%s\"", sender.c_str());
+    EM_TRACE(3, "\nCSmtpMessageHeader  : Add mail sender: \"%s\"", sender.c_str());
     sender_ = std::move(sender);
 }
 

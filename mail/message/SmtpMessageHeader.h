@@ -45,7 +45,6 @@ public:
     const std::vector<std::string>& RecipientsBcc() const { return recipientsBcc_; }
     const std::vector<std::string>& ReplyTo() const { return replyTo_; }
     const std::string& Subject() const { return subject_; }
-    const std::map<std::string, std::string>& ExtraHeaders() const { return extraHeaders_; }
     std::int32_t Importance() const { return importance_; }
 
     /// The header lines, each ended by CR LF; Bcc addresses are left out.

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "mail/message/HeaderLines.h"
-#include "mail/smtp/SMTPClientTrace.h"
+#include "platform/diagnostics/Trace.h"
 
 namespace {
 
@@ -13,7 +13,8 @@ std::vector<std::string> UsableAddresses(const std::vector<std::string>& address
         if (!address.empty() && !HasControlCharacter(address)) {
             usable.push_back(address);
         } else {
-            EM_TRACE(1, SMTP_CLIENT_TAG "ERROR! Unusable recipient left out: \"%s\"", Printable(address).c_str());
+            EM_TRACE(1, "\nCSMTPClient                : ERROR! Unusable recipient left out: \"%s\"",
+                     Printable(address).c_str());
         }
     }
     return usable;
@@ -32,9 +33,9 @@ CMailEnvelope::CMailEnvelope(std::string_view sender, const CSmtpMessage& messag
         senderMail = senderMail.substr(open + 1, close - open - 1);
     }
     if (senderName.empty()) {
-        EM_TRACE(3, SMTP_CLIENT_TAG "senderMail: %s", senderMail.c_str());
+        EM_TRACE(3, "\nCSMTPClient                : senderMail: %s", senderMail.c_str());
     } else {
-        EM_TRACE(3, SMTP_CLIENT_TAG "senderMail: \"%s\"", senderMail.c_str());
-        EM_TRACE(3, SMTP_CLIENT_TAG "senderName: \"%s\"", senderName.c_str());
+        EM_TRACE(3, "\nCSMTPClient                : senderMail: \"%s\"", senderMail.c_str());
+        EM_TRACE(3, "\nCSMTPClient                : senderName: \"%s\"", senderName.c_str());
     }
 }

@@ -5,27 +5,27 @@
 #include "mail/message/HeaderLines.h"
 #include "mail/smtp/MailEnvelope.h"
 #include "mail/smtp/MailPayload.h"
-#include "mail/smtp/SMTPClientTrace.h"
 #include "mail/smtp/SmtpTransfer.h"
+#include "platform/diagnostics/Trace.h"
 #include "platform/diagnostics/WithoutPassword.h"
 
 int CSMTPClient::SendMail(const std::string& sender, const CSmtpMessage& message, const MailServer& server) {
-    EM_TRACE(3, SMTP_CLIENT_TAG "curl_version_info->version_num: 0x%x",
+    EM_TRACE(3, "\nCSMTPClient                : curl_version_info->version_num: 0x%x",
              curl_version_info(CURLVERSION_NOW)->version_num);
     if (HasControlCharacter(server.host) || server.host.find(' ') != std::string::npos) {
-        EM_TRACE(1, SMTP_CLIENT_TAG "ERROR! Unusable server name: \"%s\"",
+        EM_TRACE(1, "\nCSMTPClient                : ERROR! Unusable server name: \"%s\"",
                  Printable(WithoutPassword(server.host)).c_str());
         return CURLE_URL_MALFORMAT;
     }
     CSmtpTransfer transfer(stopping_);
     if (!transfer) {
-        EM_TRACE(1, SMTP_CLIENT_TAG "ERROR! Failed to curl_easy_init!");
+        EM_TRACE(1, "\nCSMTPClient                : ERROR! Failed to curl_easy_init!");
         return CURLE_FAILED_INIT;
     }
     transfer.SetServer(server);
     const CMailEnvelope envelope(sender, message);
     if (!envelope.HasRecipients()) {
-        EM_TRACE(1, SMTP_CLIENT_TAG "ERROR! The mail has no usable recipient!");
+        EM_TRACE(1, "\nCSMTPClient                : ERROR! The mail has no usable recipient!");
         return CURLE_SEND_ERROR;
     }
     transfer.SetEnvelope(envelope);

@@ -2,8 +2,8 @@
 
 #include "mail/smtp/CurlUse.h"
 #include "mail/smtp/SMTPClient.h"
-#include "mail/smtp/SMTPClientTrace.h"
 #include "mail/text/LumeString.h"
+#include "platform/diagnostics/Trace.h"
 
 namespace {
 
@@ -33,7 +33,7 @@ void CSmtp::Prepare() {
 
 int CSmtp::SendMail(const std::string& sender, const CSmtpMessage& message, const MailServer& server) {
     if (IsTracingEnabled() && traceObjects.debugClient.DebugLevel() >= kDumpLevel) {
-        EM_TRACE(kDumpLevel, SMTP_CLIENT_TAG "Hex dump of SMTP message:\n%s",
+        EM_TRACE(kDumpLevel, "\nCSMTPClient                : Hex dump of SMTP message:\n%s",
                  HexDump(message.GetMessageHeader() + message.Text()).c_str());
     }
     return CSMTPClient(stopping_).SendMail(sender, message, server);

@@ -1,8 +1,8 @@
 #include "mail/smtp/SmtpDialogue.h"
 
 #include "mail/message/HeaderLines.h"
-#include "mail/smtp/SMTPClientTrace.h"
 #include "platform/Cancellation.h"
+#include "platform/diagnostics/Trace.h"
 
 int CSmtpDialogue::Observe(CURL* /*handle*/, curl_infotype type, char* data, std::size_t size, void* dialogue) {
     try {
@@ -40,6 +40,7 @@ void CSmtpDialogue::OnAnswer(std::string_view line) {
     }
     lastRefusal_ = Printable(line);
     if (!recipient_.empty()) {
-        EM_TRACE(1, SMTP_CLIENT_TAG "ERROR! Recipient %s refused: %s", recipient_.c_str(), lastRefusal_.c_str());
+        EM_TRACE(1, "\nCSMTPClient                : ERROR! Recipient %s refused: %s", recipient_.c_str(),
+                 lastRefusal_.c_str());
     }
 }

@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "mail/smtp/MailPayload.h"
-#include "mail/smtp/SMTPClientTrace.h"
+#include "platform/diagnostics/Trace.h"
 #include "platform/diagnostics/WithoutPassword.h"
 
 namespace {
@@ -13,11 +13,11 @@ constexpr long kTimeout = 15;  // seconds
 }  // namespace
 
 /// Sets an option of the transfer's handle; one that libcurl refuses is traced by its name.
-#define EM_SET_OPTION(option, value)                                          \
-    do {                                                                      \
-        if (curl_easy_setopt(handle_.get(), option, value) != CURLE_OK) {     \
-            EM_TRACE(1, SMTP_CLIENT_TAG "ERROR! Failed to set " #option "!"); \
-        }                                                                     \
+#define EM_SET_OPTION(option, value)                                                         \
+    do {                                                                                     \
+        if (curl_easy_setopt(handle_.get(), option, value) != CURLE_OK) {                    \
+            EM_TRACE(1, "\nCSMTPClient                : ERROR! Failed to set " #option "!"); \
+        }                                                                                    \
     } while (false)
 
 CSmtpTransfer::CSmtpTransfer(const std::atomic<bool>* stopping) : stopping_(stopping), handle_(CCurlUse::NewHandle()) {
@@ -53,15 +53,15 @@ void CSmtpTransfer::SetLimits() {
 void CSmtpTransfer::SetServer(const MailServer& server) {
     const bool hasScheme = server.host.starts_with("smtp://") || server.host.starts_with("smtps://");
     url_ = (hasScheme ? "" : "smtp://") + server.host + ":" + std::to_string(server.port);
-    EM_TRACE(3, SMTP_CLIENT_TAG "smtp_server: \"%s\"", WithoutPassword(url_).c_str());
+    EM_TRACE(3, "\nCSMTPClient                : smtp_server: \"%s\"", WithoutPassword(url_).c_str());
     EM_SET_OPTION(CURLOPT_URL, url_.c_str());
 
-    EM_TRACE(3, SMTP_CLIENT_TAG "use_tls: %s", server.useTls ? "true" : "false");
+    EM_TRACE(3, "\nCSMTPClient                : use_tls: %s", server.useTls ? "true" : "false");
     if (server.useTls) {
         EM_SET_OPTION(CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
     }
     EM_SET_OPTION(CURLOPT_USERAGENT, "csmtpclient/1.0");
-    EM_TRACE(3, SMTP_CLIENT_TAG "connection_timeout: %d", static_cast<int>(kTimeout));
+    EM_TRACE(3, "\nCSMTPClient                : connection_timeout: %d", static_cast<int>(kTimeout));
     EM_SET_OPTION(CURLOPT_TIMEOUT, kTimeout);
 }
 
@@ -71,7 +71,7 @@ void CSmtpTransfer::SetEnvelope(const CMailEnvelope& envelope) {
         for (const std::string& address : *list) {
             curl_slist* const longer = curl_slist_append(recipients_.get(), address.c_str());
             if (longer == nullptr) {
-                EM_TRACE(1, SMTP_CLIENT_TAG "ERROR! Failed to add recipient \"%s\"!", address.c_str());
+                EM_TRACE(1, "\nCSMTPClient                : ERROR! Failed to add recipient \"%s\"!", address.c_str());
                 continue;
             }
             static_cast<void>(recipients_.release());  // part of the longer list
@@ -91,7 +91,7 @@ void CSmtpTransfer::SetPayload(std::string payload) {
 }
 
 void CSmtpTransfer::SetLogin(const MailServer& server) {
-    EM_TRACE(3, SMTP_CLIENT_TAG "smtp_username: \"%s\"", server.userName.c_str());
+    EM_TRACE(3, "\nCSMTPClient                : smtp_username: \"%s\"", server.userName.c_str());
     EM_SET_OPTION(CURLOPT_USERNAME, server.userName.c_str());
     EM_SET_OPTION(CURLOPT_PASSWORD, server.password.c_str());
 }
@@ -105,9 +105,11 @@ int CSmtpTransfer::Perform() {
 }
 
 void CSmtpTransfer::TraceFailure(CURLcode result) const {
-    EM_TRACE(1, SMTP_CLIENT_TAG "ERROR! Failed to curl_easy_perform! Error code: %d", static_cast<int>(result));
-    EM_TRACE(1, SMTP_CLIENT_TAG "ERROR! Server \"%s\", step %s: %s (%d)%s%s", WithoutPassword(url_).c_str(),
-             dialogue_.Step(), explained_ && error_.front() != '\0' ? error_.c_str() : curl_easy_strerror(result),
+    EM_TRACE(1, "\nCSMTPClient                : ERROR! Failed to curl_easy_perform! Error code: %d",
+             static_cast<int>(result));
+    EM_TRACE(1, "\nCSMTPClient                : ERROR! Server \"%s\", step %s: %s (%d)%s%s",
+             WithoutPassword(url_).c_str(), dialogue_.Step(),
+             explained_ && error_.front() != '\0' ? error_.c_str() : curl_easy_strerror(result),
              static_cast<int>(result),
              dialogue_.LastRefusal().empty() ? "" : ", last refusal: ", dialogue_.LastRefusal().c_str());
 }

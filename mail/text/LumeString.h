@@ -149,7 +149,7 @@ private:
     template <class Lower>
     static StringType Lowered(View text, Lower lower) {
         StringType lowered(text);
-        std::transform(lowered.begin(), lowered.end(), lowered.begin(), lower);
+        std::ranges::transform(lowered, lowered.begin(), lower);
         return lowered;
     }
 
@@ -179,7 +179,7 @@ private:
     template <class Lower>
     static bool MayGoOn(View text, View wanted, Lower lower) {
         const View tail = text.substr(text.size() - std::min(text.size(), wanted.size() - 1));
-        return std::any_of(tail.begin(), tail.end(), [&](CharType c) { return lower(c) == wanted.front(); });
+        return std::ranges::any_of(tail, [&](CharType c) { return lower(c) == wanted.front(); });
     }
 
     /// Moves the text over. As long as no occurrence can have begun in what was moved, all up to the next one in the

@@ -1,6 +1,7 @@
 #include "mail/texts/DateTime.h"
 
 #include <clocale>
+#include <cstdarg>
 #include <cstdio>
 
 #include "platform/diagnostics/Trace.h"
@@ -35,14 +36,12 @@ std::tm ToCalendar(std::time_t localSeconds) {
     return calendar;
 }
 
-template <typename... Numbers>
-std::string Print(const char* format, Numbers... numbers) {
+__attribute__((format(printf, 1, 2))) std::string Print(const char* format, ...) {
     char text[64];
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-#pragma GCC diagnostic ignored "-Wformat-security"
-    std::snprintf(text, sizeof text, format, numbers...);
-#pragma GCC diagnostic pop
+    va_list numbers;
+    va_start(numbers, format);
+    std::vsnprintf(text, sizeof text, format, numbers);
+    va_end(numbers);
     return text;
 }
 

@@ -22,7 +22,7 @@ bool ListTraceFiles(const std::string& directory, std::vector<std::string>& name
             names.push_back(name);
         }
     });
-    std::sort(names.begin(), names.end());
+    std::ranges::sort(names);
     return isRead;
 }
 

@@ -17,8 +17,8 @@ bool IsNewer(const timespec& a, const timespec& b) {
 }
 
 /// The name between "[" and "]", empty when the bracket is not closed. `open` is the position of "[".
-std::string SectionName(const std::string& text, size_t open) {
-    const size_t close = text.find(']', open);
+std::string SectionName(const std::string& text, std::size_t open) {
+    const std::size_t close = text.find(']', open);
     return close == std::string::npos ? std::string() : text.substr(open + 1, close - open - 1);
 }
 
@@ -31,11 +31,11 @@ bool CDebugTraceConfigFile::ReadCompleteFile(std::string& text) {
     if (!file || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size > kMaxFileSize) {
         return false;
     }
-    text.resize(static_cast<size_t>(status.st_size));
+    text.resize(static_cast<std::size_t>(status.st_size));
     if (::read(file.Get(), text.data(), text.size()) != status.st_size) {
         return false;
     }
-    const size_t last = text.rfind('[');
+    const std::size_t last = text.rfind('[');
     if (last == std::string::npos || ::strcasecmp(SectionName(text, last).c_str(), "EndOfFile") != 0) {
         return false;
     }
@@ -51,9 +51,9 @@ bool CDebugTraceConfigFile::OpenSectionInIniFile(const char* section, const char
     if (!ReadCompleteFile(text)) {
         return false;
     }
-    for (size_t open = text.find('['); open != std::string::npos; open = text.find('[', open + 1)) {
+    for (std::size_t open = text.find('['); open != std::string::npos; open = text.find('[', open + 1)) {
         if (SectionName(text, open) == section) {
-            const size_t begin = text.find(']', open) + 1;
+            const std::size_t begin = text.find(']', open) + 1;
             sectionText_ = text.substr(begin, text.find('[', begin) - begin);
             return true;
         }
@@ -62,8 +62,8 @@ bool CDebugTraceConfigFile::OpenSectionInIniFile(const char* section, const char
 }
 
 bool CDebugTraceConfigFile::GetNumberFromIniFile(const char* key, unsigned int& value) const {
-    const size_t keyAt = sectionText_.find(key);
-    const size_t equals = keyAt == std::string::npos ? keyAt : sectionText_.find('=', keyAt);
+    const std::size_t keyAt = sectionText_.find(key);
+    const std::size_t equals = keyAt == std::string::npos ? keyAt : sectionText_.find('=', keyAt);
     if (equals == std::string::npos) {
         return false;
     }

@@ -9,21 +9,21 @@
 
 namespace {
 
-constexpr size_t kMaxFileSize = size_t{64} << 20;
-constexpr size_t kReadSize = 4096;  // beyond the size that a file tells
-constexpr size_t kSmallFile = 16384;
+constexpr std::size_t kMaxFileSize = std::size_t{64} << 20;
+constexpr std::size_t kReadSize = 4096;  // beyond the size that a file tells
+constexpr std::size_t kSmallFile = 16384;
 
 /// Some pseudo files claim to be empty, so only a read that finds less than it asked for after `expected` bytes is
 /// taken for the end without asking again.
-bool ReadRest(int file, size_t expected, std::string& text) {
-    size_t length = text.size();
+bool ReadRest(int file, std::size_t expected, std::string& text) {
+    std::size_t length = text.size();
     for (;;) {
         text.resize(std::max(expected, length) + kReadSize);
         const ssize_t count = ::read(file, text.data() + length, text.size() - length);
         if (count < 0 && errno == EINTR) {
             continue;
         }
-        length += static_cast<size_t>(std::max<ssize_t>(count, 0));
+        length += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
         if (length > kMaxFileSize) {
             errno = EFBIG;
             return false;
@@ -36,8 +36,8 @@ bool ReadRest(int file, size_t expected, std::string& text) {
 }
 
 /// @return how many bytes were written; fewer than all when the kernel refused the rest
-size_t WriteAt(int file, std::string_view bytes, size_t offset) {
-    size_t done = 0;
+std::size_t WriteAt(int file, std::string_view bytes, std::size_t offset) {
+    std::size_t done = 0;
     while (done < bytes.size()) {
         const ssize_t count =
             ::pwrite(file, bytes.data() + done, bytes.size() - done, static_cast<off_t>(offset + done));
@@ -47,7 +47,7 @@ size_t WriteAt(int file, std::string_view bytes, size_t offset) {
         if (count <= 0) {
             break;
         }
-        done += static_cast<size_t>(count);
+        done += static_cast<std::size_t>(count);
     }
     return done;
 }
@@ -62,7 +62,7 @@ bool CInPlaceFile::Load(const char* path, std::string& text, int flags) {
         // What reads short of a small buffer is a whole file: asking for its size would cost as much as reading it.
         char small[kSmallFile];
         const ssize_t count = ::read(file_.Get(), small, sizeof small);
-        text.assign(small, static_cast<size_t>(std::max<ssize_t>(count, 0)));
+        text.assign(small, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
         if (!text.empty() && text.size() < sizeof small) {
             return true;
         }
@@ -75,23 +75,23 @@ bool CInPlaceFile::Load(const char* path, std::string& text, int flags) {
         errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
         return false;
     }
-    if (static_cast<size_t>(status.st_size) > kMaxFileSize) {
+    if (static_cast<std::size_t>(status.st_size) > kMaxFileSize) {
         errno = EFBIG;
         return false;
     }
-    return ReadRest(file_.Get(), static_cast<size_t>(status.st_size), text);
+    return ReadRest(file_.Get(), static_cast<std::size_t>(status.st_size), text);
 }
 
-bool CInPlaceFile::Replace(std::string_view text, size_t begin, size_t end, std::string_view replacement) {
+bool CInPlaceFile::Replace(std::string_view text, std::size_t begin, std::size_t end, std::string_view replacement) {
     const int file = file_.Get();
     const auto oldSize = static_cast<off_t>(text.size());
     std::string tail(replacement);
     tail += text.substr(end);
-    const size_t room = std::min(tail.size(), text.size() - begin);
+    const std::size_t room = std::min(tail.size(), text.size() - begin);
     const std::string_view inside = std::string_view(tail).substr(0, room);
     const std::string_view beyond = std::string_view(tail).substr(room);
 
-    size_t overwritten = 0;
+    std::size_t overwritten = 0;
     bool done = WriteAt(file, beyond, text.size()) == beyond.size();
     if (done) {
         overwritten = WriteAt(file, inside, begin);

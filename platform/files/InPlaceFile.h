@@ -17,7 +17,7 @@ public:
     /// `text`, and closes it. When it fails, the bytes of the file and its length are what they were: the file first
     /// grows to its new length, and only then is anything overwritten, which needs no more room (where it does, as on
     /// copy-on-write file systems, what was overwritten is put back; errno EIO tells that even this failed).
-    bool Replace(std::string_view text, size_t begin, size_t end, std::string_view replacement);
+    bool Replace(std::string_view text, std::size_t begin, std::size_t end, std::string_view replacement);
 
     /// Sets the mode of the open file, whatever the process's file creation mask is.
     bool SetMode(mode_t mode);

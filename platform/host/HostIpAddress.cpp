@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr size_t kShortestIpv4Text = 8;
+constexpr std::size_t kShortestIpv4Text = 8;
 
 std::optional<std::vector<std::string>> InterfaceNames(CHostIPAddress::ip_version version) {
     try {
@@ -52,7 +52,7 @@ std::string AddressText(const libnetif::network_interface& interface, CHostIPAdd
 
 std::string FindAddress(const std::vector<std::string>& names, int index, CHostIPAddress::ip_version version) {
     int matches = 0;
-    for (size_t i = 0; i < names.size(); ++i) {
+    for (std::size_t i = 0; i < names.size(); ++i) {
         const auto number = static_cast<int>(i);
         const char* const name = names[i].c_str();
         const libnetif::network_interface interface(names[i]);
@@ -79,7 +79,7 @@ std::string FindAddress(const std::vector<std::string>& names, int index, CHostI
     return {};
 }
 
-bool FillAddress(CIPAddress& address, const std::string& text, int family, size_t size) {
+bool FillAddress(CIPAddress& address, const std::string& text, int family, std::size_t size) {
     std::vector<unsigned char> bytes(size);
     if (::inet_pton(family, text.c_str(), bytes.data()) != 1) {
         return false;

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr size_t kReceiveBuffer = 32768;  // the largest part of a dump that the kernel sends at once
+constexpr std::size_t kReceiveBuffer = 32768;  // the largest part of a dump that the kernel sends at once
 constexpr timeval kAnswerTimeout{2, 0};
 
 struct CDumpRequest {
@@ -66,7 +66,7 @@ bool CutRecord(CBytes& rest, Length Header::*length, Header& header, CBytes& pay
         return false;
     }
     payload = rest.subspan(sizeof header, header.*length - sizeof header);
-    rest = rest.subspan(std::min(rest.size(), size_t{NLMSG_ALIGN(header.*length)}));
+    rest = rest.subspan(std::min(rest.size(), std::size_t{NLMSG_ALIGN(header.*length)}));
     return true;
 }
 
@@ -75,7 +75,7 @@ bool ReadAddress(CBytes payload, CInterfaceAddress& result) {
     if (!Read(payload, result.header)) {
         return false;
     }
-    const size_t size = result.header.ifa_family == AF_INET ? sizeof(in_addr) : sizeof(in6_addr);
+    const std::size_t size = result.header.ifa_family == AF_INET ? sizeof(in_addr) : sizeof(in6_addr);
     bool found = false;
     rtattr attribute{};
     CBytes value;
@@ -126,7 +126,8 @@ std::vector<CInterfaceAddress> ReadInterfaceAddresses(unsigned int interfaceInde
         if (received < 0 && errno != EINTR) {
             Fail(errno);
         }
-        if (received >= 0 && !TakeMessages(CBytes(buffer).first(static_cast<size_t>(received)), wanted, addresses)) {
+        if (received >= 0 &&
+            !TakeMessages(CBytes(buffer).first(static_cast<std::size_t>(received)), wanted, addresses)) {
             return addresses;
         }
     }

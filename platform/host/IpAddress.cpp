@@ -5,13 +5,13 @@
 
 namespace {
 
-constexpr size_t kIpv4Size = 4;
-constexpr size_t kIpv6Size = 16;
+constexpr std::size_t kIpv4Size = 4;
+constexpr std::size_t kIpv6Size = 16;
 
 /// All eight groups, for the case that the C library refuses to write the text.
 std::string HexadecimalGroups(const std::vector<unsigned char>& bytes) {
     std::string text;
-    for (size_t i = 0; i < bytes.size(); i += 2) {
+    for (std::size_t i = 0; i < bytes.size(); i += 2) {
         char group[8];
         std::snprintf(group, sizeof group, "%s%x", i == 0 ? "" : ":", bytes[i] * 256U + bytes[i + 1]);
         text += group;

@@ -13,8 +13,6 @@
 #include "platform/Cancellation.h"
 #include "platform/diagnostics/Trace.h"
 
-#define TAG "COsInfo::GetHostDomName: "
-
 namespace {
 
 union CSocketAddress {
@@ -36,8 +34,8 @@ bool GetHostDomName(std::string& name, const char* text, sa_family_t family) {
     address.any.sa_family = family;
     if (::inet_pton(family, text, ipv4 ? static_cast<void*>(&address.ipv4.sin_addr) : &address.ipv6.sin6_addr) != 1) {
         EM_TRACE(1,
-                 ipv4 ? TAG "inet_pton() cannot convert AF_INET address: %s\n"
-                      : TAG "inet_pton() cannot convert AF_INET6 address: %s\n",
+                 ipv4 ? "COsInfo::GetHostDomName: inet_pton() cannot convert AF_INET address: %s\n"
+                      : "COsInfo::GetHostDomName: inet_pton() cannot convert AF_INET6 address: %s\n",
                  text);
         return false;
     }
@@ -45,8 +43,8 @@ bool GetHostDomName(std::string& name, const char* text, sa_family_t family) {
     const int error = ::getnameinfo(&address.any, SizeOf(family), host, sizeof host, nullptr, 0, 0);
     if (error != 0) {
         EM_TRACE(1,
-                 ipv4 ? TAG "AF_INET getnameinfo() failed! address=\"%s\" (error=%d \"%s\"\n"
-                      : TAG "AF_INET6 getnameinfo() failed! address=\"%s\" (error=%d \"%s\"\n",
+                 ipv4 ? "COsInfo::GetHostDomName: AF_INET getnameinfo() failed! address=\"%s\" (error=%d \"%s\"\n"
+                      : "COsInfo::GetHostDomName: AF_INET6 getnameinfo() failed! address=\"%s\" (error=%d \"%s\"\n",
                  text, error, ::gai_strerror(error));
         return false;
     }

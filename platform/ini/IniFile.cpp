@@ -17,7 +17,7 @@ constexpr unsigned int kMaxListSize = 65535;
 constexpr unsigned int kNumberSize = 32;
 
 /// A value fills its buffer up to the last byte, a list up to the last but one.
-bool MayBeCut(unsigned int stored, size_t size) {
+bool MayBeCut(unsigned int stored, std::size_t size) {
     return stored + 2 >= size;
 }
 
@@ -82,7 +82,7 @@ bool CIniFile::CopySection(const char* from, const char* to) {
         return false;
     }
     std::string value;
-    return std::strcmp(from, to) == 0 || std::all_of(keys.begin(), keys.end(), [&](const std::string& key) {
+    return std::strcmp(from, to) == 0 || std::ranges::all_of(keys, [&](const std::string& key) {
                GetString(value, from, key.c_str(), "");
                return SetString(to, key.c_str(), value.c_str());
            });
@@ -114,7 +114,7 @@ bool CIniFile::GetSections(std::vector<std::string>& sections) {
 /// @return false when the list was cut
 bool CIniFile::ReadNames(const char* section) {
     unsigned int stored = 0;
-    size_t size = kFirstListSize;
+    std::size_t size = kFirstListSize;
     for (;;) {
         names_.resize(size);
         stored = GetPrivateProfileString(section, nullptr, nullptr, names_.data(), static_cast<unsigned int>(size),
@@ -122,7 +122,7 @@ bool CIniFile::ReadNames(const char* section) {
         if (!MayBeCut(stored, size) || size >= kMaxListSize) {
             break;
         }
-        size = std::min<size_t>(size + kGrowth, kMaxListSize);
+        size = std::min<std::size_t>(size + kGrowth, kMaxListSize);
     }
     nextName_ = 0;
     return !MayBeCut(stored, size);

@@ -88,5 +88,5 @@ private:
     std::string path_;
     bool open_ = false;
     std::vector<char> names_;  // of the running enumeration, a list as GetPrivateProfileString stores it
-    size_t nextName_ = 0;
+    std::size_t nextName_ = 0;
 };

@@ -9,7 +9,7 @@ constexpr bool IsBlank(char c) {
 }
 
 std::string_view TrimLeft(std::string_view text) {
-    size_t first = 0;
+    std::size_t first = 0;
     while (first < text.size() && IsBlank(text[first])) {
         ++first;
     }
@@ -26,17 +26,17 @@ std::string_view TrimRight(std::string_view text) {
 }  // namespace
 
 /// True when the character at `mark` stands right behind an item of a list.
-bool CIniLine::EndsItem(size_t mark) const {
-    const size_t equals = text.substr(0, mark).find('=');
+bool CIniLine::EndsItem(std::size_t mark) const {
+    const std::size_t equals = text.substr(0, mark).find('=');
     if (equals == std::string_view::npos || IsBlank(text[mark - 1])) {
         return false;
     }
     const std::string_view list = text.substr(equals + 1, mark - equals - 1);
-    return std::any_of(list.begin(), list.end(), [](char c) { return !IsBlank(c) && c != ','; });
+    return std::ranges::any_of(list, [](char c) { return !IsBlank(c) && c != ','; });
 }
 
 std::string_view CIniLine::WithoutComment(Comment comment) const {
-    size_t mark = text.find(';');
+    std::size_t mark = text.find(';');
     while (comment == Comment::BehindBlank && mark != std::string_view::npos && EndsItem(mark)) {
         mark = text.find(';', mark + 1);
     }
@@ -49,13 +49,13 @@ std::optional<std::string_view> CIniLine::Header() const {
         return std::nullopt;
     }
     const std::string_view content = WithoutComment(Comment::Anywhere);
-    const size_t close = content.find(']');
+    const std::size_t close = content.find(']');
     return close == std::string_view::npos ? std::nullopt : std::optional(content.substr(1, close - 1));
 }
 
 bool CIniLine::Split(std::string_view& name, std::string_view& value, Comment comment) const {
     const std::string_view content = WithoutComment(comment);
-    const size_t equals = content.find('=');
+    const std::size_t equals = content.find('=');
     if (equals == std::string_view::npos) {
         return false;
     }
@@ -73,7 +73,7 @@ std::optional<std::string_view> CIniLine::ValueOf(std::string_view key, Comment 
 
 bool CIniText::Next(CIniLine& line) {
     const std::string_view candidate = text_.substr(next_, kLineLimit);
-    const size_t newline = candidate.find('\n');
+    const std::size_t newline = candidate.find('\n');
     line.begin = next_;
     next_ += newline == std::string_view::npos ? candidate.size() : newline + 1;
     line.end = next_;
@@ -83,9 +83,9 @@ bool CIniText::Next(CIniLine& line) {
 
 bool CIniText::FindSection(std::string_view name, CIniLine& header) {
     // Only lines that hold a bracket are looked at; most of a file is skipped at the speed of memchr.
-    for (size_t open = text_.find('[', next_); open != std::string_view::npos; open = text_.find('[', next_)) {
-        const size_t newline = text_.substr(next_, open - next_).rfind('\n');
-        const size_t physical = newline == std::string_view::npos ? next_ : next_ + newline + 1;
+    for (std::size_t open = text_.find('[', next_); open != std::string_view::npos; open = text_.find('[', next_)) {
+        const std::size_t newline = text_.substr(next_, open - next_).rfind('\n');
+        const std::size_t physical = newline == std::string_view::npos ? next_ : next_ + newline + 1;
         next_ = open - (open - physical) % kLineLimit;
         Next(header);
         if (header.Header() == name) {

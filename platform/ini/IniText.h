@@ -12,8 +12,8 @@ public:
         BehindBlank,  ///< for a value that is a list, also one before any item: others separate the items
     };
 
-    size_t begin{};         // offset of the line in the text
-    size_t end{};           // offset behind its newline
+    std::size_t begin{};    // offset of the line in the text
+    std::size_t end{};      // offset behind its newline
     std::string_view text;  // the line without blanks in front
 
     /// @return the name between the brackets of a section header
@@ -30,7 +30,7 @@ public:
     std::optional<std::string_view> ValueOf(std::string_view key, Comment comment = Comment::Anywhere) const;
 
 private:
-    bool EndsItem(size_t mark) const;
+    bool EndsItem(std::size_t mark) const;
     std::string_view WithoutComment(Comment comment) const;
 };
 
@@ -41,7 +41,7 @@ private:
 /// start is skipped.
 class CIniText {
 public:
-    static constexpr size_t kLineLimit = 1024;
+    static constexpr std::size_t kLineLimit = 1024;
 
     explicit CIniText(std::string_view text) : text_(text), next_(text.starts_with("\xEF\xBB\xBF") ? 3 : 0) {}
 
@@ -57,5 +57,5 @@ public:
 
 private:
     std::string_view text_;
-    size_t next_;
+    std::size_t next_;
 };

@@ -19,7 +19,7 @@ const char* OrNil(const char* text) {
 /// The caller's buffer, zeroed. Each store keeps a final zero.
 class CResultBuffer {
 public:
-    CResultBuffer(char* buffer, size_t size) : buffer_(buffer), size_(size) { std::memset(buffer, 0, size); }
+    CResultBuffer(char* buffer, std::size_t size) : buffer_(buffer), size_(size) { std::memset(buffer, 0, size); }
 
     unsigned int StoreValue(std::string_view value) {
         stored_ = value.copy(buffer_, size_ - 1);
@@ -37,7 +37,7 @@ public:
         }
         if (size_ >= 2) {
             // What was stored may end a byte behind the place where a full list ends.
-            const size_t full = size_ - 2;
+            const std::size_t full = size_ - 2;
             name.copy(buffer_ + stored_, full - std::min(full, stored_));
             stored_ = full;
         }
@@ -48,8 +48,8 @@ public:
 
 private:
     char* const buffer_;
-    const size_t size_;
-    size_t stored_ = 0;
+    const std::size_t size_;
+    std::size_t stored_ = 0;
 };
 
 unsigned int ListSections(CIniText& text, CResultBuffer& result) {
@@ -87,8 +87,8 @@ std::optional<std::string_view> FindValue(CIniText& text, std::string_view key,
 }
 
 struct CChange {
-    size_t begin = 0;
-    size_t end = 0;
+    std::size_t begin = 0;
+    std::size_t end = 0;
     std::string text;
 };
 

@@ -1,5 +1,6 @@
 #include "devices/DeviceIo.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <fcntl.h>
 #include <latch>
@@ -168,11 +169,11 @@ TEST(DeviceIoPerThread, DescriptorsOutliveTheObjectUntilTheirThreadsEnd) {
         EXPECT_EQ(device->getHandle(), own);
         device.reset();
         EXPECT_FALSE(IsOpen(own));
-        EXPECT_TRUE(std::all_of(handles.begin(), handles.end(), IsOpen));
+        EXPECT_TRUE(std::ranges::all_of(handles, IsOpen));
         EXPECT_NE(NextKey(), key);
         destroyed.count_down();
         threads.clear();
-        EXPECT_TRUE(std::none_of(handles.begin(), handles.end(), IsOpen));
+        EXPECT_TRUE(std::ranges::none_of(handles, IsOpen));
         EXPECT_EQ(trace.Count("\nCDeviceIo::getHandle: Device /dev/null  opened, fd="), level == 5 ? 17 : 0);
         EXPECT_EQ(trace.Count("\nCDeviceIo::Close (ts): Device /dev/null closed, fd="), level == 5 ? 9 : 0);
         EXPECT_EQ(trace.Count("\nCDeviceIo::termHandling: Device closed, fd="), level == 5 ? 8 : 0);

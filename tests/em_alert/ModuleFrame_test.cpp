@@ -225,7 +225,7 @@ TEST_F(ModuleFrame, OperationsOfTheAlertModule) {
     for (const auto& sequence : {settings.beepWarningSequence, settings.beepErrorSequence}) {
         std::vector<std::uint32_t> numbers(sequence.size() / sizeof(std::uint32_t));
         std::memcpy(numbers.data(), sequence.data(), sequence.size());
-        std::copy(numbers.begin(), numbers.end(), std::ostream_iterator<std::uint32_t>(result, " "));
+        std::ranges::copy(numbers, std::ostream_iterator<std::uint32_t>(result, " "));
         result << "\n";
     }
     CExposedTasks module;

@@ -13,8 +13,8 @@
 #include "mail/texts/DateTime.h"
 #include "platform/host/HostIpAddress.h"
 #include "platform/host/OsInfo.h"
+#include "support/DataRows.h"
 #include "support/TraceCapture.h"
-#include "xml/TempDirectory.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "xml/TempDirectory.h"
+#include "support/DataRows.h"
 
 template class CLumeStringT<std::string, char>;  // every operation compiles, used or not
 
@@ -18,7 +18,7 @@ std::string Replaced(Replace replace, std::string target, const std::string& fin
 /// The replacement as its contract words it.
 void ReplaceAnewFromTheStart(std::string& target, const std::string& find, const std::string& replacement) {
     const auto lower = [](std::string s) {
-        std::transform(s.begin(), s.end(), s.begin(), ::tolower);
+        std::ranges::transform(s, s.begin(), ::tolower);
         return s;
     };
     std::string searched = lower(target);

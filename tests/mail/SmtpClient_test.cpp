@@ -11,12 +11,14 @@
 
 #include "mail/smtp/MailPayload.h"
 #include "mail/smtp/Smtp.h"
+#include "support/DataRows.h"
 #include "support/PrivateNamespace.h"
-#include "support/SmtpServer.h"
 #include "support/TraceCapture.h"
-#include "xml/TempDirectory.h"
+#include "testing/SmtpServer.h"
 
 using namespace std::string_literals;
+
+std::atomic<bool> isLookUpHanging{false};
 
 // This program's resolver, which libcurl uses as well.
 extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* name, const char* service,
@@ -26,6 +28,8 @@ extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* na
         return EAI_AGAIN;
     }
     if (std::string_view(name) == "hangs.example") {
+        isLookUpHanging = true;
+        isLookUpHanging.notify_all();
         std::this_thread::sleep_for(std::chrono::minutes(2));
     }
     return real(name, service, hints, found);
@@ -213,7 +217,7 @@ TEST(SmtpFaults, CostABoundedTimeAndNeverLookLikeSuccess) {
 TEST(SmtpFaults, AStopDoesNotWaitForALookUp) {
     std::atomic<bool> stopping{false};
     std::jthread stopper([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        isLookUpHanging.wait(false);
         stopping = true;
     });
     const auto start = std::chrono::steady_clock::now();

@@ -1,7 +1,7 @@
 #include "mail/message/SmtpMessage.h"
 
+#include "support/DataRows.h"
 #include "support/TraceCapture.h"
-#include "xml/TempDirectory.h"
 
 namespace {
 

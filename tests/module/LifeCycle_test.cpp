@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "StartedModule.h"
-#include "support/SmtpServer.h"
+#include "testing/SmtpServer.h"
 
 namespace {
 

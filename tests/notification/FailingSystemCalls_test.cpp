@@ -67,9 +67,11 @@ FAILING(int, unlink, Name(path), -1, (const char* path), path)
 FAILING(DIR*, opendir, string(), nullptr, (const char* path), path)
 FAILING(ssize_t, readlink, Name(path), -1, (const char* path, char* target, std::size_t size), path, target, size)
 FAILING(ssize_t, listxattr, Name(path), -1, (const char* path, char* names, std::size_t size), path, names, size)
-FAILING(ssize_t, getxattr, Name(name), -1, (const char* path, const char* name, void* to, size_t n), path, name, to, n)
-FAILING(ssize_t, fgetxattr, Name(name), -1, (int fd, const char* name, void* to, size_t n), fd, name, to, n)
-FAILING(int, fsetxattr, Name(name), -1, (int fd, const char* name, const void* v, size_t n, int f), fd, name, v, n, f)
+FAILING(ssize_t, getxattr, Name(name), -1, (const char* path, const char* name, void* to, std::size_t n), path, name,
+        to, n)
+FAILING(ssize_t, fgetxattr, Name(name), -1, (int fd, const char* name, void* to, std::size_t n), fd, name, to, n)
+FAILING(int, fsetxattr, Name(name), -1, (int fd, const char* name, const void* v, std::size_t n, int f), fd, name, v, n,
+        f)
 FAILING(int, fremovexattr, Name(name), -1, (int fd, const char* name), fd, name)
 
 /// What another process that clears leftovers does to new temporary files: true holds their lock before they go.

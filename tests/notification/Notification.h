@@ -15,9 +15,9 @@
 #include "notification/FileLock.h"
 #include "notification/NotificationConfig.h"
 #include "platform/files/UniqueFd.h"
+#include "support/DataRows.h"
 #include "support/PrivateNamespace.h"
 #include "support/TraceCapture.h"
-#include "xml/TempDirectory.h"
 
 /// An owner for files, other than this process where that may give files away.
 inline const uid_t kOwner = ::geteuid() == 0 ? 12 : ::geteuid();

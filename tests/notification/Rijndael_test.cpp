@@ -3,7 +3,7 @@
 #include <numeric>
 
 #include "notification/EncryptedString.h"
-#include "xml/TempDirectory.h"
+#include "support/DataRows.h"
 
 TEST(Rijndael, MatchesThePublishedBlocks) {
     unsigned char key[32];

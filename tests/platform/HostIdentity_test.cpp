@@ -43,7 +43,7 @@ extern "C" int socket(int domain, int type, int protocol) noexcept {
     return fails ? -1 : static_cast<int>(::syscall(SYS_socket, domain, type, protocol));
 }
 
-extern "C" ssize_t recv(int fd, void* buffer, size_t size, int flags) {
+extern "C" ssize_t recv(int fd, void* buffer, std::size_t size, int flags) {
     timeval limit{};
     socklen_t length = sizeof limit;
     EXPECT_TRUE(::getsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, &length) == 0 && limit.tv_sec == 2);

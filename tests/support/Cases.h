@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "xml/TempDirectory.h"
+#include "support/DataRows.h"
 
 inline unsigned int Number(const std::string& text, int base = 10) {
     return static_cast<unsigned int>(std::stoul(text, nullptr, base));

@@ -6,9 +6,9 @@
 #include <regex>
 #include <thread>
 
+#include "support/DataRows.h"
 #include "support/FailingCall.h"
 #include "support/TraceCapture.h"
-#include "xml/TempDirectory.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <sys/stat.h>
 
-#include "xml/TempDirectory.h"
+#include "support/DataRows.h"
 
 TEST(Markup, LoadTellsWhatIsWrongWithAFile) {
     const CTempDirectory directory;

@@ -1,4 +1,4 @@
-#include "support/SmtpServer.h"
+#include "testing/SmtpServer.h"
 
 #include <algorithm>
 #include <chrono>
@@ -112,7 +112,7 @@ std::vector<CSmtpServer::Mail> CSmtpServer::WaitForMails(std::size_t count) cons
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     for (;;) {
         const std::string text = FileText(directory_ + "/mails");
-        const auto lines = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+        const auto lines = static_cast<std::size_t>(std::ranges::count(text, '\n'));
         if (lines >= count || std::chrono::steady_clock::now() > deadline) {
             std::vector<Mail> mails;
             std::istringstream stream(text);
