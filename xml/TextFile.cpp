@@ -1,6 +1,5 @@
 #include "xml/TextFile.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -12,6 +11,7 @@
 #include <unistd.h>
 
 #include "platform/files/DirectoryEntries.h"
+#include "platform/files/RegularFile.h"
 #include "platform/files/UniqueFd.h"
 #include "xml/FileAttributes.h"
 
@@ -150,37 +150,8 @@ int SyncDirectory(const std::string& directory) {
 }  // namespace
 
 int ReadTextFile(const std::string& path, std::string& text) {
-    // Without O_NONBLOCK a FIFO in the file's place would hold the caller for ever.
-    const CUniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat status {};
-    if (!fd || ::fstat(fd.Get(), &status) != 0) {
-        return errno;
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return EINVAL;
-    }
-    text.clear();
-    // A file may grow while it is read: the size is a hint, the end of the file decides.
-    std::size_t capacity = std::min(static_cast<std::size_t>(status.st_size), kMaxTextFileSize) + 1;
-    for (;;) {
-        const std::size_t length = text.size();
-        text.resize(capacity);
-        const ssize_t got = ::read(fd.Get(), text.data() + length, capacity - length);
-        const int error = errno;
-        text.resize(length + static_cast<std::size_t>(got > 0 ? got : 0));
-        if (got == 0) {
-            return 0;
-        }
-        if (got < 0 && error != EINTR) {
-            return error;
-        }
-        if (text.size() > kMaxTextFileSize) {
-            return EFBIG;
-        }
-        if (text.size() == capacity) {
-            capacity = std::min(2 * capacity, kMaxTextFileSize + 1);
-        }
-    }
+    const int error = ReadRegularFile(path, kMaxTextFileSize, text);
+    return error == EISDIR ? EINVAL : error;
 }
 
 int ReplaceTextFile(const std::string& path, const std::string& text) {

@@ -1,16 +1,15 @@
 #include "platform/diagnostics/DebugTraceConfigFile.h"
 
 #include <cstdlib>
-#include <fcntl.h>
 #include <string_view>
 #include <strings.h>
 #include <sys/stat.h>
 
-#include "platform/files/UniqueFd.h"
+#include "platform/files/RegularFile.h"
 
 namespace {
 
-constexpr off_t kMaxFileSize = 1 << 20;
+constexpr std::size_t kMaxFileSize = 1 << 20;
 
 bool IsNewer(const timespec& a, const timespec& b) {
     return a.tv_sec != b.tv_sec ? a.tv_sec > b.tv_sec : a.tv_nsec > b.tv_nsec;
@@ -25,14 +24,9 @@ std::string SectionName(const std::string& text, std::size_t open) {
 }  // namespace
 
 bool CDebugTraceConfigFile::ReadCompleteFile(std::string& text) {
-    // O_NONBLOCK: opening a FIFO of that name must not hang the host while it loads the library.
-    const CUniqueFd file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
-    if (!file || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size > kMaxFileSize) {
-        return false;
-    }
-    text.resize(static_cast<std::size_t>(status.st_size));
-    if (::read(file.Get(), text.data(), text.size()) != status.st_size) {
+    if (ReadRegularFile(path_, kMaxFileSize, text, status) != 0 ||
+        text.size() != static_cast<std::size_t>(status.st_size)) {
         return false;
     }
     const std::size_t last = text.rfind('[');

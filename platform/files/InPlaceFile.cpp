@@ -7,33 +7,12 @@
 #include <memory>
 #include <sys/stat.h>
 
+#include "platform/files/RegularFile.h"
+
 namespace {
 
 constexpr std::size_t kMaxFileSize = std::size_t{64} << 20;
-constexpr std::size_t kReadSize = 4096;  // beyond the size that a file tells
 constexpr std::size_t kSmallFile = 16384;
-
-/// Some pseudo files claim to be empty, so only a read that finds less than it asked for after `expected` bytes is
-/// taken for the end without asking again.
-bool ReadRest(int file, std::size_t expected, std::string& text) {
-    std::size_t length = text.size();
-    for (;;) {
-        text.resize(std::max(expected, length) + kReadSize);
-        const ssize_t count = ::read(file, text.data() + length, text.size() - length);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        length += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
-        if (length > kMaxFileSize) {
-            errno = EFBIG;
-            return false;
-        }
-        if (count <= 0 || (expected != 0 && length == expected)) {
-            text.resize(length);
-            return count >= 0;
-        }
-    }
-}
 
 /// @return how many bytes were written; fewer than all when the kernel refused the rest
 std::size_t WriteAt(int file, std::string_view bytes, std::size_t offset) {
@@ -67,19 +46,15 @@ bool CInPlaceFile::Load(const char* path, std::string& text, int flags) {
             return true;
         }
     }
+    if (!file_) {
+        return false;
+    }
     struct stat status {};
-    if (!file_ || ::fstat(file_.Get(), &status) != 0) {
-        return false;
+    const int error = ReadRegularFile(file_.Get(), kMaxFileSize, text, status);
+    if (error != 0) {
+        errno = error;
     }
-    if (!S_ISREG(status.st_mode)) {
-        errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
-        return false;
-    }
-    if (static_cast<std::size_t>(status.st_size) > kMaxFileSize) {
-        errno = EFBIG;
-        return false;
-    }
-    return ReadRest(file_.Get(), static_cast<std::size_t>(status.st_size), text);
+    return error == 0;
 }
 
 bool CInPlaceFile::Replace(std::string_view text, std::size_t begin, std::size_t end, std::string_view replacement) {

@@ -1,0 +1,58 @@
+#include "platform/files/RegularFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "platform/files/UniqueFd.h"
+
+namespace {
+
+constexpr std::size_t kReadSize = 4096;  // beyond the size that a file tells
+
+int ReadToEnd(int fd, std::size_t capacity, std::size_t limit, std::string& text) {
+    for (std::size_t length = text.size();;) {
+        text.resize(capacity);
+        const ssize_t count = ::read(fd, text.data() + length, capacity - length);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        const int error = count < 0 ? errno : 0;
+        length += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+        if (count <= 0 || length > limit) {
+            text.resize(length);
+            return length > limit ? EFBIG : error;
+        }
+        if (length == capacity) {
+            capacity = std::min(2 * capacity, limit + 1);
+        }
+    }
+}
+
+}  // namespace
+
+int ReadRegularFile(int fd, std::size_t limit, std::string& text, struct stat& status) {
+    if (::fstat(fd, &status) != 0) {
+        return errno;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    }
+    const auto size = static_cast<std::size_t>(status.st_size);
+    if (size > limit) {
+        return EFBIG;
+    }
+    return ReadToEnd(fd, std::max(size, text.size()) + kReadSize, limit, text);
+}
+
+int ReadRegularFile(const std::string& path, std::size_t limit, std::string& text, struct stat& status) {
+    const CUniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    text.clear();
+    return file ? ReadRegularFile(file.Get(), limit, text, status) : errno;
+}
+
+int ReadRegularFile(const std::string& path, std::size_t limit, std::string& text) {
+    struct stat status {};
+    return ReadRegularFile(path, limit, text, status);
+}

@@ -1,0 +1,159 @@
+#include "platform/process/Process.h"
+
+#include <poll.h>
+#include <sys/wait.h>
+
+#include "Platform.h"
+
+namespace {
+
+using EHow = CProcess::CEnd::EHow;
+
+/// All that a command prints until its end.
+std::string Output(CProcess& process, CProcess::CEnd& end) {
+    std::string text;
+    for (std::optional<CProcess::CEnd> told; !told;) {
+        pollfd ready[] = {{process.GetOutput(), POLLIN, 0}, {process.GetPidFd(), POLLIN, 0}};
+        EXPECT_GT(::poll(ready, 2, 20000), 0);
+        told = process.Wait(0ms);
+        end = told.value_or(end);
+        char bytes[4096];
+        for (ssize_t count = 0; (count = ::read(process.GetOutput(), bytes, sizeof bytes)) > 0;) {
+            text.append(bytes, static_cast<std::size_t>(count));
+        }
+    }
+    return text;
+}
+
+CProcess RunShell(const std::string& script) {
+    CProcess process;
+    EXPECT_EQ(process.Start({"sh", "-c", script}), 0);
+    return process;
+}
+
+void AwaitGone(pid_t pid) {
+    const auto end = std::chrono::steady_clock::now() + 20s;
+    while (::kill(pid, 0) == 0 && ReadFile("/proc/" + std::to_string(pid) + "/stat").find(") Z") == std::string::npos) {
+        ASSERT_LT(std::chrono::steady_clock::now(), end) << pid;
+        ::usleep(1000);
+    }
+}
+
+bool HasChild() {
+    return ::waitpid(-1, nullptr, WNOHANG) != -1 || errno != ECHILD;
+}
+
+}  // namespace
+
+TEST(Process, TellsOutputAndEnd) {
+    const std::string big(200000, 'x');
+    const struct {
+        std::vector<std::string> command;
+        std::string output;
+        CProcess::CEnd end;
+    } cases[] = {
+        {{"sh", "-c", "echo out; echo err >&2; exit 3"}, "out\nerr\n", {EHow::Exited, 3}},
+        {{"/bin/echo", "$HOME *", ""}, "$HOME * \n", {EHow::Exited, 0}},
+        {{"sh", "-c", "kill -9 $$"}, "", {EHow::Signalled, SIGKILL}},
+        {{"cat"}, "", {EHow::Exited, 0}},
+        {{"head", "-c", "200000", "/dev/zero"}, std::string(200000, '\0'), {EHow::Exited, 0}},
+        {{"sh", "-c", "ls /proc/$$/fd"}, "0\n1\n2\n", {EHow::Exited, 0}},
+        {{"sh", "-c", "test $(cut -d' ' -f5 /proc/$$/stat) = $$; exit $?"}, "", {EHow::Exited, 0}},
+        // Signals 1 to 28; the C library keeps 32 and 33 for itself.
+        {{"sed", "-nE", "s/^Sig(Blk|Ign).*(.{7})$/\\1 \\2/p", "/proc/self/status"},
+         "Blk 0000000\nIgn 0000000\n",
+         {EHow::Exited, 0}},
+    };
+    ::signal(SIGPIPE, SIG_IGN);
+    sigset_t blocked;
+    ::sigfillset(&blocked);
+    ASSERT_EQ(::pthread_sigmask(SIG_BLOCK, &blocked, nullptr), 0);
+    const CUniqueFd inherited(::dup(0));
+    for (const auto& row : cases) {
+        CProcess process;
+        ASSERT_EQ(process.Start(row.command), 0);
+        EXPECT_TRUE(process.IsRunning() && process.GetPid() > 0);
+        CProcess::CEnd end;
+        EXPECT_EQ(Output(process, end), row.output);
+        EXPECT_EQ(end, row.end) << row.command.back();
+        EXPECT_TRUE(!process.IsRunning() && process.GetPid() == 0 && !process.Wait(0ms) && !process.Signal(0));
+        EXPECT_FALSE(HasChild());
+    }
+    ::pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr);
+    ::signal(SIGPIPE, SIG_DFL);
+}
+
+TEST(Process, SaysWhyACommandCannotBeStarted) {
+    const CTempDirectory directory;
+    WriteFile(directory / "text", "echo no shell reads this\n");
+    ASSERT_EQ(::chmod((directory / "text").c_str(), 0755), 0);
+    CProcess process;
+    EXPECT_EQ(process.Start({}), EINVAL);
+    EXPECT_EQ(process.Start({"echo", "a\0b"s}), EINVAL);
+    EXPECT_EQ(process.Start({"no-such-program"}), ENOENT);
+    EXPECT_EQ(process.Start({directory / "text"}), ENOEXEC);
+    EXPECT_EQ(process.Start({directory / ""}), EACCES);
+    EXPECT_TRUE(!process.IsRunning() && !HasChild());
+}
+
+TEST(Process, EndsTheWholeGroup) {
+    CProcess::CEnd end;
+    char line[32] = "";
+    const auto grandchild = [&](CProcess& process) {
+        pollfd ready{process.GetOutput(), POLLIN, 0};
+        EXPECT_GT(::poll(&ready, 1, 20000), 0);
+        EXPECT_GT(::read(process.GetOutput(), line, sizeof line - 1), 0);
+        return std::atoi(line);
+    };
+    CProcess obeys = RunShell("sleep 99 & echo $!; wait");
+    pid_t pid = grandchild(obeys);
+    EXPECT_FALSE(obeys.Wait(10ms));
+    EXPECT_EQ(obeys.End(20s), (CProcess::CEnd{EHow::Signalled, SIGTERM}));
+    AwaitGone(pid);
+    CProcess refuses = RunShell("trap '' TERM; sleep 99 & echo $!; wait");
+    pid = grandchild(refuses);
+    EXPECT_EQ(refuses.End(50ms), (CProcess::CEnd{EHow::Signalled, SIGKILL}));
+    AwaitGone(pid);
+    CProcess leaves = RunShell("sleep 99 & echo $!; exit 2");
+    pid = grandchild(leaves);
+    EXPECT_EQ(leaves.Wait(20s), (CProcess::CEnd{EHow::Exited, 2}));
+    AwaitGone(pid);
+    {
+        CProcess dropped = RunShell("sleep 99 & echo $!; wait");
+        pid = grandchild(dropped);
+        CProcess moved = std::move(dropped);
+        EXPECT_TRUE(moved.IsRunning() && !dropped.IsRunning());
+        refuses = std::move(moved);
+        refuses = CProcess();
+    }
+    AwaitGone(pid);
+    CProcess stolen = RunShell("exit 0");
+    ASSERT_EQ(::waitpid(stolen.GetPid(), nullptr, 0), stolen.GetPid());
+    EXPECT_EQ(stolen.Wait(20s), CProcess::CEnd{});
+    EXPECT_FALSE(HasChild());
+}
+
+TEST(Process, FindsProcessesAndReadsTheirMemory) {
+    const CTempDirectory directory;
+    const std::string program = directory / "a-name-beyond-15-bytes";
+    ASSERT_TRUE(std::filesystem::copy_file("/bin/sleep", program));
+    CProcess process;
+    ASSERT_EQ(process.Start({program, "99"}), 0);
+    const std::vector<pid_t> one{process.GetPid()};
+    EXPECT_EQ(CProcess::FindByName("a-name-beyond-15-bytes"), one);
+    EXPECT_EQ(CProcess::FindByName("a-name-beyond-"), std::vector<pid_t>{});
+    EXPECT_EQ(CProcess::FindByExecutable(program), one);
+    const pid_t pid = process.GetPid();
+    const auto memory = CProcess::ReadMemory(pid);
+    EXPECT_TRUE(memory && memory->residentBytes >= 65536 && memory->virtualBytes > memory->residentBytes);
+    process.End(0ms);
+    EXPECT_FALSE(CProcess::ReadMemory(pid));
+    EXPECT_TRUE(CProcess::FindByExecutable(program).empty() && CProcess::FindByExecutable(program + "x").empty());
+
+    const auto before = CProcess::ReadOwnMemory();
+    const std::string held(std::size_t{64} << 20, 'x');
+    const auto after = CProcess::ReadOwnMemory();
+    ASSERT_TRUE(before && after);
+    EXPECT_GE(after->residentBytes - before->residentBytes, held.size() - (held.size() >> 3));
+    EXPECT_GE(after->virtualBytes, after->residentBytes);
+}

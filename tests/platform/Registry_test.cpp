@@ -1,0 +1,200 @@
+#include "platform/ini/Registry.h"
+
+#include <sys/wait.h>
+
+#include "Platform.h"
+
+namespace {
+
+int callsLeft = -1;  // calls that still succeed; negative: all
+int failure = 0;     // errno of the one that fails then; 0: the process is killed instead
+
+bool IsStruck() {
+    if (callsLeft < 0 || callsLeft-- > 0) {
+        return false;
+    }
+    if (failure == 0) {
+        ::raise(SIGKILL);
+    }
+    errno = failure;
+    return true;
+}
+
+void Save(const std::string& directory, const std::string& value) {
+    CRegistry registry(directory);
+    registry.Set("k", value);
+    ASSERT_EQ(registry.Save(), 0);
+}
+
+std::string Loaded(const std::string& directory) {
+    CRegistry registry(directory);
+    registry.Load();
+    return registry.Get("k").value_or("none");
+}
+
+}  // namespace
+
+#define STRIKING(name, parameters, ...)                      \
+    extern "C" int __real_##name parameters;                 \
+    extern "C" int __wrap_##name parameters;                 \
+    int __wrap_##name parameters {                           \
+        return IsStruck() ? -1 : __real_##name(__VA_ARGS__); \
+    }
+STRIKING(fsync, (int fd), fd)
+STRIKING(fstat, (int fd, struct stat* status), fd, status)
+STRIKING(rename, (const char* from, const char* to), from, to)
+STRIKING(link, (const char* from, const char* to), from, to)
+STRIKING(unlink, (const char* path), path)
+extern "C" int __wrap_open(const char* path, int flags, mode_t mode);
+int __wrap_open(const char* path, int flags, mode_t mode) {
+    EXPECT_NE(flags & O_CLOEXEC, 0) << path;
+    return IsStruck() ? -1 : static_cast<int>(::syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+}
+extern "C" ssize_t __real_write(int fd, const void* bytes, std::size_t size);
+extern "C" ssize_t __wrap_write(int fd, const void* bytes, std::size_t size);
+ssize_t __wrap_write(int fd, const void* bytes,
+                     std::size_t size) {  // in small parts, so that a kill leaves some of them
+    return IsStruck() ? -1 : __real_write(fd, bytes, std::min<std::size_t>(size, callsLeft < 0 ? size : 9));
+}
+extern "C" ssize_t __real_read(int fd, void* buffer, std::size_t size);
+extern "C" ssize_t __wrap_read(int fd, void* buffer, std::size_t size);
+ssize_t __wrap_read(int fd, void* buffer, std::size_t size) {
+    return IsStruck() ? -1 : __real_read(fd, buffer, size);
+}
+
+TEST(Registry, KeepsATreeOfAnyBytes) {
+    const CTempDirectory directory;
+    CRegistry registry(directory / "");
+    EXPECT_TRUE(registry.Load().problem.empty() && registry.Children("").empty());
+    const std::string any = "=#\\n\r\n\0\xff end 0"s;
+    for (const std::string& key : {"alerts/pending/fan1"s, "alerts/pending/fan 2"s, "alerts-x"s, "alerts"s, any}) {
+        EXPECT_TRUE(registry.Set(key, any + key));
+    }
+    for (const std::string& key : {""s, "/a"s, "a/"s, "a//b"s, std::string(1025, 'k')}) {
+        EXPECT_FALSE(registry.Set(key, "v")) << key;
+    }
+    EXPECT_TRUE(registry.Set("alerts", "") && registry.Set(std::string(1024, 'k'), "v") &&
+                registry.Remove("kk") == false);
+    ASSERT_EQ(registry.Save(), 0);
+    EXPECT_EQ(std::filesystem::status(directory / "registry").permissions(), std::filesystem::perms(0600));
+
+    CRegistry copy(directory / "");
+    const auto loaded = copy.Load();
+    EXPECT_TRUE(loaded.source == CRegistry::ESource::Current && loaded.problem.empty()) << loaded.problem;
+    EXPECT_TRUE(copy.Get(any) == any + any && copy.Get("alerts") == "" && !copy.Get("alerts/pending"));
+    EXPECT_EQ(copy.Children(""), (std::vector<std::string>{any, "alerts", "alerts-x", std::string(1024, 'k')}));
+    EXPECT_EQ(copy.Children("alerts/pending"), (std::vector<std::string>{"fan 2", "fan1"}));
+    WriteFile(directory / "registry.default", "# factory\n\nalerts/pending=none\nalerts/beep=true\nnew=5");
+    EXPECT_TRUE(copy.Load().problem.empty() && copy.Get("alerts/pending") == "none");
+    EXPECT_TRUE(copy.Remove("alerts") && !copy.Remove("alerts") && copy.Get("alerts-x") == any + "alerts-x");
+    EXPECT_EQ(copy.Children("alerts"), (std::vector<std::string>{"beep", "pending"}));
+    EXPECT_TRUE(copy.GetNumber("new", 1) == 5 && copy.Set("new", "6") && copy.GetNumber("new", 1) == 6);
+}
+
+TEST(Registry, ReadsRubbishAsTheFallback) {
+    CRegistry registry("/nowhere");
+    for (const auto& [text, number] :
+         std::vector<std::pair<std::string, std::int64_t>>{{"0", 0},
+                                                           {"-9223372036854775808", INT64_MIN},
+                                                           {"9223372036854775808", 7},
+                                                           {"", 7},
+                                                           {"5 ", 7},
+                                                           {"+5", 7},
+                                                           {"0x5", 7}}) {
+        registry.Set("k", text);
+        EXPECT_EQ(registry.GetNumber("k", 7), number) << text;
+    }
+    EXPECT_TRUE(registry.SetNumber("k", -5) && registry.GetNumber("k", 0) == -5);
+    for (const char* const text : {"1", "True", "", "falsey"}) {
+        registry.Set("k", text);
+        EXPECT_TRUE(registry.GetBool("k", true) && !registry.GetBool("k", false)) << text;
+    }
+    EXPECT_TRUE(registry.SetBool("k", true) && registry.GetBool("k", false));
+    EXPECT_TRUE(registry.SetBool("k", false) && !registry.GetBool("k", true));
+    EXPECT_EQ(registry.Save(), ENOENT);
+    registry.Set("k", std::string(16 << 20, 'x'));
+    EXPECT_EQ(registry.Save(), EFBIG);
+}
+
+TEST(Registry, FallsBackFromADamagedFileAndKeepsIt) {
+    const CTempDirectory directory;
+    const std::string path = directory / "registry";
+    Save(directory / "", "1");
+    Save(directory / "", "2");
+    const std::string whole = ReadFile(path);
+    std::string flipped = whole;
+    flipped[2] = '9';
+    for (const std::string& damaged :
+         {""s, whole.substr(0, whole.size() - 1), flipped, whole + whole, "k=2\n"s, std::string((16 << 20) + 1, '#')}) {
+        WriteFile(path, damaged);
+        const CTraceCapture trace;
+        CRegistry registry(directory / "");
+        const auto loaded = registry.Load();
+        EXPECT_TRUE(loaded.source == CRegistry::ESource::Old && registry.Get("k") == "1") << damaged.substr(0, 99);
+        EXPECT_TRUE(loaded.problem.starts_with(path + " cannot be used (") && trace.Has(loaded.problem));
+        WriteFile(path + ".new", whole);
+        EXPECT_TRUE(registry.Load().source == CRegistry::ESource::New && registry.Get("k") == "2");
+        registry.Set("k", "3");
+        EXPECT_EQ(registry.Save(), 0);
+        EXPECT_TRUE(ReadFile(path + ".damaged") == damaged && Loaded(directory / "") == "3");
+        std::filesystem::remove(path);
+        EXPECT_EQ(registry.Load().problem, path + " is missing. " + path + ".old is used instead.");
+        EXPECT_EQ(registry.Get("k"), "2");
+        registry.Set("k", "1");
+        EXPECT_TRUE(registry.Save() == 0 && registry.Save() == 0);
+    }
+    for (const char* const line : {"novalue", "=v", "a/=v", "a=\\x", "a=\\", "a=1\na=2"}) {
+        WriteFile(path + ".default", line);
+        CRegistry registry(directory / "");
+        EXPECT_TRUE(registry.Load().problem.starts_with(path + ".default cannot be used (line ")) << line;
+        EXPECT_EQ(registry.Get("k"), "1");
+    }
+}
+
+/// A save with each system call failing in turn, for each reason, or the process being killed there.
+TEST(Registry, AStrokeAtAnyMomentLeavesTheOldStateOrTheNewOne) {
+    const CTempDirectory directory;
+    const std::string path = directory / "registry";
+    for (const std::string& start : {"nothing"s, "whole"s, "new"s, "old"s}) {
+        for (const int reason : {0, ENOSPC, EIO, EMFILE}) {
+            failure = reason;
+            bool isStruck = true;
+            for (int calls = 0; isStruck; ++calls) {
+                for (const char* const suffix : {"", ".new", ".old", ".damaged"}) {
+                    std::filesystem::remove(path + suffix);
+                }
+                if (start != "nothing") {
+                    Save(directory / "", "before");
+                }
+                if (start == "new" || start == "old") {
+                    std::filesystem::rename(path, path + "." + start);
+                    WriteFile(path, "damaged");
+                }
+                const std::string old = start == "nothing" ? "none" : "before";
+                CRegistry registry(directory / "");
+                registry.Load();
+                registry.Set("k", "after");
+                int status = 0;
+                int error = 0;
+                if (reason == 0) {
+                    const pid_t child = ::fork();
+                    if (child == 0) {
+                        callsLeft = calls;
+                        ::_exit(registry.Save());
+                    }
+                    ASSERT_EQ(::waitpid(child, &status, 0), child);
+                    isStruck = WIFSIGNALED(status);
+                } else {
+                    callsLeft = calls;
+                    error = registry.Save();
+                    isStruck = callsLeft < 0;
+                    callsLeft = -1;
+                }
+                const std::string now = Loaded(directory / "");
+                EXPECT_TRUE(now == "after" || (now == old && isStruck && (reason == 0 || error != 0)))
+                    << start << ", reason " << reason << ", call " << calls << ": " << now;
+            }
+            EXPECT_EQ(Loaded(directory / ""), "after");
+        }
+    }
+}
