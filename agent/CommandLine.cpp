@@ -22,7 +22,9 @@ const char* const kUsage =
     "  --run-mode N        5 agentless service, 8 update management, 10 both; default 0\n"
     "  --trace LEVEL       module traces, 1 errors to 5 device detail, 0 none; a level\n"
     "                      in the environment (LUME_LOG_DEBUG_LEVEL) goes before\n"
-    "  --trace-file FILE   where traces go, default standard error\n"
+    "  --trace-file FILE   appends the traces to a file, which SIGHUP opens anew; default\n"
+    "                      standard error\n"
+    "  --no-trace-times    leaves the time of day out of traces\n"
     "  --wav FILE          plays the speaker's tones into a sound file\n"
     "  --port-log FILE     writes down each access to the speaker's ports\n"
     "  --help              this text\n"
@@ -42,6 +44,7 @@ constexpr auto kOptions = std::to_array<option>({
     {"run-mode", required_argument, nullptr, 'r'},
     {"trace", required_argument, nullptr, 'l'},
     {"trace-file", required_argument, nullptr, 'f'},
+    {"no-trace-times", no_argument, nullptr, 'o'},
     {"wav", required_argument, nullptr, 'w'},
     {"port-log", required_argument, nullptr, 'p'},
     {"help", no_argument, nullptr, 'h'},
@@ -84,6 +87,9 @@ void Take(CommandLine& line, int letter, const char* argument) {
             break;
         case 'f':
             line.traceFile = optarg;
+            break;
+        case 'o':
+            line.withoutTraceTimes = true;
             break;
         case 'w':
             line.wav = optarg;

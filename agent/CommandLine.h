@@ -16,6 +16,7 @@ struct CommandLine {
     std::optional<std::string> traceLevel;
     std::string wav;      // empty: none; with one of these two the agent has a speaker
     std::string portLog;  // empty: none
+    bool withoutTraceTimes = false;
     bool story = false;
     bool help = false;
 };

@@ -26,11 +26,19 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/em_alert-config-ver
 install(FILES cmake/em_alert-config.cmake ${CMAKE_CURRENT_BINARY_DIR}/em_alert-config-version.cmake
   DESTINATION ${package_dir})
 
-install(TARGETS em-alert-agent)
-install(FILES docs/em-alert-agent.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+# For those who build with make or meson.
+set(pkgconfig_dir ${CMAKE_INSTALL_DATADIR}/pkgconfig)  # found by cross-compilers as well
+file(RELATIVE_PATH prefix_of_pc /${pkgconfig_dir} /)
+configure_file(cmake/em_alert.pc.in ${CMAKE_CURRENT_BINARY_DIR}/em_alert.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/em_alert.pc DESTINATION ${pkgconfig_dir})
+
+install(TARGETS em-alert-agent em-alert)
+install(FILES docs/em-alert-agent.1 ${PROJECT_BINARY_DIR}/man/em-alert.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES command/em-alert.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME em-alert)
 # The documents keep their places to each other, for their links.
-install(FILES CHANGELOG.md LICENSE SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN *.md PATTERN minimal-host.cpp)
+set(document_dir ${CMAKE_INSTALL_DATADIR}/doc/em-alert)
+install(FILES CHANGELOG.md LICENSE SECURITY.md DESTINATION ${document_dir})
+install(DIRECTORY docs DESTINATION ${document_dir} FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN minimal-host.cpp)
 
 # One package: a host must be built with the headers and the message class of the very version that it loads, and they
 # are too small to be worth a package of their own. RapidJSON, which only building a host needs, is a suggestion.
@@ -42,10 +50,11 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "ca-certificates")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "rapidjson-dev, g++, cmake")
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "A shared library that turns component-status and update events into pending
-alerts, beeps on the PC speaker and mails. With it come a stand-alone agent,
-em-alert-agent, to try it and test it, and what is needed to build an agent
-that loads it.")
+alerts, beeps on the PC speaker and mails. With it come em-alert, with
+which an operator sets it up and tries it, a stand-alone agent for those who
+test it, and what is needed to build an agent that loads it.")
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/DebianForms.cmake)
 include(CPack)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <utility>
@@ -51,9 +52,9 @@ CAgent::~CAgent() {
     try {
         Unload();
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "em-alert-agent: unloading failed: %s\n", error.what());
+        std::fprintf(stderr, "%s: unloading failed: %s\n", program_invocation_short_name, error.what());
     } catch (...) {
-        std::fprintf(stderr, "em-alert-agent: unloading failed\n");
+        std::fprintf(stderr, "%s: unloading failed\n", program_invocation_short_name);
     }
 }
 
@@ -197,7 +198,8 @@ bool CAgent::Step(const char* step, bool result, const std::string& note) {
     entry.note = note;
     transcript_.Write(entry);
     if (!result) {
-        std::fprintf(stderr, "em-alert-agent: %s failed%s%s\n", step, note.empty() ? "" : ": ", note.c_str());
+        std::fprintf(stderr, "%s: %s failed%s%s\n", program_invocation_short_name, step, note.empty() ? "" : ": ",
+                     note.c_str());
     }
     return result;
 }

@@ -1,5 +1,6 @@
 #include "agent/core/AgentSwitch.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <exception>
 
@@ -30,10 +31,10 @@ void CAgentSwitch::Guarded(const char* operation, Work work) noexcept {
         work();
     } catch (const std::exception& error) {
         failed_ = true;
-        std::fprintf(stderr, "em-alert-agent: %s failed: %s\n", operation, error.what());
+        std::fprintf(stderr, "%s: %s failed: %s\n", program_invocation_short_name, operation, error.what());
     } catch (...) {
         failed_ = true;
-        std::fprintf(stderr, "em-alert-agent: %s failed\n", operation);
+        std::fprintf(stderr, "%s: %s failed\n", program_invocation_short_name, operation);
     }
 }
 

@@ -80,6 +80,11 @@ void CAnswerTable::Set(const Command& answer) {
     }
 }
 
+std::vector<Command> CAnswerTable::All() const {
+    const std::lock_guard guard(lock_);
+    return answers_;
+}
+
 Command CAnswerTable::Find(const Command& request) const {
     const std::lock_guard guard(lock_);
     for (const Command& answer : answers_) {

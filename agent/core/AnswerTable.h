@@ -27,9 +27,12 @@ public:
     /// @return the message as it goes back; a message without that command goes back as it came
     std::string Answer(std::string_view message, int index) const;
 
-private:
+    std::vector<Command> All() const;
+
+    /// @return the first answer that fits the request; one with "ST" 1 when there is none
     Command Find(const Command& request) const;
 
+private:
     mutable std::mutex lock_;  // guards all below
     std::vector<Command> answers_;
 };

@@ -1,12 +1,15 @@
 #include "agent/core/TraceSink.h"
 
-#include <cerrno>
+#include <array>
+#include <chrono>
 #include <cstdlib>
+#include <ctime>
 #include <exception>
 #include <memory>
 #include <string_view>
-#include <system_error>
+#include <utility>
 
+#include "agent/core/Files.h"
 #include "agent/core/Json.h"
 #include "agent/core/TextOutput.h"
 
@@ -14,42 +17,88 @@ constinit CTraceSink Debug;
 
 namespace {
 
-// Prints begin with a newline and end without one; on a terminal whole lines are needed.
-__attribute__((format(printf, 2, 0))) void PrintOn(CITextOutput& terminal, const char* format, va_list arguments) {
+__attribute__((format(printf, 1, 0))) std::string Formatted(const char* format, va_list arguments) {
     char* text = nullptr;
     const int length = ::vasprintf(&text, format, arguments);
     if (length < 0) {
-        return;
+        return {};
     }
     const std::unique_ptr<char, void (*)(void*)> owner(text, std::free);
-    const std::string_view print(text, static_cast<std::size_t>(length));
-    try {
-        terminal.Print(std::string(print.substr(print.starts_with('\n') ? 1 : 0)) + "\n");
-    } catch (const std::exception&) {
-        std::fputs(text, stderr);
+    return {text, static_cast<std::size_t>(length)};
+}
+
+// Such as 2026-11-25T07:45:00.123+0530.
+std::string TimeOfDay() {
+    const auto now = std::chrono::system_clock::now();
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+    const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count();
+    std::tm local{};
+    ::localtime_r(&seconds, &local);
+    std::array<char, 40> time{};
+    std::array<char, 8> zone{};
+    std::strftime(time.data(), time.size(), "%FT%T", &local);
+    std::strftime(zone.data(), zone.size(), "%z", &local);
+    std::array<char, 8> fraction{};
+    std::snprintf(fraction.data(), fraction.size(), ".%03d", static_cast<int>(milliseconds % 1000));
+    return std::string(time.data()) + fraction.data() + zone.data();
+}
+
+// A print begins each of its lines with a new line; what precedes the first one goes on behind the print before.
+std::string WithTimes(const std::string& print) {
+    const std::string time = "\n" + TimeOfDay() + "  ";
+    std::string text;
+    for (const char c : print) {
+        text += c == '\n' ? std::string_view(time) : std::string_view(&c, 1);
     }
+    return text;
 }
 
 }  // namespace
 
 void CTraceSink::Print(const char* format, va_list arguments, const char* /*moduleName*/) {
-    if (!shown_) {
-        return;
+    const std::string print = Formatted(format, arguments);
+    const std::lock_guard guard(lock_);
+    if (listener_ != nullptr) {
+        (*listener_)(print.substr(print.starts_with('\n') ? 1 : 0));
     }
+    if (shown_) {
+        Write(times_ ? WithTimes(print) : print);
+    }
+}
+
+void CTraceSink::Write(const std::string& text) {
     if (CITextOutput* terminal = terminal_) {
-        PrintOn(*terminal, format, arguments);
+        terminal->Print(text.substr(text.starts_with('\n') ? 1 : 0) + "\n");
         return;
     }
-    std::FILE* file = file_.load(std::memory_order_relaxed);
-    file = file != nullptr ? file : stderr;
-    std::vfprintf(file, format, arguments);
+    if (path_ != nullptr && reopen_.exchange(false)) {
+        try {
+            OpenFile();
+        } catch (const CAgentError& error) {  // the old file goes on
+            std::fprintf(stderr, "traces: %s\n", error.what());
+        }
+    }
+    std::FILE* file = file_ != nullptr ? file_ : stderr;
+    std::fwrite(text.data(), 1, text.size(), file);
     std::fflush(file);
 }
 
-void CTraceSink::UseFile(const std::string& path) {
-    std::FILE* file = std::fopen(path.c_str(), "we");
-    if (file == nullptr) {
-        throw CAgentError("cannot write " + path + ": " + std::generic_category().message(errno));
+void CTraceSink::OpenFile() {
+    OwnedFile file = OpenOutput(*path_, true);
+    if (file_ != nullptr) {
+        std::fclose(file_);
     }
-    file_ = file;
+    file_ = file.release();
+}
+
+void CTraceSink::UseFile(const std::string& path) {
+    const std::lock_guard guard(lock_);
+    path_ = std::make_unique<std::string>(path).release();
+    OpenFile();
+}
+
+void CTraceSink::Listen(Listener listener) {
+    auto next = listener ? std::make_unique<Listener>(std::move(listener)) : nullptr;
+    const std::lock_guard guard(lock_);
+    next.reset(std::exchange(listener_, next.release()));
 }

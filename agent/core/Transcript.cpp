@@ -1,8 +1,6 @@
 #include "agent/core/Transcript.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <system_error>
 #include <unistd.h>
 
 #include "agent/core/Story.h"
@@ -12,18 +10,11 @@ namespace {
 // A console may run for months and awaits nothing; a scenario comes nowhere near.
 constexpr std::size_t kMaxHeld = 10000;
 
-std::unique_ptr<std::FILE, int (*)(std::FILE*)> OpenOutput(const std::optional<std::string>& path) {
+OwnedFile OpenTranscript(const std::optional<std::string>& path) {
     if (!path) {
         return {nullptr, std::fclose};
     }
-    if (*path == "-") {
-        return {stdout, [](std::FILE*) { return 0; }};
-    }
-    std::FILE* file = std::fopen(path->c_str(), "we");
-    if (file == nullptr) {
-        throw CAgentError("cannot write " + *path + ": " + std::generic_category().message(errno));
-    }
-    return {file, std::fclose};
+    return *path == "-" ? OwnedFile(stdout, [](std::FILE*) { return 0; }) : OpenOutput(*path, false);
 }
 
 std::string JsonLine(const TranscriptEntry& entry, long long milliseconds) {
@@ -48,7 +39,7 @@ std::string JsonLine(const TranscriptEntry& entry, long long milliseconds) {
 }  // namespace
 
 CTranscript::CTranscript(const std::optional<std::string>& path, bool story, Listener listener)
-    : file_(OpenOutput(path)),
+    : file_(OpenTranscript(path)),
       story_(story || (file_ != nullptr && ::isatty(::fileno(file_.get())) == 1)),
       listener_(std::move(listener)) {}
 

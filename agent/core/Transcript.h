@@ -6,12 +6,12 @@
 #include <cstdio>
 #include <deque>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 
 #include "agent/core/Command.h"
+#include "agent/core/Files.h"
 
 /// One thing that happened between the agent and the module. Empty texts are left out of the transcript.
 struct TranscriptEntry {
@@ -41,7 +41,8 @@ public:
     using Listener = std::function<void(const TranscriptEntry& entry, const std::string& sentence)>;
 
     /// Begins the run's time.
-    /// @param path  "-" is standard output; nothing is written down without one
+    /// @param path  "-" is standard output; nothing is written down without one. A new file is for its owner alone: the
+    ///              messages hold passwords.
     /// @param story  sentences instead of JSON; a terminal gets them anyway
     /// @throw CAgentError when the file cannot be opened
     CTranscript(const std::optional<std::string>& path, bool story, Listener listener = {});
@@ -70,7 +71,7 @@ private:
         Command command;
     };
 
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file_;
+    const OwnedFile file_;
     const bool story_;
     const Listener listener_;
     const Clock::time_point start_ = Clock::now();

@@ -107,6 +107,9 @@ void CScenario::Run(std::istream& lines, const std::string& name) {
             throw CAgentError(name + ", line " + std::to_string(number) + ": " + error.what());
         }
     }
+    if (lines.bad()) {
+        throw CAgentError(name + " could not be read behind line " + std::to_string(number));
+    }
 }
 
 void CScenario::Execute(const CRapidJsonUtil::value& line) {

@@ -104,13 +104,16 @@ int CSmtpTransfer::Perform() {
     return result;
 }
 
+const char* CSmtpTransfer::Explain(int result) const {
+    const bool hasWords = explained_ && error_.front() != '\0';
+    return hasWords ? error_.c_str() : curl_easy_strerror(static_cast<CURLcode>(result));
+}
+
 void CSmtpTransfer::TraceFailure(CURLcode result) const {
     EM_TRACE(1, "\nCSMTPClient                : ERROR! Failed to curl_easy_perform! Error code: %d",
              static_cast<int>(result));
     EM_TRACE(1, "\nCSMTPClient                : ERROR! Server \"%s\", step %s: %s (%d)%s%s",
-             WithoutPassword(url_).c_str(), dialogue_.Step(),
-             explained_ && error_.front() != '\0' ? error_.c_str() : curl_easy_strerror(result),
-             static_cast<int>(result),
+             WithoutPassword(url_).c_str(), dialogue_.Step(), Explain(result), static_cast<int>(result),
              dialogue_.LastRefusal().empty() ? "" : ", last refusal: ", dialogue_.LastRefusal().c_str());
 }
 

@@ -4,6 +4,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include <curl/curl.h>
 
@@ -32,9 +33,17 @@ public:
     void SetPayload(std::string payload);
     void SetLogin(const MailServer& server);
 
+    /// To be called before Perform: has somebody hear what client and server say.
+    void SetListener(CSmtpDialogue::Listener listener) { dialogue_.SetListener(std::move(listener)); }
+
     /// Runs the transfer and traces why it failed.
     /// @return the libcurl result code
     int Perform();
+
+    const CSmtpDialogue& Dialogue() const { return dialogue_; }
+
+    /// @return libcurl's words for the result of Perform
+    const char* Explain(int result) const;
 
 private:
     struct CHandleDeleter {

@@ -17,6 +17,9 @@ public:
     /// destroyed, so that a thread which outlives the module's objects still finds it (and finds it false).
     static std::atomic<bool> tracingEnabled;
 
+    /// Where the module looks for its trace settings.
+    static constexpr const char* kDirectory = "/etc/kestrel/HostwardenSuite/TraceConfig";
+
     static constexpr unsigned int kLevelNotSet = 0xFFFFFFFF;
 
     explicit CDebugTraceConfig(const char* moduleName) : moduleName_(moduleName) {}

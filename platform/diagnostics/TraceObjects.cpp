@@ -4,7 +4,7 @@ TraceObjects traceObjects;
 
 TraceObjects::TraceObjects() {
     try {
-        debugClient.Initialise("/etc/kestrel/HostwardenSuite/TraceConfig");
+        debugClient.Initialise(CDebugTraceConfig::kDirectory);
     } catch (...) {  // a host must be able to load the library whatever its trace configuration holds
         debugClient.SetDebugLevel(0);
     }

@@ -58,9 +58,10 @@ class Examples:
 
     def run_agent(self, scenario):
         (self.folder / "mails").write_text("")
+        (self.folder / "trace").unlink(missing_ok=True)
         (self.folder / "scenario").write_text("".join(json.dumps(line) + "\n" for line in scenario))
         command = [AGENT, "--module", LIBRARY, "--state", "state",
-                   "--scenario", "scenario", "--transcript", "transcript", "--trace-file", "trace"]
+                   "--scenario", "scenario", "--transcript", "transcript", "--no-trace-times", "--trace-file", "trace"]
         if not TRACE_FILES.exists():
             command += ["--trace", "4"]
         subprocess.run(command, cwd=self.folder, check=True)

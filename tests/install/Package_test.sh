@@ -38,13 +38,27 @@ quietly unshare --mount bash -ec "$run" - "$root/usr" "$sources/scripts/demo-fil
     /usr/bin/em-alert-agent /usr/lib/em_alert/modules/libem_alert.so "$work"
 [ "$(wc -l <"$work/mails.jsonl")" = 3 ] || fail "Not three mails, but: $(cat "$work/mails.jsonl")"
 
-# The manual page as packed is clean, and names each option that the agent names.
-dpkg-deb --fsys-tarfile "$package" | tar -xO ./usr/share/man/man1/em-alert-agent.1.gz | gunzip >"$work/manual"
-groff -mandoc -ww -Tascii -P-cbou "$work/manual" >"$work/page" 2>"$work/warnings"
-[ ! -s "$work/warnings" ] || fail "$(cat "$work/warnings")"
-for option in $("$root/usr/bin/em-alert-agent" --help | grep -o '^  --[a-z-]*'); do
-    grep -q "^     $option\b" "$work/page" || fail "The manual page does not know $option"
+# The installed command finds the installed module, and its completion completes.
+# shellcheck disable=SC2016
+for command in '/usr/bin/em-alert --json get servers' \
+    'test -f "$(pkg-config --variable=module em_alert)"' \
+    '. /usr/share/bash-completion/completions/em-alert; COMP_WORDS=(em-alert --json pen); COMP_CWORD=2; _em_alert
+     [ "${COMPREPLY[*]}" = pending ]'; do
+    quietly unshare --mount bash -ec "$run" - "$root/usr" env HOME="$work" bash -ec "$command"
 done
+
+# The manual pages as packed are clean, and name each option that the programs name.
+for program in em-alert em-alert-agent; do
+    dpkg-deb --fsys-tarfile "$package" | tar -xO "./usr/share/man/man1/$program.1.gz" | gunzip >"$work/manual"
+    groff -mandoc -ww -Tascii -P-cbou "$work/manual" >"$work/page" 2>"$work/warnings"
+    [ ! -s "$work/warnings" ] || fail "$(cat "$work/warnings")"
+    for option in $("$root/usr/bin/$program" --help | grep -o '^  --[a-z-]*'); do
+        grep -q "^     $option\b" "$work/page" || fail "The manual page does not know $option"
+    done
+done
+
+complaints=$(lintian --allow-root --fail-on none "$package" 2>&1)
+[ -z "$complaints" ] || fail "$complaints"
 
 quietly dpkg --root="$root" --log="$work/dpkg.log" --purge em-alert
 left=$(find "$root" -mindepth 1 -path "$root/var" -prune -o -print)

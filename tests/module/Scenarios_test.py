@@ -73,6 +73,7 @@ class Scenario(ProgramTest):
         forget_settings()
         out = self.folder / "out"
         out.mkdir(exist_ok=True)
+        (out / "trace").unlink(missing_ok=True)  # which would be appended to
         for name, place in (("Notifications.xml", NOTIFICATIONS), ("ravlo.ini", RAID_MANAGER)):
             text = read(SCENARIO / name)
             for index, server in enumerate(self.servers):
@@ -82,7 +83,7 @@ class Scenario(ProgramTest):
         state = SCENARIO / "state.json"
         command = [AGENT, "--module", LIBRARY, "--scenario", SCENARIO / "scenario.jsonl",
                    "--state", state if state.exists() else SCENARIO.parent / "state.json", "--transcript",
-                   out / "transcript", "--trace-file", out / "trace", "--trace", str(level)]
+                   out / "transcript", "--no-trace-times", "--trace-file", out / "trace", "--trace", str(level)]
         if (SCENARIO / "ports").exists():
             command += ["--port-log", out / "ports"]
         subprocess.run(command + read(SCENARIO / "options").split(), check=True)

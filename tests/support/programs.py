@@ -9,8 +9,8 @@ import sys
 import tempfile
 import unittest
 
-AGENT, LIBRARY, FAKE_MODULE, SMTP_SERVER = (
-    os.environ["EM_" + name] for name in ("AGENT", "LIBRARY", "FAKE_MODULE", "SMTP_SERVER"))
+AGENT, COMMAND, LIBRARY, FAKE_MODULE, SMTP_SERVER = (
+    os.environ["EM_" + name] for name in ("AGENT", "COMMAND", "LIBRARY", "FAKE_MODULE", "SMTP_SERVER"))
 
 
 def read(path):

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <string>
+
+using OwnedFile = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+/// Each of these throws CAgentError that names the path and the system's reason; a directory is refused.
+
+/// Opens a file that is read bit by bit, such as a pipe.
+std::ifstream OpenInput(const std::string& path);
+
+/// @return all of the file, of at most 64 MiB
+std::string ReadWholeFile(const std::string& path);
+
+/// Opens a file that is written, with mode 0600 when it is made: it may hold passwords and mails.
+/// @param append  behind what is there, or in its place
+OwnedFile OpenOutput(const std::string& path, bool append);
+
+/// Replaces a file as a whole: a reader sees the old text or the new one. The new file has mode 0600, and directories
+/// that are missing on the way are made with mode 0700.
+void ReplaceFile(const std::string& path, const std::string& text);
+
+/// Lets the three standard descriptors stand for something: what is opened later would take the number of a closed one,
+/// and be read and written as standard input or output. To be called first in main.
+void KeepStandardDescriptors();

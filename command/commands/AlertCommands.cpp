@@ -1,0 +1,94 @@
+#include <array>
+#include <ctime>
+
+#include "agent/core/Story.h"
+#include "command/commands/CommandContext.h"
+#include "command/commands/CommandTable.h"
+#include "command/commands/MailRound.h"
+#include "command/commands/StatusView.h"
+#include "command/mail/MailSetting.h"
+#include "sip/Vocabulary.h"
+
+namespace {
+
+// What the operator says of a component: the module gets it as an event.
+Outcome TellStatus(CCommandContext& context, const std::vector<std::string>& words) {
+    constexpr std::uint32_t kWorst = 3;
+    if (words.size() != 3) {
+        throw CUsageError("It goes: status, or: " + FindCommandRow("status").Usage() + ".");
+    }
+    const auto status = ParseNumber(words[0]);
+    if (!status || *status < 1 || *status > kWorst) {
+        throw CUsageError("The status is 1 (OK), 2 (warning) or 3 (error).");
+    }
+    CLocalModule* module = context.Local();
+    if (module == nullptr) {
+        throw CAgentError("The service knows this server's status; tell it of a component's with \"submit\".");
+    }
+    const std::vector<NumberedServer> servers = ReadMailServers(*module);
+    CMailWait wait(context, servers.size());
+    const Traces traces = module->Deliver(words[1], words[2], *status);
+    wait.End();
+    Outcome outcome;
+    outcome.text = "The status of \"" + words[1] + "\" and of the server is now " + std::to_string(*status) + " (" +
+                   context.StatusWord(*status) + ").\n";
+    for (const std::string& trace : traces) {
+        if (const auto code = MailReturnCode(trace)) {
+            const Outcome mail = MailOutcome(ReadReport(context, traces, servers, *code == 0));
+            outcome.text += mail.text;
+            outcome.json = "{\"mail\":" + mail.json + "}";
+            outcome.failure = mail.failure;
+        }
+    }
+    return outcome;
+}
+
+}  // namespace
+
+Outcome RunStatus(CCommandContext& context, const CommandArguments& arguments) {
+    if (!arguments.words.empty()) {
+        return TellStatus(context, arguments.words);
+    }
+    Outcome outcome;
+    outcome.json = context.Link().Status();
+    outcome.text = StatusText(context, outcome.json);
+    return outcome;
+}
+
+Outcome RunPending(CCommandContext& context, const CommandArguments& /*arguments*/) {
+    Outcome outcome;
+    outcome.json = context.Link().PendingAlerts();
+    outcome.text = PendingText(context, outcome.json);
+    return outcome;
+}
+
+Outcome RunAcknowledge(CCommandContext& context, const CommandArguments& /*arguments*/) {
+    const std::size_t count = context.Link().Acknowledge();
+    Outcome outcome;
+    outcome.json = "{\"acknowledged\":" + std::to_string(count) + "}";
+    outcome.text = count == 0 ? "No alert was pending.\n"
+                   : count == 1
+                       ? "The pending alert is acknowledged: the speaker is silent.\n"
+                       : "The " + std::to_string(count) + " pending alerts are acknowledged: the speaker is silent.\n";
+    return outcome;
+}
+
+Outcome RunSupported(CCommandContext& context, const CommandArguments& /*arguments*/) {
+    constexpr std::array<const char*, 2> kKinds = {"status", "updates"};
+    Outcome outcome;
+    for (std::uint32_t kind = 0; kind < kKinds.size(); ++kind) {
+        Command request;
+        request.oc = CM_AlerterAlertSupported;
+        request.oe = kind;
+        const Command answer = context.Link().Ask(request).command;
+        if (answer.st != kNotHandled && answer.st != kDone) {
+            throw CAgentError("The module answered with " + StatusText(answer.st.value_or(kValueNotAvailable)) + ".");
+        }
+        const bool supported = answer.st == kDone && answer.data == "1";
+        const std::string name = kKinds.at(kind);
+        outcome.text += "Alerts about " + name + (supported ? " are supported.\n" : " are not supported.\n");
+        outcome.json += (kind == 0 ? "{\"" : ",\"") + name + "\":" + (supported ? "true" : "false");
+    }
+    outcome.json += "}";
+    return outcome;
+}

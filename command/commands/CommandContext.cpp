@@ -1,0 +1,46 @@
+#include "command/commands/CommandContext.h"
+
+#include <array>
+
+CIModuleLink& CCommandContext::Link() {
+    if (service_ == nullptr && local_ == nullptr) {
+        service_ = options_.socket.empty() ? nullptr : CServiceClient::Connect(options_.socket);
+        if (service_ == nullptr) {
+            local_ = std::make_unique<CLocalModule>(options_.module, [this](const std::string& sentence) {
+                if (options_.isConsole) {
+                    terminal_.Print(sentence);
+                }
+            });
+        }
+    }
+    return service_ != nullptr ? static_cast<CIModuleLink&>(*service_) : *local_;
+}
+
+CLocalModule* CCommandContext::Local() {
+    Link();
+    return local_.get();
+}
+
+CServiceClient& CCommandContext::Service() {
+    Link();
+    if (service_ == nullptr) {
+        throw CAgentError("no service answers at " + (options_.socket.empty() ? "any socket" : options_.socket) +
+                          ", and this command needs one");
+    }
+    return *service_;
+}
+
+bool CCommandContext::Close() {
+    return local_ == nullptr || local_->Unload();
+}
+
+std::string CCommandContext::StatusWord(std::uint32_t status) const {
+    struct Word {
+        const char* word;
+        const char* colour;
+    };
+    static constexpr auto kWords = std::to_array<Word>(
+        {{"unknown", "\033[35m"}, {"OK", "\033[32m"}, {"warning", "\033[33m"}, {"error", "\033[31m"}});
+    const Word& word = kWords.at(status < kWords.size() ? status : 0);
+    return options_.colour ? std::string(word.colour) + word.word + "\033[0m" : word.word;
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "agent/core/Json.h"
+#include "command/commands/UsageError.h"
+#include "command/link/LocalModule.h"
+#include "command/link/ServiceClient.h"
+#include "command/terminal/ConsoleTerminal.h"
+
+struct ContextOptions {
+    LocalModuleOptions module;
+    std::string socket;  ///< of the service; empty to ask none
+    bool json = false;
+    bool colour = false;  ///< on standard output
+    bool isConsole = false;
+    bool showsTraces = false;
+};
+
+/// What commands work on, and whom they talk to. One thread.
+class CCommandContext {
+public:
+    CCommandContext(ContextOptions options, CIConsoleTerminal& terminal)
+        : options_(std::move(options)), terminal_(terminal) {}
+
+    const ContextOptions& Options() const { return options_; }
+    CIConsoleTerminal& Terminal() { return terminal_; }
+
+    /// The service when it answers, else the module in this process; found with the first call.
+    CIModuleLink& Link();
+
+    /// @return null behind a service
+    CLocalModule* Local();
+
+    /// @throw CAgentError when no service answers
+    CServiceClient& Service();
+
+    /// Stops the module, if it was loaded.
+    /// @return false when a step failed
+    bool Close();
+
+    /// Asks the loop of the console to end.
+    void Quit() { quits_ = true; }
+    bool Quits() const { return quits_; }
+
+    /// @return the status 0 to 3 in words, coloured where colours are wanted
+    std::string StatusWord(std::uint32_t status) const;
+
+private:
+    const ContextOptions options_;
+    CIConsoleTerminal& terminal_;
+    std::unique_ptr<CServiceClient> service_;
+    std::unique_ptr<CLocalModule> local_;
+    bool quits_ = false;
+};

@@ -1,0 +1,136 @@
+#include "command/commands/Console.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+
+namespace {
+
+constexpr unsigned kServers = 2;
+constexpr unsigned kHighestLanguage = 65535;
+
+// @return false for an empty line
+bool Execute(CCommandContext& context, const std::string& line) {
+    const std::vector<std::string> words = SplitWords(line);
+    if (words.empty()) {
+        return true;
+    }
+    const Outcome outcome = RunCommand(context, words);
+    context.Terminal().Print(outcome.text);
+    if (!outcome.failure.empty()) {
+        if (!IsAtTerminal()) {
+            std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, outcome.failure.c_str());
+        }
+        return false;
+    }
+    return true;
+}
+
+void TellFailure(CCommandContext& context, const std::string& reason) {
+    if (IsAtTerminal()) {
+        context.Terminal().Print(reason + "\n");
+    } else {
+        std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, reason.c_str());
+    }
+}
+
+void CheckWords(const CommandRow& row, const CommandArguments& arguments) {
+    if (arguments.words.size() < row.fewest || arguments.words.size() > row.most) {
+        throw CUsageError("It goes: " + row.Usage() + " (" + std::string(row.help) + ").");
+    }
+}
+
+// Commands with options know where their words end; the words of all others are taken as they are.
+CommandArguments ParseArguments(const CommandRow& row, const std::vector<std::string>& words) {
+    CommandArguments arguments;
+    if (row.options == CommandRow::kNoOption) {
+        arguments.words = words;
+        return arguments;
+    }
+    CLI::App app;
+    app.set_help_flag();
+    app.add_option("words", arguments.words);
+    if ((row.options & CommandRow::kServer) != 0) {
+        app.add_option("--server", arguments.server)->check(CLI::Range(1U, kServers));
+    }
+    if ((row.options & CommandRow::kLanguage) != 0) {
+        app.add_option("--language", arguments.language)->check(CLI::Range(0U, kHighestLanguage));
+    }
+    if ((row.options & CommandRow::kVerbose) != 0) {
+        app.add_flag("-v,--verbose", arguments.verbose);
+    }
+    try {
+        app.parse(std::vector<std::string>(words.rbegin(), words.rend()));  // which takes them from its end
+    } catch (const CLI::ParseError& error) {
+        throw CUsageError(std::string(error.what()) + "; it goes: " + row.Usage());
+    }
+    return arguments;
+}
+
+}  // namespace
+
+std::vector<std::string> SplitWords(std::string_view line) {
+    std::vector<std::string> words;
+    bool quoted = false;
+    bool inWord = false;
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        const bool blank = line[i] == ' ' || line[i] == '\t' || line[i] == '\r';
+        if (blank && !quoted) {
+            inWord = false;
+            continue;
+        }
+        if (!inWord) {
+            words.emplace_back();
+            inWord = true;
+        }
+        if (line[i] == '"') {
+            quoted = !quoted;
+        } else {
+            i += line.substr(i).starts_with("\\\"") ? 1U : 0U;
+            words.back() += line[i];
+        }
+    }
+    if (quoted) {
+        throw CUsageError("A closing quotation mark is missing.");
+    }
+    return words;
+}
+
+Outcome RunCommand(CCommandContext& context, const std::vector<std::string>& words) {
+    const CommandRow& row = FindCommandRow(words.at(0));
+    if (row.needs == CommandRow::Needs::Console && !context.Options().isConsole) {
+        throw CUsageError("\"" + words[0] + "\" is a command of the console, which em-alert alone begins.");
+    }
+    const CommandArguments arguments = ParseArguments(row, {std::next(words.begin()), words.end()});
+    CheckWords(row, arguments);
+    return row.run(context, arguments);
+}
+
+bool RunConsole(CCommandContext& context) {
+    bool worked = true;
+    CIConsoleTerminal& terminal = context.Terminal();
+    if (CLocalModule* module = context.Local()) {
+        module->Load();
+        terminal.Print("The module runs. Type \"help\" for the commands.\n");
+    } else {
+        terminal.Print("The service runs. Type \"help\" for the commands.\n");
+    }
+    while (!context.Quits()) {
+        const auto line = terminal.ReadLine();
+        if (!line) {
+            break;
+        }
+        try {
+            worked = Execute(context, *line) && worked;
+        } catch (const std::exception& error) {
+            TellFailure(context, error.what());
+            worked = false;
+        }
+        if (CLocalModule* module = context.Quits() ? nullptr : context.Local()) {
+            module->Settle();
+        }
+    }
+    return worked || IsAtTerminal();
+}

@@ -1,0 +1,51 @@
+#include "agent/core/TraceSink.h"
+#include "command/commands/CommandContext.h"
+#include "command/commands/CommandTable.h"
+#include "command/commands/MailRound.h"
+
+namespace {
+
+Outcome Said(std::string text) {
+    return {.text = std::move(text), .json = {}, .failure = {}};
+}
+
+}  // namespace
+
+Outcome RunTrace(CCommandContext& context, const CommandArguments& arguments) {
+    constexpr std::uint32_t kHighestLevel = 5;
+    const std::string& word = arguments.words[0];
+    if (word == "on" || word == "off") {
+        Debug.Show(word == "on");
+        return Said(word == "on" ? "Traces are shown.\n" : "Traces are hidden.\n");
+    }
+    const auto level = ParseNumber(word);
+    if (!level || *level > kHighestLevel) {
+        throw CUsageError("The trace level is a number from 0 (none) to 5 (device detail); or say on or off.");
+    }
+    CLocalModule* module = context.Local();
+    if (module == nullptr) {
+        throw CAgentError("The module is loaded by the service, whose journal holds the traces.");
+    }
+    Debug.Show(true);
+    const bool prints = module->Reload(*level);
+    std::string text = "The module is loaded again, with trace level " + word + "; no alert is pending any more.\n";
+    if (!prints && *level != 0) {
+        const std::string reason = WhyTracesAreSilent();
+        text += "But it prints nothing" + (reason.empty() ? std::string(".\n") : ": " + reason + ".\n");
+    }
+    return Said(text);
+}
+
+Outcome RunHelp(CCommandContext& /*context*/, const CommandArguments& arguments) {
+    if (arguments.words.empty()) {
+        return Said(CommandList());
+    }
+    const CommandRow& row = FindCommandRow(arguments.words[0]);
+    return Said(row.Usage() + ": " + std::string(row.help) + ".\n" + std::string(row.more) +
+                (row.list != nullptr ? row.list() : ""));
+}
+
+Outcome RunQuit(CCommandContext& context, const CommandArguments& /*arguments*/) {
+    context.Quit();
+    return {};
+}

@@ -1,0 +1,88 @@
+#include "command/commands/MailRound.h"
+
+#include <algorithm>
+#include <filesystem>
+
+#include "command/commands/CommandTable.h"
+#include "command/mail/MailSetting.h"
+#include "platform/diagnostics/DebugTraceConfig.h"
+#include "sip/Vocabulary.h"
+
+namespace {
+
+// What is missing for a mail to be sent at all.
+void NoteWhatIsMissing(CIModuleLink& link, std::size_t servers, MailReport& report) {
+    if (servers == 0) {
+        report.notes.emplace_back("no mail server is set up: em-alert set host 1 NAME");
+    }
+    if (MailSettingText(link, kSender).empty()) {
+        report.notes.emplace_back("no sender is set up: em-alert set sender ADDRESS");
+    }
+    if (MailSettingText(link, kRecipients).empty() && MailSettingText(link, kRecipientsCc).empty()) {
+        report.notes.emplace_back("no recipient is set up: em-alert set recipients ADDRESS");
+    }
+}
+
+}  // namespace
+
+CMailWait::CMailWait(CCommandContext& context, std::size_t servers) : context_(context), servers_(servers) {
+    context_.Link().SetWaiting([this](const Traces& traces) { return Tell(traces); });
+}
+
+void CMailWait::End() {
+    context_.Link().SetWaiting({});
+    context_.Terminal().ShowProgress({});
+}
+
+bool CMailWait::Tell(const Traces& traces) {
+    const auto failed = static_cast<std::size_t>(std::ranges::count_if(
+        traces, [](const std::string& trace) { return trace.find("ERROR! Server \"") != std::string::npos; }));
+    const auto seconds =
+        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start_).count();
+    if (servers_ != 0) {
+        context_.Terminal().ShowProgress("mail server " + std::to_string(std::min(failed + 1, servers_)) + " of " +
+                                         std::to_string(servers_) + ", " + std::to_string(seconds) + " s");
+    }
+    return !CConsoleWait::EndIsAskedFor() && !CConsoleWait::TakeInterrupt();
+}
+
+MailReport ReadReport(CCommandContext& context, const Traces& traces, const std::vector<NumberedServer>& servers,
+                      bool sent) {
+    std::vector<ServerResult> titles;
+    for (const NumberedServer& server : servers) {
+        ServerResult title;
+        title.number = server.number;
+        title.server = server.Title();
+        titles.push_back(title);
+    }
+    MailReport report = ReadMailReport(traces, titles, sent);
+    if (!sent && report.servers.empty() && report.notes.empty()) {
+        NoteWhatIsMissing(context.Link(), servers.size(), report);
+        const std::string silence = context.Link().IsService() ? "" : WhyTracesAreSilent();
+        if (!silence.empty()) {
+            report.notes.push_back("what the servers said is not known: " + silence);
+        }
+    }
+    return report;
+}
+
+Outcome MailOutcome(const MailReport& report) {
+    return {.text = MailReportText(report),
+            .json = MailReportJson(report),
+            .failure = report.IsWhole() ? ""
+                       : report.sent    ? "the mail was not sent to everybody"
+                                        : "the mail was not sent"};
+}
+
+std::string WhyTracesAreSilent() {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    const fs::directory_iterator files(CDebugTraceConfig::kDirectory, error);
+    const bool holdsNone =
+        !error && std::none_of(fs::begin(files), fs::end(files), [](const fs::directory_entry& file) {
+            return file.path().filename().string().find(".ini") != std::string::npos;
+        });
+    return holdsNone ? std::string(CDebugTraceConfig::kDirectory) +
+                           " is there and holds no .ini file, which switches all traces off"
+                     : std::string();
+}

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <chrono>
+#include <vector>
+
+#include "command/commands/CommandContext.h"
+#include "command/commands/CommandTable.h"
+#include "command/mail/MailComposer.h"
+#include "command/mail/MailReport.h"
+
+/// Shows people, while it lives and a mail is under way, which server is being tried and for how long, and lets an
+/// interrupt end the wait.
+class CMailWait {
+public:
+    /// @param servers  how many are set up
+    CMailWait(CCommandContext& context, std::size_t servers);
+    ~CMailWait() { End(); }
+    CMailWait(const CMailWait&) = delete;
+    CMailWait& operator=(const CMailWait&) = delete;
+    CMailWait(CMailWait&&) = delete;
+    CMailWait& operator=(CMailWait&&) = delete;
+
+    void End();
+
+private:
+    bool Tell(const Traces& traces);
+
+    CCommandContext& context_;
+    const std::size_t servers_;
+    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+/// Reads what the module printed about a mail, and finds out why no server was tried.
+MailReport ReadReport(CCommandContext& context, const Traces& traces, const std::vector<NumberedServer>& servers,
+                      bool sent);
+
+/// @return the outcome of a command that sends a mail
+Outcome MailOutcome(const MailReport& report);
+
+/// Why the module prints nothing; empty when nothing is known that keeps it from doing so.
+std::string WhyTracesAreSilent();

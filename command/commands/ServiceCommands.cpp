@@ -1,0 +1,91 @@
+#include <chrono>
+#include <unistd.h>
+
+#include "command/commands/CommandContext.h"
+#include "command/commands/CommandTable.h"
+#include "command/commands/StatusView.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+// How often a view is drawn anew while nothing changes, and how soon a signal ends it.
+constexpr milliseconds kRedraw{1000};
+constexpr milliseconds kSignalInterval{100};
+
+constexpr const char* kTopOfScreen = "\033[H\033[J";
+
+Outcome ComponentOutcome(CCommandContext& context, const std::string& json) {
+    Outcome outcome;
+    outcome.json = json;
+    outcome.text = ComponentLine(context, ParseJson(json));
+    return outcome;
+}
+
+bool Ends() {
+    return CConsoleWait::EndIsAskedFor() || CConsoleWait::TakeInterrupt();
+}
+
+// @return a component that has changed meanwhile; nothing when none did
+std::string WaitForChange(CServiceClient& service, milliseconds time) {
+    for (auto left = time; left.count() > 0 && !Ends(); left -= kSignalInterval) {
+        if (const auto line = service.NextLine(kSignalInterval)) {
+            const auto* component = CRapidJsonUtil::Find(*line, "component");
+            if (component != nullptr) {
+                return JsonText(*component);
+            }
+        }
+    }
+    return {};
+}
+
+// The whole view, again and again, for people.
+void WatchScreen(CCommandContext& context, CServiceClient& service) {
+    while (!Ends()) {
+        context.Terminal().Print(kTopOfScreen + StatusText(context, service.Status()) + "\nCtrl-C ends the view.\n");
+        WaitForChange(service, kRedraw);
+    }
+}
+
+// A line for each change, for pipes.
+void WatchLines(CCommandContext& context, CServiceClient& service) {
+    const std::string status = service.Status();
+    context.Terminal().Print(context.Options().json ? status + "\n" : StatusText(context, status));
+    while (!Ends()) {
+        const std::string change = WaitForChange(service, kRedraw);
+        if (!change.empty()) {
+            context.Terminal().Print(context.Options().json ? change + "\n"
+                                                            : ComponentLine(context, ParseJson(change)));
+        }
+    }
+}
+
+}  // namespace
+
+Outcome RunSubmit(CCommandContext& context, const CommandArguments& arguments) {
+    constexpr std::uint32_t kUnknown = 3;
+    const auto status = ParseNumber(arguments.words[1]);
+    if (!status || *status > kUnknown) {
+        throw CUsageError("The status is that of a plugin: 0 OK, 1 warning, 2 critical, 3 unknown.");
+    }
+    return ComponentOutcome(context, context.Service().Query("{\"submit\":{\"name\":" + JsonString(arguments.words[0]) +
+                                                                 ",\"status\":" + std::to_string(*status) +
+                                                                 ",\"text\":" + JsonString(arguments.words[2]) + "}}",
+                                                             "submitted", "component"));
+}
+
+Outcome RunCheck(CCommandContext& context, const CommandArguments& arguments) {
+    return ComponentOutcome(
+        context, context.Service().Query("{\"check\":" + JsonString(arguments.words[0]) + "}", "checked", "component"));
+}
+
+Outcome RunWatch(CCommandContext& context, const CommandArguments& /*arguments*/) {
+    CServiceClient& service = context.Service();
+    service.Subscribe();
+    if (::isatty(STDOUT_FILENO) == 1 && !context.Options().json) {
+        WatchScreen(context, service);
+    } else {
+        WatchLines(context, service);
+    }
+    return {};
+}

@@ -1,0 +1,258 @@
+#include "command/link/LocalModule.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <future>
+#include <string_view>
+#include <unistd.h>
+
+#include "agent/core/Files.h"
+#include "agent/core/TraceSink.h"
+#include "command/link/DefaultAnswers.h"
+#include "sip/SipJson.h"
+#include "sip/Vocabulary.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+// How soon a signal ends the wait for an answer, and what has happened meanwhile is shown.
+constexpr milliseconds kInterval{100};
+// Long enough for a quick answer to be seen before the next prompt.
+constexpr milliseconds kSettleTime{50};
+
+constexpr const char* kTraceLevel = "LUME_LOG_DEBUG_LEVEL";
+constexpr unsigned kLevelOfMailResults = 2;
+
+void ParseMessage(const Command& command, SipJson& message) {
+    const std::string text = MessageText(command);
+    if (!message.Parse(text.data(), text.size())) {
+        throw CAgentError("the message is nested too deeply");
+    }
+}
+
+Command Question(std::uint32_t operation, std::uint32_t extension = 0) {
+    Command question;
+    question.oc = operation;
+    question.oe = extension;
+    return question;
+}
+
+// What the agent answers for one object, or, without one, in general.
+Command Answer(std::uint32_t operation, std::uint32_t object, std::string data) {
+    Command answer;
+    answer.oc = operation;
+    if (object != 0) {
+        answer.oi = object;
+    }
+    answer.data = std::move(data);
+    return answer;
+}
+
+// For what the module does on its own, and for what fails; the commands tell the rest themselves.
+bool ConcernsOperator(const TranscriptEntry& entry) {
+    constexpr std::array<std::string_view, 5> kKinds = {"event", "reply", "tone", "forward-event", "withheld"};
+    return std::ranges::find(kKinds, entry.kind) != kKinds.end() ||
+           (entry.kind == "lifecycle" && entry.result == "false");
+}
+
+}  // namespace
+
+void SetTraceLevel(std::optional<unsigned> level) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): there is no other thread yet
+    ::setenv(kTraceLevel, std::to_string(level.value_or(kLevelOfMailResults)).c_str(), 0);
+}
+
+CLocalModule::CLocalModule(LocalModuleOptions options, std::function<void(const std::string&)> tell)
+    : options_(std::move(options)),
+      tell_(std::move(tell)),
+      transcript_(options_.transcript, options_.story,
+                  [this](const TranscriptEntry& entry, const std::string& sentence) { OnEntry(entry, sentence); }) {
+    LoadAnswers();
+}
+
+CLocalModule::~CLocalModule() {
+    Unload();
+}
+
+void CLocalModule::LoadAnswers() {
+    answers_.Load(options_.answers.empty() ? kDefaultAnswers : options_.answers);
+    if (options_.settingsFile.empty() || ::access(options_.settingsFile.c_str(), F_OK) != 0) {
+        return;
+    }
+    CAnswerTable kept;
+    try {
+        kept.Load(ReadWholeFile(options_.settingsFile));
+    } catch (const CAgentError& error) {
+        throw CAgentError(options_.settingsFile + ", " + error.what());
+    }
+    for (const Command& answer : kept.All()) {
+        answers_.Set(answer);
+    }
+}
+
+void CLocalModule::SaveSettings() const {
+    if (options_.settingsFile.empty()) {
+        return;
+    }
+    std::string lines;
+    for (const Command& answer : answers_.All()) {
+        if (answer.oc == kReadConfigurationValue && !answer.oi && answer.oe) {
+            lines += (lines.empty() ? "[\n  {\"OC\":" : ",\n  {\"OC\":") + std::to_string(*answer.oc) +
+                     ",\"OE\":" + std::to_string(*answer.oe) + ",\"DA\":" + answer.data + "}";
+        }
+    }
+    ReplaceFile(options_.settingsFile, lines + "\n]\n");
+}
+
+void CLocalModule::OnEntry(const TranscriptEntry& entry, const std::string& sentence) {
+    if (entry.kind == "event") {
+        ledger_.OnModuleEvent(CurrentCommand(entry.message, entry.commandIndex));
+    }
+    if (options_.story || ConcernsOperator(entry)) {
+        tell_(sentence);
+    }
+}
+
+void CLocalModule::Load() {
+    if (agent_ != nullptr) {
+        return;
+    }
+    if (!options_.wav.empty() || !options_.portLog.empty() ||
+        (options_.speaks && ::access("/dev/pci/smbus", F_OK) != 0)) {
+        speaker_ = std::make_unique<CBusIoDriver>(BusIoDriverOptions{
+            .wavFile = options_.wav, .portLogFile = options_.portLog, .onTone = [this](const std::string& tone) {
+                TranscriptEntry entry;
+                entry.kind = "tone";
+                entry.note = tone;
+                transcript_.Write(entry);
+            }});
+    }
+    agent_ = std::make_unique<CAgent>(options_.agent, answers_, transcript_);
+    if (!agent_->Load()) {
+        Unload();
+        failed_ = true;
+        throw CAgentError("the module " + options_.agent.library + " could not be loaded and started");
+    }
+}
+
+bool CLocalModule::Unload() {
+    if (agent_ != nullptr) {
+        failed_ = !agent_->Unload() || agent_->HasFailed() || !transcript_.IsComplete() || failed_;
+        agent_.reset();
+        speaker_.reset();
+    }
+    return !failed_;
+}
+
+bool CLocalModule::Reload(unsigned traceLevel) {
+    Unload();
+    ledger_.OnRestart();
+    const unsigned long before = record_.Count();
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the module's threads have ended
+    ::setenv(kTraceLevel, std::to_string(traceLevel).c_str(), 1);
+    Load();
+    return record_.Count() != before;
+}
+
+void CLocalModule::Settle() {
+    if (agent_ != nullptr) {
+        agent_->Work(kSettleTime);
+    }
+}
+
+ModuleAnswer CLocalModule::Ask(Command request) {
+    Load();
+    request.ca = agent_->Cabinet();
+    TranscriptPattern reply{.kind = "reply", .step = {}, .command = Question(*request.oc)};
+    reply.command.oe.reset();
+    while (agent_->Await(reply, milliseconds(0))) {
+        // a late reply to an earlier request
+    }
+    record_.Clear();
+    SipJson message;
+    ParseMessage(request, message);
+    agent_->Request(message);
+    Command answer = CurrentCommand(MessageText(message), message.GetCmdIndex());
+    if (answer.st != kAnswerFollows) {
+        return {.command = answer, .traces = record_.Get()};
+    }
+    const auto deadline = CTranscript::Clock::now() + std::chrono::seconds(kLongestAnswerSeconds);
+    while (CTranscript::Clock::now() < deadline) {
+        if (auto found = agent_->Await(reply, kInterval)) {
+            return {.command = *found, .traces = record_.Get()};
+        }
+        if (!GoesOn(record_.Get())) {
+            throw CAgentError("waiting was broken off; what was asked for may still be done");
+        }
+    }
+    throw CAgentError("the module has not answered within " + std::to_string(kLongestAnswerSeconds) + " seconds");
+}
+
+void CLocalModule::ChangeSetting(std::uint32_t id, const std::string& data) {
+    Command answer = Question(kReadConfigurationValue, id);
+    answer.data = data;
+    answers_.Set(answer);
+    SaveSettings();
+    if (agent_ == nullptr) {
+        return;
+    }
+    Command notice = answer;
+    notice.oc = kWriteConfigurationValue;
+    notice.ca = agent_->Cabinet();
+    SipJson message;
+    ParseMessage(notice, message);
+    agent_->SendNotice(message);
+}
+
+std::uint32_t CLocalModule::ComponentId(const std::string& name) {
+    auto found = std::ranges::find(components_, name);
+    if (found == components_.end()) {
+        found = components_.insert(found, name);
+    }
+    return static_cast<std::uint32_t>(found - components_.begin()) + 1;
+}
+
+Traces CLocalModule::WaitFor(const std::function<void()>& work) {
+    const std::future<void> done = std::async(std::launch::async, work);
+    while (done.wait_for(kInterval) != std::future_status::ready) {
+        GoesOn(record_.Get());  // the module's work cannot be broken off
+    }
+    return record_.Get();
+}
+
+Traces CLocalModule::Deliver(const std::string& name, const std::string& designation, std::uint32_t status) {
+    Load();
+    const std::string number = std::to_string(status);
+    const std::uint32_t component = ComponentId(name);
+    answers_.Set(Answer(kReadSystemStatus, 0, number));
+    answers_.Set(Answer(kReadComponentName, component, JsonString(name)));
+    answers_.Set(Answer(kReadComponentDesignation, component, JsonString(designation)));
+
+    Command event = Answer(CM_StatusTreeComponentInstanceStatus, component, number);
+    event.ca = agent_->Cabinet();
+    event.st = kEvent;
+    SipJson message;
+    ParseMessage(event, message);
+    record_.Clear();
+    ledger_.BeginEvent(component, name, designation, status);
+    Traces traces = WaitFor([&] { agent_->SendEvent(message); });
+    ledger_.EndEvent(status);
+    for (const std::string& print : traces) {
+        if (const auto code = MailReturnCode(print)) {
+            ledger_.OnMail(*code == 0);
+        }
+    }
+    return traces;
+}
+
+std::size_t CLocalModule::Acknowledge() {
+    const std::size_t pending = ledger_.Pending().size();
+    const Command answer = Ask(Question(kAcknowledgeAlerts)).command;
+    if (answer.st != kDone) {
+        throw CAgentError("the module did not acknowledge the pending alerts");
+    }
+    return pending;
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "command/link/ModuleLink.h"
+#include "platform/files/UniqueFd.h"
+#include "sip/RapidJsonUtil.h"
+
+/// The module behind the control socket of the service: a JSON object a line each way.
+class CServiceClient final : public CIModuleLink {
+public:
+    /// @return null when no service answers at this path
+    /// @throw CAgentError when one is there that this user may not speak to
+    static std::unique_ptr<CServiceClient> Connect(const std::string& path);
+
+    bool IsService() const override { return true; }
+    ModuleAnswer Ask(Command request) override;
+    Command AgentAnswer(const Command& question) override;
+    void ChangeSetting(std::uint32_t id, const std::string& data) override;
+    std::string Status() override;
+    std::string PendingAlerts() override;
+    std::size_t Acknowledge() override;
+
+    /// Sends a line and waits for the one of this kind that answers it.
+    /// @return the member of that line, as JSON; "null" when it has none
+    std::string Query(const std::string& line, const char* kind, const char* member);
+
+    /// Has the service tell every change from now on.
+    void Subscribe() { Query(R"({"subscribe":true})", "subscribed", "kind"); }
+
+    /// Waits for the next line.
+    /// @return nothing when none came in time
+    std::optional<CRapidJsonUtil::Document> NextLine(std::chrono::milliseconds time);
+
+private:
+    CServiceClient(CUniqueFd socket, std::string path) : socket_(std::move(socket)), path_(std::move(path)) {}
+    void Send(const std::string& line);
+    CRapidJsonUtil::Document WaitFor(const std::function<bool(const CRapidJsonUtil::Document&)>& isWanted);
+    bool ReadMore(std::chrono::milliseconds time);
+    [[noreturn]] void Fail(const std::string& reason) const;
+
+    CUniqueFd socket_;
+    std::string path_;
+    std::string read_;  // and not yet taken
+    Traces traces_;     // of the request that is under way
+};

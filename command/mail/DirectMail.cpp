@@ -1,0 +1,79 @@
+#include "command/mail/DirectMail.h"
+
+#include <utility>
+
+#include "mail/message/HeaderLines.h"
+#include "mail/smtp/MailEnvelope.h"
+#include "mail/smtp/MailPayload.h"
+#include "mail/smtp/SmtpTransfer.h"
+
+namespace {
+
+/// Keeps the recipients that the server refuses.
+class CRefusals {
+public:
+    void Hear(char speaker, const std::string& line) {
+        constexpr std::string_view kRecipient = "RCPT TO:";
+        if (speaker == '>') {
+            recipient_ = line.starts_with(kRecipient) ? line.substr(kRecipient.size()) : "";
+        } else if (speaker == '<' && !recipient_.empty() && (line.starts_with('4') || line.starts_with('5'))) {
+            refused.push_back(recipient_ + ": " + line);
+        }
+    }
+
+    std::vector<std::string> refused;
+
+private:
+    std::string recipient_;
+};
+
+ServerResult Failure(const NumberedServer& server, const char* words) {
+    return {.number = server.number,
+            .server = server.Title(),
+            .taken = false,
+            .step = "connect",
+            .words = words,
+            .refused = {}};
+}
+
+}  // namespace
+
+ServerResult SendThrough(const NumberedServer& server, const CSmtpMessage& mail, CSmtpDialogue::Listener listener) {
+    if (HasControlCharacter(server.server.host) || server.server.host.find(' ') != std::string::npos) {
+        return Failure(server, "the name holds blanks or control characters");
+    }
+    const CMailEnvelope envelope(mail.Sender(), mail);
+    if (!envelope.HasRecipients()) {
+        return Failure(server, "there is no recipient that can be used, so it was not tried");
+    }
+    CSmtpTransfer transfer(nullptr);
+    if (!transfer) {
+        return Failure(server, "libcurl does not work");
+    }
+    transfer.SetServer(server.server);
+    transfer.SetEnvelope(envelope);
+    transfer.SetPayload(BuildMailPayload(envelope, mail));
+    if (server.server.logsIn) {
+        transfer.SetLogin(server.server);
+    }
+    CRefusals refusals;
+    transfer.SetListener([&](char speaker, const std::string& line) {
+        refusals.Hear(speaker, line);
+        if (listener) {
+            listener(speaker, line);
+        }
+    });
+    const int code = transfer.Perform();
+    ServerResult result{.number = server.number,
+                        .server = server.Title(),
+                        .taken = code == 0,
+                        .step = {},
+                        .words = {},
+                        .refused = std::move(refusals.refused)};
+    if (!result.taken) {
+        const std::string& refusal = transfer.Dialogue().LastRefusal();
+        result.step = transfer.Dialogue().Step();
+        result.words = refusal.empty() ? transfer.Explain(code) : refusal + " (" + transfer.Explain(code) + ")";
+    }
+    return result;
+}

@@ -1,0 +1,160 @@
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <unistd.h>
+
+#include "agent/core/Files.h"
+#include "agent/core/TraceSink.h"
+#include "command/CommandLine.h"
+#include "command/commands/CommandContext.h"
+#include "command/commands/CommandTable.h"
+#include "command/commands/Console.h"
+#include "command/terminal/ConsoleTerminal.h"
+#include "command/terminal/ConsoleWait.h"
+
+namespace {
+
+constexpr int kFailed = 1;
+constexpr int kWrongCommandLine = 2;
+constexpr const char* kUsualSocket = "/run/em-alert/control";
+
+int Report(const std::string& reason, int status) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "em-alert: %s\n", reason.c_str());
+    return status;
+}
+
+const char* Environment(const char* name) {
+    const char* value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): there is no other thread yet
+    return value != nullptr ? value : "";
+}
+
+/// The module beside this program: where the build puts it, or where the package does.
+std::string FindModule() {
+    std::error_code error;
+    const auto folder = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+    for (const char* place : {"../lib/libem_alert.so", EM_INSTALLED_MODULE}) {
+        const auto path = (folder / place).lexically_normal();
+        if (std::filesystem::exists(path, error)) {
+            return path;
+        }
+    }
+    throw CAgentError("the alert module is not beside " + folder.string() + ": say where with --module LIB");
+}
+
+/// Empty where the user has no place of their own.
+std::string StateFolder(const ProgramOptions& program) {
+    const std::string state = Environment("XDG_STATE_HOME");
+    const std::string home = Environment("HOME");
+    return !program.state.empty() ? program.state
+           : !state.empty()       ? state + "/em-alert"
+           : !home.empty()        ? home + "/.local/state/em-alert"
+                                  : std::string();
+}
+
+std::string InFolder(const std::string& folder, const char* name) {
+    return folder.empty() ? folder : folder + "/" + name;
+}
+
+ContextOptions MakeContextOptions(const ProgramOptions& program, bool isConsole) {
+    ContextOptions options;
+    options.module.agent.library = program.module.empty() ? FindModule() : program.module;
+    options.module.settingsFile = InFolder(StateFolder(program), "settings.json");
+    options.module.speaks = isConsole;
+    options.socket = program.socket.value_or(program.module.empty() ? kUsualSocket : "");
+    options.json = program.json;
+    options.colour = ::isatty(STDOUT_FILENO) == 1 && Environment("NO_COLOR")[0] == '\0';
+    options.isConsole = isConsole;
+    return options;
+}
+
+void SetUpTraces(const ProgramOptions& program) {
+    if (!program.traceFile.empty()) {
+        Debug.UseFile(program.traceFile);
+    }
+    Debug.Show(program.traceLevel.has_value() || !program.traceFile.empty());
+    Debug.ShowTimes(!program.withoutTraceTimes);
+    SetTraceLevel(program.traceLevel);
+}
+
+int RunOnce(CCommandContext& context, const std::vector<std::string>& words) {
+    const bool json = context.Options().json;
+    Outcome outcome;
+    try {
+        outcome = RunCommand(context, words);
+    } catch (const CUsageError&) {
+        throw;
+    } catch (const std::exception& error) {
+        outcome.failure = error.what();
+        outcome.json = "{\"error\":" + JsonString(outcome.failure) + "}";
+    }
+    const bool closed = context.Close();
+    context.Terminal().Print(!json                  ? outcome.text
+                             : outcome.json.empty() ? std::string(R"({"done":true})") + "\n"
+                                                    : outcome.json + "\n");
+    if (!outcome.failure.empty()) {
+        return Report(outcome.failure, kFailed);
+    }
+    return closed ? EXIT_SUCCESS : kFailed;
+}
+
+int RunProgram(const ProgramOptions& program) {
+    const bool isConsole = program.words.empty();
+    const bool edits = isConsole && IsAtTerminal();
+    CConsoleWait wait({.editsLines = edits, .hasTraceFile = !program.traceFile.empty()});
+    SetUpTraces(program);
+    const auto terminal = edits ? MakeEditingTerminal(wait, CompleteLine, InFolder(StateFolder(program), "history"))
+                                : MakePlainTerminal(wait);
+    if (edits && program.traceFile.empty()) {
+        Debug.UseTerminal(terminal.get());
+    }
+    CCommandContext context(MakeContextOptions(program, isConsole), *terminal);
+    if (!isConsole) {
+        return RunOnce(context, program.words);
+    }
+    const bool worked = RunConsole(context);
+    return context.Close() && worked ? EXIT_SUCCESS : kFailed;
+}
+
+int PrintText(const std::string& text) {
+    std::fputs(text.c_str(), stdout);
+    return std::fflush(stdout) == 0 ? EXIT_SUCCESS : kFailed;
+}
+
+int Run(int argc, char** argv) {
+    const ProgramOptions program = ParseProgramOptions(argc, argv);
+    if (program.complete) {
+        std::string line;
+        for (const std::string& word : program.words) {
+            line += (line.empty() ? "" : " ") + word;
+        }
+        std::string text;
+        for (const std::string& word : CompleteLine(line)) {
+            text += word + "\n";
+        }
+        return PrintText(text);
+    }
+    return program.help      ? PrintText(HelpText())
+           : program.version ? PrintText("em-alert " EM_VERSION "\n")
+           : program.man     ? PrintText(ManualPage())
+                             : RunProgram(program);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    KeepStandardDescriptors();
+    try {
+        return Run(argc, argv);
+    } catch (const CUsageError& error) {
+        return Report(error.what(), kWrongCommandLine);
+    } catch (const std::exception& error) {
+        return Report(error.what(), kFailed);
+    } catch (...) {
+        return Report("unknown exception", kFailed);
+    }
+}

@@ -1,0 +1,128 @@
+#include "command/terminal/ConsoleTerminal.h"
+
+#include <array>
+#include <cstdio>
+#include <mutex>
+#include <termios.h>
+#include <unistd.h>
+#include <utility>
+
+#include "command/terminal/ConsoleEditor.h"
+
+namespace {
+
+/// Standard input without echo, while it lives.
+class CNoEcho {
+public:
+    CNoEcho() {
+        ::tcgetattr(STDIN_FILENO, &before_);
+        termios silent = before_;
+        silent.c_lflag = (silent.c_lflag & ~static_cast<tcflag_t>(ECHO)) | ECHONL | ICANON;
+        ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
+    }
+    ~CNoEcho() { ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &before_); }
+    CNoEcho(const CNoEcho&) = delete;
+    CNoEcho& operator=(const CNoEcho&) = delete;
+    CNoEcho(CNoEcho&&) = delete;
+    CNoEcho& operator=(CNoEcho&&) = delete;
+
+private:
+    termios before_{};
+};
+
+/// Lines from standard input, as they come.
+class CLineReader {
+public:
+    explicit CLineReader(CConsoleWait& wait) : wait_(wait) {}
+
+    std::optional<std::string> Read() {
+        for (;;) {
+            if (const auto end = read_.find('\n'); end != std::string::npos) {
+                std::string line = read_.substr(0, end);
+                read_.erase(0, end + 1);
+                return line;
+            }
+            if (ended_ && !read_.empty()) {
+                return std::exchange(read_, {});
+            }
+            if (ended_ || CConsoleWait::EndIsAskedFor() || CConsoleWait::TakeInterrupt()) {
+                return std::nullopt;
+            }
+            if (wait_.ForInput()) {
+                ReadMore();
+            }
+        }
+    }
+
+private:
+    void ReadMore() {
+        std::array<char, 4096> buffer{};
+        const ssize_t count = ::read(STDIN_FILENO, buffer.data(), buffer.size());
+        if (count <= 0) {
+            ended_ = true;
+        } else {
+            read_.append(buffer.data(), static_cast<std::size_t>(count));
+        }
+    }
+
+    CConsoleWait& wait_;
+    std::string read_;  // and not yet returned
+    bool ended_ = false;
+};
+
+class CPlainTerminal final : public CIConsoleTerminal {
+public:
+    explicit CPlainTerminal(CConsoleWait& wait) : wait_(wait), lines_(wait) {}
+
+    std::optional<std::string> ReadLine() override { return lines_.Read(); }
+
+    std::optional<std::string> ReadSecret(const std::string& prompt) override {
+        return ::isatty(STDIN_FILENO) == 1 ? ReadHiddenLine(wait_, prompt) : lines_.Read();
+    }
+
+    void Print(std::string_view text) override {
+        ShowProgress({});
+        const std::lock_guard guard(lock_);
+        std::fwrite(text.data(), 1, text.size(), stdout);
+        std::fflush(stdout);
+    }
+
+    void ShowProgress(std::string_view text) override {
+        const std::lock_guard guard(lock_);
+        if (showsProgress_ && (progress_ || !text.empty())) {
+            std::fprintf(stderr, "%s%.*s", progress_ ? kNoProgress : "", static_cast<int>(text.size()), text.data());
+            std::fflush(stderr);
+            progress_ = !text.empty();
+        }
+    }
+
+private:
+    CConsoleWait& wait_;
+    CLineReader lines_;
+    const bool showsProgress_ = ::isatty(STDERR_FILENO) == 1;
+    std::mutex lock_;  // guards all below, and keeps texts whole
+    bool progress_ = false;
+};
+
+}  // namespace
+
+bool IsAtTerminal() {
+    return ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1;
+}
+
+std::unique_ptr<CIConsoleTerminal> MakeEditingTerminal(CConsoleWait& wait, ConsoleCompletion complete,
+                                                       const std::string& historyFile) {
+    return std::make_unique<CConsoleEditor>(wait, complete, historyFile);
+}
+
+std::unique_ptr<CIConsoleTerminal> MakePlainTerminal(CConsoleWait& wait) {
+    return std::make_unique<CPlainTerminal>(wait);
+}
+
+std::optional<std::string> ReadHiddenLine(CConsoleWait& wait, const std::string& prompt) {
+    const CNoEcho silence;
+    std::fputs(prompt.c_str(), stderr);
+    std::fflush(stderr);
+    CLineReader lines(wait);
+    return lines.Read();
+}

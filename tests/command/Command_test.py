@@ -1,0 +1,321 @@
+#!/usr/bin/python3
+# Runs the operator's command as operators do: at a terminal, in pipes, and one command at a time.
+
+import base64
+import contextlib
+import fcntl
+import json
+import os
+import pathlib
+import pty
+import re
+import select
+import shlex
+import signal
+import socket
+import subprocess
+import termios
+import threading
+import time
+import unittest
+
+from programs import AGENT, COMMAND, FAKE_MODULE, LIBRARY, ProgramTest, lines, read
+
+TESTS = pathlib.Path(__file__).parent
+SESSIONS = TESTS / "sessions"
+
+
+class Session:
+    """The console, at a terminal 40 columns wide or at a socket."""
+
+    def __init__(self, test, module, *options, terminal=True, program=COMMAND):
+        self.test = test
+        self.output = b""
+        if terminal:
+            ours, theirs = map(os.fdopen, pty.openpty(), ("r+b", "r+b"), (0, 0))
+            termios.tcsetwinsize(theirs, (24, 40))
+        else:
+            ours, theirs = socket.socketpair()
+        self.end = ours
+        environment = os.environ | {"TERM": "xterm", "HOME": test.folder, "LC_ALL": "C.UTF-8",
+                                    "NO_COLOR": "1"}
+        with theirs:
+            self.program = subprocess.Popen([program, "--module", module, *options], stdin=theirs, stdout=theirs,
+                                            stderr=theirs, start_new_session=True, env=environment)
+        test.addCleanup(self.close)
+
+    def close(self):
+        self.program.kill()
+        self.program.wait()
+        self.end.close()
+
+    def type(self, text):
+        os.write(self.end.fileno(), text.encode())
+
+    def shows(self, text, limit=20):
+        """Whether the agent writes it within the seconds, after what was seen before."""
+        deadline = time.monotonic() + limit
+        while text.encode() not in self.output:
+            data = b""
+            with contextlib.suppress(OSError):  # a terminal's end
+                if select.select([self.end], [], [], max(0, deadline - time.monotonic()))[0]:
+                    data = os.read(self.end.fileno(), 4096)
+            if not data:
+                return False
+            self.output += data
+        self.output = self.output.partition(text.encode())[2]
+        return True
+
+    def sees(self, *texts):
+        for text in texts:
+            self.test.assertTrue(self.shows(text), f"no {text!r} in {self.output!r}")
+
+    def follow(self, name, **names):
+        """Types what stands behind "> " in a file of sessions/, and waits for what stands behind "< "."""
+        text = re.sub("@([A-Z0-9]+)@", lambda match: names[match[1]], read(SESSIONS / name))
+        for mark, line in re.findall("^([><]) (.*)$", text, re.M):
+            if mark == ">":
+                self.type(line + "\n")
+            else:
+                self.sees(line)
+
+    def ends(self, status=0):
+        self.test.assertEqual(self.program.wait(20), status)
+
+
+class Console(ProgramTest):
+    def test_an_operator_sets_mails_up_and_handles_an_alert(self):
+        refusing = self.serve("--reply", "MAIL=550 not from you")
+        server = self.serve("--auth", "anna:geheim")
+        session = Session(self, LIBRARY)
+        session.follow("set-up", PORT1=refusing.port, PORT2=server.port)
+        # A tone ends while a line is being typed that fills two rows of the screen: it is told above, the line stays.
+        session.type("x" * 50)
+        session.sees("\r\033[1A\033[J", "The speaker has played 1000 Hz for 1", "ms\r\n> xxxxxxxxxx")
+        session.type("\025ack\n")
+        session.sees("The pending alert is acknowledged: the speaker is silent.")
+        self.assertFalse(session.shows(" Hz for ", 0.7), "it sounds on")
+        session.type("pending\nquit\n")
+        session.sees("No alert is pending.")
+        session.ends()
+        mail = server.mails()[2]
+        self.assertEqual((mail["from"], mail["to"]),
+                         ("alerts@example.net", ["anna@example.net", "bert@example.net"]))
+        self.assertIn(b"\r\nSubject: =?utf-8?Q?=C3=84rger_mit_Fan_1?=\r\n", base64.b64decode(mail["data"]))
+
+    def test_what_is_right_is_told(self):
+        mail = self.file("mail", "To: anna@example.net\n\ntext\n")
+        session = Session(self, LIBRARY, terminal=False)
+        session.follow("refusals", MAIL=str(mail))
+        session.type("pending")  # the last line has no end
+        session.end.shutdown(socket.SHUT_WR)
+        session.sees("No alert is pending.\n")
+        session.ends(1)  # commands have failed
+
+    def test_lines_are_edited_recalled_and_completed(self):
+        session = Session(self, FAKE_MODULE, "--trace-file", "/dev/null")
+        session.sees("> ")
+        for keys, shown in (
+                ("pen\t", "ding "),
+                ("\n", "No alert is pending."),
+                ("se\t", "send-mail  set  setting\r\n> se"),
+                ("t s\t\t", "sender  sender-name  servers  smtps\r\n> set s"),
+                ("mt\t", "ps "),
+                ("\t", "1  2\r\n> set smtps "),
+                ("1 o\t", "on  off\r\n"),
+                ("\025hlp\002\002e\n", "First steps"),  # control-U, and twice control-B
+                ("get user\033[A", "help"),
+                ("\033[A", "pending"),
+                ("\n", "No alert is pending."),
+                ("set password 1 x\n", "status 20"),
+                ("\033[A", "pending")):
+            session.type(keys)
+            session.sees(shown)
+        session.type("\025\004")  # control-D
+        session.ends()
+
+    def test_the_history_is_kept_without_passwords(self):
+        for keys, shown in (("help pending\nset password 1 x\n", "status 20"), ("\033[A\033[A", "help pending")):
+            session = Session(self, FAKE_MODULE)
+            session.sees("> ")
+            session.type(keys)
+            session.sees(shown)
+            session.type("\025quit\n")
+            session.ends()
+        history = self.folder / ".local/state/em-alert/history"
+        self.assertNotIn("password", read(history))
+        self.assertEqual(history.stat().st_mode & 0o777, 0o600)
+
+    def test_signals_end_it_in_good_order(self):
+        for terminal in (False, True):
+            for number in (signal.SIGINT, signal.SIGTERM):
+                session = Session(self, LIBRARY, "--transcript", self.folder / "transcript", terminal=terminal,
+                                  program=AGENT)
+                session.sees('Type "help"', *["> "] * terminal)
+                session.type("help pend")
+                if terminal and number == signal.SIGINT:  # the first one takes the line back
+                    session.sees("help pend")
+                    session.program.send_signal(number)
+                    session.sees("^C\r\n", "> ")
+                    session.type("pending\n")
+                    session.sees("No alert is pending.", "> ")
+                    session.program.send_signal(number)
+                    session.sees("^C\r\n", "> ")
+                session.program.send_signal(number)
+                session.sees("The module is stopped and unloaded.")
+                session.ends()
+                self.assertIn('"step":"unmapped","result":true', read(self.folder / "transcript"))
+
+    def test_traces_that_are_switched_off_are_told(self):
+        os.makedirs("/etc/kestrel/HostwardenSuite/TraceConfig")
+        session = Session(self, LIBRARY, terminal=False)
+        session.type("trace 3\nquit\n")
+        session.sees("But it prints nothing: /etc/kestrel/HostwardenSuite/TraceConfig is there and holds no .ini file")
+        session.ends()
+
+
+def run(test, line, text=""):
+    """One command, as a shell starts it: its exit status, and both outputs."""
+    done = subprocess.run([COMMAND, *shlex.split(line)], input=text, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                          text=True, timeout=60, check=False, env=os.environ | {"HOME": str(test.folder)})
+    return done.returncode, done.stdout
+
+
+class SingleCommands(ProgramTest):
+    def test_each_does_one_thing_and_tells_by_its_status(self):
+        names = {"LIBRARY": LIBRARY, "SPAM": self.serve("--reply", "DOT=554 spam").port,
+                 "GOOD": self.serve("--reply", "RCPT:bert@example.net=550 5.1.1 nobody").port}
+        output = ""
+        for row in lines(re.sub("@([A-Z]+)@", lambda match: names[match[1]], read(TESTS / "commands"))):
+            mark, text = row[0], row[2:]
+            if mark == "$":
+                command, _, given = text.partition(" < ")
+                status, output = run(self, command, given.replace("\\n", "\n"))
+                rest = output
+            elif mark == "<":
+                self.assertIn(text, rest, f"{command}: {output}")
+                rest = rest.partition(text)[2]
+            elif mark == "!":
+                self.assertNotIn(text, output, command)
+            elif mark == "=":
+                self.assertEqual(status, int(text), f"{command}: {output}")
+
+    def test_wrong_causes_are_not_named(self):
+        path = pathlib.Path("/etc/kestrel/HostwardenSuite/ManagedNode/Notifications/Notifications.xml")
+        path.parent.mkdir(parents=True)
+        path.write_text("<Notifications><email>")
+        for command in ("get", "test-mail", "set sender a@example.net", "check-config"):
+            status, output = run(self, command)
+            self.assertEqual((status, "Notifications.xml" in output), (1, True), output)
+            self.assertNotIn("(not set)", output)
+        path.unlink()
+        with open(f"{path}.lock", "w", encoding="ascii") as lock:
+            lock.write("somebody #1")
+            lock.flush()
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            status, output = run(self, "set sender a@example.net")
+            self.assertEqual((status, "held by somebody #1" in output), (1, True), output)
+
+    def test_closed_input_ends_the_console(self):
+        for program in (COMMAND, AGENT):
+            command = f'exec "{program}" --module "{LIBRARY}" <&-'
+            done = subprocess.run(["sh", "-c", command], stdout=subprocess.PIPE, timeout=20, check=False)
+            self.assertEqual(done.returncode, 0)
+
+    def test_the_words_of_completion_and_manual_are_those_of_the_table(self):
+        self.assertEqual(run(self, "--complete se"), (0, "send-mail\nset\nsetting\n"))
+        self.assertEqual(run(self, "--complete set smtps ''"), (0, "1\n2\n"))
+        page = run(self, "--man")[1]
+        done = subprocess.run(["groff", "-mandoc", "-ww", "-Tascii"], input=page, capture_output=True, text=True,
+                              check=True)
+        self.assertEqual(done.stderr, "")
+        for name in run(self, "--complete ''")[1].split():
+            self.assertIn(".It Ic " + name.replace("-", "\\-"), page)
+        for option in re.findall("^  (--?[a-z-]+)", run(self, "--help")[1], re.M):
+            self.assertIn(".It Cm " + option.replace("-", "\\-"), page)
+
+
+COMPONENT = {"name": "root", "designation": "file system /", "status": 2, "text": "95 % full",
+             "since": "2026-11-25T08:00:00Z", "checked": None, "next": None}
+STATUS = {"system": 2, "pending": 1, "components": [COMPONENT], "mail": {"sent": 3, "failed": 1, "last": None}}
+ALERT = {"name": "root", "designation": "file system /", "severity": "warning", "since": "2026-11-25T08:00:00Z",
+         "text": "95 % full"}
+
+
+def reply(command):
+    return {"SIP": {"V": 1, "CMD": [command]}}
+
+
+SERVICE = {  # what a service answers to the first member of a line
+    "ask": {"status": [{"kind": "status", "status": STATUS},
+                       {"kind": "component", "component": COMPONENT | {"status": 3}}],
+            "pending": [{"kind": "pending", "alerts": [ALERT]}]},
+    "acknowledge": [{"kind": "acknowledged", "alerts": 2}],
+    "check": [{"kind": "checked", "component": COMPONENT}],
+    "submit": [{"kind": "error", "error": "there is no component \"x\""}],
+    "subscribe": [{"kind": "subscribed"}],
+}
+
+
+class Service(ProgramTest):
+    """The control socket's other end, in a thread of the test."""
+
+    def setUp(self):
+        super().setUp()
+        self.path = self.folder / "control"
+        self.asked = []
+        listener = socket.socket(socket.AF_UNIX)
+        listener.bind(str(self.path))
+        listener.listen()
+        self.addCleanup(listener.close)
+        threading.Thread(target=self.serve_all, args=[listener], daemon=True).start()
+
+    def serve_all(self, listener):
+        with contextlib.suppress(OSError):
+            while True:
+                connection = listener.accept()[0]
+                with connection, connection.makefile("rw") as stream:
+                    for line in stream:
+                        self.answer(stream, json.loads(line))
+
+    def answer(self, stream, line):
+        self.asked.append(line)
+        kind, what = next(iter(line.items()))
+        answers = self.to_request(what) if kind == "request" else SERVICE.get(kind, [])
+        for answer in answers if isinstance(answers, list) else answers[what]:
+            stream.write(json.dumps(answer) + "\n")
+        stream.flush()
+
+    @staticmethod
+    def to_request(command):
+        if command["OC"] == 0x2242:  # a test mail
+            return [{"kind": "returned", "message": reply({"OC": 0x2242, "ST": 22})},
+                    {"kind": "trace", "level": 1, "text": 'X: ERROR! Server "smtp://m:25", step MAIL: no (55), last '
+                                                          "refusal: 550 not you"},
+                    {"kind": "reply", "message": reply({"OC": 0x2242, "ST": 0, "DA": 1})}]
+        host = command.get("OE") == 0x0431 and command.get("OI", 0) == 0
+        return [{"kind": "returned", "message": reply(command | ({"ST": 0, "DA": "m"} if host else {"ST": 19}))}]
+
+    def test_it_is_asked_and_told(self):
+        for command, status, words in (
+                ("status", 0, "This server: warning, 1 alert is pending\n2026-11-25 13:30:00  warning  root            "
+                              "file system /: 95 % full\nMails about alerts: 3 sent, 1 failed"),
+                ("--json status", 0, json.dumps(STATUS, separators=(",", ":"))),
+                ("pending", 0, "2026-11-25 13:30:00  warning  root            file system /: 95 % full"),
+                ("ack", 0, "The 2 pending alerts are acknowledged"),
+                ("check root", 0, "warning  root"),
+                ("submit x 2 'no tape'", 1, 'there is no component "x"'),
+                ("test-mail", 1, "server 1, m:25: did not take the mail at step MAIL: 550 not you (no)")):
+            self.assertEqual((status, words in (output := run(self, f"--socket {self.path} {command}"))[1]),
+                             (output[0], True), output)
+        self.assertIn({"submit": {"name": "x", "status": 2, "text": "no tape"}}, self.asked)
+
+    def test_a_view_in_a_pipe_has_a_line_for_each_change(self):
+        with subprocess.Popen([COMMAND, "--socket", self.path, "watch"], stdout=subprocess.PIPE, text=True) as watch:
+            seen = [watch.stdout.readline() for _ in range(4)]
+            self.assertEqual(seen[3], "2026-11-25 13:30:00  error    root            file system /: 95 % full\n")
+            watch.send_signal(signal.SIGINT)
+            self.assertEqual(watch.wait(20), 0)
+
+
+unittest.main()
