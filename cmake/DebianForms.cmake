@@ -1,7 +1,7 @@
 # What Debian wants to see in a package, over what `cmake --install` has put into it: run by CPack, before it packs.
 set(share ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr/share)
 set(documents ${share}/doc/${CPACK_PACKAGE_NAME})
-file(GLOB manuals ${share}/man/man1/*.1)
+file(GLOB manuals ${share}/man/man1/*.1 ${share}/man/man8/*.8)
 file(WRITE ${documents}/copyright "Format: https://www.debian.org/doc/packaging-manuals/copyright-format/1.0/
 Upstream-Name: em_alert
 

@@ -32,11 +32,14 @@ file(RELATIVE_PATH prefix_of_pc /${pkgconfig_dir} /)
 configure_file(cmake/em_alert.pc.in ${CMAKE_CURRENT_BINARY_DIR}/em_alert.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/em_alert.pc DESTINATION ${pkgconfig_dir})
 
-install(TARGETS em-alert-agent em-alert)
+install(TARGETS em-alert-agent em-alert em-alertd)
+install(FILES docs/em-alertd.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+install(FILES service/files/em-alertd.service DESTINATION lib/systemd/system)
 install(FILES docs/em-alert-agent.1 ${PROJECT_BINARY_DIR}/man/em-alert.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES command/em-alert.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME em-alert)
 # The documents keep their places to each other, for their links.
 set(document_dir ${CMAKE_INSTALL_DATADIR}/doc/em-alert)
+install(FILES service/files/em-alertd.toml DESTINATION ${document_dir}/examples)
 install(FILES CHANGELOG.md LICENSE SECURITY.md DESTINATION ${document_dir})
 install(DIRECTORY docs DESTINATION ${document_dir} FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN minimal-host.cpp)
 
@@ -51,10 +54,11 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "ca-certificates")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "rapidjson-dev, g++, cmake")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "monitoring-plugins-basic, rapidjson-dev, g++, cmake")
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "A shared library that turns component-status and update events into pending
 alerts, beeps on the PC speaker and mails. With it come em-alert, with
 which an operator sets it up and tries it, a stand-alone agent for those who
-test it, and what is needed to build an agent that loads it.")
+test it, and what is needed to build an agent that loads it; em-alertd watches
+the server that it runs on with Monitoring Plugins.")
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/DebianForms.cmake)
 include(CPack)

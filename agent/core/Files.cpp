@@ -69,12 +69,13 @@ OwnedFile OpenOutput(const std::string& path, bool append) {
     return file;
 }
 
-void ReplaceFile(const std::string& path, const std::string& text) {
+void ReplaceFile(const std::string& path, const std::string& text, mode_t mode) {
     MakeDirectories(std::filesystem::path(path).parent_path());
     std::string unfinished = path + ".XXXXXX";
     const int fd = ::mkostemp(unfinished.data(), O_CLOEXEC);  // with mode 0600
     OwnedFile file(fd < 0 ? nullptr : ::fdopen(fd, "w"), std::fclose);
-    const bool written = file != nullptr && std::fwrite(text.data(), 1, text.size(), file.get()) == text.size() &&
+    const bool written = file != nullptr && ::fchmod(fd, mode) == 0 &&
+                         std::fwrite(text.data(), 1, text.size(), file.get()) == text.size() &&
                          std::fflush(file.get()) == 0 && ::fsync(fd) == 0 &&
                          ::rename(unfinished.c_str(), path.c_str()) == 0;
     if (!written) {

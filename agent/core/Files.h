@@ -4,6 +4,7 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <sys/types.h>
 
 using OwnedFile = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
@@ -19,9 +20,9 @@ std::string ReadWholeFile(const std::string& path);
 /// @param append  behind what is there, or in its place
 OwnedFile OpenOutput(const std::string& path, bool append);
 
-/// Replaces a file as a whole: a reader sees the old text or the new one. The new file has mode 0600, and directories
+/// Replaces a file as a whole: a reader sees the old text or the new one. The new file has this mode, and directories
 /// that are missing on the way are made with mode 0700.
-void ReplaceFile(const std::string& path, const std::string& text);
+void ReplaceFile(const std::string& path, const std::string& text, mode_t mode = 0600);
 
 /// Lets the three standard descriptors stand for something: what is opened later would take the number of a closed one,
 /// and be read and written as standard input or output. To be called first in main.

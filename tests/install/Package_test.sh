@@ -48,8 +48,9 @@ for command in '/usr/bin/em-alert --json get servers' \
 done
 
 # The manual pages as packed are clean, and name each option that the programs name.
-for program in em-alert em-alert-agent; do
-    dpkg-deb --fsys-tarfile "$package" | tar -xO "./usr/share/man/man1/$program.1.gz" | gunzip >"$work/manual"
+for manual in em-alert.1 em-alert-agent.1 em-alertd.8; do
+    program=${manual%.*}
+    dpkg-deb --fsys-tarfile "$package" | tar -xO "./usr/share/man/man${manual##*.}/$manual.gz" | gunzip >"$work/manual"
     groff -mandoc -ww -Tascii -P-cbou "$work/manual" >"$work/page" 2>"$work/warnings"
     [ ! -s "$work/warnings" ] || fail "$(cat "$work/warnings")"
     for option in $("$root/usr/bin/$program" --help | grep -o '^  --[a-z-]*'); do

@@ -1,0 +1,91 @@
+#include "service/components/Components.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+constexpr std::size_t kMostReported = 1000;
+
+std::uint32_t EffectiveOf(ComponentStatus status, const CheckConfig& config) {
+    return status == ComponentStatus::Unknown ? config.unknownIs : static_cast<std::uint32_t>(status);
+}
+
+constexpr std::uint32_t kOk = static_cast<std::uint32_t>(ComponentStatus::Ok);
+
+}  // namespace
+
+std::uint32_t Component::Effective() const {
+    return since == 0 ? kOk : EffectiveOf(status, config);
+}
+
+void CComponents::Configure(const std::vector<CheckConfig>& checks) {
+    std::deque<Component> next;
+    for (const CheckConfig& check : checks) {
+        Component component;
+        if (const Component* known = Find(check.name)) {
+            component = *known;
+        } else {
+            component.id = ++lastId_;
+        }
+        component.config = check;
+        next.push_back(std::move(component));
+    }
+    for (Component& known : components_) {
+        const bool isConfigured = std::ranges::find(checks, known.config.name, &CheckConfig::name) != checks.end();
+        if (!isConfigured && known.config.command.empty() && known.config.freshness.count() == 0) {
+            next.push_back(std::move(known));
+        }
+    }
+    components_ = std::move(next);
+}
+
+Component* CComponents::Find(std::string_view name) {
+    const auto found = std::ranges::find(components_, name, [](const Component& one) { return one.config.name; });
+    return found != components_.end() ? &*found : nullptr;
+}
+
+Component* CComponents::FindOrMake(const std::string& name) {
+    if (Component* known = Find(name)) {
+        return known;
+    }
+    if (components_.size() >= kMostReported) {
+        return nullptr;
+    }
+    Component& made = components_.emplace_back();
+    made.config.name = made.config.designation = name;
+    made.id = ++lastId_;
+    return &made;
+}
+
+Consequence CComponents::Take(Component& component, const CheckResult& result) {
+    const std::time_t now = std::time(nullptr);
+    component.text = result.text;
+    component.checked = now;
+    component.took = result.took;
+    component.reported = Component::Clock::now();
+    const std::uint32_t before = component.Effective();
+    const std::uint32_t after = EffectiveOf(result.status, component.config);
+    const bool wasRestored = std::exchange(component.isRestored, false);
+    component.badInRow = after == kOk ? 0 : component.badInRow + 1;
+    const bool isNew = component.since == 0;
+    if (!isNew && result.status == component.status) {
+        component.badInRow = 0;
+        return wasRestored && component.isPending ? Consequence::Again : Consequence::None;
+    }
+    if (before == kOk && after != kOk && component.badInRow < component.config.attempts) {
+        return Consequence::None;
+    }
+    component.badInRow = 0;
+    component.status = result.status;
+    component.since = now;
+    return after == before ? Consequence::None : Consequence::Settled;
+}
+
+std::uint32_t CComponents::SystemStatus() const {
+    std::uint32_t worst = kOk;
+    for (const Component& component : components_) {
+        worst = std::max(worst, component.Effective());
+    }
+    return worst;
+}

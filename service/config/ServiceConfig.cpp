@@ -1,0 +1,157 @@
+#include "service/config/ServiceConfig.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <span>
+#include <unistd.h>
+
+#include "agent/core/Files.h"
+#include "agent/core/Json.h"
+#include "command/commands/Settings.h"
+#include "service/config/TableReader.h"
+
+namespace {
+
+using Mistakes = std::vector<ConfigMistake>;
+
+// The words in which the operator's command would take the value.
+std::vector<std::string> ValueWords(const toml::node& node, OperatorSetting::Kind kind) {
+    if (const auto flag = node.value<bool>(); flag && node.is_boolean()) {
+        return {*flag ? "on" : "off"};
+    }
+    std::string text = node.is_integer() ? std::to_string(*node.value<std::int64_t>()) : node.value_or(std::string());
+    if (kind == OperatorSetting::Kind::Lines) {
+        for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos; ++at) {
+            text.replace(at, 1, "\\n");
+        }
+    }
+    if (kind != OperatorSetting::Kind::Tones) {
+        return {text};
+    }
+    std::vector<std::string> words(1);
+    for (const char c : text) {
+        c == ' ' ? words.emplace_back() : words.back() += c;
+    }
+    return words;
+}
+
+void ReadAlerts(const toml::table* table, ServiceConfig& config, Mistakes& mistakes) {
+    if (table == nullptr) {
+        return;
+    }
+    CTableReader reader(*table, "[alerts] ", mistakes);
+    for (const OperatorSetting& setting : AlertSettings()) {
+        const toml::node* node = reader.Take(std::string(setting.name).c_str());
+        if (node == nullptr) {
+            continue;
+        }
+        try {
+            const bool fits = (setting.kind == OperatorSetting::Kind::Switch) == node->is_boolean() &&
+                              (setting.kind == OperatorSetting::Kind::Number) == node->is_integer();
+            if (!fits) {
+                throw CAgentError(setting.kind == OperatorSetting::Kind::Switch   ? "is true or false"
+                                  : setting.kind == OperatorSetting::Kind::Number ? "is a whole number"
+                                                                                  : "is a text in quotes");
+            }
+            config.alerts.push_back({.id = setting.id, .data = SettingData(setting, ValueWords(*node, setting.kind))});
+        } catch (const CAgentError& error) {
+            reader.Mistake(*node, std::string(setting.name) + " " + error.what());
+        }
+    }
+    reader.Duration("reminder", config.reminder);
+    reader.RefuseOthers();
+}
+
+bool CanRun(const std::string& program) {
+    if (program.find('/') != std::string::npos) {
+        return ::access(program.c_str(), X_OK) == 0 && !std::filesystem::is_directory(program);
+    }
+    return true;  // looked for in PATH when it is run
+}
+
+void ReadCheck(const toml::table& table, ServiceConfig& config, Mistakes& mistakes) {
+    CheckConfig check;
+    CTableReader reader(table, "[[check]] ", mistakes);
+    reader.Text("name", check.name);
+    reader.Text("designation", check.designation);
+    reader.Texts("command", check.command);
+    reader.Duration("interval", check.interval);
+    reader.Duration("timeout", check.timeout);
+    reader.Duration("retry", check.retry);
+    reader.Duration("freshness", check.freshness);
+    reader.Number("attempts", 1, 100, check.attempts);
+    reader.Number("unknown", 1, 3, check.unknownIs);
+    std::string kind = "status";
+    reader.Text("kind", kind);
+    check.isUpdate = kind == "update";
+    if (kind != "status" && kind != "update") {
+        reader.Mistake(*table.get("kind"), R"(kind is "status" or "update")");
+    }
+    reader.RefuseOthers();
+    if (check.name.empty() || check.name.find('/') != std::string::npos) {
+        reader.Mistake(table, R"(name is missing, or holds a "/": each check has a short name such as "root")");
+    }
+    const bool isTwice = std::ranges::find(config.checks, check.name, &CheckConfig::name) != config.checks.end();
+    if (isTwice) {
+        reader.Mistake(table, "the name " + check.name + " is taken by a check before this one");
+    }
+    if (!check.command.empty() && !CanRun(check.command.front())) {
+        reader.Mistake(*table.get("command"), "there is no program " + check.command.front() + " that could be run");
+    }
+    if (check.designation.empty()) {
+        check.designation = check.name;
+    }
+    config.checks.push_back(std::move(check));
+}
+
+void ReadChecks(CTableReader& root, ServiceConfig& config, Mistakes& mistakes) {
+    const toml::node* node = root.Take("check");
+    if (node == nullptr) {
+        return;
+    }
+    if (!node->is_array_of_tables()) {
+        root.Mistake(*node, "each check stands in a table of its own, under [[check]]");
+        return;
+    }
+    for (const toml::node& check : *node->as_array()) {
+        ReadCheck(*check.as_table(), config, mistakes);
+    }
+}
+
+void ReadRoot(const toml::table& table, ServiceConfig& config, Mistakes& mistakes) {
+    CTableReader root(table, "", mistakes);
+    ReadAlerts(root.Table("alerts"), config, mistakes);
+    ReadChecks(root, config, mistakes);
+    root.Duration("reminder", config.reminder);
+    root.Number("parallel", 1, 1000, config.parallel);
+    if (const toml::table* fleet = root.Table("alertmanager")) {
+        CTableReader reader(*fleet, "[alertmanager] ", mistakes);
+        reader.Texts("urls", config.alertmanagers);
+        reader.RefuseOthers();
+    }
+    if (const toml::table* metrics = root.Table("metrics")) {
+        CTableReader reader(*metrics, "[metrics] ", mistakes);
+        reader.Text("textfile", config.metricsFile);
+        reader.RefuseOthers();
+    }
+    root.RefuseOthers();
+}
+
+}  // namespace
+
+bool ReadServiceConfig(const std::string& path, ServiceConfig& config, std::vector<ConfigMistake>& mistakes) {
+    try {
+        ReadRoot(toml::parse(ReadWholeFile(path), path), config, mistakes);
+    } catch (const toml::parse_error& error) {
+        mistakes.push_back({.line = error.source().begin.line, .text = std::string(error.description())});
+    } catch (const CAgentError& error) {
+        mistakes.push_back({.line = 0, .text = error.what()});
+    }
+    std::ranges::stable_sort(mistakes, {}, &ConfigMistake::line);
+    return mistakes.empty();
+}
+
+std::string MistakeText(const std::string& path, const ConfigMistake& mistake) {
+    return mistake.line == 0 ? mistake.text : path + ":" + std::to_string(mistake.line) + ": " + mistake.text;
+}

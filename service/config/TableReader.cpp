@@ -1,0 +1,91 @@
+#include "service/config/TableReader.h"
+
+#include "service/config/Duration.h"
+
+const toml::node* CTableReader::Take(const char* key) {
+    known_.insert(key);
+    return table_.get(key);
+}
+
+void CTableReader::Mistake(const toml::node& node, const std::string& what) {
+    mistakes_.push_back({.line = node.source().begin.line, .text = where_ + what});
+}
+
+void CTableReader::Text(const char* key, std::string& target) {
+    if (const toml::node* node = Take(key); node == nullptr) {
+        return;
+    } else if (const auto text = node->value<std::string>(); text && node->is_string()) {
+        target = *text;
+    } else {
+        Mistake(*node, std::string(key) + " is a text in quotes");
+    }
+}
+
+void CTableReader::Texts(const char* key, std::vector<std::string>& target) {
+    const toml::node* node = Take(key);
+    if (node == nullptr) {
+        return;
+    }
+    target.clear();
+    if (const toml::array* list = node->as_array(); list != nullptr) {
+        for (const toml::node& item : *list) {
+            if (item.is_string()) {
+                target.push_back(*item.value<std::string>());
+            }
+        }
+        if (target.size() == list->size()) {
+            return;
+        }
+    }
+    Mistake(*node, std::string(key) + R"( is a list of texts, such as ["first", "second"])");
+}
+
+void CTableReader::Number(const char* key, std::uint32_t lowest, std::uint32_t highest, std::uint32_t& target) {
+    const toml::node* node = Take(key);
+    if (node == nullptr) {
+        return;
+    }
+    const auto number = node->is_integer() ? node->value<std::int64_t>() : std::nullopt;
+    if (number && *number >= lowest && *number <= highest) {
+        target = static_cast<std::uint32_t>(*number);
+    } else {
+        Mistake(*node, std::string(key) + " is a whole number from " + std::to_string(lowest) + " to " +
+                           std::to_string(highest));
+    }
+}
+
+void CTableReader::Duration(const char* key, std::chrono::milliseconds& target) {
+    std::string text;
+    Text(key, text);
+    if (text.empty() && (table_.get(key) == nullptr || !table_.get(key)->is_string())) {
+        return;
+    }
+    if (const auto time = ParseDuration(text); time && time->count() > 0) {
+        target = *time;
+    } else {
+        Mistake(*table_.get(key), std::string(key) + R"( is a time with its unit, such as "10s", "1min" or "24h")");
+    }
+}
+
+const toml::table* CTableReader::Table(const char* key) {
+    const toml::node* node = Take(key);
+    if (node != nullptr && !node->is_table()) {
+        Mistake(*node, "[" + std::string(key) + "] is a table");
+    }
+    return node != nullptr ? node->as_table() : nullptr;
+}
+
+void CTableReader::RefuseOthers() {
+    for (const auto& [key, node] : table_) {
+        if (known_.contains(key.str())) {
+            continue;
+        }
+        std::string names;
+        for (const std::string& name : known_) {
+            names += (names.empty() ? "" : ", ") + name;
+        }
+        mistakes_.push_back(
+            {.line = key.source().begin.line,
+             .text = where_ + "the key " + std::string(key.str()) + " is not known; here may stand " + names});
+    }
+}

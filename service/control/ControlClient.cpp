@@ -1,0 +1,114 @@
+#include "service/control/ControlClient.h"
+
+#include <array>
+#include <cerrno>
+#include <pwd.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <utility>
+
+#include "agent/core/Json.h"
+
+namespace {
+
+constexpr std::size_t kLongestLine = 65536;
+constexpr std::size_t kMostUnread = std::size_t{1} << 20;
+
+std::string PeerOf(int socket) {
+    ucred credentials{};
+    socklen_t size = sizeof credentials;
+    if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) {
+        return "somebody";
+    }
+    passwd entry{};
+    passwd* found = nullptr;
+    std::array<char, 4096> buffer{};
+    ::getpwuid_r(credentials.uid, &entry, buffer.data(), buffer.size(), &found);
+    return (found != nullptr ? std::string(found->pw_name) : "uid " + std::to_string(credentials.uid)) + " (process " +
+           std::to_string(credentials.pid) + ")";
+}
+
+}  // namespace
+
+CControlClient::CControlClient(CLoop& loop, CUniqueFd socket, std::uint64_t id, OnLine onLine, OnGone onGone)
+    : loop_(loop),
+      socket_(std::move(socket)),
+      id_(id),
+      onLine_(std::move(onLine)),
+      onGone_(std::move(onGone)),
+      peer_(PeerOf(socket_.Get())),
+      source_(loop.Watch(socket_.Get(), EPOLLIN, [this] { OnReady(); })) {}
+
+void CControlClient::OnReady() {
+    Flush();
+    if (!isDropped_) {
+        Read();
+    }
+}
+
+/// One piece at a time: others are served in between.
+void CControlClient::Read() {
+    std::array<char, 16384> piece{};
+    const ssize_t count = ::recv(socket_.Get(), piece.data(), piece.size(), MSG_DONTWAIT);
+    if (count > 0) {
+        in_.append(piece.data(), static_cast<std::size_t>(count));
+        TakeLines();
+    } else if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
+        Drop();
+    }
+}
+
+void CControlClient::TakeLines() {
+    std::size_t begin = 0;
+    for (auto end = in_.find('\n'); end != std::string::npos && !isDropped_; end = in_.find('\n', begin)) {
+        const std::string line = in_.substr(begin, end - begin);
+        begin = end + 1;
+        if (!line.empty()) {
+            onLine_(*this, line);
+        }
+    }
+    in_.erase(0, begin);
+    if (in_.size() > kLongestLine) {
+        SendError("a line is 65536 bytes long at most");
+        Drop();
+    }
+}
+
+void CControlClient::Send(const std::string& json) {
+    if (isDropped_) {
+        return;
+    }
+    out_ += json + "\n";
+    Flush();
+    if (out_.size() > kMostUnread) {
+        Drop();
+    }
+}
+
+void CControlClient::SendError(const std::string& sentence) {
+    Send("{\"kind\":\"error\",\"error\":" + JsonString(sentence) + "}");
+}
+
+void CControlClient::Flush() {
+    while (!out_.empty()) {
+        const ssize_t count = ::send(socket_.Get(), out_.data(), out_.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (count < 0) {
+            if (errno == EPIPE || errno == ECONNRESET) {
+                Drop();
+            }
+            break;
+        }
+        out_.erase(0, static_cast<std::size_t>(count));
+    }
+    if (!isDropped_) {
+        CLoop::ChangeEvents(source_, out_.empty() ? std::uint32_t{EPOLLIN} : std::uint32_t{EPOLLIN | EPOLLOUT});
+    }
+}
+
+/// The object goes a moment later: its callers may still use it.
+void CControlClient::Drop() {
+    if (!std::exchange(isDropped_, true)) {
+        source_ = {};
+        dropping_ = loop_.After(std::chrono::milliseconds(0), [this] { onGone_(id_); });
+    }
+}

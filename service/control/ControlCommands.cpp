@@ -1,0 +1,241 @@
+#include "service/control/ControlCommands.h"
+
+#include <algorithm>
+
+#include "service/components/Journal.h"
+#include "service/components/StatusJson.h"
+#include "sip/Vocabulary.h"
+
+namespace {
+
+constexpr std::uint32_t kUnknownReport = 3;
+
+const CRapidJsonUtil::value& Member(const CRapidJsonUtil::value& object, const char* key) {
+    static const CRapidJsonUtil::value none;
+    const CRapidJsonUtil::value* found =
+        object.IsObject() ? CRapidJsonUtil::Find(object, rapidjson::StringRef(key)) : nullptr;
+    return found != nullptr ? *found : none;
+}
+
+std::string TextOf(const CRapidJsonUtil::value& value, const char* what) {
+    if (!value.IsString() || value.GetStringLength() == 0) {
+        throw CAgentError(std::string(what) + " is a text");
+    }
+    return {value.GetString(), value.GetStringLength()};
+}
+
+std::string MessageLine(const char* kind, const Command& command) {
+    return std::string("{\"kind\":\"") + kind + "\",\"message\":" + MessageText(command) + "}";
+}
+
+constexpr const char* kBusy = "too much waits for the module already; try again later";
+
+}  // namespace
+
+struct CControlCommands::Order {
+    const char* key;
+    void (CControlCommands::*run)(CControlClient& client, const Value& value);
+    bool isChange;  // logged with who asked for it
+};
+
+const std::vector<CControlCommands::Order>& CControlCommands::Orders() {
+    static const std::vector<Order> orders = {
+        {"ask", &CControlCommands::Ask, false},
+        {"acknowledge", &CControlCommands::Acknowledge, true},
+        {"check", &CControlCommands::Check, false},
+        {"submit", &CControlCommands::Submit, true},
+        {"subscribe", &CControlCommands::Subscribe, false},
+        {"request", &CControlCommands::Request, true},
+        {"event", &CControlCommands::Deliver, true},
+        {"notice", &CControlCommands::Deliver, true},
+        {"set", &CControlCommands::Set, true},
+    };
+    return orders;
+}
+
+CControlCommands::CControlCommands(CLoop& loop, CService& service, const std::string& path)
+    : service_(service),
+      server_(loop, path, [this](CControlClient& client, const std::string& line) { OnLine(client, line); }) {}
+
+void CControlCommands::OnLine(CControlClient& client, const std::string& line) {
+    try {
+        const CRapidJsonUtil::Document document = ParseJson(line);
+        for (const Order& order : Orders()) {
+            const Value* value =
+                document.IsObject() ? CRapidJsonUtil::Find(document, rapidjson::StringRef(order.key)) : nullptr;
+            if (value == nullptr) {
+                continue;
+            }
+            const auto operation = ReadNumber(Member(*value, "OC"));
+            if (order.isChange && operation != kReadConfigurationValue && operation != kPendingAlert) {
+                // Not the data: passwords may be among them.
+                Journal(6, client.Peer() + " at the control socket: " + order.key);
+            }
+            (this->*order.run)(client, *value);
+            return;
+        }
+        client.SendError("this line asks for nothing that is known");
+    } catch (const CAgentError& error) {
+        client.SendError(error.what());
+    }
+}
+
+void CControlCommands::Ask(CControlClient& client, const Value& value) {
+    const std::string what = TextOf(value, "\"ask\"");
+    if (what == "status") {
+        client.Send("{\"kind\":\"status\",\"status\":" + service_.Status() + "}");
+    } else if (what == "pending") {
+        client.Send("{\"kind\":\"pending\",\"alerts\":" + service_.Pending() + "}");
+    } else if (what == "settings") {
+        std::string answers;
+        for (const Command& answer : service_.Answers().All()) {
+            if (answer.oc == kReadConfigurationValue && answer.oe && !answer.data.empty()) {
+                answers += (answers.empty() ? "{\"OC\":" : ",{\"OC\":") + std::to_string(*answer.oc) +
+                           ",\"OE\":" + std::to_string(*answer.oe) + ",\"DA\":" + answer.data + "}";
+            }
+        }
+        client.Send("{\"kind\":\"settings\",\"answers\":[" + answers + "]}");
+    } else {
+        client.SendError("\"ask\" is for \"status\", \"pending\" or \"settings\"");
+    }
+}
+
+void CControlCommands::Acknowledge(CControlClient& client, const Value& /*value*/) {
+    const bool isPosted = service_.Acknowledge([this, id = client.Id()](std::size_t alerts) {
+        if (CControlClient* still = server_.Find(id)) {
+            still->Send("{\"kind\":\"acknowledged\",\"alerts\":" + std::to_string(alerts) + "}");
+        }
+    });
+    if (!isPosted) {
+        client.SendError(kBusy);
+    }
+}
+
+void CControlCommands::Check(CControlClient& client, const Value& value) {
+    const std::string name = TextOf(value, "\"check\"");
+    const Component* component = service_.Components().Find(name);
+    if (component == nullptr || component->config.command.empty()) {
+        throw CAgentError("there is no check " + name);
+    }
+    checking_.emplace(name, client.Id());
+    service_.CheckNow(name);
+}
+
+void CControlCommands::Submit(CControlClient& client, const Value& value) {
+    const std::string name = TextOf(Member(value, "name"), "\"name\"");
+    const auto status = ReadNumber(Member(value, "status"));
+    if (!status || *status > kUnknownReport) {
+        throw CAgentError("\"status\" is that of a plugin: 0 OK, 1 warning, 2 critical, 3 unknown");
+    }
+    if (name.find('/') != std::string::npos || FirstLine(name) != name) {
+        throw CAgentError("\"name\" is one short line without \"/\" and \"|\"");
+    }
+    const Value& text = Member(value, "text");
+    const Component* component = service_.Submit(
+        name, {.status = StatusOfExit(static_cast<int>(*status)),
+               .text = FirstLine(text.IsString() ? std::string_view(text.GetString(), text.GetStringLength()) : "")});
+    if (component == nullptr) {
+        throw CAgentError("there are too many components already");
+    }
+    client.Send("{\"kind\":\"submitted\",\"component\":" + ComponentJson(*component) + "}");
+}
+
+void CControlCommands::Subscribe(CControlClient& client, const Value& /*value*/) {
+    client.isSubscribed = true;
+    client.Send("{\"kind\":\"subscribed\"}");
+}
+
+void CControlCommands::Request(CControlClient& client, const Value& value) {
+    const Command request = ParseCommand(value);
+    const bool isPosted =
+        service_.Ask([request](CDelivery& delivery, CAgent& agent) { return delivery.Request(agent, request); },
+                     [this, id = client.Id()](const Command& answer) { OnReturned(id, answer); });
+    if (!isPosted) {
+        throw CAgentError(kBusy);
+    }
+    ++client.underWay;
+}
+
+void CControlCommands::OnReturned(std::uint64_t id, const Command& answer) {
+    CControlClient* client = server_.Find(id);
+    if (client == nullptr) {
+        return;
+    }
+    client->Send(MessageLine("returned", answer));
+    if (answer.st == kAnswerFollows && answer.oc) {
+        waiting_.push_back({.client = id, .operation = *answer.oc});
+    } else {
+        --client->underWay;
+    }
+}
+
+/// Events and notices.
+void CControlCommands::Deliver(CControlClient& client, const Value& value) {
+    const Command notice = ParseCommand(value);
+    const bool isPosted = service_.Ask(
+        [notice](CDelivery& delivery, CAgent& agent) {
+            delivery.Notice(agent, notice);
+            return notice;
+        },
+        [this, id = client.Id()](const Command& delivered) {
+            if (CControlClient* still = server_.Find(id)) {
+                still->Send(MessageLine("delivered", delivered));
+            }
+        });
+    if (!isPosted) {
+        throw CAgentError(kBusy);
+    }
+}
+
+void CControlCommands::Set(CControlClient& client, const Value& value) {
+    const Command answer = ParseAnswer(value);
+    service_.ChangeSetting(answer);
+    client.Send(MessageLine("set", answer));
+}
+
+void CControlCommands::OnComponent(const Component& component) {
+    const std::string json = ComponentJson(component);
+    const auto [begin, end] = checking_.equal_range(component.config.name);
+    for (auto at = begin; at != end; ++at) {
+        if (CControlClient* client = server_.Find(at->second)) {
+            client->Send("{\"kind\":\"checked\",\"component\":" + json + "}");
+        }
+    }
+    checking_.erase(begin, end);
+    server_.ForEach([&](CControlClient& client) {
+        if (client.isSubscribed) {
+            client.Send("{\"kind\":\"component\",\"component\":" + json + "}");
+        }
+    });
+}
+
+void CControlCommands::OnModuleEntry(const TranscriptEntry& entry) {
+    const std::string line = "{\"kind\":" + JsonString(entry.kind) + ",\"message\":" + entry.message + "}";
+    std::uint64_t asker = 0;
+    if (entry.kind == "reply") {
+        const Command reply = CurrentCommand(entry.message, entry.commandIndex);
+        const auto found =
+            std::ranges::find_if(waiting_, [&](const Waiting& one) { return one.operation == reply.oc; });
+        if (found != waiting_.end()) {
+            asker = found->client;
+            waiting_.erase(found);
+        }
+    }
+    server_.ForEach([&](CControlClient& client) {
+        if (client.Id() == asker || client.isSubscribed) {
+            client.Send(line);
+        }
+        if (client.Id() == asker) {
+            --client.underWay;
+        }
+    });
+}
+
+void CControlCommands::OnTrace(const std::string& print) {
+    const std::string line = "{\"kind\":\"trace\",\"level\":1,\"text\":" + JsonString(print) + "}";
+    server_.ForEach([&](CControlClient& client) {
+        if (client.underWay > 0) {
+            client.Send(line);
+        }
+    });
+}

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "service/control/ControlClient.h"
+
+/// The control socket: mode 0660, of the group em-alert where there is one. One thread, the loop's.
+class CControlServer {
+public:
+    /// @throw CAgentError when the socket cannot be made, and when another service answers there
+    CControlServer(CLoop& loop, std::string path, CControlClient::OnLine onLine);
+
+    /// Removes the socket.
+    ~CControlServer();
+    CControlServer(const CControlServer&) = delete;
+    CControlServer& operator=(const CControlServer&) = delete;
+
+    /// @return null when it has gone
+    CControlClient* Find(std::uint64_t id);
+
+    template <typename Work>
+    void ForEach(Work work) {
+        for (const auto& [id, client] : clients_) {
+            work(*client);
+        }
+    }
+
+private:
+    void Accept();
+
+    CLoop& loop_;
+    const std::string path_;
+    const CControlClient::OnLine onLine_;
+    CUniqueFd socket_;
+    std::map<std::uint64_t, std::unique_ptr<CControlClient>> clients_;
+    std::uint64_t lastId_ = 0;
+    CLoopSource source_;
+};

@@ -1,0 +1,86 @@
+#include "service/core/CheckRunner.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <string_view>
+#include <sys/epoll.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::size_t kKeptOutput = 4096;  // its first line is of interest
+constexpr std::chrono::milliseconds kGrace{1000};
+
+std::string Seconds(std::chrono::milliseconds time) {
+    const std::string text = std::to_string(std::chrono::duration<double>(time).count());
+    return text.substr(0, text.find_last_not_of('0') + (text.find_last_not_of('0') == text.find('.') ? 0 : 1)) + " s";
+}
+
+}  // namespace
+
+CCheckRun::CCheckRun(CLoop& loop, const std::vector<std::string>& command, std::chrono::milliseconds timeout, Done done)
+    : loop_(loop), timeout_(timeout), done_(std::move(done)) {
+    if (const int error = process_.Start(command); error != 0) {
+        const std::string text = command.front() + " cannot be started: " + std::generic_category().message(error);
+        timer_ = loop.After(std::chrono::milliseconds(0), [this, text] {
+            Finish({.status = ComponentStatus::Warning, .text = text, .isAnswer = false});
+        });
+        return;
+    }
+    outputSource_ = loop.Watch(process_.GetOutput(), EPOLLIN, [this] { ReadOutput(); });
+    endSource_ = loop.Watch(process_.GetPidFd(), EPOLLIN, [this] { OnEnd(); });
+    timer_ = loop.After(timeout, [this] { OnTimeout(); });
+}
+
+void CCheckRun::ReadOutput() {
+    std::array<char, 16384> piece{};
+    const ssize_t count = ::read(process_.GetOutput(), piece.data(), piece.size());
+    if (count > 0 && output_.size() < kKeptOutput) {
+        output_.append(piece.data(), std::min(static_cast<std::size_t>(count), kKeptOutput - output_.size()));
+    }
+    if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) {
+        outputSource_ = {};
+    }
+}
+
+void CCheckRun::OnEnd() {
+    ReadOutput();  // what came before the end
+    endSource_ = {};
+    const auto end = process_.Wait(std::chrono::milliseconds(0));
+    CheckResult result{.status = ComponentStatus::Unknown,
+                       .text = FirstLine(output_),
+                       .took = std::chrono::steady_clock::now() - begun_};
+    if (isLate_) {
+        result.isAnswer = false;
+        result.text = "ended after " + Seconds(timeout_) + " without an answer";
+    } else if (!end || end->how != CProcess::CEnd::EHow::Exited) {
+        result.text = end && end->how == CProcess::CEnd::EHow::Signalled
+                          ? "ended by signal " + std::to_string(end->value)
+                          : "ended, but how is not known";
+    } else {
+        result.status = StatusOfExit(end->value);
+        if (result.text.empty()) {
+            result.text = "no output, exit status " + std::to_string(end->value);
+        }
+    }
+    Finish(result);
+}
+
+void CCheckRun::OnTimeout() {
+    if (!std::exchange(isLate_, true)) {
+        process_.Signal(SIGTERM);
+        timer_ = loop_.After(kGrace, [this] { OnTimeout(); });
+        return;
+    }
+    process_.Signal(SIGKILL);
+    timer_ = {};
+}
+
+void CCheckRun::Finish(const CheckResult& result) {
+    outputSource_ = {};
+    timer_ = {};
+    const Done done = done_;  // the object may go while it is told
+    done(result);
+}

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <mutex>
+
+#include "platform/files/UniqueFd.h"
+#include "service/core/Loop.h"
+
+/// Has the loop do what other threads ask for, in their order.
+class CInbox {
+public:
+    explicit CInbox(CLoop& loop);
+    CInbox(const CInbox&) = delete;
+    CInbox& operator=(const CInbox&) = delete;
+
+    /// Any thread.
+    void Post(std::function<void()> work);
+
+private:
+    void Drain();
+
+    CUniqueFd event_;
+    std::mutex lock_;  // guards the queue
+    std::deque<std::function<void()>> waiting_;
+    CLoopSource source_;
+};

@@ -1,0 +1,86 @@
+#include "service/core/ModuleThread.h"
+
+#include <cstdio>
+#include <exception>
+#include <utility>
+
+namespace {
+
+constexpr std::size_t kMostWaiting = 10000;
+// Between pieces of work the module's asynchronous requests are answered.
+constexpr std::chrono::milliseconds kIdle{1000};
+
+}  // namespace
+
+CModuleThread::CModuleThread(AgentSettings settings, const CAnswerTable& answers, CTranscript::Listener listener)
+    : settings_(std::move(settings)),
+      answers_(answers),
+      transcript_(std::nullopt, false, std::move(listener)),
+      thread_([this] { Run(); }) {}
+
+CModuleThread::~CModuleThread() {
+    {
+        const std::lock_guard guard(lock_);
+        stops_ = true;
+    }
+    changed_.notify_all();
+}
+
+bool CModuleThread::WaitForLoad() {
+    std::unique_lock guard(lock_);
+    changed_.wait(guard, [this] { return loaded_ != Loaded::NotYet; });
+    return loaded_ == Loaded::Yes;
+}
+
+bool CModuleThread::Post(Work work) {
+    {
+        const std::lock_guard guard(lock_);
+        if (waiting_.size() >= kMostWaiting) {
+            return false;
+        }
+        waiting_.push_back(std::move(work));
+    }
+    changed_.notify_all();
+    return true;
+}
+
+std::chrono::seconds CModuleThread::Busy() const {
+    const auto begun = begun_.load();
+    return begun == std::chrono::steady_clock::time_point()
+               ? std::chrono::seconds(0)
+               : std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - begun);
+}
+
+/// @return false when there is nothing left to do and the thread is to end; no work for a moment's idleness
+bool CModuleThread::Take(Work& work) {
+    std::unique_lock guard(lock_);
+    changed_.wait_for(guard, kIdle, [this] { return stops_ || !waiting_.empty(); });
+    if (waiting_.empty()) {
+        return !stops_;
+    }
+    work = std::move(waiting_.front());
+    waiting_.pop_front();
+    return true;
+}
+
+void CModuleThread::Run() {
+    CAgent agent(settings_, answers_, transcript_);
+    const bool isLoaded = agent.Load();
+    {
+        const std::lock_guard guard(lock_);
+        loaded_ = isLoaded ? Loaded::Yes : Loaded::No;
+    }
+    changed_.notify_all();
+    for (Work work; isLoaded && Take(work); work = nullptr) {
+        begun_ = std::chrono::steady_clock::now();
+        try {
+            if (work) {
+                work(agent);
+            }
+            agent.Work(std::chrono::milliseconds(0));
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "em-alertd: %s\n", error.what());
+        }
+        begun_ = std::chrono::steady_clock::time_point();
+    }
+}

@@ -1,0 +1,52 @@
+#include "service/core/Once.h"
+
+#include <array>
+#include <cstdio>
+
+#include "service/components/Components.h"
+#include "service/core/Scheduler.h"
+
+namespace {
+
+constexpr std::array<const char*, 4> kWords = {"UNKNOWN", "OK", "WARNING", "CRITICAL"};
+
+}  // namespace
+
+bool CheckOnce(const ServiceConfig& config) {
+    CLoop loop;
+    std::vector<std::unique_ptr<CCheckRun>> runs;
+    std::size_t left = 0;
+    std::size_t next = 0;
+    bool isAnswered = true;
+    std::vector<const CheckConfig*> checks;
+    for (const CheckConfig& check : config.checks) {
+        if (!check.command.empty()) {
+            checks.push_back(&check);
+        }
+    }
+    left = checks.size();
+    runs.resize(checks.size());
+    const std::function<void()> begin = [&] {
+        const std::size_t place = next++;
+        const CheckConfig& check = *checks[place];
+        runs[place] =
+            std::make_unique<CCheckRun>(loop, check.command, check.timeout, [&, place](const CheckResult& result) {
+                isAnswered = isAnswered && result.isAnswer;
+                std::printf("%s: %s - %s\n", checks[place]->name.c_str(),
+                            kWords.at(static_cast<std::size_t>(result.status)), result.text.c_str());
+                std::fflush(stdout);
+                if (--left == 0) {
+                    loop.Stop();
+                } else if (next < checks.size()) {
+                    begin();
+                }
+            });
+    };
+    while (next < checks.size() && next < config.parallel) {
+        begin();
+    }
+    if (left > 0) {
+        loop.Run();
+    }
+    return isAnswered;
+}

@@ -1,0 +1,7 @@
+#pragma once
+
+#include "service/config/ServiceConfig.h"
+
+/// Runs each check once, side by side, and prints "NAME: STATUS - text" for each as it ends.
+/// @return false when any could not be started or did not answer in time
+bool CheckOnce(const ServiceConfig& config);

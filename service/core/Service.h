@@ -1,0 +1,107 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "agent/core/Ledger.h"
+#include "service/components/Components.h"
+#include "service/core/Delivery.h"
+#include "service/core/Inbox.h"
+#include "service/core/ModuleThread.h"
+#include "service/core/Scheduler.h"
+#include "service/core/StateStore.h"
+#include "service/fleet/Alertmanager.h"
+
+struct ServiceOptions {
+    std::string config;
+    std::string socket;
+    std::string state;
+    std::string module;
+};
+
+/// What the service tells on its own account: a line of JSON, and the client whose request it answers (0: for those who
+/// listen).
+class CIServiceListener {
+public:
+    virtual ~CIServiceListener() = default;
+    virtual void OnComponent(const Component& component) = 0;
+    virtual void OnModuleEntry(const TranscriptEntry& entry) = 0;
+    virtual void OnTrace(const std::string& print) = 0;
+};
+
+/// Components in, events out: results settle, what has settled is kept and delivered to the module, and what came of it
+/// is kept. One thread, the loop's, unless stated.
+class CService {
+public:
+    CService(CLoop& loop, ServiceOptions options, ServiceConfig config);
+    ~CService();
+    CService(const CService&) = delete;
+    CService& operator=(const CService&) = delete;
+
+    /// Loads the module and begins with the checks.
+    /// @throw CAgentError when the module cannot be loaded
+    void Start(CIServiceListener& listener);
+
+    /// Reads the configuration again; one with mistakes changes nothing, and is told to the journal.
+    void Reload();
+
+    std::string Status() const;
+    std::string Pending() const;
+    const CAnswerTable& Answers() const { return answers_; }
+    CComponents& Components() { return components_; }
+
+    /// Takes a report from outside.
+    /// @return the component as it is then; null when there are too many
+    Component* Submit(const std::string& name, const CheckResult& result);
+    void CheckNow(const std::string& name) { scheduler_.CheckNow(name); }
+
+    /// Has work done on the module's thread; `done` is called in the loop with its result.
+    /// @return false when too much waits already
+    bool Ask(std::function<Command(CDelivery&, CAgent&)> work, std::function<void(const Command&)> done);
+
+    /// @param done  gets how many alerts were pending
+    bool Acknowledge(std::function<void(std::size_t)> done);
+
+    /// A setting that the module follows: answered like this from here on, also after a restart of the service.
+    void ChangeSetting(const Command& answer);
+
+    /// How long the module has been at one call.
+    std::chrono::seconds ModuleBusy() const { return module_ != nullptr ? module_->Busy() : std::chrono::seconds(0); }
+    CLedger& Ledger() { return ledger_; }
+
+private:
+    void OnResult(const std::string& name, const CheckResult& result);
+    void Tell(const std::string& name, bool withoutMail);
+    void OnTold(const std::string& name, bool isMailLost);
+    void FollowUpdates(Component& component);
+    void MarkPending();
+    void OnTrace(const std::string& print);
+    void OnEntry(const TranscriptEntry& entry);
+    void SetAnswers();
+    void SetFleet();
+    void OnChange();
+
+    CLoop& loop_;
+    const ServiceOptions options_;
+    ServiceConfig config_;
+    CInbox inbox_;
+    CStateStore store_;
+    CAnswerTable answers_;
+    CLedger ledger_;
+    CDelivery delivery_{answers_, ledger_};
+    CComponents components_;
+    CScheduler scheduler_;
+    CIServiceListener* listener_ = nullptr;
+    std::vector<std::string> untold_;  // by the last run
+    std::vector<std::unique_ptr<CAlertmanager>> fleet_;
+    CLoopSource metricsTimer_;
+    std::map<std::string, CLoopSource> reminders_;
+    std::map<std::string, CLoopSource> retries_;
+    std::map<std::string, std::size_t> lostMails_;  // in a row
+    std::atomic<bool> isMailLost_{false};           // during the delivery that is under way
+    std::unique_ptr<CModuleThread> module_;         // last: its thread uses the others
+};

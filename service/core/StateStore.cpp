@@ -1,0 +1,73 @@
+#include "service/core/StateStore.h"
+
+#include <cerrno>
+#include <sys/stat.h>
+#include <system_error>
+
+#include "service/components/Journal.h"
+#include "sip/Vocabulary.h"
+
+namespace {
+
+std::string Key(const Component& component, const char* what) {
+    return "components/" + component.config.name + "/" + what;
+}
+
+}  // namespace
+
+CStateStore::CStateStore(const std::string& directory) : registry_(directory) {
+    if (::mkdir(directory.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+        Journal(3, "cannot make " + directory + ": " + std::generic_category().message(errno));
+    }
+    if (const auto loaded = registry_.Load(); !loaded.problem.empty()) {
+        Journal(3, loaded.problem);
+    }
+}
+
+bool CStateStore::Restore(Component& component) const {
+    component.status = static_cast<ComponentStatus>(registry_.GetNumber(Key(component, "status"), 0));
+    component.since = registry_.GetNumber(Key(component, "since"), 0);
+    component.text = registry_.Get(Key(component, "text")).value_or("");
+    component.isPending = registry_.GetBool(Key(component, "pending"), false);
+    component.isRestored = component.since != 0;
+    if (const auto updates = registry_.GetNumber(Key(component, "updates"), -1); updates >= 0) {
+        component.updates = static_cast<std::uint32_t>(updates);
+    }
+    return component.since != 0 && !registry_.GetBool(Key(component, "told"), false);
+}
+
+void CStateStore::KeepUntold(const Component& component) {
+    registry_.SetNumber(Key(component, "status"), static_cast<std::int64_t>(component.status));
+    registry_.SetNumber(Key(component, "since"), component.since);
+    registry_.Set(Key(component, "text"), component.text);
+    registry_.SetBool(Key(component, "told"), false);
+}
+
+void CStateStore::KeepTold(const Component& component) {
+    KeepUntold(component);
+    registry_.SetBool(Key(component, "told"), component.since != 0);
+    registry_.SetBool(Key(component, "pending"), component.isPending);
+    if (component.updates) {
+        registry_.SetNumber(Key(component, "updates"), *component.updates);
+    }
+}
+
+void CStateStore::KeepSetting(std::uint32_t id, const std::string& data) {
+    registry_.Set("settings/" + std::to_string(id), data);
+}
+
+void CStateStore::RestoreSettings(CAnswerTable& answers) const {
+    for (const std::string& name : registry_.Children("settings")) {
+        Command answer;
+        answer.oc = kReadConfigurationValue;
+        answer.oe = ParseNumber(name);
+        answer.data = registry_.Get("settings/" + name).value_or("null");
+        answers.Set(answer);
+    }
+}
+
+void CStateStore::Save() {
+    if (const int error = registry_.Save(); error != 0) {
+        Journal(3, "cannot save the state: " + std::generic_category().message(error));
+    }
+}

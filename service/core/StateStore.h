@@ -1,0 +1,44 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "agent/core/AnswerTable.h"
+#include "platform/ini/Registry.h"
+#include "service/components/Components.h"
+
+/// What outlives the service: what was told of each component, what is pending, and settings changed at run time.
+class CStateStore {
+public:
+    /// Reads the state; damage is told to the journal, and older copies are used.
+    /// @param directory  made if it is missing
+    explicit CStateStore(const std::string& directory);
+
+    /// The names of all components that a run knew of.
+    std::vector<std::string> Names() const { return registry_.Children("components"); }
+
+    /// Gives a component what the last run knew of it.
+    /// @return true when its event was perhaps not delivered: it has to be told
+    bool Restore(Component& component) const;
+
+    /// A component that is no longer watched.
+    void Forget(const std::string& name) { registry_.Remove("components/" + name); }
+
+    /// Before its event is delivered: when the service dies now, the next run tells it.
+    void KeepUntold(const Component& component);
+
+    /// After the delivery, and when it was acknowledged.
+    void KeepTold(const Component& component);
+
+    /// @param data  "DA" of the answer
+    void KeepSetting(std::uint32_t id, const std::string& data);
+
+    /// The kept settings go before those of the configuration.
+    void RestoreSettings(CAnswerTable& answers) const;
+
+    /// Writes what was kept. Some milliseconds: two syncs.
+    void Save();
+
+private:
+    CRegistry registry_;
+};

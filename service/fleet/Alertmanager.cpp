@@ -1,0 +1,125 @@
+#include "service/fleet/Alertmanager.h"
+
+#include <array>
+#include <chrono>
+#include <functional>
+#include <memory>
+
+#include <curl/curl.h>
+
+#include "agent/core/Json.h"
+#include "service/components/Journal.h"
+
+namespace {
+
+constexpr std::chrono::seconds kInterval{60};
+constexpr std::chrono::seconds kSpread{10};  // by host: a fleet does not call in the same second
+constexpr std::chrono::seconds kRetry{5};
+constexpr long kLongestTransfer = 10;       // s
+constexpr std::time_t kToldAfterEnd = 300;  // s, for instances that were away
+constexpr long kFirstFailure = 300;         // HTTP status
+
+std::string Rfc3339(std::time_t time) {
+    std::tm utc{};
+    ::gmtime_r(&time, &utc);
+    std::array<char, 32> text{};
+    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &utc)};
+}
+
+int MayGoOn(void* stop, curl_off_t /*a*/, curl_off_t /*b*/, curl_off_t /*c*/, curl_off_t /*d*/) {
+    return static_cast<const std::stop_token*>(stop)->stop_requested() ? 1 : 0;
+}
+
+std::size_t Swallow(char* /*bytes*/, std::size_t size, std::size_t count, void* /*nothing*/) {
+    return size * count;
+}
+
+}  // namespace
+
+CAlertmanager::CAlertmanager(std::string url, std::string instance)
+    : url_(std::move(url) + "/api/v2/alerts"),
+      instance_(std::move(instance)),
+      thread_([this](const std::stop_token& stop) { Run(stop); }) {}
+
+CAlertmanager::~CAlertmanager() = default;
+
+void CAlertmanager::Update(const CComponents& components) {
+    const std::time_t now = std::time(nullptr);
+    const std::lock_guard guard(lock_);
+    std::map<Key, Alert> next;
+    for (const Component& one : components.All()) {
+        if (one.Effective() > 1) {
+            next[{one.config.name, one.Effective() > 2}] = {
+                .designation = one.config.designation, .text = one.text, .starts = one.since};
+        }
+    }
+    for (auto& [key, alert] : alerts_) {
+        if (!next.contains(key) && (alert.ends == 0 || alert.ends + kToldAfterEnd > now)) {
+            alert.ends = alert.ends == 0 ? now : alert.ends;
+            next[key] = alert;
+        }
+    }
+    if (next != alerts_) {
+        alerts_ = std::move(next);
+        isNew_ = true;
+        changed_.notify_all();
+    }
+}
+
+std::string CAlertmanager::Body() const {
+    std::string body;
+    for (const auto& [key, alert] : alerts_) {
+        body += std::string(body.empty() ? "" : ",") + R"({"labels":{"alertname":"ComponentStatus","instance":)" +
+                JsonString(instance_) + ",\"component\":" + JsonString(key.first) +
+                ",\"severity\":" + (key.second ? R"("critical")" : R"("warning")") +
+                "},\"annotations\":{\"summary\":" + JsonString(alert.designation) +
+                ",\"description\":" + JsonString(alert.text) + "},\"startsAt\":" + JsonString(Rfc3339(alert.starts)) +
+                (alert.ends != 0 ? ",\"endsAt\":" + JsonString(Rfc3339(alert.ends)) : "") + "}";
+    }
+    return "[" + body + "]";
+}
+
+void CAlertmanager::Run(const std::stop_token& stop) {
+    const auto jitter =
+        std::chrono::milliseconds(std::hash<std::string>()(instance_) % std::chrono::milliseconds(kSpread).count());
+    bool worked = true;
+    while (!stop.stop_requested()) {
+        std::unique_lock guard(lock_);
+        const auto pause = worked ? std::chrono::milliseconds(kInterval - kSpread / 2) + jitter
+                                  : std::chrono::milliseconds(kRetry) + jitter / 10;
+        changed_.wait_for(guard, stop, pause, [&] { return isNew_ && worked; });
+        if (stop.stop_requested()) {
+            return;
+        }
+        isNew_ = false;
+        const std::string body = Body();
+        guard.unlock();
+        const bool now = body == "[]" || Post(body, stop);
+        if (now != worked && !stop.stop_requested()) {
+            Journal(now ? 5 : 4, url_ + (now ? " takes alerts again" : " does not take alerts; they are sent again"));
+        }
+        worked = now;
+    }
+}
+
+bool CAlertmanager::Post(const std::string& body, const std::stop_token& stop) {
+    const std::unique_ptr<CURL, void (*)(CURL*)> curl(::curl_easy_init(), ::curl_easy_cleanup);
+    const std::unique_ptr<curl_slist, void (*)(curl_slist*)> headers(
+        ::curl_slist_append(nullptr, "Content-Type: application/json"), ::curl_slist_free_all);
+    if (curl == nullptr || headers == nullptr) {
+        return false;
+    }
+    ::curl_easy_setopt(curl.get(), CURLOPT_URL, url_.c_str());
+    ::curl_easy_setopt(curl.get(), CURLOPT_PROTOCOLS_STR, "http,https");
+    ::curl_easy_setopt(curl.get(), CURLOPT_HTTPHEADER, headers.get());
+    ::curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDS, body.c_str());
+    ::curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT, kLongestTransfer);
+    ::curl_easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
+    ::curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, Swallow);
+    ::curl_easy_setopt(curl.get(), CURLOPT_NOPROGRESS, 0L);
+    ::curl_easy_setopt(curl.get(), CURLOPT_XFERINFOFUNCTION, MayGoOn);
+    ::curl_easy_setopt(curl.get(), CURLOPT_XFERINFODATA, &stop);
+    long status = 0;
+    return ::curl_easy_perform(curl.get()) == CURLE_OK &&
+           ::curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &status) == CURLE_OK && status < kFirstFailure;
+}

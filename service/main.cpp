@@ -1,0 +1,127 @@
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <string>
+#include <systemd/sd-daemon.h>
+
+#include "agent/core/Files.h"
+#include "agent/core/TraceSink.h"
+#include "command/link/LocalModule.h"
+#include "service/components/Journal.h"
+#include "service/control/ControlCommands.h"
+#include "service/core/Once.h"
+#include "service/core/Service.h"
+
+namespace {
+
+constexpr int kFailed = 1;
+constexpr int kWrongUse = 2;
+
+// A call of the module may take as long as two mail servers are silent; only what takes longer is stuck.
+constexpr std::chrono::seconds kLongestCall{300};
+
+/// Feeds systemd's watchdog as long as both the loop and the module's thread move.
+class CWatchdog {
+public:
+    CWatchdog(CLoop& loop, const CService& service) : loop_(loop), service_(service) {
+        std::uint64_t microseconds = 0;
+        if (::sd_watchdog_enabled(0, &microseconds) > 0) {
+            interval_ = std::chrono::milliseconds(microseconds / 2000);
+            Feed();
+        }
+    }
+
+private:
+    void Feed() {
+        if (service_.ModuleBusy() < kLongestCall) {
+            ::sd_notify(0, "WATCHDOG=1");
+        }
+        timer_ = loop_.After(interval_, [this] { Feed(); });
+    }
+
+    CLoop& loop_;
+    const CService& service_;
+    std::chrono::milliseconds interval_{0};
+    CLoopSource timer_;
+};
+
+// The module in the build tree that this program lies in, else the installed one.
+std::string DefaultModule() {
+    std::error_code ignored;
+    const auto folder = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
+    const auto built = folder / "../lib/libem_alert.so";
+    return (std::filesystem::exists(built, ignored) ? built : folder / EM_INSTALLED_MODULE).lexically_normal();
+}
+
+void BlockSignals() {
+    sigset_t signals;
+    ::sigemptyset(&signals);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        ::sigaddset(&signals, signal);
+    }
+    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+void Run(const ServiceOptions& options, ServiceConfig config) {
+    BlockSignals();
+    SetTraceLevel(std::nullopt);
+    CLoop loop;
+    CService service(loop, options, std::move(config));
+    CControlCommands commands(loop, service, options.socket);
+    service.Start(commands);
+    const CLoopSource terminated = loop.OnSignal(SIGTERM, [&] { loop.Stop(); });
+    const CLoopSource interrupted = loop.OnSignal(SIGINT, [&] { loop.Stop(); });
+    const CLoopSource hungUp = loop.OnSignal(SIGHUP, [&] {
+        ::sd_notify(0, "RELOADING=1");
+        service.Reload();
+        ::sd_notify(0, "READY=1");
+    });
+    const CWatchdog watchdog(loop, service);
+    ::sd_notify(0, "READY=1");
+    loop.Run();
+    ::sd_notify(0, "STOPPING=1");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    KeepStandardDescriptors();
+    CLI::App app("Watches this server with the Monitoring Plugins, and alerts by mail and speaker.", "em-alertd");
+    ServiceOptions options{.config = "/etc/em-alert/em-alertd.toml",
+                           .socket = "/run/em-alert/control",
+                           .state = "/var/lib/em-alert",
+                           .module = DefaultModule()};
+    bool once = false;
+    app.add_option("--config", options.config, "the configuration")->capture_default_str();
+    app.add_option("--socket", options.socket, "where em-alert connects")->capture_default_str();
+    app.add_option("--state", options.state, "the directory of what outlives a restart")->capture_default_str();
+    app.add_option("--module", options.module, "the alert module")->capture_default_str();
+    app.add_flag("--once", once, "run each check once, tell the result and end");
+    app.set_version_flag("--version", EM_VERSION);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? EXIT_SUCCESS : kWrongUse;
+    }
+    ServiceConfig config;
+    std::vector<ConfigMistake> mistakes;
+    if (!ReadServiceConfig(options.config, config, mistakes)) {
+        for (const ConfigMistake& mistake : mistakes) {
+            Journal(3, MistakeText(options.config, mistake));
+        }
+        return kWrongUse;
+    }
+    try {
+        if (once) {
+            return CheckOnce(config) ? EXIT_SUCCESS : kFailed;
+        }
+        Run(options, std::move(config));
+        return EXIT_SUCCESS;
+    } catch (const std::exception& error) {
+        Journal(3, error.what());
+        return kFailed;
+    }
+}

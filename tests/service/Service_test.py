@@ -1,0 +1,279 @@
+#!/usr/bin/python3
+# Runs the service with plugins that do what a file says, and asks it as the operator's command does.
+
+import contextlib
+import http.server
+import json
+import os
+import pathlib
+import random
+import signal
+import socket
+import subprocess
+import threading
+import time
+import unittest
+
+from programs import COMMAND, LIBRARY, ProgramTest, read
+
+SERVICE = os.environ["EM_SERVICE"]
+
+CONFIG = """
+{head}
+[alerts]
+mail = true
+severity = 2
+subject = "$(ComponentStatus): $(ComponentName)"
+message = "$(ComponentDesignation)\\n"
+
+[[check]]
+name = "disk"
+designation = "file system /"
+command = ["/bin/sh", "-c", "cat {folder}/says; exit $(cat {folder}/exit)"]
+interval = "100ms"
+timeout = "5s"
+attempts = {attempts}
+retry = "100ms"
+{more}
+"""
+
+
+class Fleet(http.server.BaseHTTPRequestHandler):
+    """What stands for Alertmanager: keeps what it is told."""
+
+    told = []
+
+    def do_POST(self):
+        Fleet.told += [(self.path, json.loads(self.rfile.read(int(self.headers["Content-Length"]))))]
+        self.send_response(200)
+        self.end_headers()
+
+    def log_message(self, *_):
+        pass
+
+
+class ServiceTest(ProgramTest):
+    def setUp(self):
+        super().setUp()
+        self.socket = self.folder / "control"
+        self.plugin(0, "DISK OK")
+
+    def plugin(self, status, says):
+        for name, text in (("says", says), ("exit", str(status))):
+            (self.folder / "new").write_text(text)
+            (self.folder / "new").rename(self.folder / name)
+
+    def configure(self, head="", more="", attempts=1):
+        return self.file("em-alertd.toml", CONFIG.format(head=head, more=more, attempts=attempts, folder=self.folder))
+
+    def start(self, **parts):
+        self.log = open(self.folder / "log", "a")
+        self.addCleanup(self.log.close)
+        config = self.configure(**parts) if parts or not (self.folder / "em-alertd.toml").exists() else \
+            self.folder / "em-alertd.toml"
+        self.service = subprocess.Popen([SERVICE, "--config", config, "--socket", self.socket, "--state",
+                                         self.folder / "state", "--module", LIBRARY], stderr=self.log)
+        self.addCleanup(self.end)
+        self.awaits(self.answers)
+
+    def answers(self):
+        with socket.socket(socket.AF_UNIX) as client, contextlib.suppress(OSError):
+            client.connect(str(self.socket))
+            client.sendall(b'{"ask":"pending"}\n')
+            return client.makefile().readline() != ""
+
+    def end(self, sent=signal.SIGKILL):
+        self.service.send_signal(sent)
+        return self.service.wait(20)
+
+    def command(self, *words):
+        run = subprocess.run([COMMAND, "--socket", self.socket, *words], capture_output=True, text=True, timeout=60,
+                             env=os.environ | {"HOME": str(self.folder)})
+        return run.returncode, run.stdout + run.stderr
+
+    def status(self):
+        return json.loads(self.command("--json", "status")[1])
+
+    def component(self, name="disk"):
+        return {one["name"]: one for one in self.status()["components"]}.get(name)
+
+    def awaits(self, condition, seconds=20):
+        deadline = time.monotonic() + seconds
+        while not condition():
+            self.assertLess(time.monotonic(), deadline, read(self.folder / "log"))
+            time.sleep(0.05)
+
+    def mail_server(self, *options):
+        server = self.serve(*options)
+        for words in (("host", "1", "127.0.0.1"), ("port", "1", server.port), ("sender", "a@example.net"),
+                      ("sender-name", "A"), ("recipients", "b@example.net")):
+            self.assertEqual(self.command("set", *words)[0], 0, words)
+        return server
+
+    def test_a_state_settles_is_told_once_and_survives(self):
+        self.start(attempts=3)
+        server = self.mail_server()
+        self.awaits(lambda: self.component()["status"] == 1)
+        self.plugin(2, "DISK \x1b[31mfull\xff | free=0\nmore")
+        self.awaits(lambda: self.component()["status"] == 3)
+        self.assertEqual(self.component()["text"], "DISK ?[31mfull\xff")
+        self.assertEqual((self.status()["system"], self.status()["pending"]), (3, 1))
+        self.awaits(lambda: len(server.mails()) == 1)
+        for sent in (signal.SIGKILL, signal.SIGTERM):  # the cause persists: listed again, not mailed again
+            self.assertEqual(self.end(sent), -9 if sent == signal.SIGKILL else 0)
+            self.start()
+            self.awaits(lambda: self.status()["pending"] == 1)
+        self.assertIn('"severity":"error"', self.command("--json", "pending")[1].replace(": ", ":"))
+        self.assertEqual(self.command("ack")[0], 0)
+        self.assertEqual(self.status()["pending"], 0)
+        self.plugin(0, "DISK OK")
+        self.awaits(lambda: self.status()["system"] == 1)
+        self.assertEqual(len(server.mails()), 1)
+        self.assertEqual(self.status()["mail"]["failed"], 0)
+
+    def test_sudden_ends_lose_nothing(self):
+        self.start(head='parallel = 2')
+        server = self.mail_server()
+        for turn in range(12):
+            self.assertEqual(self.command("submit", f"report{turn}", "2", "failed")[0], 0)
+            time.sleep(random.random() / 20)
+            self.end()
+            self.start()
+        names = {f"report{turn}" for turn in range(12)}
+        self.awaits(lambda: {one["name"] for one in self.status()["components"]} >= names)
+        # A mail that was taken in the very moment of an end may come twice.
+        self.awaits(lambda: len({mail["data"] for mail in server.mails()}) == 12)
+
+    def test_checks_that_fail_themselves(self):
+        sleep = f"sleep 9.{os.getpid()}"  # no other run's
+        self.start(more="""
+[[check]]
+name = "hangs"
+interval = "2s"
+command = ["/bin/sh", "-c", "SLEEP & SLEEP"]
+timeout = "300ms"
+[[check]]
+name = "silent"
+interval = "1s"
+command = ["/bin/true"]
+[[check]]
+name = "missing"
+interval = "1s"
+command = ["no-such-plugin"]
+[[check]]
+name = "loud"
+interval = "1s"
+command = ["/bin/sh", "-c", "yes | head -c 100000000; exit 1"]
+[[check]]
+name = "reported"
+freshness = "200ms"
+""".replace("SLEEP", sleep))
+        expected = {"hangs": (0, "ended after 0.3 s without an answer"), "silent": (1, "no output, exit status 0"),
+                    "missing": (2, "no-such-plugin cannot be started: No such file or directory"), "loud": (2, "y"),
+                    "reported": (2, "no report has come within the time set for it")}
+        self.awaits(lambda: all((one := self.component(name))["checked"] and (one["status"], one["text"]) == told
+                                for name, told in expected.items()))
+        # Each run of it ends with its children, until the next one begins.
+        self.awaits(lambda: subprocess.run(["pgrep", "-f", sleep], stdout=subprocess.DEVNULL).returncode == 1)
+        self.assertEqual(json.loads(self.command("--json", "submit", "reported", "0", "well")[1])["status"], 1)
+
+    def test_a_configuration_is_refused_as_a_whole(self):
+        config = self.configure(head='parallel = "many"', more="""
+freshness = 5
+[[check]]
+name = "disk"
+command = ["/no/such/plugin"]
+speed = 1
+[fleet]
+""")
+        run = subprocess.run([SERVICE, "--config", config, "--socket", self.socket, "--state", self.folder,
+                              "--module", LIBRARY], capture_output=True, text=True)
+        self.assertEqual(run.returncode, 2)
+        for line, words in ((2, "parallel is a whole number"), (18, "[[check]] freshness is a"), (19, "taken"),
+                            (21, "no program /no/such/plugin"), (22, "speed is not known"), (23, "fleet is not known")):
+            self.assertRegex(run.stderr, rf"em-alertd.toml:{line}: .*{words}".replace("[[", r"\[\["))
+        once = subprocess.run([SERVICE, "--config", self.configure(), "--once"], capture_output=True, text=True)
+        self.assertEqual((once.returncode, once.stdout), (0, "disk: OK - DISK OK\n"))
+        self.start()
+        self.file("em-alertd.toml", "check = 1")
+        self.service.send_signal(signal.SIGHUP)
+        self.awaits(lambda: "em-alertd.toml:1: each check" in read(self.folder / "log"))
+        self.assertEqual(self.component()["status"], 1)
+
+    def test_settings_changed_at_run_time_stay(self):
+        self.start()
+        self.assertEqual(self.command("setting", "severity", "3")[0], 0)
+        server = self.mail_server()
+        self.end(signal.SIGTERM)
+        self.start()
+        self.plugin(1, "DISK low")
+        self.awaits(lambda: self.component()["status"] == 2 and self.status()["pending"] == 1)
+        self.plugin(2, "DISK full")
+        self.awaits(lambda: len(server.mails()) == 1)
+
+    def test_hostile_clients_delay_nothing(self):
+        self.start()
+        clients = [socket.socket(socket.AF_UNIX) for _ in range(300)]
+        with contextlib.ExitStack() as all_of_them:
+            for client in clients:
+                all_of_them.enter_context(client)
+                with contextlib.suppress(OSError):
+                    client.settimeout(0.2)
+                    client.connect(str(self.socket))
+            clients[1].setblocking(False)
+            with contextlib.suppress(OSError):
+                while True:
+                    clients[1].send(b'{"ask":"status"}\n' * 1000)  # and reads nothing
+            with contextlib.suppress(OSError):
+                clients[0].settimeout(5)
+                clients[0].sendall(b"x" * 10_000_000)
+            self.plugin(2, "DISK full")
+        self.awaits(lambda: (self.component() or {}).get("status") == 3)
+        with socket.socket(socket.AF_UNIX) as client:
+            client.connect(str(self.socket))
+            client.sendall(b'{\n{"ask":"weather"}\n{"submit":{"name":"a/b","status":1}}\n{"submit":{"name":"a","status":9}}\n')
+            answers = client.makefile()
+            self.assertEqual({json.loads(answers.readline())["kind"] for _ in range(4)}, {"error"})
+
+    def test_fleet_watchdog_and_updates(self):
+        fleet = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Fleet)
+        threading.Thread(target=fleet.serve_forever, daemon=True).start()
+        self.addCleanup(fleet.server_close)
+        self.addCleanup(fleet.shutdown)
+        notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.addCleanup(notify.shutdown, socket.SHUT_RDWR)
+        notify.bind(str(self.folder / "notify"))
+        heard = set()
+
+        def listen():
+            with contextlib.suppress(OSError):
+                while True:
+                    heard.add(notify.recv(100))
+        threading.Thread(target=listen, daemon=True).start()
+        os.environ |= {"NOTIFY_SOCKET": str(self.folder / "notify"), "WATCHDOG_USEC": "200000"}
+        self.addCleanup(lambda: [os.environ.pop(name) for name in ("NOTIFY_SOCKET", "WATCHDOG_USEC")])
+        self.start(head="", more=f"""
+kind = "update"
+[alertmanager]
+urls = ["http://127.0.0.1:1", "http://127.0.0.1:{fleet.server_port}"]
+[metrics]
+textfile = "{self.folder}/em_alert.prom"
+""")
+        server = self.mail_server()
+        self.assertEqual(self.command("setting", "new-updates", "on")[0], 0)
+        self.plugin(1, "5 packages available")
+        self.awaits(lambda: 'status{component="disk"} 2\n' in read(self.folder / "em_alert.prom"))
+        self.awaits(lambda: len(server.mails()) == 2)  # the status, and the number of updates
+        labels = {"alertname": "ComponentStatus", "instance": socket.gethostname(), "component": "disk"}
+
+        def lasts(severity, lasting):
+            return any(alert["labels"] == labels | {"severity": severity} and ("endsAt" not in alert) == lasting
+                       for path, alerts in Fleet.told if path == "/api/v2/alerts" for alert in alerts)
+        self.awaits(lambda: lasts("warning", True))
+        self.plugin(2, "5 packages available")
+        self.awaits(lambda: lasts("critical", True) and lasts("warning", False))
+        self.awaits(lambda: heard == {b"READY=1", b"WATCHDOG=1"})
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
