@@ -40,7 +40,7 @@ void SetTone(CDeviceBusIo& bus, int divisor) {
 
 /// Reads the control port, clears and sets bits of its low byte, and writes that back.
 bool ChangeControlPort(CDeviceBusIo& bus, std::uint32_t width, std::uint32_t keep, std::uint32_t set) {
-    unsigned char control = 0;
+    unsigned char control{};
     if (!bus.ReadPort(kSpeakerControl, width, control)) {
         EM_TRACE(1, "\nCDeviceBeeper       : ERROR 0x%X! FAILED to read SPEAKER_CONTROL_PORT!", bus.LastError());
         return false;

@@ -101,8 +101,6 @@ void CDeviceBios::Unmap() {
                  mappedBase_, mapped_, memory_.Get());
     }
     memory_.Reset();
-    mappedBase_ = 0;
-    mappedLength_ = 0;
     mapped_ = nullptr;
 }
 

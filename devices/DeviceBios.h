@@ -40,8 +40,8 @@ private:
 
     bool connected_ = false;
     CUniqueFd memory_;
-    std::uint32_t mappedBase_ = 0;    // physical, page-aligned
-    std::uint32_t mappedLength_ = 0;  // from that base
+    std::uint32_t mappedBase_{};    // physical, page-aligned
+    std::uint32_t mappedLength_{};  // from that base
     void* mapped_ = nullptr;
     const char* const memoryDevice_;
 };

@@ -43,7 +43,7 @@ bool CDeviceBusIo::WritePort(std::uint32_t port, std::uint32_t width, std::uint3
 
 bool CDeviceBusIo::ReadPort(std::uint32_t port, std::uint32_t width, unsigned char& value) {
     PortRequest request{port, width, 0};
-    std::uint32_t answer = 0;  // the driver puts it over the port field
+    std::uint32_t answer{};  // the driver puts it over the port field
     if (!IoControl(kPortReadRequest, &request, sizeof request, &answer, sizeof answer, nullptr)) {
         return false;
     }

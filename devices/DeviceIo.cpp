@@ -59,7 +59,7 @@ int SendRequest(int fd, unsigned int code, void* input, unsigned int inputSize, 
     if (input != nullptr) {
         std::memcpy(buffer.get(), input, inputSize);
     }
-    unsigned long firstBytes = 0;
+    unsigned long firstBytes{};
     std::memcpy(&firstBytes, buffer.get(), sizeof firstBytes);
     EM_TRACE(4, "ioctl-call: dev = 0x%08x, code = 0x%08x, arg = %p, *arg = 0x%016lx\n", static_cast<unsigned int>(fd),
              code, static_cast<void*>(buffer.get()), firstBytes);

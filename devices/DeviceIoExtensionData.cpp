@@ -45,7 +45,7 @@ bool CDeviceIoExtensionData::CreateKeys() {
 /// hook finds the descriptor only if the descriptor's key has the higher number. The lowest free number is given out,
 /// so that is nearly always so; when another thread freed a lower one in between, that one is held while trying again.
 bool CDeviceIoExtensionData::CreateDescriptorKey() {
-    pthread_key_t key = 0;
+    pthread_key_t key{};
     const int error = ::pthread_key_create(&key, nullptr);
     if (error != 0) {
         errno = error;
@@ -106,7 +106,7 @@ void CDeviceIoExtensionData::ForgetDescriptorOnly() {
 }
 
 void CDeviceIoExtensionData::Release() {
-    bool last = false;
+    bool last{};
     {
         const CMutexLock lock(mutex_);
         closing_ = true;

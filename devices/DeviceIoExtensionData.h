@@ -49,8 +49,8 @@ private:
     bool CountDown();
 
     TerminationRoutine terminate_;
-    pthread_key_t descriptorKey_ = 0;  // the descriptor plus 1
-    pthread_key_t selfKey_ = 0;        // this object; its destructor is the thread-exit hook
+    pthread_key_t descriptorKey_{};  // the descriptor plus 1
+    pthread_key_t selfKey_{};        // this object; its destructor is the thread-exit hook
     CMutex mutex_;
     std::uint32_t openCount_ EM_GUARDED_BY(mutex_) = 0;
     bool closing_ EM_GUARDED_BY(mutex_) = false;

@@ -93,7 +93,7 @@ private:
     }
 
     std::uint32_t Number(std::size_t at) const {
-        std::uint32_t number = 0;
+        std::uint32_t number{};
         std::memcpy(&number, block_.Tones() + at, sizeof number);
         return number;
     }

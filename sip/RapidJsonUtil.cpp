@@ -86,7 +86,7 @@ CJsonHeap* CRapidJsonUtil::Heap() {
 }
 
 bool CRapidJsonUtil::CopyValue(value& to, const value& from, Allocator& allocator) {
-    bool whole = false;
+    bool whole{};
     BuildValue(to, allocator, [&](CValueBuilder& builder) {
         whole = Send(from, builder, kMaxNesting);
         return true;

@@ -74,6 +74,9 @@ public:
     /// @return `def` when it is missing or neither a number nor a string
     unsigned GetCmdElemValue(int i, const char* key, unsigned def) const;
 
+    /// The same of the current command; 0, as which SetCmd leaves a member out, when it is missing.
+    unsigned GetElem(const char* key) const { return GetCmdElemValue(GetCmdIndex(), key, 0); }
+
     bool HasCmdElem(int i, const char* key) const;
 
     /// The JSON type of "DA"; null (0) when there is none.

@@ -54,7 +54,7 @@ bool IsUtf8(std::string_view text) {
     const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
     const auto* const end = text.data() + text.size();
     for (const auto* at = text.data(); (at = std::find_if_not(at, end, isAscii)) != end;) {
-        std::uint32_t character = 0;
+        std::uint32_t character{};
         const std::size_t length = ReadUtf8({at, static_cast<std::size_t>(end - at)}, character);
         if (length == 0) {
             return false;

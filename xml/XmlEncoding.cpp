@@ -58,7 +58,7 @@ std::uint32_t Unit(std::string_view bytes, bool isBigEndian) {
 }
 
 const char* DecodeWide(std::string_view bytes, const WideForm& form, std::string& text) {
-    std::uint32_t lead = 0;  // the first half of a pair, less its mark
+    std::uint32_t lead{};  // the first half of a pair, less its mark
     bool isPair = false;
     for (bytes.remove_prefix(form.markSize); bytes.size() >= form.width; bytes.remove_prefix(form.width)) {
         std::uint32_t character = Unit(bytes.substr(0, form.width), form.isBigEndian);

@@ -73,7 +73,7 @@ bool CXmlScanner::TakeQuotedData() {
 bool CXmlScanner::TakeName(std::string_view& name) {
     const std::size_t first = at_;
     while (at_ < text_.size()) {
-        std::uint32_t character = 0;
+        std::uint32_t character{};
         const std::size_t length = ReadUtf8(Rest(), character);
         const auto* const range = std::ranges::find_if(kNameRanges, [character](const NameRange& candidate) {
             return character >= candidate.first && character <= candidate.last;
@@ -96,7 +96,7 @@ void CXmlScanner::SkipPlain(std::size_t end) {
 }
 
 bool CXmlScanner::TakeCharacter() {
-    std::uint32_t character = 0;
+    std::uint32_t character{};
     const std::size_t length = ReadUtf8(Rest(), character);
     if (length == 0 || !IsXmlCharacter(character)) {
         return Fail("Not a character of XML");
@@ -134,7 +134,7 @@ bool CXmlScanner::TakeReference() {
     }
     const bool isHex = Rest().starts_with("&#x");
     const char* const digits = text_.data() + at_ + (isHex ? 3 : 2);
-    std::uint32_t character = 0;
+    std::uint32_t character{};
     const auto result = std::from_chars(digits, text_.data() + text_.size(), character, isHex ? 16 : 10);
     if (result.ec != std::errc() || !IsXmlCharacter(character) || result.ptr == text_.data() + text_.size() ||
         *result.ptr != ';') {

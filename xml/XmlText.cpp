@@ -54,7 +54,7 @@ std::string ToXml(std::string_view text, XmlPlace place) {
         if (text.empty()) {
             return xml;
         }
-        std::uint32_t character = 0;
+        std::uint32_t character{};
         const std::size_t length = ReadUtf8(text, character);
         if (length != 0 && IsXmlCharacter(character)) {
             const char* reference = ReferenceOf(character, place);

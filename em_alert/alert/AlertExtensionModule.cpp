@@ -141,25 +141,18 @@ void CAlertExtensionModule::ApplicationReply(SipJson& message) {
         EM_TRACE(2, "\nEM_ALERT            : The module is stopped - message ignored");
         return;
     }
-    const int command = message.GetCmdIndex();
-    const unsigned int opCode = message.GetCmdElemValue(command, "OC", 0);
+    const unsigned int opCode = message.GetElem("OC");
     try {
         TraceReply(message, 2);
-        switch (opCode) {
-            case CM_StatusTreeComponentInstanceStatus:
-            case CM_UmServerUpdateAlert:
-                ProcessAlertTrigger(message);
-                break;
-            case kWriteConfigurationValue:
-                FollowSetting({settings_, beeper_}, message);
-                break;
-            default:
-                break;
+        if (opCode == CM_StatusTreeComponentInstanceStatus || opCode == CM_UmServerUpdateAlert) {
+            ProcessAlertTrigger(message);
+        } else if (opCode == kWriteConfigurationValue) {
+            FollowSetting({settings_, beeper_}, message);
         }
     } catch (...) {
         LetCancellationPass();
         EM_TRACE(1, "\n\nEM_ALERT (REPLY)    : CABINET %04d: FATAL ERROR! EXCEPTION in Reply Handler OpCode 0x%04X!",
-                 static_cast<int>(message.GetCmdElemValue(command, "CA", 0)), opCode);
+                 static_cast<int>(message.GetElem("CA")), opCode);
     }
     EM_TRACE(3, "\nEM_ALERT            :   <- ApplicationReply()");
 }
@@ -176,11 +169,9 @@ bool CAlertExtensionModule::ModuleRequest(SipJson& message) {
     } catch (...) {
         LetCancellationPass();
         TrySetStatus(message, kException);
-        const int command = message.GetCmdIndex();
         EM_TRACE(1, "\nEM_ALERT (REQUEST)  : ## EXCEPTION! CABID %04d: OpCode 0x%04X-0x%04X ObjId 0x%04X Status 0x%02X",
-                 static_cast<int>(message.GetCmdElemValue(command, "CA", 0)), message.GetCmdElemValue(command, "OC", 0),
-                 message.GetCmdElemValue(command, "OE", 0), message.GetCmdElemValue(command, "OI", 0),
-                 message.GetCmdElemValue(command, "ST", kException));
+                 static_cast<int>(message.GetElem("CA")), message.GetElem("OC"), message.GetElem("OE"),
+                 message.GetElem("OI"), message.GetCmdElemValue(message.GetCmdIndex(), "ST", kException));
     }
     TraceRequestOut(message, 2);
     return true;

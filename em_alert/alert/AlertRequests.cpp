@@ -34,7 +34,7 @@ CAlertRequests::CAlertRequests(CAgentLink& link, CPendingAlerts& pendingAlerts, 
       queueTask_(std::move(queueTask)) {}
 
 void CAlertRequests::Answer(SipJson& request) {
-    const unsigned int opCode = request.GetCmdElemValue(request.GetCmdIndex(), "OC", 0);
+    const unsigned int opCode = request.GetElem("OC");
     const auto* row = std::ranges::find(kRows, opCode, &Row::opCode);
     if (row == std::end(kRows)) {
         request.SetStatus(kNotHandled);

@@ -28,7 +28,7 @@ unsigned int MapSendResult(int result) {
 
 void AnswerAlertSupported(SipJson& request) {
     EM_TRACE(3, "\nEM_ALERT            : Process CM_AlerterAlertSupported");
-    if (request.GetCmdElemValue(request.GetCmdIndex(), "OE", 0) > kUpdateStatusMail) {
+    if (request.GetElem("OE") > kUpdateStatusMail) {
         request.SetStatus(kNotHandled);
     } else {
         request.SetDataUIntValue(1, kDone);
@@ -38,19 +38,15 @@ void AnswerAlertSupported(SipJson& request) {
 }  // namespace
 
 void CAlertTasks::Execute(SipJson& request) {
-    switch (request.GetCmdElemValue(request.GetCmdIndex(), "OC", 0)) {
-        case CM_AlerterAlertSupported:
-            AnswerAlertSupported(request);
-            break;
-        case CM_AlerterSendTestMail:
-            SendTestMail(request);
-            break;
-        case CM_SendMail:
-            SendMail(request);
-            break;
-        default:
-            request.SetStatus(kNotHandled);
-            break;
+    const unsigned int opCode = request.GetElem("OC");
+    if (opCode == CM_AlerterAlertSupported) {
+        AnswerAlertSupported(request);
+    } else if (opCode == CM_AlerterSendTestMail) {
+        SendTestMail(request);
+    } else if (opCode == CM_SendMail) {
+        SendMail(request);
+    } else {
+        request.SetStatus(kNotHandled);
     }
 }
 
@@ -59,7 +55,7 @@ void CAlertTasks::SendTestMail(SipJson& request) {
     constexpr unsigned char kCritical = 3;
     mailSettings_.ReadWhenDue();
     CSmtpMessage mail;
-    switch (request.GetCmdElemValue(request.GetCmdIndex(), "OE", 0)) {
+    switch (request.GetElem("OE")) {
         case kSystemStatusMail:
             EM_TRACE(3, "\nEM_ALERT            : Generate system status test mail");
             mailer_.Texts().CreateSystemStatusMail(mail, kCritical, kCritical, "Test", "Test Component");

@@ -12,11 +12,10 @@
 #include "platform/diagnostics/Trace.h"
 
 void CAlertTrigger::Process(const SipJson& event) {
-    const int command = event.GetCmdIndex();
-    const unsigned int opCode = event.GetCmdElemValue(command, "OC", 0);
+    const unsigned int opCode = event.GetElem("OC");
     EM_TRACE(3, "\nEM_ALERT (REPLY)    : Process alert: CABID %04d: OC 0x%04X-0x%04X OID 0x%04X Stat 0x%02X",
-             static_cast<int>(event.GetCmdElemValue(command, "CA", 0)), opCode, event.GetCmdElemValue(command, "OE", 0),
-             event.GetCmdElemValue(command, "OI", 0), event.GetCmdElemValue(command, "ST", kNoStatus));
+             static_cast<int>(event.GetElem("CA")), opCode, event.GetElem("OE"), event.GetElem("OI"),
+             event.GetCmdElemValue(event.GetCmdIndex(), "ST", kNoStatus));
     if (opCode == CM_StatusTreeComponentInstanceStatus) {
         ProcessComponentStatus(event);
     } else if (opCode == CM_UmServerUpdateAlert) {
@@ -58,36 +57,33 @@ bool CAlertTrigger::FollowPendingAlerts(const SipJson& event, AlerterSeverity se
     switch (severity) {
         case AlerterSeverityWarning:
             EM_TRACE(2, "\nEM_ALERT            : Add warning alert to be acknowledged");
-            pendingAlerts_.Add(event);
-            return true;
+            break;
         case AlerterSeverityError:
             EM_TRACE(2, "\nEM_ALERT            : Add error alert to be acknowledged");
-            pendingAlerts_.Add(event);
-            return true;
+            break;
         case AlerterSeverityOk:
             EM_TRACE(2, "\nEM_ALERT            : System status OK - clear pending alerts");
             pendingAlerts_.Clear();
             return false;
         case AlerterSeverityUnknown:
-            break;
+            return false;
     }
-    return false;
+    pendingAlerts_.Add(event);
+    return true;
 }
 
 void CAlertTrigger::MailSystemStatus(const SipJson& event, unsigned char systemStatus, const AlertSettings& settings) {
     const unsigned int componentStatus = DataNumber(event);
-    switch (CAlertPolicy::DecideStatusMail(CAlertPolicy::OfSystemStatus(systemStatus), componentStatus, settings)) {
-        case CAlertPolicy::StatusMail::UnknownSeverity:
-            EM_TRACE(1, "\nEM_ALERT            : ERROR! Mail alert skipped - unknown alert severity!");
-            break;
-        case CAlertPolicy::StatusMail::BelowSeverity:
-            EM_TRACE(2,
-                     "\nEM_ALERT            : eMail alert skipped - component status severity is lower than configured "
-                     "severity level");
-            break;
-        case CAlertPolicy::StatusMail::Send:
-            mailer_.MailStatus(event, systemStatus, componentStatus);
-            break;
+    const auto decision =
+        CAlertPolicy::DecideStatusMail(CAlertPolicy::OfSystemStatus(systemStatus), componentStatus, settings);
+    if (decision == CAlertPolicy::StatusMail::UnknownSeverity) {
+        EM_TRACE(1, "\nEM_ALERT            : ERROR! Mail alert skipped - unknown alert severity!");
+    } else if (decision == CAlertPolicy::StatusMail::BelowSeverity) {
+        EM_TRACE(2,
+                 "\nEM_ALERT            : eMail alert skipped - component status severity is lower than configured "
+                 "severity level");
+    } else {
+        mailer_.MailStatus(event, systemStatus, componentStatus);
     }
 }
 
@@ -124,12 +120,12 @@ bool CAlertTrigger::IsUpdateMailWanted(unsigned int errorCode) const {
     switch (CAlertPolicy::DecideUpdateMail(errorCode, *settings)) {
         case CAlertPolicy::UpdateMail::NewUpdates:
             EM_TRACE(2, "\nEM_ALERT            : Send eMail for new available updates");
-            return true;
+            break;
         case CAlertPolicy::UpdateMail::JobFinished:
             EM_TRACE(2, "\nEM_ALERT            : Send eMail for update job execution state");
-            return true;
-        case CAlertPolicy::UpdateMail::None:
             break;
+        case CAlertPolicy::UpdateMail::None:
+            return false;
     }
-    return false;
+    return true;
 }

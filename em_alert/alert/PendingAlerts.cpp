@@ -12,9 +12,8 @@ void CPendingAlerts::Add(const SipJson& event) {
     }
     alerts_.splice(alerts_.end(), entry);
     count_ = alerts_.size();
-    EM_TRACE(2, "\nEM_ALERT            : Alert 0x%04X-0x%04X added to pending alerts (%d)",
-             event.GetCmdElemValue(event.GetCmdIndex(), "OC", 0), event.GetCmdElemValue(event.GetCmdIndex(), "OE", 0),
-             static_cast<int>(alerts_.size()));
+    EM_TRACE(2, "\nEM_ALERT            : Alert 0x%04X-0x%04X added to pending alerts (%d)", event.GetElem("OC"),
+             event.GetElem("OE"), static_cast<int>(alerts_.size()));
     link_.Announce(kPendingAlert);
 }
 

@@ -19,7 +19,7 @@ using Targets = SettingTargets;
 // their field has.
 
 std::optional<unsigned int> TakeNumber(const SipJson& message) {
-    unsigned int number = 0;
+    unsigned int number{};
     return message.GetCmdUIntData(message.GetCmdIndex(), number) ? std::optional(number) : std::nullopt;
 }
 
@@ -130,7 +130,7 @@ void FollowText(const Row& row, const Targets& targets, const SipJson& message) 
 /// For a text that the mail texts ask for themselves when a mail is composed.
 void TraceText(const Row& row, const Targets& /*targets*/, const SipJson& message) {
     if (const auto text = TakeText(message)) {
-        TraceSetting(row.noticeTrace, message.GetCmdElemValue(message.GetCmdIndex(), "OI", 0), text->c_str());
+        TraceSetting(row.noticeTrace, message.GetElem("OI"), text->c_str());
     }
 }
 
@@ -224,7 +224,7 @@ std::span<const SettingRow> SettingTable() {
 }
 
 void FollowSetting(const SettingTargets& targets, const SipJson& notice) {
-    const unsigned int id = notice.GetCmdElemValue(notice.GetCmdIndex(), "OE", 0);
+    const unsigned int id = notice.GetElem("OE");
     if (const auto* row = std::ranges::find(kSettingTable, id, &SettingRow::id); row != std::end(kSettingTable)) {
         row->takeNotice(*row, targets, notice);
     }

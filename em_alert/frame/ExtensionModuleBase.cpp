@@ -1,5 +1,8 @@
 #include "em_alert/frame/ExtensionModuleBase.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "em_alert/frame/ModuleInstance.h"
 #include "platform/diagnostics/Trace.h"
 #include "sip/SipJson.h"
@@ -11,6 +14,25 @@ enum RunMode : unsigned int {
     kAgentlessService = 5,
     kUpdateManagement = 8,
     kAgentlessUpdateManagement = 10,
+};
+
+struct Notification {
+    unsigned int code;
+    const char* name;
+    const char* meaning{};
+    unsigned int level{};  // of the meaning's trace
+};
+
+/// Those that are announced and have no effect here.
+constexpr Notification kAnnounced[] = {
+    {SCN_SWITCH_REQUEST_ENABLED, "SCN_SWITCH_REQUEST_ENABLED",
+     "SWITCH start completed (all layers started) - requests enabled", 3},
+    {SCN_SYSTEM_SHUTDOWN, "SCN_SYSTEM_SHUTDOWN", "System shutdown", 2},
+    {SCN_POWERSTATE_SUSPEND, "SCN_POWERSTATE_SUSPEND"},
+    {SCN_POWERSTATE_STANDBY, "SCN_POWERSTATE_STANDBY"},
+    {SCN_POWERSTATE_RESUME, "SCN_POWERSTATE_RESUME"},
+    {SCN_POWERSTATE_AC_OFFLINE, "SCN_POWERSTATE_AC_OFFLINE"},
+    {SCN_POWERSTATE_AC_ONLINE, "SCN_POWERSTATE_AC_ONLINE"},
 };
 
 }  // namespace
@@ -143,37 +165,16 @@ const char* CExtensionModule::GetSysLogName() const {
 int CExtensionModule::Notify(unsigned int code, void* parameter1, void* parameter2) {
     EM_TRACE(2, "\n\n%-20s: ## NOTIFY: Code = 0Xx%02X, param = 0x%08X", GetName(), code,
              static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(parameter1)));
-    switch (code) {
-        case SCN_SWITCH_SHUTDOWN:
-            EM_TRACE(1, "\n%-20s: *** SCN_SWITCH_SHUTDOWN *** \n", GetName());
-            EM_TRACE(3, "\n%-20s: -> SWITCH shutdown notification, set SwitchShutdown flag", GetName());
-            switchShutdown_ = true;
-            break;
-        case SCN_SWITCH_REQUEST_ENABLED:
-            EM_TRACE(1, "\n%-20s: *** SCN_SWITCH_REQUEST_ENABLED *** \n", GetName());
-            EM_TRACE(3, "\n%-20s: -> SWITCH start completed (all layers started) - requests enabled", GetName());
-            break;
-        case SCN_SYSTEM_SHUTDOWN:
-            EM_TRACE(1, "\n%-20s: *** SCN_SYSTEM_SHUTDOWN *** \n", GetName());
-            EM_TRACE(2, "\n%-20s: -> System shutdown", GetName());
-            break;
-        case SCN_POWERSTATE_SUSPEND:
-            EM_TRACE(1, "\n%-20s: *** SCN_POWERSTATE_SUSPEND *** \n", GetName());
-            break;
-        case SCN_POWERSTATE_STANDBY:
-            EM_TRACE(1, "\n%-20s: *** SCN_POWERSTATE_STANDBY *** \n", GetName());
-            break;
-        case SCN_POWERSTATE_RESUME:
-            EM_TRACE(1, "\n%-20s: *** SCN_POWERSTATE_RESUME *** \n", GetName());
-            break;
-        case SCN_POWERSTATE_AC_OFFLINE:
-            EM_TRACE(1, "\n%-20s: *** SCN_POWERSTATE_AC_OFFLINE *** \n", GetName());
-            break;
-        case SCN_POWERSTATE_AC_ONLINE:
-            EM_TRACE(1, "\n%-20s: *** SCN_POWERSTATE_AC_ONLINE *** \n", GetName());
-            break;
-        default:
-            break;
+    const auto* known = std::ranges::find(kAnnounced, code, &Notification::code);
+    if (code == SCN_SWITCH_SHUTDOWN) {
+        EM_TRACE(1, "\n%-20s: *** SCN_SWITCH_SHUTDOWN *** \n", GetName());
+        EM_TRACE(3, "\n%-20s: -> SWITCH shutdown notification, set SwitchShutdown flag", GetName());
+        switchShutdown_ = true;
+    } else if (known != std::end(kAnnounced)) {
+        EM_TRACE(1, "\n%-20s: *** %s *** \n", GetName(), known->name);
+        if (known->meaning != nullptr) {
+            EM_TRACE(known->level, "\n%-20s: -> %s", GetName(), known->meaning);
+        }
     }
     EM_TRACE(4, "\n%-20s:   call OnModuleNotification()...", GetName());
     const int result = OnModuleNotification(code, parameter1, parameter2);

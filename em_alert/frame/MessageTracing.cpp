@@ -33,15 +33,14 @@ void CExtensionModule::TraceSip(int level, const char* name, const SipJson& mess
         return;
     }
     const int i = message.GetCmdIndex();
-    const auto element = [&](const char* key, unsigned int absent) { return message.GetCmdElemValue(i, key, absent); };
-    const unsigned int moduleId = element("MI", 0);
+    const unsigned int moduleId = message.GetElem("MI");
     std::array<char, sizeof " CABID -2147483648"> cabinet{};
     if (message.HasCmdElem(i, "CA")) {
-        std::snprintf(cabinet.data(), cabinet.size(), " CABID %04d", static_cast<int>(element("CA", 0)));
+        std::snprintf(cabinet.data(), cabinet.size(), " CABID %04d", static_cast<int>(message.GetElem("CA")));
     }
     EM_TRACE(static_cast<unsigned int>(level), "\n%-20s: OC 0x%04X-0x%04X OID 0x%04X%s MID 0x%04X%04X Stat 0x%02X%s",
-             name, element("OC", 0), element("OE", 0), element("OI", 0), cabinet.data(), moduleId >> 16,
-             moduleId & 0xFFFF, element("ST", kNoStatus), DataSummary(message, i).c_str());
+             name, message.GetElem("OC"), message.GetElem("OE"), message.GetElem("OI"), cabinet.data(), moduleId >> 16,
+             moduleId & 0xFFFF, message.GetCmdElemValue(i, "ST", kNoStatus), DataSummary(message, i).c_str());
 }
 
 void CExtensionModule::TraceSipAs(int level, const char* suffix, const SipJson& message) const {

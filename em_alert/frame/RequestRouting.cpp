@@ -50,7 +50,7 @@ bool CExtensionModule::ForwardEvent(SipJson& message) {
     if (switch_ == nullptr) {
         return false;
     }
-    const unsigned int moduleId = message.GetCmdElemValue(message.GetCmdIndex(), "MI", 0);
+    const unsigned int moduleId = message.GetElem("MI");
     return switch_->ForwardEvent(this, message, moduleId >> 16, moduleId & 0xFFFF);
 }
 
@@ -66,5 +66,5 @@ bool CExtensionModule::IsLocalServerReply(const SipJson& message) {
 }
 
 bool CExtensionModule::IsLocalServerRequestOrCabinetBroadcast(const SipJson& message) {
-    return IsLocalServerRequest(message) || message.GetCmdElemValue(message.GetCmdIndex(), "CA", 0) == kEveryone;
+    return IsLocalServerRequest(message) || message.GetElem("CA") == kEveryone;
 }

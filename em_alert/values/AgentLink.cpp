@@ -57,11 +57,10 @@ unsigned char CAgentLink::RequestSystemStatus(unsigned int cabinet) {
 }
 
 std::string CAgentLink::RequestComponentText(OperationCode opCode, const SipJson& event) {
-    const int command = event.GetCmdIndex();
     SipJson message;
-    message.SetCmd(message.GetCmd(), opCode, event.GetCmdElemValue(command, "OE", 0),
-                   event.GetCmdElemValue(command, "OI", 0),
-                   event.GetCmdElemValue(command, "CA", CExtensionModule::ServerCabinetNumber()), kWithoutStatus);
+    message.SetCmd(message.GetCmd(), opCode, event.GetElem("OE"), event.GetElem("OI"),
+                   event.GetCmdElemValue(event.GetCmdIndex(), "CA", CExtensionModule::ServerCabinetNumber()),
+                   kWithoutStatus);
     frame_.SyncRequest(message, kTimeout);
     std::string text;
     if (message.HasReplyData()) {

@@ -11,7 +11,7 @@ void ImportControllerMailServers(CAgentLink& link, SmtpSettingsMap& map) {
     count &= 0xFF;
     EM_TRACE(3, "\nEM_ALERT            : Zelcon SMTP settings found: %d", static_cast<int>(count));
     for (unsigned int i = 0; i < count; ++i) {
-        unsigned int enabled = 0;
+        unsigned int enabled{};
         link.RequestNumber(kReadConfigurationValue, kControllerMailEnabled, i, enabled);
         SmptSettings server;
         link.RequestText(kReadConfigurationValue, kControllerMailHost, i, server.host);

@@ -18,21 +18,22 @@ bool FileExists(const std::string& path) {
     return ::stat(path.c_str(), &status) == 0;
 }
 
-/// Finds the value and the server that a request names.
+/// Finds the value that a request names, and the server when the value is one of a server.
 /// @return null after answering a request for one that does not exist
 const NotificationValue* FindValue(SipJson& request, int& server) {
-    const int command = request.GetCmdIndex();
-    const NotificationValue* value = FindNotificationValue(request.GetCmdElemValue(command, "OE", 0));
+    const NotificationValue* value = FindNotificationValue(request.GetElem("OE"));
     if (value == nullptr) {
         request.SetStatus(kNotHandled);
         return nullptr;
     }
-    const unsigned int index = value->IsPerServer() ? request.GetCmdElemValue(command, "OI", 0) : 0;
-    if (index >= CNotificationSettings::kServers) {
-        request.SetStatus(kServerIndexOutOfRange);
-        return nullptr;
+    if (value->IsPerServer()) {
+        const unsigned int index = request.GetElem("OI");
+        if (index >= CNotificationSettings::kServers) {
+            request.SetStatus(kServerIndexOutOfRange);
+            return nullptr;
+        }
+        server = static_cast<int>(index);
     }
-    server = static_cast<int>(index);
     return value;
 }
 
@@ -153,7 +154,7 @@ void CNotificationSettings::TakeAddresses() {
 }
 
 void CNotificationSettings::AnswerRead(SipJson& request) {
-    int server = 0;
+    int server{};
     const NotificationValue* value = FindValue(request, server);
     if (value == nullptr) {
         return;
@@ -166,7 +167,7 @@ void CNotificationSettings::AnswerRead(SipJson& request) {
 }
 
 void CNotificationSettings::AnswerWrite(SipJson& request) {
-    int server = 0;
+    int server{};
     const NotificationValue* value = FindValue(request, server);
     if (value == nullptr) {
         return;

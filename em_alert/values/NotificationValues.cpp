@@ -87,13 +87,13 @@ bool WriteHost(Config& config, int server, const SipJson& request) {
 }
 
 bool ReadPort(Config& config, int server, SipJson& reply) {
-    unsigned short port = 0;
+    unsigned short port{};
     const bool found = config.GetSmtpServerPort(port, server);
     return AnswerNumber(reply, found, port);
 }
 
 bool WritePort(Config& config, int server, const SipJson& request) {
-    unsigned int port = 0;
+    unsigned int port{};
     if (!TakeNumber(request, port) || port > 0xFFFF) {
         return false;
     }
@@ -109,7 +109,7 @@ bool ReadAuthenticationType(Config& config, int server, SipJson& reply) {
 }
 
 bool WriteAuthenticationType(Config& config, int server, const SipJson& request) {
-    unsigned int number = 0;
+    unsigned int number{};
     if (!TakeNumber(request, number)) {
         return false;
     }
@@ -135,7 +135,7 @@ bool WritePassword(Config& config, int server, const SipJson& request) {
 }
 
 bool ReadSmtps(Config& config, int server, SipJson& reply) {
-    bool on = false;
+    bool on{};
     const bool found = config.GetSmtpServerSMTPS(on, server);
     if (found) {
         reply.SetDataByte(on ? 1 : 0, kDone);
@@ -144,7 +144,7 @@ bool ReadSmtps(Config& config, int server, SipJson& reply) {
 }
 
 bool WriteSmtps(Config& config, int server, const SipJson& request) {
-    unsigned int on = 0;
+    unsigned int on{};
     return TakeNumber(request, on) && config.SetSmtpServerSMTPS((on & 0xFF) != 0, server);  // a byte
 }
 

@@ -35,8 +35,8 @@ const StatusWord& WordOf(unsigned char status) {
 struct CAlertMailTexts::Topic {
     enum class Kind { Any, Status, Update };
     Kind kind = Kind::Any;
-    unsigned char systemStatus = 0;
-    unsigned char componentStatus = 0;
+    unsigned char systemStatus{};
+    unsigned char componentStatus{};
     const std::string* componentName = nullptr;
     const std::string* componentDesignation = nullptr;
     const CLogMsgArguments* update = nullptr;
@@ -202,8 +202,6 @@ void CAlertMailTexts::SetImportance(CSmtpMessage& mail, unsigned char componentS
             EM_TRACE(3, "\nEM_ALERT            : Set mail importance: High");
             mail.SetImportance(CSmtpMessageHeader::kHighImportance);
             return;
-        default:
-            break;
     }
     if (componentStatus == 3) {
         EM_TRACE(3, "\nEM_ALERT            : Set mail importance depending on status %d to High", componentStatus);
@@ -340,7 +338,7 @@ bool CAlertMailTexts::SystemAssetID(const Topic& /*topic*/, std::string& value) 
 }
 
 bool CAlertMailTexts::SystemStatus(const Topic& /*topic*/, std::string& value) {
-    unsigned int status = 0;
+    unsigned int status{};
     if (agent_.RequestNumber(kReadSystemStatus, 0, 0, status)) {
         value = SystemStatusWord(status > 0xFF ? 0 : static_cast<unsigned char>(status));
     }

@@ -97,7 +97,7 @@ bool TakeMessages(CBytes received, const ifaddrmsg& wanted, std::vector<CInterfa
     while (CutRecord(received, &nlmsghdr::nlmsg_len, message, payload)) {
         if (message.nlmsg_type == NLMSG_DONE || message.nlmsg_type == NLMSG_ERROR) {
             // Both begin with an errno value, negative when the dump was refused or broke off.
-            int error = 0;
+            int error{};
             if (Read(payload, error) && error < 0) {
                 Fail(-error);
             }

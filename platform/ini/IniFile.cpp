@@ -35,7 +35,7 @@ bool CIniFile::Open(const char* path, bool mustBeReadable) {
 }
 
 bool CIniFile::GetString(std::string& value, const char* section, const char* key, const char* fallback) const {
-    unsigned int stored = 0;
+    unsigned int stored{};
     value.resize(kFirstValueSize);
     for (;;) {
         const auto size = static_cast<unsigned int>(value.size());
@@ -113,7 +113,7 @@ bool CIniFile::GetSections(std::vector<std::string>& sections) {
 /// @param section  null for the names of the sections
 /// @return false when the list was cut
 bool CIniFile::ReadNames(const char* section) {
-    unsigned int stored = 0;
+    unsigned int stored{};
     std::size_t size = kFirstListSize;
     for (;;) {
         names_.resize(size);

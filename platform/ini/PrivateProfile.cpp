@@ -87,8 +87,8 @@ std::optional<std::string_view> FindValue(CIniText& text, std::string_view key,
 }
 
 struct CChange {
-    std::size_t begin = 0;
-    std::size_t end = 0;
+    std::size_t begin{};
+    std::size_t end{};
     std::string text;
 };
 

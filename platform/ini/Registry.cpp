@@ -186,7 +186,7 @@ std::optional<std::string> CRegistry::Get(std::string_view key) const {
 
 std::int64_t CRegistry::GetNumber(std::string_view key, std::int64_t fallback) const {
     const std::string text = Get(key).value_or("");
-    std::int64_t number = 0;
+    std::int64_t number{};
     const char* const end = text.data() + text.size();
     const auto parsed = std::from_chars(text.data(), end, number);
     return parsed.ec == std::errc() && parsed.ptr == end ? number : fallback;

@@ -97,7 +97,7 @@ bool AwaitReadable(int fd, std::chrono::milliseconds limit) {
 
 /// @return false when somebody else has reaped the process
 bool WaitFor(int pidFd, siginfo_t& info, int options) {
-    int result = 0;
+    int result{};
     do {
         info = {};
         result = ::waitid(P_PIDFD, static_cast<id_t>(pidFd), &info, WEXITED | options);
@@ -132,7 +132,7 @@ private:
 std::vector<pid_t> FindProcesses(const std::function<bool(const std::string& directory)>& isWanted) {
     std::vector<pid_t> found;
     ForEachEntry("/proc", [&](const std::string& name) {
-        pid_t pid = 0;
+        pid_t pid{};
         const auto parsed = std::from_chars(name.data(), name.data() + name.size(), pid);
         if (parsed.ec == std::errc() && parsed.ptr == name.data() + name.size() && isWanted("/proc/" + name)) {
             found.push_back(pid);
@@ -148,8 +148,8 @@ std::optional<CProcess::CMemory> ReadMemoryOf(const std::string& process) {
         return std::nullopt;
     }
     const auto pageBytes = static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
-    std::uint64_t virtualPages = 0;
-    std::uint64_t residentPages = 0;
+    std::uint64_t virtualPages{};
+    std::uint64_t residentPages{};
     const char* const end = text.data() + text.size();
     const auto first = std::from_chars(text.data(), end, virtualPages);
     if (first.ptr == end || std::from_chars(first.ptr + 1, end, residentPages).ec != std::errc()) {

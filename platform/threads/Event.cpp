@@ -226,8 +226,8 @@ unsigned int CEvent::Wait(unsigned int timeoutMs, bool trace) const {
     } else if (trace) {
         EM_TRACE(5, "\nwaiting %dms on event %p", static_cast<int>(timeoutMs), static_cast<const void*>(block_));
     }
-    int error = 0;
-    bool signalled = false;
+    int error{};
+    bool signalled{};
     {
         const CEventMutexLock lock(block_->mutex);
         if (closed_) {

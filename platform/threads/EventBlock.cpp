@@ -16,12 +16,9 @@ timespec Deadline(unsigned int timeoutMs, const CEventBlock& block) {
     timespec begin{};
     ::clock_gettime(CLOCK_MONOTONIC, &begin);
     timespec end = begin;
-    end.tv_sec += timeoutMs / 1000;
     end.tv_nsec += static_cast<long>(timeoutMs % 1000) * 1000000;
-    if (end.tv_nsec >= kNanosecondsPerSecond) {
-        end.tv_nsec -= kNanosecondsPerSecond;
-        ++end.tv_sec;
-    }
+    end.tv_sec += timeoutMs / 1000 + end.tv_nsec / kNanosecondsPerSecond;
+    end.tv_nsec %= kNanosecondsPerSecond;
     EM_TRACE(5,
              "prepare time for waiting on event %p <%s> (ts_beg:sec=%ld,ts_beg:nsec=%ld) -> (ts:sec=%ld,ts:nsec=%ld)\n",
              static_cast<const void*>(&block), block.Label(), begin.tv_sec, begin.tv_nsec, end.tv_sec, end.tv_nsec);

@@ -169,7 +169,7 @@ bool CThread::Start(Function function, void* argument, unsigned long priority, b
 
 int CThread::Create(pthread_attr_t& attributes, bool withPriority) {
     std::unique_ptr<std::shared_ptr<Body>> share(new (std::nothrow) std::shared_ptr<Body>(body_));
-    pthread_t thread = 0;
+    pthread_t thread{};
     int error = ENOMEM;
     if (share != nullptr) {
         const CSignalBlock block;
@@ -212,7 +212,7 @@ bool CThread::WaitForTermination(unsigned int timeoutMs) {
         return false;
     }
     void* status = nullptr;
-    int error = 0;
+    int error{};
     if (!Join(thread, status, error)) {
         EM_TRACE(1, "\nCThread::WaitForTermination: ERROR ! ThreadJoin failed, Thread = 0x%08X, Err = 0x%08x",
                  Short(thread), static_cast<unsigned int>(error));
@@ -235,7 +235,7 @@ bool CThread::Kill(unsigned int /*timeoutMs*/) {
     }
     EM_TRACE(2, "\nCThread::Kill: Try to join a joinable Thread = 0x%08X", Short(thread));
     void* status = nullptr;
-    int error = 0;
+    int error{};
     if (!Join(thread, status, error)) {
         EM_TRACE(1, "\nCThread::Kill: ERROR ! ThreadJoin failed, Thread = 0x%08X, Err = 0x%08x", Short(thread),
                  static_cast<unsigned int>(error));

@@ -245,6 +245,8 @@ TEST_F(ModuleFrame, OperationsOfTheAlertModule) {
     module.OnTaskExecution(unknown, CExposedTasks::_TaskPriority{});
     result << agent_.calls.back() << "\n";
     result << CAlertExtensionModule::ContainsVariableName(text, "$(HostName)")
-           << CAlertExtensionModule::ContainsVariableName(text, "$(Time)") << "\n";
+           << CAlertExtensionModule::ContainsVariableName(text, "$(Time)") << module.AlerterFormatText(text)
+           << module.AlerterFormatSystemStatusText(text, 1, 1, "", "")
+           << module.AlerterFormatUpdateStatusText(text, CLogMsgArguments()) << "\n";
     EXPECT_EQ(result.str(), Expected("operations"));
 }

@@ -154,7 +154,9 @@ TEST(Trace, OfLevel0GoesToTheSystemLog) {
         client.PrintAlways(0, "not there");
         client.Print(0, "%01100d", 1);
         client.Print(0, "%ls", L"\xD800");
-        SysLogTraces::getConnection()->logMessage("50%%", SysLogError);
+        for (const SysLogLevel level : {SysLogError, SysLogWarning, SysLogNotice, SysLogInfo, SysLogDebug}) {
+            SysLogTraces::getConnection()->logMessage("50%%", level);
+        }
         SysLogTraces::getConnection()->logMessage(nullptr, SysLogError);
         client.Print(0, nullptr);
         EXPECT_EQ(SysLogTraces::getConnection()->getProcName(), "platform_diagnostics_test"s);
