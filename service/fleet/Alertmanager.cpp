@@ -53,7 +53,7 @@ void CAlertmanager::Update(const CComponents& components) {
                 .designation = one.config.designation, .text = one.text, .starts = one.since};
         }
     }
-    for (auto& [key, alert] : alerts_) {
+    for (auto [key, alert] : alerts_) {
         if (!next.contains(key) && (alert.ends == 0 || alert.ends + kToldAfterEnd > now)) {
             alert.ends = alert.ends == 0 ? now : alert.ends;
             next[key] = alert;

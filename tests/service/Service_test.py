@@ -272,6 +272,8 @@ textfile = "{self.folder}/em_alert.prom"
         self.awaits(lambda: lasts("warning", True))
         self.plugin(2, "5 packages available")
         self.awaits(lambda: lasts("critical", True) and lasts("warning", False))
+        self.plugin(0, "0 packages available")
+        self.awaits(lambda: lasts("critical", False))
         self.awaits(lambda: heard == {b"READY=1", b"WATCHDOG=1"})
 
 
