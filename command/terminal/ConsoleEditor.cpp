@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cwchar>
 #include <sys/ioctl.h>
+#include <termios.h>
 #include <unistd.h>
 #include <utility>
 
@@ -132,6 +133,7 @@ void CConsoleEditor::StopEditing() {
 }
 
 void CConsoleEditor::ClearLine() {
+    ::tcflush(STDIN_FILENO, TCIFLUSH);  // what was typed ahead, as a terminal's own Ctrl-C does
     const LineInfo* line = ::el_line(editor_.get());
     const auto all = static_cast<int>(line->lastchar - line->buffer);
     ::el_cursor(editor_.get(), all);  // which stops at the end
