@@ -2,12 +2,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <unistd.h>
 
 #include "agent/core/Files.h"
+#include "agent/core/ModuleLibrary.h"
 #include "agent/core/TraceSink.h"
 #include "command/CommandLine.h"
 #include "command/commands/CommandContext.h"
@@ -33,19 +33,6 @@ const char* Environment(const char* name) {
     return value != nullptr ? value : "";
 }
 
-/// The module beside this program: where the build puts it, or where the package does.
-std::string FindModule() {
-    std::error_code error;
-    const auto folder = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
-    for (const char* place : {"../lib/libem_alert.so", EM_INSTALLED_MODULE}) {
-        const auto path = (folder / place).lexically_normal();
-        if (std::filesystem::exists(path, error)) {
-            return path;
-        }
-    }
-    throw CAgentError("the alert module is not beside " + folder.string() + ": say where with --module LIB");
-}
-
 /// Empty where the user has no place of their own.
 std::string StateFolder(const ProgramOptions& program) {
     const std::string state = Environment("XDG_STATE_HOME");
@@ -62,7 +49,7 @@ std::string InFolder(const std::string& folder, const char* name) {
 
 ContextOptions MakeContextOptions(const ProgramOptions& program, bool isConsole) {
     ContextOptions options;
-    options.module.agent.library = program.module.empty() ? FindModule() : program.module;
+    options.module.agent.library = program.module.empty() ? FindModule(EM_INSTALLED_MODULE) : program.module;
     options.module.settingsFile = InFolder(StateFolder(program), "settings.json");
     options.module.speaks = isConsole;
     options.socket = program.socket.value_or(program.module.empty() ? kUsualSocket : "");

@@ -3,17 +3,17 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <filesystem>
 #include <string>
 #include <systemd/sd-daemon.h>
 
 #include "agent/core/Files.h"
+#include "agent/core/ModuleLibrary.h"
 #include "agent/core/TraceSink.h"
 #include "command/link/LocalModule.h"
-#include "service/components/Journal.h"
 #include "service/control/ControlCommands.h"
 #include "service/core/Once.h"
 #include "service/core/Service.h"
+#include "service/loop/Journal.h"
 
 namespace {
 
@@ -48,14 +48,6 @@ private:
     CLoopSource timer_;
 };
 
-// The module in the build tree that this program lies in, else the installed one.
-std::string DefaultModule() {
-    std::error_code ignored;
-    const auto folder = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
-    const auto built = folder / "../lib/libem_alert.so";
-    return (std::filesystem::exists(built, ignored) ? built : folder / EM_INSTALLED_MODULE).lexically_normal();
-}
-
 void BlockSignals() {
     sigset_t signals;
     ::sigemptyset(&signals);
@@ -79,10 +71,11 @@ void Run(const ServiceOptions& options, ServiceConfig config) {
         service.Reload();
         ::sd_notify(0, "READY=1");
     });
-    const CWatchdog watchdog(loop, service);
     ::sd_notify(0, "READY=1");
+    const CWatchdog watchdog(loop, service);
     loop.Run();
     ::sd_notify(0, "STOPPING=1");
+    service.Stop();
 }
 
 }  // namespace
@@ -93,12 +86,12 @@ int main(int argc, char** argv) {
     ServiceOptions options{.config = "/etc/em-alert/em-alertd.toml",
                            .socket = "/run/em-alert/control",
                            .state = "/var/lib/em-alert",
-                           .module = DefaultModule()};
+                           .module = {}};
     bool once = false;
     app.add_option("--config", options.config, "the configuration")->capture_default_str();
     app.add_option("--socket", options.socket, "where em-alert connects")->capture_default_str();
     app.add_option("--state", options.state, "the directory of what outlives a restart")->capture_default_str();
-    app.add_option("--module", options.module, "the alert module")->capture_default_str();
+    app.add_option("--module", options.module, "the alert module; the installed one unless told otherwise");
     app.add_flag("--once", once, "run each check once, tell the result and end");
     app.set_version_flag("--version", EM_VERSION);
     try {
@@ -117,6 +110,9 @@ int main(int argc, char** argv) {
     try {
         if (once) {
             return CheckOnce(config) ? EXIT_SUCCESS : kFailed;
+        }
+        if (options.module.empty()) {
+            options.module = FindModule(EM_INSTALLED_MODULE);
         }
         Run(options, std::move(config));
         return EXIT_SUCCESS;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <utility>
 
 #include "sip/SipJson.h"
 
@@ -96,6 +97,31 @@ Command CurrentCommand(std::string_view message, int index) {
         command.data = JsonText(*data);
     }
     return command;
+}
+
+Command MakeCommand(std::uint32_t operation, std::uint32_t extension, std::string data) {
+    Command command;
+    command.oc = operation;
+    command.oe = extension;
+    command.data = std::move(data);
+    return command;
+}
+
+Command MakeObjectCommand(std::uint32_t operation, std::uint32_t object, std::string data) {
+    Command command;
+    command.oc = operation;
+    if (object != 0) {
+        command.oi = object;
+    }
+    command.data = std::move(data);
+    return command;
+}
+
+void BuildMessage(const Command& command, SipJson& message) {
+    const std::string text = MessageText(command);
+    if (!message.Parse(text.data(), text.size())) {
+        throw CAgentError("the message is nested too deeply");
+    }
 }
 
 std::string MessageText(const Command& command) {

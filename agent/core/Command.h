@@ -23,6 +23,16 @@ struct CommandMember {
 };
 std::span<const CommandMember> CommandMembers();
 
+/// A command of these members; "DA" is left out when `data` is empty.
+Command MakeCommand(std::uint32_t operation, std::uint32_t extension = 0, std::string data = {});
+
+/// What is answered, or told, of one object; with 0, of all.
+Command MakeObjectCommand(std::uint32_t operation, std::uint32_t object, std::string data);
+
+/// Makes the message with this one command.
+/// @throw CAgentError when its data are nested too deeply
+void BuildMessage(const Command& command, SipJson& message);
+
 /// Reads a number as messages write it: decimal, "0x" hexadecimal, or octal after a leading "0".
 /// @return nothing unless all of the text is one number below 2^32
 std::optional<std::uint32_t> ParseNumber(std::string_view text);

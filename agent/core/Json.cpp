@@ -1,5 +1,7 @@
 #include "agent/core/Json.h"
 
+#include <array>
+
 #include <rapidjson/error/en.h>
 
 namespace {
@@ -58,4 +60,14 @@ std::string JsonText(const CRapidJsonUtil::value& value) {
 
 std::string JsonString(std::string_view text) {
     return JsonText(CRapidJsonUtil::value(rapidjson::StringRef(text.data(), text.size())));
+}
+
+std::string JsonTime(std::time_t time) {
+    if (time == 0) {
+        return "null";
+    }
+    std::tm utc{};
+    ::gmtime_r(&time, &utc);
+    std::array<char, 40> text{};
+    return {text.data(), std::strftime(text.data(), text.size(), "\"%FT%TZ\"", &utc)};
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <ctime>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -29,3 +30,6 @@ std::string JsonText(const CRapidJsonUtil::value& value);
 
 /// @return the text as a JSON string, with its quotes
 std::string JsonString(std::string_view text);
+
+/// @return the time in UTC as RFC 3339 writes it, with quotes; null for 0
+std::string JsonTime(std::time_t time);

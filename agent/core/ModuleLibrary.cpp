@@ -4,8 +4,11 @@
 #include <cstdint>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <filesystem>
 #include <fstream>
 #include <utility>
+
+#include "agent/core/Json.h"
 
 namespace {
 
@@ -44,6 +47,18 @@ bool FindExport(void* library, const char* name, Function*& function, std::strin
 }
 
 }  // namespace
+
+std::string FindModule(const char* installed) {
+    std::error_code error;
+    const auto folder = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+    for (const char* place : {"../lib/libem_alert.so", installed}) {
+        const auto path = (folder / place).lexically_normal();
+        if (std::filesystem::exists(path, error)) {
+            return path;
+        }
+    }
+    throw CAgentError("the alert module is not beside " + folder.string() + ": say where with --module LIB");
+}
 
 CModuleLibrary::~CModuleLibrary() {
     if (handle_ != nullptr) {

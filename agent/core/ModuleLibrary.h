@@ -4,6 +4,11 @@
 
 #include "em_alert/EmAlert.h"
 
+/// The module beside this program: where the build puts it, or where the package does.
+/// @param installed  the latter's path, from the program's folder
+/// @throw CAgentError when it is at neither place
+std::string FindModule(const char* installed);
+
 /// A module's shared library: loaded, its exports found, and really gone from memory after Close. One thread.
 class CModuleLibrary {
 public:

@@ -4,10 +4,6 @@
 
 namespace {
 
-std::string TimeOrNull(std::time_t time) {
-    return time == 0 ? "null" : JsonString(Rfc3339(time));
-}
-
 std::string Joined(const std::vector<std::string>& objects) {
     std::string list;
     for (const std::string& object : objects) {
@@ -23,14 +19,14 @@ std::string CLocalModule::Status() {
     for (const CLedger::Component& component : ledger_.Components()) {
         components.push_back(
             "{\"name\":" + JsonString(component.name) + ",\"designation\":" + JsonString(component.designation) +
-            ",\"status\":" + std::to_string(component.status) + R"(,"text":"","since":)" + TimeOrNull(component.since) +
-            ",\"checked\":" + TimeOrNull(component.told) + ",\"next\":null}");
+            ",\"status\":" + std::to_string(component.status) + R"(,"text":"","since":)" + JsonTime(component.since) +
+            ",\"checked\":" + JsonTime(component.told) + ",\"next\":null}");
     }
     const CLedger::Mails mails = ledger_.MailCounts();
     return "{\"system\":" + std::to_string(ledger_.SystemStatus()) +
            ",\"pending\":" + std::to_string(ledger_.Pending().size()) + ",\"components\":" + Joined(components) +
            ",\"mail\":{\"sent\":" + std::to_string(mails.sent) + ",\"failed\":" + std::to_string(mails.failed) +
-           ",\"last\":" + TimeOrNull(mails.last) + "}}";
+           ",\"last\":" + JsonTime(mails.last) + "}}";
 }
 
 std::string CLocalModule::PendingAlerts() {
@@ -38,7 +34,7 @@ std::string CLocalModule::PendingAlerts() {
     for (const CLedger::Alert& alert : ledger_.Pending()) {
         alerts.push_back("{\"name\":" + JsonString(alert.name) + ",\"designation\":" + JsonString(alert.designation) +
                          ",\"severity\":" + (alert.isError ? R"("error")" : R"("warning")") +
-                         ",\"since\":" + TimeOrNull(alert.since) + R"(,"text":""})");
+                         ",\"since\":" + JsonTime(alert.since) + R"(,"text":""})");
     }
     return Joined(alerts);
 }

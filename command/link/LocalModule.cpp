@@ -26,31 +26,6 @@ constexpr milliseconds kSettleTime{50};
 constexpr const char* kTraceLevel = "LUME_LOG_DEBUG_LEVEL";
 constexpr unsigned kLevelOfMailResults = 2;
 
-void ParseMessage(const Command& command, SipJson& message) {
-    const std::string text = MessageText(command);
-    if (!message.Parse(text.data(), text.size())) {
-        throw CAgentError("the message is nested too deeply");
-    }
-}
-
-Command Question(std::uint32_t operation, std::uint32_t extension = 0) {
-    Command question;
-    question.oc = operation;
-    question.oe = extension;
-    return question;
-}
-
-// What the agent answers for one object, or, without one, in general.
-Command Answer(std::uint32_t operation, std::uint32_t object, std::string data) {
-    Command answer;
-    answer.oc = operation;
-    if (object != 0) {
-        answer.oi = object;
-    }
-    answer.data = std::move(data);
-    return answer;
-}
-
 // For what the module does on its own, and for what fails; the commands tell the rest themselves.
 bool ConcernsOperator(const TranscriptEntry& entry) {
     constexpr std::array<std::string_view, 5> kKinds = {"event", "reply", "tone", "forward-event", "withheld"};
@@ -166,14 +141,14 @@ void CLocalModule::Settle() {
 ModuleAnswer CLocalModule::Ask(Command request) {
     Load();
     request.ca = agent_->Cabinet();
-    TranscriptPattern reply{.kind = "reply", .step = {}, .command = Question(*request.oc)};
+    TranscriptPattern reply{.kind = "reply", .step = {}, .command = MakeCommand(*request.oc)};
     reply.command.oe.reset();
     while (agent_->Await(reply, milliseconds(0))) {
         // a late reply to an earlier request
     }
     record_.Clear();
     SipJson message;
-    ParseMessage(request, message);
+    BuildMessage(request, message);
     agent_->Request(message);
     Command answer = CurrentCommand(MessageText(message), message.GetCmdIndex());
     if (answer.st != kAnswerFollows) {
@@ -192,8 +167,7 @@ ModuleAnswer CLocalModule::Ask(Command request) {
 }
 
 void CLocalModule::ChangeSetting(std::uint32_t id, const std::string& data) {
-    Command answer = Question(kReadConfigurationValue, id);
-    answer.data = data;
+    const Command answer = MakeCommand(kReadConfigurationValue, id, data);
     answers_.Set(answer);
     SaveSettings();
     if (agent_ == nullptr) {
@@ -203,7 +177,7 @@ void CLocalModule::ChangeSetting(std::uint32_t id, const std::string& data) {
     notice.oc = kWriteConfigurationValue;
     notice.ca = agent_->Cabinet();
     SipJson message;
-    ParseMessage(notice, message);
+    BuildMessage(notice, message);
     agent_->SendNotice(message);
 }
 
@@ -227,15 +201,15 @@ Traces CLocalModule::Deliver(const std::string& name, const std::string& designa
     Load();
     const std::string number = std::to_string(status);
     const std::uint32_t component = ComponentId(name);
-    answers_.Set(Answer(kReadSystemStatus, 0, number));
-    answers_.Set(Answer(kReadComponentName, component, JsonString(name)));
-    answers_.Set(Answer(kReadComponentDesignation, component, JsonString(designation)));
+    answers_.Set(MakeObjectCommand(kReadSystemStatus, 0, number));
+    answers_.Set(MakeObjectCommand(kReadComponentName, component, JsonString(name)));
+    answers_.Set(MakeObjectCommand(kReadComponentDesignation, component, JsonString(designation)));
 
-    Command event = Answer(CM_StatusTreeComponentInstanceStatus, component, number);
+    Command event = MakeObjectCommand(CM_StatusTreeComponentInstanceStatus, component, number);
     event.ca = agent_->Cabinet();
     event.st = kEvent;
     SipJson message;
-    ParseMessage(event, message);
+    BuildMessage(event, message);
     record_.Clear();
     ledger_.BeginEvent(component, name, designation, status);
     Traces traces = WaitFor([&] { agent_->SendEvent(message); });
@@ -250,7 +224,7 @@ Traces CLocalModule::Deliver(const std::string& name, const std::string& designa
 
 std::size_t CLocalModule::Acknowledge() {
     const std::size_t pending = ledger_.Pending().size();
-    const Command answer = Ask(Question(kAcknowledgeAlerts)).command;
+    const Command answer = Ask(MakeCommand(kAcknowledgeAlerts)).command;
     if (answer.st != kDone) {
         throw CAgentError("the module did not acknowledge the pending alerts");
     }

@@ -65,6 +65,3 @@ private:
 /// How long the module may take for an answer: it tries two mail servers, with a look-up, a transfer and a farewell
 /// each.
 constexpr int kLongestAnswerSeconds = 300;
-
-/// @return the time as RFC 3339 writes it, in UTC
-std::string Rfc3339(std::time_t time);

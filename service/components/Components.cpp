@@ -19,7 +19,11 @@ std::uint32_t Component::Effective() const {
     return since == 0 ? kOk : EffectiveOf(status, config);
 }
 
-void CComponents::Configure(const std::vector<CheckConfig>& checks) {
+bool Component::IsBad() const {
+    return Effective() != kOk;
+}
+
+std::vector<Component> CComponents::Configure(const std::vector<CheckConfig>& checks) {
     std::deque<Component> next;
     for (const CheckConfig& check : checks) {
         Component component;
@@ -29,20 +33,27 @@ void CComponents::Configure(const std::vector<CheckConfig>& checks) {
             component.id = ++lastId_;
         }
         component.config = check;
+        component.isReported = false;
         next.push_back(std::move(component));
     }
+    std::vector<Component> gone;
     for (Component& known : components_) {
-        const bool isConfigured = std::ranges::find(checks, known.config.name, &CheckConfig::name) != checks.end();
-        if (!isConfigured && known.config.command.empty() && known.config.freshness.count() == 0) {
-            next.push_back(std::move(known));
+        if (std::ranges::find(checks, known.config.name, &CheckConfig::name) == checks.end()) {
+            known.isReported ? next.push_back(std::move(known)) : gone.push_back(std::move(known));
         }
     }
     components_ = std::move(next);
+    return gone;
+}
+
+const Component* CComponents::Find(std::string_view name) const {
+    const auto found =
+        std::ranges::find(components_, name, [](const Component& one) -> std::string_view { return one.config.name; });
+    return found != components_.end() ? &*found : nullptr;
 }
 
 Component* CComponents::Find(std::string_view name) {
-    const auto found = std::ranges::find(components_, name, [](const Component& one) { return one.config.name; });
-    return found != components_.end() ? &*found : nullptr;
+    return const_cast<Component*>(std::as_const(*this).Find(name));
 }
 
 Component* CComponents::FindOrMake(const std::string& name) {
@@ -55,6 +66,7 @@ Component* CComponents::FindOrMake(const std::string& name) {
     Component& made = components_.emplace_back();
     made.config.name = made.config.designation = name;
     made.id = ++lastId_;
+    made.isReported = true;
     return &made;
 }
 
@@ -63,7 +75,6 @@ Consequence CComponents::Take(Component& component, const CheckResult& result) {
     component.text = result.text;
     component.checked = now;
     component.took = result.took;
-    component.reported = Component::Clock::now();
     const std::uint32_t before = component.Effective();
     const std::uint32_t after = EffectiveOf(result.status, component.config);
     const bool wasRestored = std::exchange(component.isRestored, false);

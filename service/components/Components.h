@@ -6,14 +6,13 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "service/components/CheckResult.h"
 #include "service/config/ServiceConfig.h"
 
 /// A component and what is known of it. Times of day are for people; nothing is decided by them.
 struct Component {
-    using Clock = std::chrono::steady_clock;
-
     CheckConfig config;
     std::uint32_t id = 0;                               ///< the object id of its events, as long as the service runs
     ComponentStatus status = ComponentStatus::Unknown;  ///< settled, and told
@@ -25,12 +24,15 @@ struct Component {
     std::uint32_t badInRow = 0;                         ///< results that are not told yet
     bool isPending = false;                             ///< an alert of it waits for an acknowledgement
     bool isRestored = false;                            ///< as an earlier run left it; no result has come yet
-    std::optional<Clock::time_point> reported;          ///< the newest result
-    std::optional<Clock::time_point> told;              ///< the newest event
+    bool isReported = false;                            ///< no configuration names it: it came with a report
+    bool isMailDue = false;                             ///< no server took the mail about the status
+    std::uint32_t untold = 0;                           ///< its events that wait for the module, or are with it
     std::optional<std::uint32_t> updates;               ///< of an update check
 
     /// What the status counts as in events: 1 to 3. One that never had a result is OK.
     std::uint32_t Effective() const;
+
+    bool IsBad() const;
 };
 
 /// What follows from a result.
@@ -44,11 +46,12 @@ enum class Consequence {
 /// good one, and one that is worse than what was told, at once. One thread.
 class CComponents {
 public:
-    /// Components keep what is known of them when the configuration changes; those that it lacks go, unless others
-    /// report them.
-    void Configure(const std::vector<CheckConfig>& checks);
+    /// Components keep what is known of them when the configuration changes; those that it named and now lacks go.
+    /// @return those that have gone
+    std::vector<Component> Configure(const std::vector<CheckConfig>& checks);
 
     Component* Find(std::string_view name);
+    const Component* Find(std::string_view name) const;
 
     /// The component, made if it is not known yet.
     /// @return null when there are too many (1,000) that no configuration names

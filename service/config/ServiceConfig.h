@@ -18,8 +18,6 @@ struct CheckConfig {
     std::uint32_t attempts = 1;              ///< bad results in a row until it is told
     std::uint32_t unknownIs = 2;             ///< the status, 1 to 3, that "unknown" counts as
     bool isUpdate = false;  ///< tells of updates: their number, when it changes, is an event of its own
-
-    bool operator==(const CheckConfig&) const = default;
 };
 
 /// A setting of the module, as the agent answers it.

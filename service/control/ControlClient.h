@@ -5,7 +5,7 @@
 #include <string>
 
 #include "platform/files/UniqueFd.h"
-#include "service/core/Loop.h"
+#include "service/loop/Loop.h"
 
 /// One connection to the control socket: a line in, lines out. It is dropped when it sends a line of more than 64 KiB
 /// or does not read what it is sent (1 MiB). One thread, the loop's.

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "service/components/Journal.h"
 #include "service/components/StatusJson.h"
+#include "service/loop/Journal.h"
 #include "sip/Vocabulary.h"
 
 namespace {
@@ -48,6 +48,7 @@ const std::vector<CControlCommands::Order>& CControlCommands::Orders() {
         {"request", &CControlCommands::Request, true},
         {"event", &CControlCommands::Deliver, true},
         {"notice", &CControlCommands::Deliver, true},
+        {"notify", &CControlCommands::Notify, true},
         {"set", &CControlCommands::Set, true},
     };
     return orders;
@@ -60,9 +61,11 @@ CControlCommands::CControlCommands(CLoop& loop, CService& service, const std::st
 void CControlCommands::OnLine(CControlClient& client, const std::string& line) {
     try {
         const CRapidJsonUtil::Document document = ParseJson(line);
+        if (!document.IsObject() || document.MemberCount() != 1) {
+            throw CAgentError("a line is an object with one member, which tells what is asked for");
+        }
         for (const Order& order : Orders()) {
-            const Value* value =
-                document.IsObject() ? CRapidJsonUtil::Find(document, rapidjson::StringRef(order.key)) : nullptr;
+            const Value* value = CRapidJsonUtil::Find(document, rapidjson::StringRef(order.key));
             if (value == nullptr) {
                 continue;
             }
@@ -180,6 +183,26 @@ void CControlCommands::Deliver(CControlClient& client, const Value& value) {
         [this, id = client.Id()](const Command& delivered) {
             if (CControlClient* still = server_.Find(id)) {
                 still->Send(MessageLine("delivered", delivered));
+            }
+        });
+    if (!isPosted) {
+        throw CAgentError(kBusy);
+    }
+}
+
+void CControlCommands::Notify(CControlClient& client, const Value& value) {
+    const auto code = ReadNumber(value);
+    if (!code) {
+        throw CAgentError("\"notify\" is a number");
+    }
+    const bool isPosted = service_.Ask(
+        [code](CDelivery& /*delivery*/, CAgent& agent) {
+            agent.Notify(*code);
+            return Command();
+        },
+        [this, id = client.Id()](const Command& /*nothing*/) {
+            if (CControlClient* still = server_.Find(id)) {
+                still->Send("{\"kind\":\"notified\"}");
             }
         });
     if (!isPosted) {

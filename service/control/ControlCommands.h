@@ -33,6 +33,7 @@ private:
     void Submit(CControlClient& client, const Value& value);
     void Subscribe(CControlClient& client, const Value& value);
     void Request(CControlClient& client, const Value& value);
+    void Notify(CControlClient& client, const Value& value);
     void Set(CControlClient& client, const Value& value);
     void Deliver(CControlClient& client, const Value& value);
     void OnReturned(std::uint64_t id, const Command& answer);

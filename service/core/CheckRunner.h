@@ -6,7 +6,7 @@
 
 #include "platform/process/Process.h"
 #include "service/components/CheckResult.h"
-#include "service/core/Loop.h"
+#include "service/loop/Loop.h"
 
 /// One run of a plugin: started at once, ended with its children when its time is over. It tells its result once, from
 /// the loop, and may be destroyed from there; destroyed before, it tells nothing and its command ends.

@@ -6,23 +6,6 @@
 
 namespace {
 
-void Parse(const Command& command, SipJson& message) {
-    const std::string text = MessageText(command);
-    if (!message.Parse(text.data(), text.size())) {
-        throw CAgentError("the message is nested too deeply");
-    }
-}
-
-Command Answer(std::uint32_t operation, std::uint32_t object, std::string data) {
-    Command answer;
-    answer.oc = operation;
-    if (object != 0) {
-        answer.oi = object;
-    }
-    answer.data = std::move(data);
-    return answer;
-}
-
 // The record of docs/messages.md, "the update manager has something to tell": class 0x29, kind 0 (new updates), and
 // their number as its one argument.
 std::string UpdateRecord(std::uint32_t updates) {
@@ -44,27 +27,19 @@ std::string UpdateRecord(std::uint32_t updates) {
 
 }  // namespace
 
-Command MakeCommand(std::uint32_t operation, std::uint32_t extension, std::string data) {
-    Command command;
-    command.oc = operation;
-    command.oe = extension;
-    command.data = std::move(data);
-    return command;
-}
-
 void CDelivery::Deliver(CAgent& agent, const ComponentEvent& event) {
-    answers_.Set(Answer(kReadSystemStatus, 0, std::to_string(event.systemStatus)));
-    answers_.Set(Answer(kReadComponentName, event.id, JsonString(event.name)));
-    answers_.Set(Answer(kReadComponentDesignation, event.id, JsonString(event.designation)));
+    answers_.Set(MakeObjectCommand(kReadSystemStatus, 0, std::to_string(event.systemStatus)));
+    answers_.Set(MakeObjectCommand(kReadComponentName, event.id, JsonString(event.name)));
+    answers_.Set(MakeObjectCommand(kReadComponentDesignation, event.id, JsonString(event.designation)));
     const Command mail = answers_.Find(MakeCommand(kReadConfigurationValue, kMailForStatusAlert, {}));
     if (event.withoutMail) {
         Notice(agent, MakeCommand(kWriteConfigurationValue, kMailForStatusAlert, "0"));
     }
-    Command command = Answer(CM_StatusTreeComponentInstanceStatus, event.id, std::to_string(event.status));
+    Command command = MakeObjectCommand(CM_StatusTreeComponentInstanceStatus, event.id, std::to_string(event.status));
     command.ca = agent.Cabinet();
     command.st = kEvent;
     SipJson message;
-    Parse(command, message);
+    BuildMessage(command, message);
     ledger_.BeginEvent(event.id, event.name, event.designation, event.status);
     agent.SendEvent(message);
     ledger_.EndEvent(event.systemStatus);
@@ -74,18 +49,18 @@ void CDelivery::Deliver(CAgent& agent, const ComponentEvent& event) {
 }
 
 void CDelivery::DeliverUpdates(CAgent& agent, std::uint32_t updates) {
-    Command command = Answer(CM_UmServerUpdateAlert, 0, UpdateRecord(updates));
+    Command command = MakeObjectCommand(CM_UmServerUpdateAlert, 0, UpdateRecord(updates));
     command.ca = agent.Cabinet();
     command.st = kEvent;
     SipJson message;
-    Parse(command, message);
+    BuildMessage(command, message);
     agent.SendEvent(message);
 }
 
 Command CDelivery::Request(CAgent& agent, Command request) {
     request.ca = agent.Cabinet();
     SipJson message;
-    Parse(request, message);
+    BuildMessage(request, message);
     agent.Request(message);
     return CurrentCommand(MessageText(message), message.GetCmdIndex());
 }
@@ -93,6 +68,6 @@ Command CDelivery::Request(CAgent& agent, Command request) {
 void CDelivery::Notice(CAgent& agent, Command notice) {
     notice.ca = agent.Cabinet();
     SipJson message;
-    Parse(notice, message);
+    BuildMessage(notice, message);
     agent.SendNotice(message);
 }

@@ -36,6 +36,3 @@ private:
     CAnswerTable& answers_;
     CLedger& ledger_;
 };
-
-/// A command of these members.
-Command MakeCommand(std::uint32_t operation, std::uint32_t extension, std::string data);

@@ -5,7 +5,6 @@
 
 #include "agent/core/Json.h"
 #include "service/components/CheckResult.h"
-#include "service/core/Delivery.h"
 #include "sip/Vocabulary.h"
 
 namespace {

@@ -22,6 +22,7 @@ CModuleThread::~CModuleThread() {
     {
         const std::lock_guard guard(lock_);
         stops_ = true;
+        waiting_.clear();
     }
     changed_.notify_all();
 }
@@ -51,7 +52,7 @@ std::chrono::seconds CModuleThread::Busy() const {
                : std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - begun);
 }
 
-/// @return false when there is nothing left to do and the thread is to end; no work for a moment's idleness
+/// @return false when the thread is to end; no work for a moment's idleness
 bool CModuleThread::Take(Work& work) {
     std::unique_lock guard(lock_);
     changed_.wait_for(guard, kIdle, [this] { return stops_ || !waiting_.empty(); });

@@ -22,7 +22,7 @@ public:
     /// @param listener  is told what happens between agent and module, on any thread
     CModuleThread(AgentSettings settings, const CAnswerTable& answers, CTranscript::Listener listener);
 
-    /// Does what was posted before, then stops the module and unloads it.
+    /// Ends the piece of work that the thread is at, drops what waits, stops the module and unloads it.
     ~CModuleThread();
     CModuleThread(const CModuleThread&) = delete;
     CModuleThread& operator=(const CModuleThread&) = delete;

@@ -1,6 +1,7 @@
 #include "service/core/Scheduler.h"
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 void CScheduler::Restart(std::uint32_t parallel) {
@@ -45,8 +46,14 @@ void CScheduler::Begin(const std::string& name) {
     if (component == nullptr || component->config.command.empty()) {
         return;
     }
-    running_[name] = std::make_unique<CCheckRun>(loop_, component->config.command, component->config.timeout,
-                                                 [this, name](const CheckResult& result) { OnDone(name, result); });
+    const auto onDone = [this, name](const CheckResult& result) { OnDone(name, result); };
+    try {
+        running_[name] =
+            std::make_unique<CCheckRun>(loop_, component->config.command, component->config.timeout, onDone);
+    } catch (const std::exception& error) {  // such as no descriptors left
+        timers_[name] = loop_.After(component->config.retry, [this, name] { CheckNow(name); });
+        onResult_(name, {.status = ComponentStatus::Warning, .text = FirstLine(error.what()), .isAnswer = false});
+    }
 }
 
 void CScheduler::OnDone(const std::string& name, const CheckResult& result) {

@@ -1,38 +1,22 @@
 #include "service/core/Service.h"
 
 #include <algorithm>
-#include <array>
 #include <cctype>
-#include <climits>
-#include <cstdlib>
-#include <unistd.h>
+#include <string_view>
+#include <utility>
 
-#include "agent/core/Files.h"
 #include "agent/core/Json.h"
 #include "agent/core/TraceSink.h"
 #include "command/link/DefaultAnswers.h"
 #include "command/link/TraceRecord.h"
-#include "service/components/Journal.h"
 #include "service/components/StatusJson.h"
 #include "service/core/MachineAnswers.h"
-#include "service/fleet/Metrics.h"
+#include "service/loop/Journal.h"
 #include "sip/Vocabulary.h"
 
 namespace {
 
-// A mail that no server took is tried again with the component's next event: the event carries all that the mail needs,
-// and one that is over by then needs no mail.
-constexpr auto kMailRetries = std::to_array<std::chrono::minutes>({
-    std::chrono::minutes(1),
-    std::chrono::minutes(5),
-    std::chrono::minutes(15),
-    std::chrono::minutes(60),
-});
-
 constexpr std::uint32_t kOk = 1;
-
-constexpr std::chrono::milliseconds kMetricsDelay{500};  // several results make one file
-constexpr mode_t kReadableByAll = 0644;
 
 // "5 packages available for upgrade"
 std::optional<std::uint32_t> FirstNumber(const std::string& text) {
@@ -50,10 +34,13 @@ CService::CService(CLoop& loop, ServiceOptions options, ServiceConfig config)
       inbox_(loop),
       store_(options_.state),
       scheduler_(loop, components_,
-                 [this](const std::string& name, const CheckResult& result) { OnResult(name, result); }) {
+                 [this](const std::string& name, const CheckResult& result) { OnResult(name, result); }),
+      fleet_(loop, components_, ledger_),
+      reminders_(loop, [this](const std::string& name) { TellAgain(name); }) {
+    answers_.Load(kDefaultAnswers);
     SetAnswers();
     components_.Configure(config_.checks);
-    for (const std::string& name : store_.Names()) {
+    for (const std::string& name : store_.Reported()) {
         components_.FindOrMake(name);
     }
     for (Component& component : components_.All()) {
@@ -68,8 +55,8 @@ CService::~CService() {
     Debug.Listen({});
 }
 
+/// None is taken away: the module may be asking.
 void CService::SetAnswers() {
-    answers_.Load(kDefaultAnswers);
     AnswerMachineQuestions(answers_);
     for (const AlertSettingValue& alert : config_.alerts) {
         answers_.Set(MakeCommand(kReadConfigurationValue, alert.id, alert.data));
@@ -87,44 +74,21 @@ void CService::Start(CIServiceListener& listener) {
     if (!module_->WaitForLoad()) {
         throw CAgentError("the module " + options_.module + " could not be loaded and started");
     }
-    SetFleet();
+    fleet_.Configure(config_.alertmanagers, config_.metricsFile);
     for (const std::string& name : untold_) {
-        Tell(name, false);
+        Tell(*components_.Find(name), false);
     }
-    for (const Component& component : components_.All()) {
-        if (component.config.command.empty() && component.isPending && component.Effective() != kOk) {
-            Tell(component.config.name, true);  // nobody will report it again just because the service has begun anew
+    for (Component& component : components_.All()) {
+        if (component.config.command.empty() && component.isRestored && component.isPending) {
+            Tell(component, true);  // nobody will report it again just because the service has begun anew
         }
     }
     scheduler_.Restart(config_.parallel);
 }
 
-void CService::SetFleet() {
-    std::array<char, HOST_NAME_MAX + 1> host{};
-    ::gethostname(host.data(), host.size() - 1);
-    fleet_.clear();
-    for (const std::string& url : config_.alertmanagers) {
-        fleet_.push_back(std::make_unique<CAlertmanager>(url, host.data()));
-    }
-    OnChange();
-}
-
-/// Those who look from afar are told.
-void CService::OnChange() {
-    for (const auto& alertmanager : fleet_) {
-        alertmanager->Update(components_);
-    }
-    if (config_.metricsFile.empty() || metricsTimer_.IsSet()) {
-        return;
-    }
-    metricsTimer_ = loop_.After(kMetricsDelay, [this] {
-        metricsTimer_ = {};
-        try {
-            ReplaceFile(config_.metricsFile, MetricsText(components_, ledger_), kReadableByAll);
-        } catch (const CAgentError& error) {
-            Journal(4, error.what());
-        }
-    });
+void CService::Stop() {
+    module_.reset();
+    inbox_.Drain();
 }
 
 void CService::Reload() {
@@ -140,7 +104,7 @@ void CService::Reload() {
     config_ = std::move(next);
     SetAnswers();
     for (const AlertSettingValue& alert : config_.alerts) {
-        const Command answer = answers_.Find(MakeCommand(kReadConfigurationValue, alert.id, {}));
+        const Command answer = answers_.Find(MakeCommand(kReadConfigurationValue, alert.id));
         Ask(
             [alert, answer](CDelivery& delivery, CAgent& agent) {
                 delivery.Notice(agent, MakeCommand(kWriteConfigurationValue, alert.id, answer.data));
@@ -148,8 +112,11 @@ void CService::Reload() {
             },
             {});
     }
-    components_.Configure(config_.checks);
-    SetFleet();
+    for (const Component& gone : components_.Configure(config_.checks)) {
+        TellOver(gone);
+    }
+    store_.Save();
+    fleet_.Configure(config_.alertmanagers, config_.metricsFile);
     scheduler_.Restart(config_.parallel);
     Journal(5, "the configuration is read again");
 }
@@ -163,18 +130,18 @@ void CService::OnResult(const std::string& name, const CheckResult& result) {
         case Consequence::None:
             break;
         case Consequence::Settled:
-            Journal(component->Effective() == kOk ? 5 : 4, name + ": " + component->text);
-            Tell(name, false);
+            Journal(component->IsBad() ? 4 : 5, name + ": " + component->text);
+            Tell(*component, false);
             break;
         case Consequence::Again:
-            Tell(name, true);
+            Tell(*component, true);
             break;
     }
     if (component->config.isUpdate) {
         FollowUpdates(*component);
     }
     listener_->OnComponent(*component);
-    OnChange();
+    fleet_.Update();
 }
 
 void CService::FollowUpdates(Component& component) {
@@ -183,7 +150,7 @@ void CService::FollowUpdates(Component& component) {
         return;
     }
     component.updates = updates;
-    store_.KeepTold(component);
+    store_.Keep(component);
     store_.Save();
     if (*updates > 0) {
         Ask(
@@ -196,56 +163,60 @@ void CService::FollowUpdates(Component& component) {
 }
 
 /// The state is kept before: an event that a sudden end swallows is told by the next run.
-void CService::Tell(const std::string& name, bool withoutMail) {
-    Component& component = *components_.Find(name);
-    component.told = Component::Clock::now();
-    store_.KeepUntold(component);
+void CService::Tell(Component& component, bool withoutMail) {
+    ++component.untold;
+    store_.Keep(component);
     store_.Save();
-    const ComponentEvent event{.id = component.id,
-                               .name = name,
-                               .designation = component.config.designation,
-                               .status = component.Effective(),
-                               .systemStatus = components_.SystemStatus(),
-                               .withoutMail = withoutMail};
-    const bool isPosted = module_->Post([this, event](CAgent& agent) {
+    const bool isPosted = Post({.id = component.id,
+                                .name = component.config.name,
+                                .designation = component.config.designation,
+                                .status = component.Effective(),
+                                .systemStatus = components_.SystemStatus(),
+                                .withoutMail = withoutMail});
+    if (!isPosted) {
+        Journal(3, component.config.name + ": too many events wait for the module; this one is told after a restart");
+    }
+}
+
+void CService::TellAgain(const std::string& name) {
+    if (Component* component = components_.Find(name);
+        component != nullptr && (component->IsBad() || component->isMailDue)) {
+        Tell(*component, false);
+    }
+}
+
+/// A component that is no longer watched keeps nobody awake.
+void CService::TellOver(const Component& gone) {
+    const std::string& name = gone.config.name;
+    reminders_.Forget(name);
+    store_.Forget(name);
+    if (gone.IsBad()) {
+        Post({.id = gone.id,
+              .name = name,
+              .designation = gone.config.designation,
+              .status = kOk,
+              .systemStatus = components_.SystemStatus()});
+    }
+}
+
+bool CService::Post(const ComponentEvent& event) {
+    return module_->Post([this, event](CAgent& agent) {
         isMailLost_ = false;
         delivery_.Deliver(agent, event);
         inbox_.Post([this, name = event.name, isLost = isMailLost_.load()] { OnTold(name, isLost); });
     });
-    if (!isPosted) {
-        Journal(3, name + ": too many events wait for the module; this one is told after a restart");
-    }
 }
 
 void CService::OnTold(const std::string& name, bool isMailLost) {
     MarkPending();
-    OnChange();
-    Component* component = components_.Find(name);
-    if (component == nullptr) {
-        return;
+    if (Component* component = components_.Find(name); component != nullptr && component->untold > 0) {
+        --component->untold;
+        component->isMailDue = isMailLost;
+        store_.Keep(*component);
+        reminders_.OnTold(*component, config_.reminder);
     }
-    store_.KeepTold(*component);
     store_.Save();
-    reminders_.erase(name);
-    retries_.erase(name);
-    const auto again = [this, name] {
-        if (const Component* still = components_.Find(name); still != nullptr && still->Effective() != kOk) {
-            Tell(name, false);
-        }
-    };
-    if (component->Effective() != kOk && config_.reminder.count() > 0) {
-        reminders_[name] = loop_.After(config_.reminder, again);
-    }
-    std::size_t& lost = lostMails_[name];
-    if (!isMailLost) {
-        lost = 0;
-    } else if (lost < kMailRetries.size()) {
-        Journal(4, name + ": no server took the mail; it is tried again in " +
-                       std::to_string(kMailRetries[lost].count()) + " min");
-        retries_[name] = loop_.After(kMailRetries[lost++], again);
-    } else {
-        Journal(3, name + ": no server took the mail, and it is not tried again before the next event");
-    }
+    fleet_.Update();
 }
 
 void CService::MarkPending() {
@@ -253,8 +224,8 @@ void CService::MarkPending() {
     for (Component& component : components_.All()) {
         const bool isPending =
             std::ranges::find(pending, component.config.name, &CLedger::Alert::name) != pending.end();
-        if (std::exchange(component.isPending, isPending) != isPending && component.since != 0) {
-            store_.KeepTold(component);
+        if (std::exchange(component.isPending, isPending) != isPending) {
+            store_.Keep(component);
         }
     }
 }
@@ -282,7 +253,7 @@ bool CService::Acknowledge(std::function<void(std::size_t)> done) {
     return Ask(
         [this, count](CDelivery& delivery, CAgent& agent) {
             *count = ledger_.Pending().size();
-            return delivery.Request(agent, MakeCommand(kAcknowledgeAlerts, 0, {}));
+            return delivery.Request(agent, MakeCommand(kAcknowledgeAlerts));
         },
         [this, count, done = std::move(done)](const Command& /*answer*/) {
             MarkPending();
@@ -316,7 +287,7 @@ void CService::OnTrace(const std::string& print) {
         isMailLost_ = isMailLost_ || *code != 0;
     }
     if (isError) {
-        Journal(3, print);
+        Journal(3, std::string_view(print).substr(std::min(print.find_first_not_of('\n'), print.size())));
     }
     if (isError || code) {
         inbox_.Post([this, print] { listener_->OnTrace(print); });

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -10,11 +9,12 @@
 #include "agent/core/Ledger.h"
 #include "service/components/Components.h"
 #include "service/core/Delivery.h"
-#include "service/core/Inbox.h"
 #include "service/core/ModuleThread.h"
+#include "service/core/Reminders.h"
 #include "service/core/Scheduler.h"
 #include "service/core/StateStore.h"
-#include "service/fleet/Alertmanager.h"
+#include "service/fleet/Fleet.h"
+#include "service/loop/Inbox.h"
 
 struct ServiceOptions {
     std::string config;
@@ -23,8 +23,7 @@ struct ServiceOptions {
     std::string module;
 };
 
-/// What the service tells on its own account: a line of JSON, and the client whose request it answers (0: for those who
-/// listen).
+/// Who is told, in the loop, what happens in the service.
 class CIServiceListener {
 public:
     virtual ~CIServiceListener() = default;
@@ -46,7 +45,12 @@ public:
     /// @throw CAgentError when the module cannot be loaded
     void Start(CIServiceListener& listener);
 
-    /// Reads the configuration again; one with mistakes changes nothing, and is told to the journal.
+    /// Stops the module, and takes in what came of the event that it was at; those that waited are told by the next
+    /// run. The listener has to live until then.
+    void Stop();
+
+    /// Reads the configuration again; one with mistakes changes nothing, and is told to the journal. A setting that it
+    /// no longer has keeps its value until the service starts anew.
     void Reload();
 
     std::string Status() const;
@@ -71,19 +75,19 @@ public:
 
     /// How long the module has been at one call.
     std::chrono::seconds ModuleBusy() const { return module_ != nullptr ? module_->Busy() : std::chrono::seconds(0); }
-    CLedger& Ledger() { return ledger_; }
 
 private:
     void OnResult(const std::string& name, const CheckResult& result);
-    void Tell(const std::string& name, bool withoutMail);
+    void Tell(Component& component, bool withoutMail);
+    void TellAgain(const std::string& name);
+    void TellOver(const Component& gone);
+    bool Post(const ComponentEvent& event);
     void OnTold(const std::string& name, bool isMailLost);
     void FollowUpdates(Component& component);
     void MarkPending();
     void OnTrace(const std::string& print);
     void OnEntry(const TranscriptEntry& entry);
     void SetAnswers();
-    void SetFleet();
-    void OnChange();
 
     CLoop& loop_;
     const ServiceOptions options_;
@@ -96,12 +100,9 @@ private:
     CComponents components_;
     CScheduler scheduler_;
     CIServiceListener* listener_ = nullptr;
-    std::vector<std::string> untold_;  // by the last run
-    std::vector<std::unique_ptr<CAlertmanager>> fleet_;
-    CLoopSource metricsTimer_;
-    std::map<std::string, CLoopSource> reminders_;
-    std::map<std::string, CLoopSource> retries_;
-    std::map<std::string, std::size_t> lostMails_;  // in a row
-    std::atomic<bool> isMailLost_{false};           // during the delivery that is under way
-    std::unique_ptr<CModuleThread> module_;         // last: its thread uses the others
+    CFleet fleet_;
+    CReminders reminders_;
+    std::vector<std::string> untold_;        // by the last run
+    std::atomic<bool> isMailLost_{false};    // during the delivery that is under way
+    std::unique_ptr<CModuleThread> module_;  // last: its thread uses the others
 };

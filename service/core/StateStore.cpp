@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 #include <system_error>
 
-#include "service/components/Journal.h"
+#include "service/loop/Journal.h"
 #include "sip/Vocabulary.h"
 
 namespace {
@@ -24,29 +24,37 @@ CStateStore::CStateStore(const std::string& directory) : registry_(directory) {
     }
 }
 
+std::vector<std::string> CStateStore::Reported() const {
+    std::vector<std::string> names = registry_.Children("components");
+    std::erase_if(names,
+                  [this](const auto& name) { return !registry_.GetBool("components/" + name + "/reported", false); });
+    return names;
+}
+
 bool CStateStore::Restore(Component& component) const {
-    component.status = static_cast<ComponentStatus>(registry_.GetNumber(Key(component, "status"), 0));
+    const std::int64_t status = registry_.GetNumber(Key(component, "status"), -1);
+    if (status < 0 || status > static_cast<std::int64_t>(ComponentStatus::Critical)) {
+        return false;  // none, or rubbish
+    }
+    component.status = static_cast<ComponentStatus>(status);
     component.since = registry_.GetNumber(Key(component, "since"), 0);
     component.text = registry_.Get(Key(component, "text")).value_or("");
     component.isPending = registry_.GetBool(Key(component, "pending"), false);
-    component.isRestored = component.since != 0;
-    if (const auto updates = registry_.GetNumber(Key(component, "updates"), -1); updates >= 0) {
-        component.updates = static_cast<std::uint32_t>(updates);
+    if (const auto updates = ParseNumber(registry_.Get(Key(component, "updates")).value_or(""))) {
+        component.updates = updates;
     }
-    return component.since != 0 && !registry_.GetBool(Key(component, "told"), false);
+    const bool isTold = registry_.GetBool(Key(component, "told"), false);
+    component.isRestored = isTold && component.since != 0;
+    return !isTold && component.since != 0;
 }
 
-void CStateStore::KeepUntold(const Component& component) {
+void CStateStore::Keep(const Component& component) {
     registry_.SetNumber(Key(component, "status"), static_cast<std::int64_t>(component.status));
     registry_.SetNumber(Key(component, "since"), component.since);
     registry_.Set(Key(component, "text"), component.text);
-    registry_.SetBool(Key(component, "told"), false);
-}
-
-void CStateStore::KeepTold(const Component& component) {
-    KeepUntold(component);
-    registry_.SetBool(Key(component, "told"), component.since != 0);
+    registry_.SetBool(Key(component, "told"), component.untold == 0 && !component.isMailDue);
     registry_.SetBool(Key(component, "pending"), component.isPending);
+    registry_.SetBool(Key(component, "reported"), component.isReported);
     if (component.updates) {
         registry_.SetNumber(Key(component, "updates"), *component.updates);
     }

@@ -14,21 +14,17 @@ public:
     /// @param directory  made if it is missing
     explicit CStateStore(const std::string& directory);
 
-    /// The names of all components that a run knew of.
-    std::vector<std::string> Names() const { return registry_.Children("components"); }
+    /// The components that the last run knew by reports alone.
+    std::vector<std::string> Reported() const;
 
     /// Gives a component what the last run knew of it.
-    /// @return true when its event was perhaps not delivered: it has to be told
+    /// @return true when it has to be told: its event was not delivered for sure, or no server took its mail
     bool Restore(Component& component) const;
+
+    void Keep(const Component& component);
 
     /// A component that is no longer watched.
     void Forget(const std::string& name) { registry_.Remove("components/" + name); }
-
-    /// Before its event is delivered: when the service dies now, the next run tells it.
-    void KeepUntold(const Component& component);
-
-    /// After the delivery, and when it was acknowledged.
-    void KeepTold(const Component& component);
 
     /// @param data  "DA" of the answer
     void KeepSetting(std::uint32_t id, const std::string& data);

@@ -1,6 +1,5 @@
 #include "service/fleet/Alertmanager.h"
 
-#include <array>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -8,7 +7,7 @@
 #include <curl/curl.h>
 
 #include "agent/core/Json.h"
-#include "service/components/Journal.h"
+#include "service/loop/Journal.h"
 
 namespace {
 
@@ -18,13 +17,6 @@ constexpr std::chrono::seconds kRetry{5};
 constexpr long kLongestTransfer = 10;       // s
 constexpr std::time_t kToldAfterEnd = 300;  // s, for instances that were away
 constexpr long kFirstFailure = 300;         // HTTP status
-
-std::string Rfc3339(std::time_t time) {
-    std::tm utc{};
-    ::gmtime_r(&time, &utc);
-    std::array<char, 32> text{};
-    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &utc)};
-}
 
 int MayGoOn(void* stop, curl_off_t /*a*/, curl_off_t /*b*/, curl_off_t /*c*/, curl_off_t /*d*/) {
     return static_cast<const std::stop_token*>(stop)->stop_requested() ? 1 : 0;
@@ -48,7 +40,7 @@ void CAlertmanager::Update(const CComponents& components) {
     const std::lock_guard guard(lock_);
     std::map<Key, Alert> next;
     for (const Component& one : components.All()) {
-        if (one.Effective() > 1) {
+        if (one.IsBad()) {
             next[{one.config.name, one.Effective() > 2}] = {
                 .designation = one.config.designation, .text = one.text, .starts = one.since};
         }
@@ -73,8 +65,8 @@ std::string CAlertmanager::Body() const {
                 JsonString(instance_) + ",\"component\":" + JsonString(key.first) +
                 ",\"severity\":" + (key.second ? R"("critical")" : R"("warning")") +
                 "},\"annotations\":{\"summary\":" + JsonString(alert.designation) +
-                ",\"description\":" + JsonString(alert.text) + "},\"startsAt\":" + JsonString(Rfc3339(alert.starts)) +
-                (alert.ends != 0 ? ",\"endsAt\":" + JsonString(Rfc3339(alert.ends)) : "") + "}";
+                ",\"description\":" + JsonString(alert.text) + "},\"startsAt\":" + JsonTime(alert.starts) +
+                (alert.ends != 0 ? ",\"endsAt\":" + JsonTime(alert.ends) : "") + "}";
     }
     return "[" + body + "]";
 }

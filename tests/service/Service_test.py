@@ -86,10 +86,13 @@ class ServiceTest(ProgramTest):
         self.service.send_signal(sent)
         return self.service.wait(20)
 
-    def command(self, *words):
-        run = subprocess.run([COMMAND, "--socket", self.socket, *words], capture_output=True, text=True, timeout=60,
+    def run_command(self, *words):
+        run = subprocess.run([COMMAND, *words], capture_output=True, text=True, timeout=60,
                              env=os.environ | {"HOME": str(self.folder)})
         return run.returncode, run.stdout + run.stderr
+
+    def command(self, *words):
+        return self.run_command("--socket", self.socket, *words)
 
     def status(self):
         return json.loads(self.command("--json", "status")[1])
@@ -103,8 +106,11 @@ class ServiceTest(ProgramTest):
             self.assertLess(time.monotonic(), deadline, read(self.folder / "log"))
             time.sleep(0.05)
 
-    def mail_server(self, *options):
+    def mail_server(self, *options, offline=False):
         server = self.serve(*options)
+        if offline:  # the service does not run
+            self.run_command("--module", LIBRARY, "set", "port", "1", server.port)
+            return server
         for words in (("host", "1", "127.0.0.1"), ("port", "1", server.port), ("sender", "a@example.net"),
                       ("sender-name", "A"), ("recipients", "b@example.net")):
             self.assertEqual(self.command("set", *words)[0], 0, words)
@@ -143,6 +149,47 @@ class ServiceTest(ProgramTest):
         self.awaits(lambda: {one["name"] for one in self.status()["components"]} >= names)
         # A mail that was taken in the very moment of an end may come twice.
         self.awaits(lambda: len({mail["data"] for mail in server.mails()}) == 12)
+
+    def test_a_mail_is_due_until_a_server_takes_it(self):
+        self.start()
+        server = self.mail_server("--reply", "MAIL=550 no")
+        self.plugin(2, "DISK full")
+        self.awaits(lambda: self.status()["mail"]["failed"] == 1)
+        self.end(signal.SIGTERM)
+        server = self.mail_server("--drip", "DOT", offline=True)
+        self.start()  # which sends it again, and is stopped while the server thinks about it
+        self.awaits(lambda: "DATA" in read(server.folder / "commands"))
+        self.end(signal.SIGTERM)
+        server = self.mail_server(offline=True)
+        for _ in range(2):
+            self.start()
+            self.awaits(lambda: self.status()["pending"] == 1 and len(server.mails()) == 1)
+            self.end(signal.SIGTERM)
+        self.assertEqual(len(server.mails()), 1)
+
+    def test_what_is_no_longer_watched_is_over(self):
+        other = f"""
+[[check]]
+name = "other"
+command = ["/bin/sh", "-c", "exit 1"]
+interval = "200ms"
+"""
+        self.start(more=other)
+        self.plugin(2, "DISK full")
+        self.awaits(lambda: self.status()["pending"] == 2)
+        (self.folder / "em-alertd.toml").write_text(other)
+        self.service.send_signal(signal.SIGHUP)
+        self.awaits(lambda: [one["name"] for one in self.status()["components"]] == ["other"])
+        (self.folder / "em-alertd.toml").write_text("")
+        self.service.send_signal(signal.SIGHUP)  # nothing is bad any more
+        self.awaits(lambda: (self.status()["system"], self.status()["pending"]) == (1, 0))
+        self.configure(more=other)
+        self.service.send_signal(signal.SIGHUP)
+        self.awaits(lambda: self.status()["pending"] == 2)
+        self.end(signal.SIGTERM)
+        (self.folder / "em-alertd.toml").write_text("")
+        self.start()
+        self.assertEqual(self.status()["components"], [])
 
     def test_checks_that_fail_themselves(self):
         sleep = f"sleep 9.{os.getpid()}"  # no other run's
@@ -231,9 +278,11 @@ speed = 1
         self.awaits(lambda: (self.component() or {}).get("status") == 3)
         with socket.socket(socket.AF_UNIX) as client:
             client.connect(str(self.socket))
-            client.sendall(b'{\n{"ask":"weather"}\n{"submit":{"name":"a/b","status":1}}\n{"submit":{"name":"a","status":9}}\n')
+            for line in ('{', '{"ask":"weather"}', '{"ask":"status","check":"disk"}', '{"submit":{"name":"a/b","status":1}}',
+                         '{"submit":{"name":"a","status":9}}', '{"notify":"shutdown"}', '{"notify":131073}'):
+                client.sendall(line.encode() + b"\n")
             answers = client.makefile()
-            self.assertEqual({json.loads(answers.readline())["kind"] for _ in range(4)}, {"error"})
+            self.assertEqual([json.loads(answers.readline())["kind"] for _ in range(7)], ["error"] * 6 + ["notified"])
 
     def test_fleet_watchdog_and_updates(self):
         fleet = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Fleet)

@@ -1,4 +1,4 @@
-#include "service/core/Inbox.h"
+#include "service/loop/Inbox.h"
 
 #include <cerrno>
 #include <sys/epoll.h>

@@ -5,7 +5,7 @@
 #include <mutex>
 
 #include "platform/files/UniqueFd.h"
-#include "service/core/Loop.h"
+#include "service/loop/Loop.h"
 
 /// Has the loop do what other threads ask for, in their order.
 class CInbox {
@@ -17,9 +17,10 @@ public:
     /// Any thread.
     void Post(std::function<void()> work);
 
-private:
+    /// Does what has come so far, in the loop or after its end.
     void Drain();
 
+private:
     CUniqueFd event_;
     std::mutex lock_;  // guards the queue
     std::deque<std::function<void()>> waiting_;

@@ -23,7 +23,7 @@ private:
     std::unique_ptr<sd_event_source, Release> source_;
 };
 
-/// The service's event loop. One thread; what it calls must not block.
+/// The service's event loop. One thread; what it calls must not block. An exception out of that is told to the journal.
 ///
 /// Failures to set something up (no memory, no descriptors) are std::system_error.
 class CLoop {

@@ -1,4 +1,4 @@
-#include "service/components/Journal.h"
+#include "service/loop/Journal.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,8 +1,11 @@
-#include "service/core/Loop.h"
+#include "service/loop/Loop.h"
 
 #include <ctime>
+#include <exception>
 #include <system_error>
 #include <utility>
+
+#include "service/loop/Journal.h"
 
 namespace {
 
@@ -17,7 +20,11 @@ void Require(int result, const char* what) {
 int Call(void* work) {
     // The work may end its own source; the function must live on while it runs.
     const auto kept = *static_cast<std::function<void()>*>(work);
-    kept();
+    try {
+        kept();
+    } catch (const std::exception& error) {  // C code has called
+        Journal(3, error.what());
+    }
     return 0;
 }
 

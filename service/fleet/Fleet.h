@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "agent/core/Ledger.h"
+#include "service/components/Components.h"
+#include "service/fleet/Alertmanager.h"
+#include "service/loop/Loop.h"
+
+/// Those who look from afar: Alertmanagers, and node_exporter through a file. One thread, the loop's.
+class CFleet {
+public:
+    CFleet(CLoop& loop, const CComponents& components, const CLedger& ledger)
+        : loop_(loop), components_(components), ledger_(ledger) {}
+    CFleet(const CFleet&) = delete;
+    CFleet& operator=(const CFleet&) = delete;
+
+    void Configure(const std::vector<std::string>& alertmanagers, const std::string& metricsFile);
+
+    /// Something has changed: Alertmanagers are told at once, the file half a second later.
+    void Update();
+
+private:
+    void WriteMetrics();
+
+    CLoop& loop_;
+    const CComponents& components_;
+    const CLedger& ledger_;
+    std::vector<std::unique_ptr<CAlertmanager>> alertmanagers_;
+    std::string metricsFile_;
+    CLoopSource metricsTimer_;
+};
