@@ -22,9 +22,9 @@ public:
 
     /// Takes the lock. One that this object holds already is given up as soon as the directory of the new one exists;
     /// its lock file stays, unlocked.
-    /// @param path       the protected file, absolute, not in "/". Its directory is created when missing. A lock-file
-    /// name of more
-    ///                   than 259 characters is cut there; a path that leaves no room for any of ".lock" is refused
+    /// @param path       the protected file, absolute, not in "/". Its directory is created when missing. A
+    ///                   lock-file name of more than 259 characters is cut there; a path that leaves no room for any of
+    ///                   ".lock" is refused
     ///                   (ENAMETOOLONG), since the lock file would then be the protected file itself.
     /// @param owner      written in front of the process id; may be null
     /// @param timeoutMs  the longest wait. A lock that another process holds fails at once, by design: what is waited

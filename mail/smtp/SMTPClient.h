@@ -23,9 +23,8 @@ public:
     /// Sends `message` to its To and Cc addresses. The mail is sent when the server takes one recipient at least; each
     /// refused one is traced. Takes 16 seconds at most, unless the system's name resolution alone takes longer.
     /// @param sender  an address, or a display name followed by "<", the address and ">"
-    /// @return the libcurl result code, 0 when the server has taken the mail; CURLE_SEND_ERROR (55) when no recipient
-    /// is
-    ///         usable, CURLE_URL_MALFORMAT (3) for a server text with blanks or control characters,
+    /// @return the libcurl result code, 0 when the server has taken the mail; CURLE_SEND_ERROR (55) when no
+    ///         recipient is usable, CURLE_URL_MALFORMAT (3) for a server text with blanks or control characters,
     ///         CURLE_ABORTED_BY_CALLBACK (42) when stopped
     int SendMail(const std::string& sender, const CSmtpMessage& message, const MailServer& server);
 

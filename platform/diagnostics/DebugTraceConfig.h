@@ -28,8 +28,7 @@ public:
 
     /// Reads the settings once, before any thread of the module exists.
     /// @param directory  the trace configuration directory. One that can be read but holds no ".ini" file leaves
-    /// tracing
-    ///                   off, and the environment is then not consulted.
+    ///                   tracing off, and the environment is then not consulted.
     void Initialise(const char* directory);
 
     /// Sets the threshold and with it the tracing-enabled flag. Any thread.

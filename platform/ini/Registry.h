@@ -20,12 +20,11 @@
 /// | `registry.damaged` | the last `registry` that could not be read, kept aside by Save |
 ///
 /// A file is lines that end in a line feed: "key=value", ascending, and at last "end " and 16 hexadecimal digits, the
-/// FNV-1a sum (64 bits) of all bytes before that line: no file is taken for whole without it. In a key and a value
-/// stand
-/// `\n`, `\r`, `\0`, `\\`, `\e`, `\h` for line feed, carriage return, zero, backslash, "=" and "#"; all other bytes for
-/// themselves. Empty lines and lines that begin with "#" are passed over. `registry.default`, which people write, may
-/// lack the last line. A file beyond 16 MiB, or with any line of another form, counts as damaged, like one that cannot
-/// be read.
+/// FNV-1a sum (64 bits) of all bytes before that line: no file is taken for whole without it. In a key and a
+/// value stand `\n`, `\r`, `\0`, `\\`, `\e`, `\h` for line feed, carriage return, zero, backslash, "=" and "#"; all
+/// other bytes for themselves. Empty lines and lines that begin with "#" are passed over. `registry.default`, which
+/// people write, may lack the last line. A file beyond 16 MiB, or with any line of another form, counts as damaged,
+/// like one that cannot be read.
 ///
 /// A key is the way to it, as in "alerts/pending/fan1": parts of any bytes, none empty, with "/" between them, of 1 KiB
 /// together at most. A key may have a value and children. No relation between keys is kept but their names.

@@ -45,8 +45,8 @@ public:
     ~CProcess();
 
     /// Starts a command; one that the object still runs is ended first, at once.
-    /// @param command  the program, which is looked for in PATH when it has no "/", and its arguments; no shell reads
-    /// it
+    /// @param command  the program, which is looked for in PATH when it has no "/", and its arguments;
+    ///                 no shell reads it
     /// @return 0, else the errno value that tells why it cannot run (ENOENT, EACCES, ENOEXEC ...), with nothing left
     ///         behind; EINVAL for an empty command and for a word that holds a zero byte
     int Start(const std::vector<std::string>& command);
@@ -68,8 +68,7 @@ public:
 
     /// Waits for the command's end, kills what it left in its group, and reaps it.
     /// @param limit  24 days at most; 0 or less only looks. The output is not read meanwhile: a command that writes
-    /// more
-    ///               than the pipe holds (64 KiB) waits for its reader.
+    ///               more than the pipe holds (64 KiB) waits for its reader.
     /// @return nothing when the time was over first or no command runs
     std::optional<CEnd> Wait(std::chrono::milliseconds limit);
 
