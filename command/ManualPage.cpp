@@ -128,7 +128,7 @@ The command line is wrong.
 Set a mail server up and try it:
 .Bd -literal -offset indent
 em-alert set host 1 mail.example.net
-em-alert set sender alerts@example.net
+em-alert set sender 'Server alerts<alerts@example.net>'
 em-alert set recipients you@example.net
 em-alert test\-mail
 .Ed

@@ -104,8 +104,12 @@ void CheckCertificates(Findings& findings) {
 
 void CheckAddresses(CIModuleLink& link, Findings& findings) {
     const std::string sender = MailSettingText(link, kSender);
-    findings.push_back({"sender", sender.empty() ? State::Wrong : State::Ok,
-                        sender.empty() ? "not set: em-alert set sender ADDRESS" : sender});
+    // Without a name the module ends the line "From:" nowhere, and the next header becomes part of it.
+    const bool isNamed = sender.find('<') != std::string::npos || !MailSettingText(link, kSenderDescription).empty();
+    findings.push_back({"sender", !sender.empty() && isNamed ? State::Ok : State::Wrong,
+                        sender.empty() ? "not set: em-alert set sender ADDRESS"
+                        : isNamed      ? sender
+                                  : sender + " has no name, so mails are malformed: em-alert set sender-name NAME"});
     const std::string recipients = MailSettingText(link, kRecipients);
     const bool hasAny = !recipients.empty() || !MailSettingText(link, kRecipientsCc).empty();
     findings.push_back({"recipients", hasAny ? State::Ok : State::Wrong,
