@@ -144,7 +144,11 @@ TEST(Process, FindsProcessesAndReadsTheirMemory) {
     EXPECT_EQ(CProcess::FindByName("a-name-beyond-"), std::vector<pid_t>{});
     EXPECT_EQ(CProcess::FindByExecutable(program), one);
     const pid_t pid = process.GetPid();
-    const auto memory = CProcess::ReadMemory(pid);
+    auto memory = CProcess::ReadMemory(pid);
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    while (memory && memory->residentBytes < 65536 && std::chrono::steady_clock::now() < deadline) {
+        memory = CProcess::ReadMemory(pid);  // it has only begun
+    }
     EXPECT_TRUE(memory && memory->residentBytes >= 65536 && memory->virtualBytes > memory->residentBytes);
     process.End(0ms);
     EXPECT_FALSE(CProcess::ReadMemory(pid));
