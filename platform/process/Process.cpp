@@ -9,6 +9,7 @@
 #include <functional>
 #include <poll.h>
 #include <spawn.h>
+#include <sstream>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -150,9 +151,7 @@ std::optional<CProcess::CMemory> ReadMemoryOf(const std::string& process) {
     const auto pageBytes = static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
     std::uint64_t virtualPages{};
     std::uint64_t residentPages{};
-    const char* const end = text.data() + text.size();
-    const auto first = std::from_chars(text.data(), end, virtualPages);
-    if (first.ptr == end || std::from_chars(first.ptr + 1, end, residentPages).ec != std::errc()) {
+    if (!(std::istringstream(text) >> virtualPages >> residentPages)) {
         return std::nullopt;
     }
     return CProcess::CMemory{residentPages * pageBytes, virtualPages * pageBytes};

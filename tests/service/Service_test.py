@@ -299,8 +299,9 @@ speed = 1
                 while True:
                     heard.add(notify.recv(100))
         threading.Thread(target=listen, daemon=True).start()
-        os.environ |= {"NOTIFY_SOCKET": str(self.folder / "notify"), "WATCHDOG_USEC": "200000"}
-        self.addCleanup(lambda: [os.environ.pop(name) for name in ("NOTIFY_SOCKET", "WATCHDOG_USEC")])
+        os.environ |= {"NOTIFY_SOCKET": str(self.folder / "notify"), "WATCHDOG_USEC": "200000",
+                       "JOURNAL_STREAM": "1:1"}
+        self.addCleanup(lambda: [os.environ.pop(name) for name in ("NOTIFY_SOCKET", "WATCHDOG_USEC", "JOURNAL_STREAM")])
         self.start(head="", more=f"""
 kind = "update"
 [alertmanager]
@@ -323,6 +324,9 @@ textfile = "{self.folder}/em_alert.prom"
         self.awaits(lambda: lasts("critical", True) and lasts("warning", False))
         self.plugin(0, "0 packages available")
         self.awaits(lambda: lasts("critical", False))
+        log = read(self.folder / "log")
+        for line in ("<4>disk: 5 packages available", "<5>disk: 0 packages available", "<6>root (process "):
+            self.assertIn("\n" + line, "\n" + log)
         self.awaits(lambda: heard == {b"READY=1", b"WATCHDOG=1"})
 
 
