@@ -17,6 +17,7 @@ import unittest
 from programs import COMMAND, LIBRARY, ProgramTest, read
 
 SERVICE = os.environ["EM_SERVICE"]
+FILES = pathlib.Path(__file__).parents[2] / "service/files"
 
 CONFIG = """
 {head}
@@ -246,6 +247,15 @@ speed = 1
         self.service.send_signal(signal.SIGHUP)
         self.awaits(lambda: "em-alertd.toml:1: each check" in read(self.folder / "log"))
         self.assertEqual(self.component()["status"], 1)
+
+    def test_what_the_package_brings_is_in_order(self):
+        unit = self.file("em-alertd.service", read(FILES / "em-alertd.service").replace("/usr/bin/em-alertd", SERVICE))
+        for words in (("verify", "--man=no"), ("security", "--offline=true", "--threshold=30")):
+            run = subprocess.run(["systemd-analyze", *words, unit], capture_output=True, text=True)
+            self.assertEqual((run.returncode, run.stderr), (0, ""))
+        run = subprocess.run([SERVICE, "--config", FILES / "em-alertd.toml", "--once"], capture_output=True, text=True)
+        self.assertRegex(run.stdout, r"(?m)^root: (OK|WARNING|CRITICAL) - DISK")
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
 
     def test_settings_changed_at_run_time_stay(self):
         self.start()
