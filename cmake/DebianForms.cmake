@@ -11,6 +11,8 @@ License: Apache-2.0
  Licensed under the Apache License, Version 2.0. On Debian systems its text is
  in the file /usr/share/common-licenses/Apache-2.0.
 ")
+# A server is watched as soon as the package is there; the administrator's changes stay.
+file(COPY ${documents}/examples/em-alertd.toml DESTINATION ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/etc/em-alert)
 file(REMOVE ${documents}/LICENSE)
 file(RENAME ${documents}/CHANGELOG.md ${documents}/changelog)
 file(WRITE ${documents}/changelog.Debian "${CPACK_PACKAGE_NAME} (${CPACK_PACKAGE_VERSION}) unstable; urgency=medium

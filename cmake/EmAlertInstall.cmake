@@ -53,12 +53,16 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "ca-certificates")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "monitoring-plugins-basic, rapidjson-dev, g++, cmake")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "passwd")  # makes the group
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "ca-certificates, monitoring-plugins-basic")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "monitoring-plugins-contrib, lm-sensors, rapidjson-dev, g++, cmake")
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "A shared library that turns component-status and update events into pending
 alerts, beeps on the PC speaker and mails. With it come em-alert, with
 which an operator sets it up and tries it, a stand-alone agent for those who
 test it, and what is needed to build an agent that loads it; em-alertd watches
 the server that it runs on with Monitoring Plugins.")
+file(WRITE ${PROJECT_BINARY_DIR}/debian/conffiles "/etc/em-alert/em-alertd.toml\n")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/debian/conffiles
+  ${CMAKE_CURRENT_LIST_DIR}/debian/postinst ${CMAKE_CURRENT_LIST_DIR}/debian/prerm ${CMAKE_CURRENT_LIST_DIR}/debian/postrm)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/DebianForms.cmake)
 include(CPack)

@@ -1,10 +1,10 @@
 #include <algorithm>
 #include <cctype>
 
+#include "agent/settings/Settings.h"
 #include "command/CommandLine.h"
 #include "command/ProgramOptionTable.h"
 #include "command/commands/CommandTable.h"
-#include "command/commands/Settings.h"
 
 namespace {
 

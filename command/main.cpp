@@ -8,7 +8,8 @@
 
 #include "agent/core/Files.h"
 #include "agent/core/ModuleLibrary.h"
-#include "agent/core/TraceSink.h"
+#include "agent/traces/ModuleTraces.h"
+#include "agent/traces/TraceSink.h"
 #include "command/CommandLine.h"
 #include "command/commands/CommandContext.h"
 #include "command/commands/CommandTable.h"

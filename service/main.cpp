@@ -8,8 +8,8 @@
 
 #include "agent/core/Files.h"
 #include "agent/core/ModuleLibrary.h"
-#include "agent/core/TraceSink.h"
-#include "command/link/LocalModule.h"
+#include "agent/traces/ModuleTraces.h"
+#include "agent/traces/TraceSink.h"
 #include "service/control/ControlCommands.h"
 #include "service/core/Once.h"
 #include "service/core/Service.h"
@@ -83,10 +83,8 @@ void Run(const ServiceOptions& options, ServiceConfig config) {
 int main(int argc, char** argv) {
     KeepStandardDescriptors();
     CLI::App app("Watches this server with the Monitoring Plugins, and alerts by mail and speaker.", "em-alertd");
-    ServiceOptions options{.config = "/etc/em-alert/em-alertd.toml",
-                           .socket = "/run/em-alert/control",
-                           .state = "/var/lib/em-alert",
-                           .module = {}};
+    ServiceOptions options{
+        .config = kServiceConfigFile, .socket = "/run/em-alert/control", .state = "/var/lib/em-alert", .module = {}};
     bool once = false;
     app.add_option("--config", options.config, "the configuration")->capture_default_str();
     app.add_option("--socket", options.socket, "where em-alert connects")->capture_default_str();

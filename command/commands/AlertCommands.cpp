@@ -2,6 +2,7 @@
 #include <ctime>
 
 #include "agent/core/Story.h"
+#include "agent/traces/ModuleTraces.h"
 #include "command/commands/CommandContext.h"
 #include "command/commands/CommandTable.h"
 #include "command/commands/MailRound.h"

@@ -16,6 +16,7 @@
 #include "command/mail/MailSetting.h"
 #include "notification/FileLock.h"
 #include "notification/NotificationConfig.h"
+#include "service/config/ServiceConfig.h"
 #include "sip/Vocabulary.h"
 
 namespace {
@@ -146,6 +147,24 @@ void CheckServer(const NumberedServer& server, Findings& findings) {
                                             (error == EAI_SYSTEM ? SystemWords(errno) : ::gai_strerror(error)))});
 }
 
+// Nobody has to have a service.
+void CheckService(const std::string& path, bool isExpected, Findings& findings) {
+    std::error_code ignored;
+    if (!isExpected && !std::filesystem::exists(path, ignored)) {
+        return;
+    }
+    ServiceConfig config;
+    std::vector<ConfigMistake> mistakes;
+    if (ReadServiceConfig(path, config, mistakes)) {
+        const std::size_t checks = config.checks.size();
+        findings.push_back(
+            {"em-alertd", State::Ok, path + ": " + (checks == 1 ? "one check" : std::to_string(checks) + " checks")});
+    }
+    for (const ConfigMistake& mistake : mistakes) {
+        findings.push_back({"em-alertd", State::Wrong, MistakeText(path, mistake)});
+    }
+}
+
 // A part that fails as a whole is a finding; the others are looked at all the same.
 template <typename Check>
 void Try(const char* subject, Findings& findings, Check check) {
@@ -179,7 +198,7 @@ Outcome ToOutcome(const Findings& findings) {
 
 }  // namespace
 
-Outcome RunCheckConfig(CCommandContext& context, const CommandArguments& /*arguments*/) {
+Outcome RunCheckConfig(CCommandContext& context, const CommandArguments& arguments) {
     Findings findings;
     Try("module", findings, [&] { CheckModule(context, findings); });
     const bool hasModule = findings.front().state == State::Ok;
@@ -199,5 +218,7 @@ Outcome RunCheckConfig(CCommandContext& context, const CommandArguments& /*argum
             }
         });
     }
+    const bool isNamed = !arguments.words.empty();
+    CheckService(isNamed ? arguments.words[0] : kServiceConfigFile, isNamed, findings);
     return ToOutcome(findings);
 }

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "agent/core/Json.h"
-#include "command/commands/UsageError.h"
+#include "agent/settings/UsageError.h"
 #include "command/link/LocalModule.h"
 #include "command/link/ServiceClient.h"
 #include "command/terminal/ConsoleTerminal.h"

@@ -4,9 +4,9 @@
 #include <array>
 #include <limits>
 
+#include "agent/settings/Settings.h"
 #include "command/commands/CommandContext.h"
 #include "command/commands/Console.h"
-#include "command/commands/Settings.h"
 
 namespace {
 
@@ -119,8 +119,11 @@ constexpr auto kRows = std::to_array<Row>({
     {"setting", "[NAME [VALUE]]", "show or change what happens at an alert", Needs::Module, 0, kAnyNumber,
      Row::kNoOption, RunSetting, CompleteSetting, "In mail texts \\n is a line break. The names:\n",
      [] { return ListSettings(AlertSettings()); }},
-    {"check-config", "", "look for what would keep alerts from being mailed", Needs::Module, 0, 0, Row::kNoOption,
-     RunCheckConfig, nullptr, "A line each: ok, or what is wrong and where. No mail is sent.\n", nullptr},
+    {"check-config", "[FILE]", "look for what would keep alerts from being mailed", Needs::Module, 0, 1, Row::kNoOption,
+     RunCheckConfig, nullptr,
+     "A line each: ok, or what is wrong and where. No mail is sent. FILE is another configuration of em-alertd than\n"
+     "/etc/em-alert/em-alertd.toml, such as one that is to come.\n",
+     nullptr},
     {"supported", "", "tell which alerts the module supports", Needs::Module, 0, 0, Row::kNoOption, RunSupported,
      nullptr, "", nullptr},
     {"submit", "NAME STATUS TEXT", "report a component's status to the service", Needs::Service, 3, 3, Row::kNoOption,

@@ -1,4 +1,4 @@
-#include "agent/core/TraceSink.h"
+#include "agent/traces/TraceSink.h"
 #include "command/commands/CommandContext.h"
 #include "command/commands/CommandTable.h"
 #include "command/commands/MailRound.h"

@@ -2,9 +2,9 @@
 #include <optional>
 
 #include "agent/core/Story.h"
+#include "agent/settings/Settings.h"
 #include "command/commands/CommandContext.h"
 #include "command/commands/CommandTable.h"
-#include "command/commands/Settings.h"
 #include "command/mail/MailSetting.h"
 
 namespace {

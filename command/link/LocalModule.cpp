@@ -9,8 +9,9 @@
 #include <unistd.h>
 
 #include "agent/core/Files.h"
-#include "agent/core/TraceSink.h"
-#include "command/link/DefaultAnswers.h"
+#include "agent/settings/DefaultAnswers.h"
+#include "agent/traces/ModuleTraces.h"
+#include "agent/traces/TraceSink.h"
 #include "sip/SipJson.h"
 #include "sip/Vocabulary.h"
 
@@ -23,9 +24,6 @@ constexpr milliseconds kInterval{100};
 // Long enough for a quick answer to be seen before the next prompt.
 constexpr milliseconds kSettleTime{50};
 
-constexpr const char* kTraceLevel = "LUME_LOG_DEBUG_LEVEL";
-constexpr unsigned kLevelOfMailResults = 2;
-
 // For what the module does on its own, and for what fails; the commands tell the rest themselves.
 bool ConcernsOperator(const TranscriptEntry& entry) {
     constexpr std::array<std::string_view, 5> kKinds = {"event", "reply", "tone", "forward-event", "withheld"};
@@ -34,11 +32,6 @@ bool ConcernsOperator(const TranscriptEntry& entry) {
 }
 
 }  // namespace
-
-void SetTraceLevel(std::optional<unsigned> level) {
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): there is no other thread yet
-    ::setenv(kTraceLevel, std::to_string(level.value_or(kLevelOfMailResults)).c_str(), 0);
-}
 
 CLocalModule::CLocalModule(LocalModuleOptions options, std::function<void(const std::string&)> tell)
     : options_(std::move(options)),
@@ -126,8 +119,7 @@ bool CLocalModule::Reload(unsigned traceLevel) {
     Unload();
     ledger_.OnRestart();
     const unsigned long before = record_.Count();
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): the module's threads have ended
-    ::setenv(kTraceLevel, std::to_string(traceLevel).c_str(), 1);
+    ReplaceTraceLevel(traceLevel);  // the module's threads have ended
     Load();
     return record_.Count() != before;
 }

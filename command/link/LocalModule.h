@@ -76,6 +76,3 @@ private:
     std::vector<std::string> components_;  // an object id is a place in here, counted from 1
     bool failed_ = false;
 };
-
-/// Before anything is loaded: has the module print what this command listens to, unless the environment says otherwise.
-void SetTraceLevel(std::optional<unsigned> level);

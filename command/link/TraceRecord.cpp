@@ -1,21 +1,13 @@
 #include "command/link/TraceRecord.h"
 
-#include <cstdlib>
-#include <string_view>
-
-#include "agent/core/TraceSink.h"
+#include "agent/traces/ModuleTraces.h"
+#include "agent/traces/TraceSink.h"
 
 namespace {
 
 constexpr std::size_t kMostKept = 1000;  // a request makes a few dozen
-constexpr std::string_view kMailResult = "Mail return code: ";
 
 }  // namespace
-
-std::optional<int> MailReturnCode(const std::string& print) {
-    const auto at = print.find(kMailResult);
-    return at == std::string::npos ? std::nullopt : std::optional(std::atoi(print.c_str() + at + kMailResult.size()));
-}
 
 CTraceRecord::CTraceRecord() {
     Debug.Listen([this](const std::string& print) { Take(print); });

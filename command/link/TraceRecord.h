@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <mutex>
-#include <optional>
 #include <string>
 
 #include "command/link/ModuleLink.h"
@@ -32,7 +31,3 @@ private:
     mutable std::mutex lock_;  // guards all below
     Traces traces_;
 };
-
-/// The result of a mail that the module sent by itself.
-/// @return nothing when the print is about something else
-std::optional<int> MailReturnCode(const std::string& print);

@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include "agent/core/Json.h"
-#include "agent/core/TraceSink.h"
+#include "agent/traces/TraceSink.h"
 
 namespace {
 

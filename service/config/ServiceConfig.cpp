@@ -8,7 +8,7 @@
 
 #include "agent/core/Files.h"
 #include "agent/core/Json.h"
-#include "command/commands/Settings.h"
+#include "agent/settings/Settings.h"
 #include "service/config/TableReader.h"
 
 namespace {
@@ -88,6 +88,8 @@ void ReadCheck(const toml::table& table, ServiceConfig& config, Mistakes& mistak
     if (kind != "status" && kind != "update") {
         reader.Mistake(*table.get("kind"), R"(kind is "status" or "update")");
     }
+    bool isLeftOut = false;  // without its program, rather than wrong
+    reader.Flag("if-installed", isLeftOut);
     reader.RefuseOthers();
     if (check.name.empty() || check.name.find('/') != std::string::npos) {
         reader.Mistake(table, R"(name is missing, or holds a "/": each check has a short name such as "root")");
@@ -96,7 +98,11 @@ void ReadCheck(const toml::table& table, ServiceConfig& config, Mistakes& mistak
     if (isTwice) {
         reader.Mistake(table, "the name " + check.name + " is taken by a check before this one");
     }
-    if (!check.command.empty() && !CanRun(check.command.front())) {
+    const bool isMissing = !check.command.empty() && !CanRun(check.command.front());
+    if (isMissing && isLeftOut) {
+        return;
+    }
+    if (isMissing) {
         reader.Mistake(*table.get("command"), "there is no program " + check.command.front() + " that could be run");
     }
     if (check.designation.empty()) {

@@ -42,6 +42,8 @@ struct ConfigMistake {
     std::string text;
 };
 
+constexpr const char* kServiceConfigFile = "/etc/em-alert/em-alertd.toml";
+
 /// Reads a configuration. Nothing is used of one with mistakes.
 /// @param mistakes  gets all of them, in the order of their lines
 /// @return false when there are any

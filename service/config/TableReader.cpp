@@ -54,6 +54,15 @@ void CTableReader::Number(const char* key, std::uint32_t lowest, std::uint32_t h
     }
 }
 
+void CTableReader::Flag(const char* key, bool& target) {
+    const toml::node* node = Take(key);
+    if (node != nullptr && node->is_boolean()) {
+        target = *node->value<bool>();
+    } else if (node != nullptr) {
+        Mistake(*node, std::string(key) + " is true or false");
+    }
+}
+
 void CTableReader::Duration(const char* key, std::chrono::milliseconds& target) {
     std::string text;
     Text(key, text);

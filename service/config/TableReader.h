@@ -19,6 +19,7 @@ public:
     void Text(const char* key, std::string& target);
     void Texts(const char* key, std::vector<std::string>& target);
     void Number(const char* key, std::uint32_t lowest, std::uint32_t highest, std::uint32_t& target);
+    void Flag(const char* key, bool& target);
     void Duration(const char* key, std::chrono::milliseconds& target);
 
     /// @return the value, null when absent; the caller reads it

@@ -6,9 +6,9 @@
 #include <utility>
 
 #include "agent/core/Json.h"
-#include "agent/core/TraceSink.h"
-#include "command/link/DefaultAnswers.h"
-#include "command/link/TraceRecord.h"
+#include "agent/settings/DefaultAnswers.h"
+#include "agent/traces/ModuleTraces.h"
+#include "agent/traces/TraceSink.h"
 #include "service/components/StatusJson.h"
 #include "service/core/MachineAnswers.h"
 #include "service/loop/Journal.h"

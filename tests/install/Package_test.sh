@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Makes the Debian package, lets dpkg install it into an empty root that knows which packages the machine has, runs the
-# demo's scenario with the files at their real places, and purges the package: nothing may be left. To be called on a
+# demo's scenario with the files at their real places, upgrades it, and purges it: nothing may be left. To be called on a
 # private machine; all stays in a temporary folder.
 #
 #   scripts/private-machine tests/install/Package_test.sh BUILD
@@ -29,7 +29,13 @@ depends=$(dpkg-deb -f "$package" Depends)
 mkdir -p "$records/info" "$records/updates"
 cp /var/lib/dpkg/status "$records"
 dpkg-query -W -f "$records/info/\${binary:Package}.list\n" | xargs touch
-quietly dpkg --root="$root" --log="$work/dpkg.log" --install "$package"
+# The root has no shell: the package's scripts run out here, and have to keep to the root.
+dpkg=(dpkg --root="$root" --force-script-chrootless --log="$work/dpkg.log")
+echo "root:x:0:" | install -D /dev/stdin "$root/etc/group"
+quietly "${dpkg[@]}" --install "$package"
+grep -q '^em-alert:' "$root/etc/group" || fail "There is no group em-alert"
+enabled=$root/etc/systemd/system/multi-user.target.wants/em-alertd.service
+[ -L "$enabled" ] || fail "The service is not enabled"
 
 # Over the machine's /usr, in a mount namespace that ends with the command.
 # shellcheck disable=SC2016
@@ -61,6 +67,21 @@ done
 complaints=$(lintian --allow-root --fail-on none "$package" 2>&1)
 [ -z "$complaints" ] || fail "$complaints"
 
-quietly dpkg --root="$root" --log="$work/dpkg.log" --purge em-alert
-left=$(find "$root" -mindepth 1 -path "$root/var" -prune -o -print)
+# What the administrator has changed outlives an upgrade.
+configuration=$root/etc/em-alert/em-alertd.toml
+echo 'parallel = 2' >"$configuration"
+rm "$enabled"
+quietly cpack --config "$build/CPackConfig.cmake" -B "$work" -D CPACK_CMAKE_GENERATOR=Ninja -D CPACK_PACKAGE_VERSION=99
+quietly "${dpkg[@]}" --install "$work"/em-alert_99_*.deb
+[ "$(cat "$configuration")" = 'parallel = 2' ] || fail "The upgrade changed the configuration"
+[ ! -e "$enabled" ] || fail "The upgrade enabled the service, which was disabled"
+quietly "${dpkg[@]}" --remove em-alert
+[ -f "$configuration" ] || fail "Removing the package removed the configuration"
+mkdir -p "$root/var/lib/em-alert/registry"
+
+quietly "${dpkg[@]}" --purge em-alert
+[ ! -e "$root/var/lib/em-alert" ] || fail "The purge left the service's state"
+# Folders of /etc may be others' as well; the group stays, as files of its members might.
+left=$(find "$root" -mindepth 1 -path "$root/var" -prune -o -type d -path "$root/etc*" \
+    -o ! -name 'group*' ! -name 'gshadow*' -print)
 [ -z "$left" ] || fail "The package left behind: $left"

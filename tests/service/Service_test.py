@@ -237,10 +237,19 @@ speed = 1
         run = subprocess.run([SERVICE, "--config", config, "--socket", self.socket, "--state", self.folder,
                               "--module", LIBRARY], capture_output=True, text=True)
         self.assertEqual(run.returncode, 2)
+        checked = self.command("check-config", config)[1]
         for line, words in ((2, "parallel is a whole number"), (18, "[[check]] freshness is a"), (19, "taken"),
                             (21, "no program /no/such/plugin"), (22, "speed is not known"), (23, "fleet is not known")):
-            self.assertRegex(run.stderr, rf"em-alertd.toml:{line}: .*{words}".replace("[[", r"\[\["))
-        once = subprocess.run([SERVICE, "--config", self.configure(), "--once"], capture_output=True, text=True)
+            for told in (run.stderr, checked):
+                self.assertRegex(told, rf"em-alertd.toml:{line}: .*{words}".replace("[[", r"\[\["))
+        config = self.configure(more="""
+[[check]]
+name = "left out"
+command = ["/no/such/plugin"]
+if-installed = true
+""")
+        self.assertIn(f"{config}: one check", self.command("check-config", config)[1])
+        once = subprocess.run([SERVICE, "--config", config, "--once"], capture_output=True, text=True)
         self.assertEqual((once.returncode, once.stdout), (0, "disk: OK - DISK OK\n"))
         self.start()
         self.file("em-alertd.toml", "check = 1")
@@ -254,7 +263,7 @@ speed = 1
             run = subprocess.run(["systemd-analyze", *words, unit], capture_output=True, text=True)
             self.assertEqual((run.returncode, run.stderr), (0, ""))
         run = subprocess.run([SERVICE, "--config", FILES / "em-alertd.toml", "--once"], capture_output=True, text=True)
-        self.assertRegex(run.stdout, r"(?m)^root: (OK|WARNING|CRITICAL) - DISK")
+        self.assertRegex(run.stdout, r"(?m)^disks: (OK|WARNING|CRITICAL) - DISK")
         self.assertEqual((run.returncode, run.stderr), (0, ""))
 
     def test_settings_changed_at_run_time_stay(self):

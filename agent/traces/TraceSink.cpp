@@ -1,4 +1,4 @@
-#include "agent/core/TraceSink.h"
+#include "agent/traces/TraceSink.h"
 
 #include <array>
 #include <chrono>

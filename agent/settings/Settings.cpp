@@ -1,4 +1,4 @@
-#include "command/commands/Settings.h"
+#include "agent/settings/Settings.h"
 
 #include <algorithm>
 #include <array>
@@ -6,7 +6,7 @@
 
 #include "agent/core/Command.h"
 #include "agent/core/Json.h"
-#include "command/commands/UsageError.h"
+#include "agent/settings/UsageError.h"
 #include "sip/RapidJsonUtil.h"
 #include "sip/Vocabulary.h"
 

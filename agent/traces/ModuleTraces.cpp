@@ -1,0 +1,27 @@
+#include "agent/traces/ModuleTraces.h"
+
+#include <cstdlib>
+#include <string_view>
+
+namespace {
+
+constexpr const char* kTraceLevel = "LUME_LOG_DEBUG_LEVEL";
+constexpr unsigned kLevelOfMailResults = 2;
+constexpr std::string_view kMailResult = "Mail return code: ";
+
+}  // namespace
+
+void SetTraceLevel(std::optional<unsigned> level) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): there is no other thread yet
+    ::setenv(kTraceLevel, std::to_string(level.value_or(kLevelOfMailResults)).c_str(), 0);
+}
+
+void ReplaceTraceLevel(unsigned level) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): as the header demands
+    ::setenv(kTraceLevel, std::to_string(level).c_str(), 1);
+}
+
+std::optional<int> MailReturnCode(const std::string& print) {
+    const auto at = print.find(kMailResult);
+    return at == std::string::npos ? std::nullopt : std::optional(std::atoi(print.c_str() + at + kMailResult.size()));
+}
