@@ -10,8 +10,8 @@
 #include "agent/core/ModuleLibrary.h"
 #include "agent/traces/ModuleTraces.h"
 #include "agent/traces/TraceSink.h"
+#include "service/checks/Once.h"
 #include "service/control/ControlCommands.h"
-#include "service/core/Once.h"
 #include "service/core/Service.h"
 #include "service/loop/Journal.h"
 
@@ -63,7 +63,7 @@ void Run(const ServiceOptions& options, ServiceConfig config) {
     CLoop loop;
     CService service(loop, options, std::move(config));
     CControlCommands commands(loop, service, options.socket);
-    service.Start(commands);
+    service.Start(commands.Listener());
     const CLoopSource terminated = loop.OnSignal(SIGTERM, [&] { loop.Stop(); });
     const CLoopSource interrupted = loop.OnSignal(SIGINT, [&] { loop.Stop(); });
     const CLoopSource hungUp = loop.OnSignal(SIGHUP, [&] {

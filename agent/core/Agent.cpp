@@ -101,12 +101,20 @@ bool CAgent::StartModule() {
     return Step("OnSwitchStarted", true);
 }
 
-bool CAgent::Unload() {
-    bool success = true;
-    if (std::exchange(started_, false)) {
-        Notify(SCN_SWITCH_SHUTDOWN);
-        success = Step("Stop", module_->Stop());
+bool CAgent::StopModule() {
+    if (!started_.exchange(false)) {
+        return true;
     }
+    Notify(SCN_SWITCH_SHUTDOWN);
+    return Step("Stop", module_->Stop());
+}
+
+void CAgent::Stop() {
+    StopModule();
+}
+
+bool CAgent::Unload() {
+    bool success = StopModule();
     if (std::exchange(module_, nullptr) != nullptr) {
         success = Step("EM_Delete", library_.Delete()) && success;
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <optional>
@@ -33,6 +34,9 @@ public:
     /// @return false at the first step that failed; Unload clears away what was done
     bool Load();
 
+    /// Stops the module, which breaks off the mail that it is sending; it refuses events from then on.
+    void Stop();
+
     /// Stops the module and unloads it, as far as it was loaded. A failed step does not keep the next ones from being
     /// tried.
     bool Unload();
@@ -64,6 +68,7 @@ private:
     bool OpenLibrary();
     bool CreateModule();
     bool StartModule();
+    bool StopModule();
     bool ReadProperties();
     bool CloseLibrary();
     bool Step(const char* step, bool result, const std::string& note = {});
@@ -78,5 +83,5 @@ private:
     CModuleLibrary library_;
     CIExtensionModule* module_ = nullptr;  // owned by the library, between EM_Create and EM_Delete
     bool open_ = false;
-    bool started_ = false;
+    std::atomic<bool> started_ = false;
 };

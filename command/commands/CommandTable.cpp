@@ -72,6 +72,10 @@ Words CompleteSetting(Before before) {
     return AfterName(AlertSettings(), before, true);
 }
 
+Words CompleteReset(Before before) {
+    return AfterName(AlertSettings(), before, false);
+}
+
 Words CompleteMail(Before before) {
     return before.empty() ? Words{"update"} : Words();
 }
@@ -119,6 +123,8 @@ constexpr auto kRows = std::to_array<Row>({
     {"setting", "[NAME [VALUE]]", "show or change what happens at an alert", Needs::Module, 0, kAnyNumber,
      Row::kNoOption, RunSetting, CompleteSetting, "In mail texts \\n is a line break. The names:\n",
      [] { return ListSettings(AlertSettings()); }},
+    {"reset", "NAME", "let the service's configuration say again what happens at an alert", Needs::Service, 1, 1,
+     Row::kNoOption, RunReset, CompleteReset, "It takes back what \"setting\" has set.\n", nullptr},
     {"check-config", "[FILE]", "look for what would keep alerts from being mailed", Needs::Module, 0, 1, Row::kNoOption,
      RunCheckConfig, nullptr,
      "A line each: ok, or what is wrong and where. No mail is sent. FILE is another configuration of em-alertd than\n"

@@ -70,6 +70,7 @@ Outcome RunPreview(CCommandContext& context, const CommandArguments& arguments);
 Outcome RunGet(CCommandContext& context, const CommandArguments& arguments);  // SettingCommands.cpp
 Outcome RunSet(CCommandContext& context, const CommandArguments& arguments);
 Outcome RunSetting(CCommandContext& context, const CommandArguments& arguments);
+Outcome RunReset(CCommandContext& context, const CommandArguments& arguments);
 Outcome RunCheckConfig(CCommandContext& context, const CommandArguments& arguments);  // CheckConfig.cpp
 Outcome RunSubmit(CCommandContext& context, const CommandArguments& arguments);       // ServiceCommands.cpp
 Outcome RunCheck(CCommandContext& context, const CommandArguments& arguments);

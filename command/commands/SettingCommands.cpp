@@ -134,3 +134,11 @@ Outcome RunSetting(CCommandContext& context, const CommandArguments& arguments) 
     AddValue(outcome, std::string(setting.name), setting, AgentData(context, setting));
     return Finished(outcome);
 }
+
+Outcome RunReset(CCommandContext& context, const CommandArguments& arguments) {
+    const OperatorSetting& setting = FindSetting(AlertSettings(), arguments.words[0]);
+    context.Service().Query("{\"reset\":" + std::to_string(setting.id) + "}", "reset", "kind");
+    Outcome outcome;
+    AddValue(outcome, std::string(setting.name), setting, AgentData(context, setting));
+    return Finished(outcome);
+}

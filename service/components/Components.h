@@ -28,6 +28,7 @@ struct Component {
     bool isMailDue = false;                             ///< no server took the mail about the status
     std::uint32_t untold = 0;                           ///< its events that wait for the module, or are with it
     std::optional<std::uint32_t> updates;               ///< of an update check
+    bool isUpdateDue = false;                           ///< it is not told for sure, or no server took the mail
 
     /// What the status counts as in events: 1 to 3. One that never had a result is OK.
     std::uint32_t Effective() const;

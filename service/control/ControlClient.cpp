@@ -85,6 +85,10 @@ void CControlClient::Send(const std::string& json) {
     }
 }
 
+void CControlClient::SendMessage(const std::string& kind, const std::string& message) {
+    Send("{\"kind\":" + JsonString(kind) + ",\"message\":" + message + "}");
+}
+
 void CControlClient::SendError(const std::string& sentence) {
     Send("{\"kind\":\"error\",\"error\":" + JsonString(sentence) + "}");
 }

@@ -26,6 +26,10 @@ public:
     /// @param json  one object, without a line end
     void Send(const std::string& json);
 
+    /// @param kind  of a transcript's entry
+    /// @param message  {"SIP":...}
+    void SendMessage(const std::string& kind, const std::string& message);
+
     void SendError(const std::string& sentence);
 
     bool isSubscribed = false;

@@ -1,7 +1,5 @@
 #include "service/control/ControlCommands.h"
 
-#include <algorithm>
-
 #include "service/components/StatusJson.h"
 #include "service/loop/Journal.h"
 #include "sip/Vocabulary.h"
@@ -22,10 +20,6 @@ std::string TextOf(const CRapidJsonUtil::value& value, const char* what) {
         throw CAgentError(std::string(what) + " is a text");
     }
     return {value.GetString(), value.GetStringLength()};
-}
-
-std::string MessageLine(const char* kind, const Command& command) {
-    return std::string("{\"kind\":\"") + kind + "\",\"message\":" + MessageText(command) + "}";
 }
 
 constexpr const char* kBusy = "too much waits for the module already; try again later";
@@ -50,6 +44,7 @@ const std::vector<CControlCommands::Order>& CControlCommands::Orders() {
         {"notice", &CControlCommands::Deliver, true},
         {"notify", &CControlCommands::Notify, true},
         {"set", &CControlCommands::Set, true},
+        {"reset", &CControlCommands::Reset, true},
     };
     return orders;
 }
@@ -120,7 +115,7 @@ void CControlCommands::Check(CControlClient& client, const Value& value) {
     if (component == nullptr || component->config.command.empty()) {
         throw CAgentError("there is no check " + name);
     }
-    checking_.emplace(name, client.Id());
+    news_.AwaitCheck(name, client);
     service_.CheckNow(name);
 }
 
@@ -152,24 +147,11 @@ void CControlCommands::Request(CControlClient& client, const Value& value) {
     const Command request = ParseCommand(value);
     const bool isPosted =
         service_.Ask([request](CDelivery& delivery, CAgent& agent) { return delivery.Request(agent, request); },
-                     [this, id = client.Id()](const Command& answer) { OnReturned(id, answer); });
+                     [this, id = client.Id()](const Command& answer) { news_.OnReturned(id, answer); });
     if (!isPosted) {
         throw CAgentError(kBusy);
     }
-    ++client.underWay;
-}
-
-void CControlCommands::OnReturned(std::uint64_t id, const Command& answer) {
-    CControlClient* client = server_.Find(id);
-    if (client == nullptr) {
-        return;
-    }
-    client->Send(MessageLine("returned", answer));
-    if (answer.st == kAnswerFollows && answer.oc) {
-        waiting_.push_back({.client = id, .operation = *answer.oc});
-    } else {
-        --client->underWay;
-    }
+    CControlNews::AwaitAnswer(client);
 }
 
 /// Events and notices.
@@ -182,7 +164,7 @@ void CControlCommands::Deliver(CControlClient& client, const Value& value) {
         },
         [this, id = client.Id()](const Command& delivered) {
             if (CControlClient* still = server_.Find(id)) {
-                still->Send(MessageLine("delivered", delivered));
+                still->SendMessage("delivered", MessageText(delivered));
             }
         });
     if (!isPosted) {
@@ -213,52 +195,14 @@ void CControlCommands::Notify(CControlClient& client, const Value& value) {
 void CControlCommands::Set(CControlClient& client, const Value& value) {
     const Command answer = ParseAnswer(value);
     service_.ChangeSetting(answer);
-    client.Send(MessageLine("set", answer));
+    client.SendMessage("set", MessageText(answer));
 }
 
-void CControlCommands::OnComponent(const Component& component) {
-    const std::string json = ComponentJson(component);
-    const auto [begin, end] = checking_.equal_range(component.config.name);
-    for (auto at = begin; at != end; ++at) {
-        if (CControlClient* client = server_.Find(at->second)) {
-            client->Send("{\"kind\":\"checked\",\"component\":" + json + "}");
-        }
+void CControlCommands::Reset(CControlClient& client, const Value& value) {
+    const auto id = ReadNumber(value);
+    if (!id) {
+        throw CAgentError("\"reset\" is the number of a configuration value");
     }
-    checking_.erase(begin, end);
-    server_.ForEach([&](CControlClient& client) {
-        if (client.isSubscribed) {
-            client.Send("{\"kind\":\"component\",\"component\":" + json + "}");
-        }
-    });
-}
-
-void CControlCommands::OnModuleEntry(const TranscriptEntry& entry) {
-    const std::string line = "{\"kind\":" + JsonString(entry.kind) + ",\"message\":" + entry.message + "}";
-    std::uint64_t asker = 0;
-    if (entry.kind == "reply") {
-        const Command reply = CurrentCommand(entry.message, entry.commandIndex);
-        const auto found =
-            std::ranges::find_if(waiting_, [&](const Waiting& one) { return one.operation == reply.oc; });
-        if (found != waiting_.end()) {
-            asker = found->client;
-            waiting_.erase(found);
-        }
-    }
-    server_.ForEach([&](CControlClient& client) {
-        if (client.Id() == asker || client.isSubscribed) {
-            client.Send(line);
-        }
-        if (client.Id() == asker) {
-            --client.underWay;
-        }
-    });
-}
-
-void CControlCommands::OnTrace(const std::string& print) {
-    const std::string line = "{\"kind\":\"trace\",\"level\":1,\"text\":" + JsonString(print) + "}";
-    server_.ForEach([&](CControlClient& client) {
-        if (client.underWay > 0) {
-            client.Send(line);
-        }
-    });
+    service_.ResetSetting(*id);
+    client.Send(R"({"kind":"reset"})");
 }

@@ -23,6 +23,9 @@ CModuleThread::~CModuleThread() {
         const std::lock_guard guard(lock_);
         stops_ = true;
         waiting_.clear();
+        if (agent_ != nullptr) {
+            agent_->Stop();
+        }
     }
     changed_.notify_all();
 }
@@ -70,6 +73,7 @@ void CModuleThread::Run() {
     {
         const std::lock_guard guard(lock_);
         loaded_ = isLoaded ? Loaded::Yes : Loaded::No;
+        agent_ = isLoaded ? &agent : nullptr;
     }
     changed_.notify_all();
     for (Work work; isLoaded && Take(work); work = nullptr) {
@@ -84,4 +88,6 @@ void CModuleThread::Run() {
         }
         begun_ = std::chrono::steady_clock::time_point();
     }
+    const std::lock_guard guard(lock_);
+    agent_ = nullptr;
 }

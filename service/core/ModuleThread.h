@@ -22,7 +22,7 @@ public:
     /// @param listener  is told what happens between agent and module, on any thread
     CModuleThread(AgentSettings settings, const CAnswerTable& answers, CTranscript::Listener listener);
 
-    /// Ends the piece of work that the thread is at, drops what waits, stops the module and unloads it.
+    /// Drops what waits and stops the module, so that the piece of work that the thread is at ends soon; unloads it.
     ~CModuleThread();
     CModuleThread(const CModuleThread&) = delete;
     CModuleThread& operator=(const CModuleThread&) = delete;
@@ -50,6 +50,7 @@ private:
     std::condition_variable changed_;
     std::deque<Work> waiting_;
     bool stops_ = false;
+    CAgent* agent_ = nullptr;  // the thread's, while it is loaded
     enum class Loaded { NotYet, Yes, No } loaded_ = Loaded::NotYet;
 
     std::jthread thread_;  // last: it uses all of the above

@@ -6,17 +6,13 @@
 #include <utility>
 
 #include "agent/core/Json.h"
-#include "agent/settings/DefaultAnswers.h"
 #include "agent/traces/ModuleTraces.h"
 #include "agent/traces/TraceSink.h"
 #include "service/components/StatusJson.h"
-#include "service/core/MachineAnswers.h"
 #include "service/loop/Journal.h"
 #include "sip/Vocabulary.h"
 
 namespace {
-
-constexpr std::uint32_t kOk = 1;
 
 // "5 packages available for upgrade"
 std::optional<std::uint32_t> FirstNumber(const std::string& text) {
@@ -36,9 +32,9 @@ CService::CService(CLoop& loop, ServiceOptions options, ServiceConfig config)
       scheduler_(loop, components_,
                  [this](const std::string& name, const CheckResult& result) { OnResult(name, result); }),
       fleet_(loop, components_, ledger_),
-      reminders_(loop, [this](const std::string& name) { TellAgain(name); }) {
-    answers_.Load(kDefaultAnswers);
-    SetAnswers();
+      announcer_(loop, inbox_, components_, store_, ledger_, delivery_, [this] { fleet_.Update(); }) {
+    alertAnswers_.Configure(config_.alerts);
+    announcer_.SetReminder(config_.reminder);
     components_.Configure(config_.checks);
     for (const std::string& name : store_.Reported()) {
         components_.FindOrMake(name);
@@ -55,15 +51,6 @@ CService::~CService() {
     Debug.Listen({});
 }
 
-/// None is taken away: the module may be asking.
-void CService::SetAnswers() {
-    AnswerMachineQuestions(answers_);
-    for (const AlertSettingValue& alert : config_.alerts) {
-        answers_.Set(MakeCommand(kReadConfigurationValue, alert.id, alert.data));
-    }
-    store_.RestoreSettings(answers_);
-}
-
 void CService::Start(CIServiceListener& listener) {
     listener_ = &listener;
     Debug.Show(false);
@@ -74,13 +61,17 @@ void CService::Start(CIServiceListener& listener) {
     if (!module_->WaitForLoad()) {
         throw CAgentError("the module " + options_.module + " could not be loaded and started");
     }
+    announcer_.Use(*module_);
     fleet_.Configure(config_.alertmanagers, config_.metricsFile);
     for (const std::string& name : untold_) {
-        Tell(*components_.Find(name), false);
+        announcer_.Tell(*components_.Find(name), false);
     }
     for (Component& component : components_.All()) {
         if (component.config.command.empty() && component.isRestored && component.isPending) {
-            Tell(component, true);  // nobody will report it again just because the service has begun anew
+            announcer_.Tell(component, true);  // nobody will report it again just because the service has begun anew
+        }
+        if (component.isUpdateDue) {
+            announcer_.TellUpdates(component);
         }
     }
     scheduler_.Restart(config_.parallel);
@@ -102,18 +93,10 @@ void CService::Reload() {
         return;
     }
     config_ = std::move(next);
-    SetAnswers();
-    for (const AlertSettingValue& alert : config_.alerts) {
-        const Command answer = answers_.Find(MakeCommand(kReadConfigurationValue, alert.id));
-        Ask(
-            [alert, answer](CDelivery& delivery, CAgent& agent) {
-                delivery.Notice(agent, MakeCommand(kWriteConfigurationValue, alert.id, answer.data));
-                return Command();
-            },
-            {});
-    }
+    Notice(alertAnswers_.Configure(config_.alerts));
+    announcer_.SetReminder(config_.reminder);
     for (const Component& gone : components_.Configure(config_.checks)) {
-        TellOver(gone);
+        announcer_.TellOver(gone);
     }
     store_.Save();
     fleet_.Configure(config_.alertmanagers, config_.metricsFile);
@@ -131,10 +114,10 @@ void CService::OnResult(const std::string& name, const CheckResult& result) {
             break;
         case Consequence::Settled:
             Journal(component->IsBad() ? 4 : 5, name + ": " + component->text);
-            Tell(*component, false);
+            announcer_.Tell(*component, false);
             break;
         case Consequence::Again:
-            Tell(*component, true);
+            announcer_.Tell(*component, true);
             break;
     }
     if (component->config.isUpdate) {
@@ -153,80 +136,18 @@ void CService::FollowUpdates(Component& component) {
     store_.Keep(component);
     store_.Save();
     if (*updates > 0) {
+        announcer_.TellUpdates(component);
+    }
+}
+
+void CService::Notice(const std::vector<AlertSettingValue>& settings) {
+    for (const AlertSettingValue& setting : settings) {
         Ask(
-            [updates](CDelivery& delivery, CAgent& agent) {
-                delivery.DeliverUpdates(agent, *updates);
+            [setting](CDelivery& delivery, CAgent& agent) {
+                delivery.Notice(agent, MakeCommand(kWriteConfigurationValue, setting.id, setting.data));
                 return Command();
             },
             {});
-    }
-}
-
-/// The state is kept before: an event that a sudden end swallows is told by the next run.
-void CService::Tell(Component& component, bool withoutMail) {
-    ++component.untold;
-    store_.Keep(component);
-    store_.Save();
-    const bool isPosted = Post({.id = component.id,
-                                .name = component.config.name,
-                                .designation = component.config.designation,
-                                .status = component.Effective(),
-                                .systemStatus = components_.SystemStatus(),
-                                .withoutMail = withoutMail});
-    if (!isPosted) {
-        Journal(3, component.config.name + ": too many events wait for the module; this one is told after a restart");
-    }
-}
-
-void CService::TellAgain(const std::string& name) {
-    if (Component* component = components_.Find(name);
-        component != nullptr && (component->IsBad() || component->isMailDue)) {
-        Tell(*component, false);
-    }
-}
-
-/// A component that is no longer watched keeps nobody awake.
-void CService::TellOver(const Component& gone) {
-    const std::string& name = gone.config.name;
-    reminders_.Forget(name);
-    store_.Forget(name);
-    if (gone.IsBad()) {
-        Post({.id = gone.id,
-              .name = name,
-              .designation = gone.config.designation,
-              .status = kOk,
-              .systemStatus = components_.SystemStatus()});
-    }
-}
-
-bool CService::Post(const ComponentEvent& event) {
-    return module_->Post([this, event](CAgent& agent) {
-        isMailLost_ = false;
-        delivery_.Deliver(agent, event);
-        inbox_.Post([this, name = event.name, isLost = isMailLost_.load()] { OnTold(name, isLost); });
-    });
-}
-
-void CService::OnTold(const std::string& name, bool isMailLost) {
-    MarkPending();
-    if (Component* component = components_.Find(name); component != nullptr && component->untold > 0) {
-        --component->untold;
-        component->isMailDue = isMailLost;
-        store_.Keep(*component);
-        reminders_.OnTold(*component, config_.reminder);
-    }
-    store_.Save();
-    fleet_.Update();
-}
-
-void CService::MarkPending() {
-    const auto pending = ledger_.Pending();
-    for (Component& component : components_.All()) {
-        const bool isPending =
-            std::ranges::find(pending, component.config.name, &CLedger::Alert::name) != pending.end();
-        if (std::exchange(component.isPending, isPending) != isPending) {
-            store_.Keep(component);
-        }
     }
 }
 
@@ -256,18 +177,10 @@ bool CService::Acknowledge(std::function<void(std::size_t)> done) {
             return delivery.Request(agent, MakeCommand(kAcknowledgeAlerts));
         },
         [this, count, done = std::move(done)](const Command& /*answer*/) {
-            MarkPending();
+            announcer_.MarkPending();
             store_.Save();
             done(*count);
         });
-}
-
-void CService::ChangeSetting(const Command& answer) {
-    answers_.Set(answer);
-    if (answer.oc == kReadConfigurationValue && answer.oe) {
-        store_.KeepSetting(*answer.oe, answer.data);
-        store_.Save();
-    }
 }
 
 std::string CService::Status() const {
@@ -284,7 +197,7 @@ void CService::OnTrace(const std::string& print) {
     const bool isError = print.find("ERROR!") != std::string::npos;
     if (code) {
         ledger_.OnMail(*code == 0);
-        isMailLost_ = isMailLost_ || *code != 0;
+        announcer_.OnMail(*code == 0);
     }
     if (isError) {
         Journal(3, std::string_view(print).substr(std::min(print.find_first_not_of('\n'), print.size())));

@@ -1,17 +1,17 @@
 #pragma once
 
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "agent/core/Ledger.h"
+#include "service/checks/Scheduler.h"
 #include "service/components/Components.h"
+#include "service/core/AlertAnswers.h"
+#include "service/core/Announcer.h"
 #include "service/core/Delivery.h"
 #include "service/core/ModuleThread.h"
-#include "service/core/Reminders.h"
-#include "service/core/Scheduler.h"
 #include "service/core/StateStore.h"
 #include "service/fleet/Fleet.h"
 #include "service/loop/Inbox.h"
@@ -45,12 +45,11 @@ public:
     /// @throw CAgentError when the module cannot be loaded
     void Start(CIServiceListener& listener);
 
-    /// Stops the module, and takes in what came of the event that it was at; those that waited are told by the next
-    /// run. The listener has to live until then.
+    /// Stops the module, which breaks off the mail that it is sending, and takes in what came of it; what is lost or
+    /// waits is told by the next run. The listener has to live until then.
     void Stop();
 
-    /// Reads the configuration again; one with mistakes changes nothing, and is told to the journal. A setting that it
-    /// no longer has keeps its value until the service starts anew.
+    /// Reads the configuration again; one with mistakes changes nothing, and is told to the journal.
     void Reload();
 
     std::string Status() const;
@@ -71,23 +70,20 @@ public:
     bool Acknowledge(std::function<void(std::size_t)> done);
 
     /// A setting that the module follows: answered like this from here on, also after a restart of the service.
-    void ChangeSetting(const Command& answer);
+    void ChangeSetting(const Command& answer) { alertAnswers_.Change(answer); }
+
+    /// The configuration's value holds again, and the module is told.
+    void ResetSetting(std::uint32_t id) { Notice(alertAnswers_.Reset(id)); }
 
     /// How long the module has been at one call.
     std::chrono::seconds ModuleBusy() const { return module_ != nullptr ? module_->Busy() : std::chrono::seconds(0); }
 
 private:
     void OnResult(const std::string& name, const CheckResult& result);
-    void Tell(Component& component, bool withoutMail);
-    void TellAgain(const std::string& name);
-    void TellOver(const Component& gone);
-    bool Post(const ComponentEvent& event);
-    void OnTold(const std::string& name, bool isMailLost);
     void FollowUpdates(Component& component);
-    void MarkPending();
+    void Notice(const std::vector<AlertSettingValue>& settings);
     void OnTrace(const std::string& print);
     void OnEntry(const TranscriptEntry& entry);
-    void SetAnswers();
 
     CLoop& loop_;
     const ServiceOptions options_;
@@ -95,14 +91,14 @@ private:
     CInbox inbox_;
     CStateStore store_;
     CAnswerTable answers_;
+    CAlertAnswers alertAnswers_{answers_, store_};
     CLedger ledger_;
     CDelivery delivery_{answers_, ledger_};
     CComponents components_;
     CScheduler scheduler_;
     CIServiceListener* listener_ = nullptr;
     CFleet fleet_;
-    CReminders reminders_;
+    CAnnouncer announcer_;
     std::vector<std::string> untold_;        // by the last run
-    std::atomic<bool> isMailLost_{false};    // during the delivery that is under way
     std::unique_ptr<CModuleThread> module_;  // last: its thread uses the others
 };

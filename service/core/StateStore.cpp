@@ -4,13 +4,17 @@
 #include <sys/stat.h>
 #include <system_error>
 
+#include "agent/core/Command.h"
 #include "service/loop/Journal.h"
-#include "sip/Vocabulary.h"
 
 namespace {
 
 std::string Key(const Component& component, const char* what) {
     return "components/" + component.config.name + "/" + what;
+}
+
+std::string SettingKey(std::uint32_t id) {
+    return "settings/" + std::to_string(id);
 }
 
 }  // namespace
@@ -42,6 +46,7 @@ bool CStateStore::Restore(Component& component) const {
     component.isPending = registry_.GetBool(Key(component, "pending"), false);
     if (const auto updates = ParseNumber(registry_.Get(Key(component, "updates")).value_or(""))) {
         component.updates = updates;
+        component.isUpdateDue = registry_.GetBool(Key(component, "updates-due"), false);
     }
     const bool isTold = registry_.GetBool(Key(component, "told"), false);
     component.isRestored = isTold && component.since != 0;
@@ -55,23 +60,32 @@ void CStateStore::Keep(const Component& component) {
     registry_.SetBool(Key(component, "told"), component.untold == 0 && !component.isMailDue);
     registry_.SetBool(Key(component, "pending"), component.isPending);
     registry_.SetBool(Key(component, "reported"), component.isReported);
+    registry_.SetBool(Key(component, "updates-due"), component.isUpdateDue);
     if (component.updates) {
         registry_.SetNumber(Key(component, "updates"), *component.updates);
     }
 }
 
 void CStateStore::KeepSetting(std::uint32_t id, const std::string& data) {
-    registry_.Set("settings/" + std::to_string(id), data);
+    registry_.Set(SettingKey(id), data);
 }
 
-void CStateStore::RestoreSettings(CAnswerTable& answers) const {
+void CStateStore::ForgetSetting(std::uint32_t id) {
+    registry_.Remove(SettingKey(id));
+}
+
+std::vector<std::uint32_t> CStateStore::Settings() const {
+    std::vector<std::uint32_t> ids;
     for (const std::string& name : registry_.Children("settings")) {
-        Command answer;
-        answer.oc = kReadConfigurationValue;
-        answer.oe = ParseNumber(name);
-        answer.data = registry_.Get("settings/" + name).value_or("null");
-        answers.Set(answer);
+        if (const auto id = ParseNumber(name)) {
+            ids.push_back(*id);
+        }
     }
+    return ids;
+}
+
+std::optional<std::string> CStateStore::Setting(std::uint32_t id) const {
+    return registry_.Get(SettingKey(id));
 }
 
 void CStateStore::Save() {

@@ -1,9 +1,10 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "agent/core/AnswerTable.h"
 #include "platform/ini/Registry.h"
 #include "service/components/Components.h"
 
@@ -29,8 +30,13 @@ public:
     /// @param data  "DA" of the answer
     void KeepSetting(std::uint32_t id, const std::string& data);
 
-    /// The kept settings go before those of the configuration.
-    void RestoreSettings(CAnswerTable& answers) const;
+    void ForgetSetting(std::uint32_t id);
+
+    /// @return the ids of those that are kept
+    std::vector<std::uint32_t> Settings() const;
+
+    /// @return nothing when it is not kept
+    std::optional<std::string> Setting(std::uint32_t id) const;
 
     /// Writes what was kept. Some milliseconds: two syncs.
     void Save();

@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 # Runs the service with plugins that do what a file says, and asks it as the operator's command does.
 
+import base64
 import contextlib
 import http.server
 import json
@@ -152,21 +153,27 @@ class ServiceTest(ProgramTest):
         self.awaits(lambda: len({mail["data"] for mail in server.mails()}) == 12)
 
     def test_a_mail_is_due_until_a_server_takes_it(self):
-        self.start()
+        self.start(more='kind = "update"')
         server = self.mail_server("--reply", "MAIL=550 no")
-        self.plugin(2, "DISK full")
-        self.awaits(lambda: self.status()["mail"]["failed"] == 1)
+        self.assertEqual(self.command("setting", "new-updates", "on")[0], 0)
+        self.plugin(2, "DISK full, 3 updates")
+        for subject in ("disk", "disk/updates"):
+            self.awaits(lambda: f"{subject}: no server took the mail; it is tried again in 1 min" in
+                        read(self.folder / "log"))
+        self.assertEqual(self.status()["mail"]["failed"], 2)
         self.end(signal.SIGTERM)
-        server = self.mail_server("--drip", "DOT", offline=True)
-        self.start()  # which sends it again, and is stopped while the server thinks about it
+        server = self.mail_server("--hang", "DOT", offline=True)
+        self.start()  # which sends it again, and is stopped while the server says nothing
         self.awaits(lambda: "DATA" in read(server.folder / "commands"))
+        begun = time.monotonic()
         self.end(signal.SIGTERM)
+        self.assertLess(time.monotonic() - begun, 4)
         server = self.mail_server(offline=True)
         for _ in range(2):
             self.start()
-            self.awaits(lambda: self.status()["pending"] == 1 and len(server.mails()) == 1)
+            self.awaits(lambda: self.status()["pending"] == 1 and len(server.mails()) == 2)
             self.end(signal.SIGTERM)
-        self.assertEqual(len(server.mails()), 1)
+        self.assertEqual(len(server.mails()), 2)
 
     def test_what_is_no_longer_watched_is_over(self):
         other = f"""
@@ -276,6 +283,17 @@ if-installed = true
         self.awaits(lambda: self.component()["status"] == 2 and self.status()["pending"] == 1)
         self.plugin(2, "DISK full")
         self.awaits(lambda: len(server.mails()) == 1)
+        self.assertIn("severity          2\n", self.command("reset", "severity")[1])
+        self.configure(more='[alertmanager]\nurls = []')
+        config = self.folder / "em-alertd.toml"
+        config.write_text(read(config).replace("subject =", "# ").replace('"$(ComponentDesignation)', '"by file: $(ComponentName)'))
+        self.service.send_signal(signal.SIGHUP)
+        self.awaits(lambda: "read again" in read(self.folder / "log"))
+        self.plugin(1, "DISK low")
+        self.awaits(lambda: len(server.mails()) == 2)
+        mail = base64.b64decode(server.mails()[1]["data"])
+        for words in (b"Warning:_disk_on_alpha", b"\nby file: disk\r"):
+            self.assertIn(words, mail)
 
     def test_hostile_clients_delay_nothing(self):
         self.start()

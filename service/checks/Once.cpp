@@ -1,10 +1,10 @@
-#include "service/core/Once.h"
+#include "service/checks/Once.h"
 
 #include <array>
 #include <cstdio>
 
+#include "service/checks/Scheduler.h"
 #include "service/components/Components.h"
-#include "service/core/Scheduler.h"
 
 namespace {
 

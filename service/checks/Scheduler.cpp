@@ -1,4 +1,4 @@
-#include "service/core/Scheduler.h"
+#include "service/checks/Scheduler.h"
 
 #include <algorithm>
 #include <exception>

@@ -1,4 +1,4 @@
-#include "service/core/CheckRunner.h"
+#include "service/checks/CheckRunner.h"
 
 #include <array>
 #include <cerrno>

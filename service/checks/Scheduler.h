@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
+#include "service/checks/CheckRunner.h"
 #include "service/components/Components.h"
-#include "service/core/CheckRunner.h"
 
 /// Runs the checks of all components, each at its interval, never two of one component, and a limited number at a time.
 /// A report that is overdue is a result as well. One thread, the loop's.

@@ -1,0 +1,68 @@
+#include "service/control/ControlNews.h"
+
+#include <algorithm>
+
+#include "service/components/StatusJson.h"
+#include "sip/Vocabulary.h"
+
+void CControlNews::OnReturned(std::uint64_t id, const Command& answer) {
+    CControlClient* client = server_.Find(id);
+    if (client == nullptr) {
+        return;
+    }
+    client->SendMessage("returned", MessageText(answer));
+    if (answer.st == kAnswerFollows && answer.oc) {
+        waiting_.push_back({.client = id, .operation = *answer.oc});
+    } else {
+        --client->underWay;
+    }
+}
+
+void CControlNews::OnComponent(const Component& component) {
+    const std::string json = ComponentJson(component);
+    const auto [begin, end] = checking_.equal_range(component.config.name);
+    for (auto at = begin; at != end; ++at) {
+        if (CControlClient* client = server_.Find(at->second)) {
+            client->Send("{\"kind\":\"checked\",\"component\":" + json + "}");
+        }
+    }
+    checking_.erase(begin, end);
+    server_.ForEach([&](CControlClient& client) {
+        if (client.isSubscribed) {
+            client.Send("{\"kind\":\"component\",\"component\":" + json + "}");
+        }
+    });
+}
+
+/// @return the client that waits for this reply, 0 when nobody does
+std::uint64_t CControlNews::TakeAsker(const TranscriptEntry& entry) {
+    const auto operation = CurrentCommand(entry.message, entry.commandIndex).oc;
+    const auto found = std::ranges::find_if(waiting_, [&](const Waiting& one) { return one.operation == operation; });
+    if (entry.kind != "reply" || found == waiting_.end()) {
+        return 0;
+    }
+    const std::uint64_t client = found->client;
+    waiting_.erase(found);
+    return client;
+}
+
+void CControlNews::OnModuleEntry(const TranscriptEntry& entry) {
+    const std::uint64_t asker = TakeAsker(entry);
+    server_.ForEach([&](CControlClient& client) {
+        if (client.Id() == asker || client.isSubscribed) {
+            client.SendMessage(entry.kind, entry.message);
+        }
+        if (client.Id() == asker) {
+            --client.underWay;
+        }
+    });
+}
+
+void CControlNews::OnTrace(const std::string& print) {
+    const std::string line = "{\"kind\":\"trace\",\"level\":1,\"text\":" + JsonString(print) + "}";
+    server_.ForEach([&](CControlClient& client) {
+        if (client.underWay > 0) {
+            client.Send(line);
+        }
+    });
+}

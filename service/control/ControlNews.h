@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <string>
+
+#include "service/control/ControlServer.h"
+#include "service/core/Service.h"
+
+/// Who at the control socket hears what happens: subscribers all of it, others what they wait for. One thread, the
+/// loop's.
+class CControlNews final : public CIServiceListener {
+public:
+    /// @param server  lives longer
+    explicit CControlNews(CControlServer& server) : server_(server) {}
+
+    /// The client gets the next result of a component.
+    void AwaitCheck(const std::string& name, const CControlClient& client) { checking_.emplace(name, client.Id()); }
+
+    /// The client has sent a request, and gets the module's errors and mail results until it is answered.
+    static void AwaitAnswer(CControlClient& client) { ++client.underWay; }
+
+    /// The request has come back, as its answer or with the word that one follows.
+    void OnReturned(std::uint64_t client, const Command& answer);
+
+    void OnComponent(const Component& component) override;
+    void OnModuleEntry(const TranscriptEntry& entry) override;
+    void OnTrace(const std::string& print) override;
+
+private:
+    struct Waiting {
+        std::uint64_t client;
+        std::uint32_t operation;
+    };
+    std::uint64_t TakeAsker(const TranscriptEntry& entry);
+
+    CControlServer& server_;
+    std::deque<Waiting> waiting_;                         // for replies
+    std::multimap<std::string, std::uint64_t> checking_;  // for a component's next result
+};

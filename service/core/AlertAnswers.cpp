@@ -1,0 +1,73 @@
+#include "service/core/AlertAnswers.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "agent/settings/DefaultAnswers.h"
+#include "agent/settings/Settings.h"
+#include "service/core/MachineAnswers.h"
+#include "service/loop/Journal.h"
+#include "sip/Vocabulary.h"
+
+namespace {
+
+std::string NameOf(std::uint32_t id) {
+    const auto setting = std::ranges::find(AlertSettings(), id, &OperatorSetting::id);
+    return setting != AlertSettings().end() ? std::string(setting->name) : "configuration value " + std::to_string(id);
+}
+
+}  // namespace
+
+CAlertAnswers::CAlertAnswers(CAnswerTable& answers, CStateStore& store) : answers_(answers), store_(store) {
+    defaults_.Load(kDefaultAnswers);
+    answers_.Load(kDefaultAnswers);
+    AnswerMachineQuestions(answers_);
+}
+
+/// "DA", empty for none.
+std::string CAlertAnswers::ValueOf(std::uint32_t id) const {
+    if (const auto kept = store_.Setting(id)) {
+        return *kept;
+    }
+    const auto found = std::ranges::find(configured_, id, &AlertSettingValue::id);
+    return found != configured_.end() ? found->data : defaults_.Find(MakeCommand(kReadConfigurationValue, id)).data;
+}
+
+std::vector<AlertSettingValue> CAlertAnswers::Update(std::uint32_t id) {
+    const std::string before = answers_.Find(MakeCommand(kReadConfigurationValue, id)).data;
+    const std::string now = ValueOf(id);
+    if (now == before) {
+        return {};
+    }
+    if (now.empty()) {
+        Journal(4, "nothing says what " + NameOf(id) + " is now: it keeps its value until a restart");
+        return {};
+    }
+    answers_.Set(MakeCommand(kReadConfigurationValue, id, now));
+    return {{.id = id, .data = now}};
+}
+
+std::vector<AlertSettingValue> CAlertAnswers::Configure(std::vector<AlertSettingValue> configured) {
+    configured_ = std::move(configured);
+    std::vector<std::uint32_t> ids = store_.Settings();
+    std::ranges::transform(AlertSettings(), std::back_inserter(ids), &OperatorSetting::id);
+    std::vector<AlertSettingValue> changed;
+    for (const std::uint32_t id : ids) {
+        std::ranges::copy(Update(id), std::back_inserter(changed));
+    }
+    return changed;
+}
+
+void CAlertAnswers::Change(const Command& answer) {
+    answers_.Set(answer);
+    if (answer.oc == kReadConfigurationValue && answer.oe) {
+        store_.KeepSetting(*answer.oe, answer.data);
+        store_.Save();
+    }
+}
+
+std::vector<AlertSettingValue> CAlertAnswers::Reset(std::uint32_t id) {
+    store_.ForgetSetting(id);
+    store_.Save();
+    return Update(id);
+}

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <map>
+#include <string>
+
+#include "service/components/Components.h"
+#include "service/core/Delivery.h"
+#include "service/core/MailRetries.h"
+#include "service/core/ModuleThread.h"
+#include "service/core/StateStore.h"
+#include "service/loop/Inbox.h"
+
+/// What the module is told of components, and what came of it: the state is kept before an event goes out and when it
+/// has been dealt with, so that one that a sudden end swallows is told by the next run. One thread, the loop's, unless
+/// stated.
+class CAnnouncer {
+public:
+    /// @param onTold  is called when the module has dealt with an event
+    CAnnouncer(CLoop& loop, CInbox& inbox, CComponents& components, CStateStore& store, CLedger& ledger,
+               CDelivery& delivery, std::function<void()> onTold);
+    CAnnouncer(const CAnnouncer&) = delete;
+    CAnnouncer& operator=(const CAnnouncer&) = delete;
+
+    /// @param module  lives as long as anything is told
+    void Use(CModuleThread& module) { module_ = &module; }
+
+    /// A component that stays bad is told again after this time; 0: never.
+    void SetReminder(std::chrono::milliseconds interval) { reminder_ = interval; }
+
+    /// @param withoutMail  its mail went out in an earlier run
+    void Tell(Component& component, bool withoutMail);
+
+    /// The number of updates that the component knows of is new.
+    void TellUpdates(Component& component);
+
+    /// A component that is no longer watched: it is well from now on.
+    void TellOver(const Component& gone);
+
+    /// The module has sent a mail. Any thread.
+    /// @param isTaken  by a server
+    void OnMail(bool isTaken) { isMailLost_ = isMailLost_ || !isTaken; }
+
+    /// Notes of each component whether an alert of it is pending.
+    void MarkPending();
+
+private:
+    template <typename Deliver>
+    void Post(const std::string& subject, Deliver deliver, std::function<void(bool isMailLost)> onTold);
+    void OnTold(const std::string& name, bool isMailLost);
+    void OnUpdatesTold(const std::string& name, bool isMailLost);
+    void Remind(const Component& component);
+    void TellAgain(const std::string& subject);
+
+    CLoop& loop_;
+    CInbox& inbox_;
+    CComponents& components_;
+    CStateStore& store_;
+    CLedger& ledger_;
+    CDelivery& delivery_;
+    const std::function<void()> onTold_;
+    CModuleThread* module_ = nullptr;
+    std::chrono::milliseconds reminder_{0};
+    std::map<std::string, CLoopSource> reminders_;
+    CMailRetries retries_;
+    std::atomic<bool> isMailLost_{false};  // during the delivery that is under way
+};
