@@ -8,7 +8,7 @@
 #   start              the messages of the module's start (see docs/messages.md)
 #   conversation       the messages after it; what a line with "asks" shows is compared when there is one
 #   mail, trace        all mails, and lines of the trace in order, of the last start or conversation
-#   session            commands behind "$ ", each with its output
+#   session            commands behind "$ ", each with its output; times of a transcript may differ
 
 import base64
 import difflib
@@ -28,6 +28,7 @@ BLOCK = re.compile(r"^```(\w*) ?(.*)\n((?:.*\n)*?)```$", re.M)
 STATEMENT = re.compile(r"(?:EM_TRACE\(\s*|TraceSetting<)(\w+)(?:,|>\()(.*?)\);", re.S)
 LITERAL = re.compile(r'"((?:[^"\\]|\\.)*)"')
 TRACE_FILES = pathlib.Path("/etc/kestrel/HostwardenSuite/TraceConfig")
+TIME = re.compile(r'(?<="ms":)\d+|^ *\d+\.\d{3}(?= s  )', re.M)
 KINDS = {"returned": "returned", "reply": "reply", "event": "fires", "sync-request": "asks"}
 
 
@@ -109,7 +110,7 @@ class Examples:
             run = subprocess.run(command, shell=True, cwd=self.folder, env=environment, text=True, check=False,
                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
             shown += f"$ {command}\n{run.stdout}"
-        self.check(where, text.splitlines(), shown.splitlines())
+        self.check(where, *(TIME.sub("?", side).splitlines() for side in (text, shown)))
 
     def block(self, where, mark, text):
         name, _, path = mark.partition("=")
