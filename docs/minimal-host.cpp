@@ -18,8 +18,16 @@
 namespace {
 
 constexpr unsigned int kModuleId = 0x00050001;
-constexpr unsigned int kEvent = 255;
+
+// Of docs/messages.md.
+constexpr unsigned int kDone = 0;
+constexpr unsigned int kNotHandled = 1;
 constexpr unsigned int kAnswerFollows = 22;
+constexpr unsigned int kEvent = 255;
+constexpr unsigned int kReadSetting = 0xE001;
+constexpr unsigned int kStatusMails = 0x0410;
+constexpr unsigned int kSystemStatus = 0x230F;
+constexpr unsigned int kComponentName = 0x2321;
 
 void Show(const char* what, const SipJson& message) {
     std::string json;
@@ -32,17 +40,23 @@ class CHostSwitch final : public CISwitch {
 public:
     void AsyncRequest(CIExtensionModule* /*module*/, SipJson& /*message*/, unsigned int /*reserved*/) override {}
 
-    /// This host knows one thing: the server has a warning.
+    /// What this host knows: mails are wanted, the server has a warning, and it comes from a fan.
     void SyncRequest(CIExtensionModule* /*module*/, SipJson& message, unsigned int /*timeout*/) override {
-        if (message.GetCmdElemValue(message.GetCmdIndex(), "OC", 0) == 0x230F) {
-            message.SetDataUIntValue(2, 0);
+        const unsigned int operation = message.GetElem("OC");
+        if (operation == kReadSetting && message.GetElem("OE") == kStatusMails) {
+            message.SetDataUIntValue(1, kDone);
+        } else if (operation == kSystemStatus) {
+            message.SetDataUIntValue(2, kDone);
+        } else if (operation == kComponentName) {
+            message.SetReplyDataString("FAN3", kDone);
+            Show("answer", message);
         } else {
-            message.SetStatus(1);
+            message.SetStatus(kNotHandled);
         }
     }
 
     bool DeliverMessage(CIExtensionModule* /*module*/, SipJson& message) override {
-        const bool isEvent = message.GetCmdElemValue(message.GetCmdIndex(), "ST", 0) == kEvent;
+        const bool isEvent = message.GetElem("ST") == kEvent;
         Show(isEvent ? "event" : "reply", message);
         if (!isEvent) {
             const std::lock_guard lock(mutex_);
@@ -89,7 +103,7 @@ void Work(CIExtensionModule& module, CHostSwitch& host) {
     SipJson supported;
     SetCommand(supported, 0x2243);
     module.ModuleRequest(supported);
-    if (supported.GetCmdElemValue(supported.GetCmdIndex(), "ST", 0) == kAnswerFollows) {
+    if (supported.GetElem("ST") == kAnswerFollows) {
         host.WaitForReply();
     }
 }

@@ -8,6 +8,7 @@
 #   start              the messages of the module's start (see docs/messages.md)
 #   conversation       the messages after it; what a line with "asks" shows is compared when there is one
 #   mail, trace        all mails, and lines of the trace in order, of the last start or conversation
+#   excerpt=PATH       lines of a file of the sources
 #   session            commands behind "$ ", each with its output; times of a transcript may differ
 
 import base64
@@ -119,6 +120,8 @@ class Examples:
         elif name == "file":
             (self.folder / path).parent.mkdir(parents=True, exist_ok=True)
             (self.folder / path).write_text(text.replace("<Port>25<", f"<Port>{self.server.port}<"))
+        elif name == "excerpt":
+            self.check(where, [text], [text] if text in (SOURCES / path).read_text() else [])
         elif name == "after":
             self.check(where, text.splitlines(), self.named((self.folder / path).read_text()).splitlines())
         elif name in ("start", "conversation"):
