@@ -145,7 +145,8 @@ Report from a script:
 .Pp
 .Dl em-alert submit backup 2 "the tape is full"
 .Sh SEE ALSO
-.Xr em-alert-agent 1
+.Xr em-alert-agent 1 ,
+.Xr em-alertd 8
 )";
 
 }  // namespace
