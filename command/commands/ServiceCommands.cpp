@@ -1,5 +1,8 @@
+#include <algorithm>
 #include <chrono>
+#include <map>
 #include <unistd.h>
+#include <utility>
 
 #include "command/commands/CommandContext.h"
 #include "command/commands/CommandTable.h"
@@ -26,8 +29,8 @@ bool Ends() {
     return CConsoleWait::EndIsAskedFor() || CConsoleWait::TakeInterrupt();
 }
 
-// @return a component that has changed meanwhile; nothing when none did
-std::string WaitForChange(CServiceClient& service, milliseconds time) {
+// @return a component with its newest result; nothing when none came
+std::string WaitForResult(CServiceClient& service, milliseconds time) {
     for (auto left = time; left.count() > 0 && !Ends(); left -= kSignalInterval) {
         if (const auto line = service.NextLine(kSignalInterval)) {
             const auto* component = CRapidJsonUtil::Find(*line, "component");
@@ -43,19 +46,33 @@ std::string WaitForChange(CServiceClient& service, milliseconds time) {
 void WatchScreen(CCommandContext& context, CServiceClient& service) {
     while (!Ends()) {
         context.Terminal().Print(kTopOfScreen + StatusText(context, service.Status()) + "\nCtrl-C ends the view.\n");
-        WaitForChange(service, kRedraw);
+        WaitForResult(service, kRedraw);
     }
 }
 
-// A line for each change, for pipes.
+// A line for each change, for pipes: most results say what the one before them said.
 void WatchLines(CCommandContext& context, CServiceClient& service) {
     const std::string status = service.Status();
     context.Terminal().Print(context.Options().json ? status + "\n" : StatusText(context, status));
+    std::map<std::string, std::string> shown;  // the line of each component, by its name
+    const auto isNew = [&](const CRapidJsonUtil::value& component) {
+        const auto* name = CRapidJsonUtil::Find(component, "name");
+        const std::string line = ComponentLine(context, component);
+        return name != nullptr && std::exchange(shown[JsonText(*name)], line) != line;
+    };
+    const CRapidJsonUtil::Document document = ParseJson(status);
+    const auto* components = CRapidJsonUtil::Find(document, "components");
+    if (components != nullptr && components->IsArray()) {
+        std::for_each(components->Begin(), components->End(), isNew);
+    }
     while (!Ends()) {
-        const std::string change = WaitForChange(service, kRedraw);
-        if (!change.empty()) {
-            context.Terminal().Print(context.Options().json ? change + "\n"
-                                                            : ComponentLine(context, ParseJson(change)));
+        const std::string result = WaitForResult(service, kRedraw);
+        if (result.empty()) {
+            continue;
+        }
+        const CRapidJsonUtil::Document component = ParseJson(result);
+        if (isNew(component)) {
+            context.Terminal().Print(context.Options().json ? result + "\n" : ComponentLine(context, component));
         }
     }
 }

@@ -248,6 +248,7 @@ def reply(command):
 
 SERVICE = {  # what a service answers to the first member of a line
     "ask": {"status": [{"kind": "status", "status": STATUS},
+                       {"kind": "component", "component": COMPONENT | {"checked": "2026-11-25T08:01:00Z"}},
                        {"kind": "component", "component": COMPONENT | {"status": 3}}],
             "pending": [{"kind": "pending", "alerts": [ALERT]}]},
     "acknowledge": [{"kind": "acknowledged", "alerts": 2}],
