@@ -103,14 +103,25 @@ void CheckCertificates(Findings& findings) {
                                                        "(package ca-certificates)")});
 }
 
+Finding CheckSender(const std::string& sender, const std::string& name) {
+    if (sender.empty()) {
+        return {"sender", State::Wrong, "not set: em-alert set sender ADDRESS"};
+    }
+    const bool hasName = sender.find('<') != std::string::npos;
+    if (!hasName && name.empty()) {
+        // The module ends the line "From:" nowhere then, and the next header becomes part of it.
+        return {"sender", State::Wrong, sender + " has no name, so mails are malformed: em-alert set sender-name NAME"};
+    }
+    if (hasName && !name.empty()) {
+        return {"sender", State::Wrong,
+                sender + " has two names, so mails are malformed: em-alert set sender-name \"\""};
+    }
+    return {"sender", State::Ok, sender};
+}
+
 void CheckAddresses(CIModuleLink& link, Findings& findings) {
     const std::string sender = MailSettingText(link, kSender);
-    // Without a name the module ends the line "From:" nowhere, and the next header becomes part of it.
-    const bool isNamed = sender.find('<') != std::string::npos || !MailSettingText(link, kSenderDescription).empty();
-    findings.push_back({"sender", !sender.empty() && isNamed ? State::Ok : State::Wrong,
-                        sender.empty() ? "not set: em-alert set sender ADDRESS"
-                        : isNamed      ? sender
-                                  : sender + " has no name, so mails are malformed: em-alert set sender-name NAME"});
+    findings.push_back(CheckSender(sender, MailSettingText(link, kSenderDescription)));
     const std::string recipients = MailSettingText(link, kRecipients);
     const bool hasAny = !recipients.empty() || !MailSettingText(link, kRecipientsCc).empty();
     findings.push_back({"recipients", hasAny ? State::Ok : State::Wrong,
