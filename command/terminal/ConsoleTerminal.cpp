@@ -90,7 +90,7 @@ public:
     void ShowProgress(std::string_view text) override {
         const std::lock_guard guard(lock_);
         if (showsProgress_ && (progress_ || !text.empty())) {
-            std::fprintf(stderr, "%s%.*s", progress_ ? kNoProgress : "", static_cast<int>(text.size()), text.data());
+            std::fputs(((progress_ ? kNoProgress : "") + std::string(text)).c_str(), stderr);
             std::fflush(stderr);
             progress_ = !text.empty();
         }

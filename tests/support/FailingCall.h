@@ -14,7 +14,7 @@ struct FailingCall {
 inline constinit FailingCall failing;
 
 /// The thread sanitizer calls such functions in a thread that it does not know yet: neither they nor what they call in
-/// the usual case may be instrumented.
+/// the usual case may be instrumented, nor may they have a static variable with a guard, which is the sanitizer's.
 [[gnu::no_sanitize_thread]] inline bool Fails(const char* name) {
     return failing.error != 0 && failing.times != 0 && std::strcmp(failing.name, name) == 0 && failing.after-- <= 0 &&
            failing.times-- != 0;
@@ -22,8 +22,12 @@ inline constinit FailingCall failing;
 
 /// Takes a function over from the C library, before which a program's own goes.
 /// @param specifier  noexcept where the library declares that
-#define EM_CAN_FAIL(function, specifier, parameters, ...)                                            \
-    extern "C" [[gnu::no_sanitize_thread]] int function parameters specifier {                       \
-        static const auto real = reinterpret_cast<int(*) parameters>(::dlsym(RTLD_NEXT, #function)); \
-        return Fails(#function) ? failing.error : real(__VA_ARGS__);                                 \
+#define EM_CAN_FAIL(function, specifier, parameters, ...)                      \
+    extern "C" [[gnu::no_sanitize_thread]] int function parameters specifier { \
+        using Function = int(*) parameters;                                    \
+        static constinit Function real = nullptr;                              \
+        if (real == nullptr) {                                                 \
+            real = reinterpret_cast<Function>(::dlsym(RTLD_NEXT, #function));  \
+        }                                                                      \
+        return Fails(#function) ? failing.error : real(__VA_ARGS__);           \
     }
