@@ -188,7 +188,7 @@ bool CAgent::WorkUntil(std::chrono::milliseconds time, const std::function<bool(
 
 void CAgent::AnswerAsyncRequests() {
     while (const auto request = switch_.TakeAsyncRequest()) {
-        const std::string text = answers_.Answer(request->text, request->commandIndex);
+        const std::string text = answers_.Answer(request->text, request->commandIndex).text;
         SipJson answer;
         if (!answer.Parse(text.data(), text.size())) {
             throw CAgentError("the answer to an asynchronous request is nested too deeply");
@@ -216,7 +216,7 @@ void CAgent::WriteMessage(const char* kind, const SipJson& message, const std::s
     TranscriptEntry entry;
     entry.kind = kind;
     entry.message = MessageText(message);
-    entry.commandIndex = message.GetCmdIndex();
+    entry.command = CurrentCommand(entry.message, message.GetCmdIndex());
     entry.result = result;
     transcript_.Write(entry);
 }

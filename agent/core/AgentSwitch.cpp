@@ -14,13 +14,11 @@ bool IsEvent(const SipJson& message) {
 }
 
 TranscriptEntry Entry(const char* kind, const SipJson& message) {
-    return {.kind = kind,
-            .step = {},
-            .message = MessageText(message),
-            .commandIndex = message.GetCmdIndex(),
-            .answer = {},
-            .result = {},
-            .note = {}};
+    TranscriptEntry entry;
+    entry.kind = kind;
+    entry.message = MessageText(message);
+    entry.command = CurrentCommand(entry.message, message.GetCmdIndex());
+    return entry;
 }
 
 }  // namespace
@@ -43,7 +41,7 @@ void CAgentSwitch::AsyncRequest(CIExtensionModule* /*module*/, SipJson& message,
         TranscriptEntry entry = Entry("async-request", message);
         {
             const std::lock_guard guard(lock_);
-            asyncRequests_.push_back({.text = entry.message, .commandIndex = entry.commandIndex});
+            asyncRequests_.push_back({.text = entry.message, .commandIndex = message.GetCmdIndex()});
         }
         transcript_.Write(entry);  // after the queue: this wakes the work loop
     });
@@ -51,8 +49,13 @@ void CAgentSwitch::AsyncRequest(CIExtensionModule* /*module*/, SipJson& message,
 
 void CAgentSwitch::SyncRequest(CIExtensionModule* /*module*/, SipJson& message, unsigned int /*timeout*/) {
     Guarded("SyncRequest", [&] {
-        TranscriptEntry entry = Entry("sync-request", message);
-        entry.answer = answers_.Answer(entry.message, entry.commandIndex);
+        TranscriptEntry entry;
+        entry.kind = "sync-request";
+        entry.message = MessageText(message);
+        Answered answered = answers_.Answer(entry.message, message.GetCmdIndex());
+        entry.command = std::move(answered.asked);
+        entry.given = std::move(answered.given);
+        entry.answer = std::move(answered.text);
         if (!message.Parse(entry.answer.data(), entry.answer.size())) {
             throw CAgentError("the answer is nested too deeply");
         }

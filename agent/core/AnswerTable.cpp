@@ -95,13 +95,17 @@ Command CAnswerTable::Find(const Command& request) const {
     return {.oc = {}, .oe = {}, .oi = {}, .ca = {}, .st = kNotHandled, .mi = {}, .data = {}};
 }
 
-std::string CAnswerTable::Answer(std::string_view message, int index) const {
+Answered CAnswerTable::Answer(std::string_view message, int index) const {
     CRapidJsonUtil::Document document = ParseJson(message);
     CRapidJsonUtil::value* command = FindCommand(document, index);
     if (command == nullptr) {
-        return std::string(message);
+        return {.text = std::string(message), .asked = {}, .given = {}};
     }
-    const Command answer = Find(CurrentCommand(message, index));
+    Answered answered = {.text = {}, .asked = CurrentCommand(document, index), .given = {}};
+    const Command answer = Find(answered.asked);
+    answered.given = answered.asked;
+    answered.given.st = answer.st.value_or(0);
+    answered.given.data = answer.data;
     auto& allocator = document.GetAllocator();
     for (const char* key : {"ST", "DA"}) {
         while (command->RemoveMember(key)) {
@@ -113,5 +117,6 @@ std::string CAnswerTable::Answer(std::string_view message, int index) const {
         data.Parse(answer.data.data(), answer.data.size());
         command->AddMember("DA", data, allocator);
     }
-    return JsonText(document);
+    answered.text = JsonText(document);
+    return answered;
 }

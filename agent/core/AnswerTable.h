@@ -11,6 +11,13 @@
 /// @throw CAgentError as ParseCommand, and when there is no "OC"
 Command ParseAnswer(const CRapidJsonUtil::value& object);
 
+/// A request that has been answered.
+struct Answered {
+    std::string text;  ///< the message as it goes back
+    Command asked;
+    Command given;  ///< the same command as it goes back
+};
+
 /// The state of the simulated agent: what it answers to the module's requests. Any thread.
 class CAnswerTable {
 public:
@@ -23,9 +30,9 @@ public:
     void Set(const Command& answer);
 
     /// Answers the command at `index` of a message with the first answer that fits: "ST" (0 when the answer has none)
-    /// and "DA" are those of the answer. Without a fitting answer "ST" is 1 and there is no "DA".
-    /// @return the message as it goes back; a message without that command goes back as it came
-    std::string Answer(std::string_view message, int index) const;
+    /// and "DA" are those of the answer. Without a fitting answer "ST" is 1 and there is no "DA". A message without
+    /// that command goes back as it came.
+    Answered Answer(std::string_view message, int index) const;
 
     std::vector<Command> All() const;
 

@@ -83,8 +83,12 @@ Command ParseCommand(const CRapidJsonUtil::value& object) {
 
 Command CurrentCommand(std::string_view message, int index) {
     CRapidJsonUtil::Document document = ParseJson(message);
+    return CurrentCommand(document, index);
+}
+
+Command CurrentCommand(CRapidJsonUtil::value& message, int index) {
     Command command;
-    const CRapidJsonUtil::value* element = FindCommand(document, index);
+    const CRapidJsonUtil::value* element = FindCommand(message, index);
     if (element == nullptr) {
         return command;
     }

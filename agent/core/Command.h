@@ -46,6 +46,7 @@ Command ParseCommand(const CRapidJsonUtil::value& object);
 
 /// Reads the command at `index` of a message; empty when the message has none. Rubbish reads as not given.
 Command CurrentCommand(std::string_view message, int index);
+Command CurrentCommand(CRapidJsonUtil::value& message, int index);
 
 /// @return the command at `index` of a message, null when the message lacks any part of the way down to it
 CRapidJsonUtil::value* FindCommand(CRapidJsonUtil::value& message, int index);

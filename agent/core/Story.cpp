@@ -58,20 +58,14 @@ std::string Outcome(const Command& command) {
     return text.empty() ? "no status, no data" : text;
 }
 
-struct Scene {
-    const TranscriptEntry& entry;
-    const Command& command;
-};
-
-std::string TellRequest(const Scene& scene) {
-    return "The module asks for " + Describe(scene.command) + ". Answer: " +
-           (scene.entry.answer.empty() ? "none"
-                                       : Outcome(CurrentCommand(scene.entry.answer, scene.entry.commandIndex)));
+std::string TellRequest(const TranscriptEntry& entry) {
+    return "The module asks for " + Describe(entry.command) +
+           ". Answer: " + (entry.answer.empty() ? "none" : Outcome(entry.given));
 }
 
-std::string TellReturned(const Scene& scene) {
-    return "The module answers " + Describe(scene.command) + ": " + Outcome(scene.command) +
-           (scene.entry.result == "false" ? ", refused" : "");
+std::string TellReturned(const TranscriptEntry& entry) {
+    return "The module answers " + Describe(entry.command) + ": " + Outcome(entry.command) +
+           (entry.result == "false" ? ", refused" : "");
 }
 
 struct StepSentence {
@@ -95,34 +89,41 @@ constexpr auto kSteps = std::to_array<StepSentence>({
     {"unmapped", "The library is gone from memory"},
 });
 
-std::string TellStep(const Scene& scene) {
-    const auto* known = std::ranges::find(kSteps, std::string_view(scene.entry.step), &StepSentence::step);
-    const bool failed = scene.entry.result == "false";
-    return (failed || known == kSteps.end() ? scene.entry.step : known->sentence) + (failed ? " FAILED" : "") +
-           (scene.entry.note.empty() ? "" : " (" + scene.entry.note + ")");
+std::string TellStep(const TranscriptEntry& entry) {
+    const auto* known = std::ranges::find(kSteps, std::string_view(entry.step), &StepSentence::step);
+    const bool failed = entry.result == "false";
+    return (failed || known == kSteps.end() ? entry.step : known->sentence) + (failed ? " FAILED" : "") +
+           (entry.note.empty() ? "" : " (" + entry.note + ")");
 }
 
 struct Teller {
     const char* kind;
-    std::string (*tell)(const Scene&);
+    std::string (*tell)(const TranscriptEntry&);
 };
 
 constexpr auto kTellers = std::to_array<Teller>({
     {"sync-request", TellRequest},
     {"async-request",
-     [](const Scene& s) { return "The module asks for " + Describe(s.command) + " and does not wait"; }},
+     [](const TranscriptEntry& s) { return "The module asks for " + Describe(s.command) + " and does not wait"; }},
     {"reply",
-     [](const Scene& s) { return "The module replies to " + Describe(s.command) + ": " + Outcome(s.command); }},
+     [](const TranscriptEntry& s) {
+         return "The module replies to " + Describe(s.command) + ": " + Outcome(s.command);
+     }},
     {"event",
-     [](const Scene& s) { return "The module fires the event " + Describe(s.command) + ": " + Outcome(s.command); }},
+     [](const TranscriptEntry& s) {
+         return "The module fires the event " + Describe(s.command) + ": " + Outcome(s.command);
+     }},
     {"forward-event",
-     [](const Scene& s) { return "The module forwards " + Describe(s.command) + " to " + s.entry.note; }},
+     [](const TranscriptEntry& s) { return "The module forwards " + Describe(s.command) + " to " + s.note; }},
     {"returned", TellReturned},
     {"delivered",
-     [](const Scene& s) { return "The module has taken " + Describe(s.command) + ": " + Outcome(s.command); }},
-    {"withheld", [](const Scene& s) { return "Withheld, the module takes no events: " + Describe(s.command); }},
-    {"tone", [](const Scene& s) { return "The speaker has played " + s.entry.note; }},
-    {"enable-events", [](const Scene& s) { return "The module " + s.entry.step + "s its events"; }},
+     [](const TranscriptEntry& s) {
+         return "The module has taken " + Describe(s.command) + ": " + Outcome(s.command);
+     }},
+    {"withheld",
+     [](const TranscriptEntry& s) { return "Withheld, the module takes no events: " + Describe(s.command); }},
+    {"tone", [](const TranscriptEntry& s) { return "The speaker has played " + s.note; }},
+    {"enable-events", [](const TranscriptEntry& s) { return "The module " + s.step + "s its events"; }},
 });
 
 }  // namespace
@@ -132,10 +133,9 @@ std::string StatusText(std::uint32_t status) {
     return "status " + std::to_string(status) + (name.empty() ? "" : " (" + name + ")");
 }
 
-std::string TellStory(const TranscriptEntry& entry, const Command& command, long long milliseconds) {
+std::string TellStory(const TranscriptEntry& entry, long long milliseconds) {
     std::array<char, 32> time{};
     std::snprintf(time.data(), time.size(), "%5lld.%03lld s  ", milliseconds / 1000, milliseconds % 1000);
     const auto teller = std::ranges::find(kTellers, std::string_view(entry.kind), &Teller::kind);
-    return time.data() + (teller != kTellers.end() ? teller->tell : TellStep)({.entry = entry, .command = command}) +
-           "\n";
+    return time.data() + (teller != kTellers.end() ? teller->tell : TellStep)(entry) + "\n";
 }

@@ -44,20 +44,19 @@ CTranscript::CTranscript(const std::optional<std::string>& path, bool story, Lis
       listener_(std::move(listener)) {}
 
 void CTranscript::Write(const TranscriptEntry& entry) {
-    const Command command = entry.message.empty() ? Command() : CurrentCommand(entry.message, entry.commandIndex);
     const std::lock_guard guard(lock_);
     const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start_)
                                   .count();  // under the lock: in order
     if (file_ != nullptr) {
-        const std::string line = story_ ? TellStory(entry, command, milliseconds) : JsonLine(entry, milliseconds);
+        const std::string line = story_ ? TellStory(entry, milliseconds) : JsonLine(entry, milliseconds);
         if (std::fputs(line.c_str(), file_.get()) < 0 || std::fflush(file_.get()) != 0) {
             complete_ = false;
         }
     }
     if (listener_) {
-        listener_(entry, TellStory(entry, command, milliseconds));
+        listener_(entry, TellStory(entry, milliseconds));
     }
-    held_.push_back({.kind = entry.kind, .step = entry.step, .command = command});
+    held_.push_back({.kind = entry.kind, .step = entry.step, .command = entry.command});
     if (held_.size() > kMaxHeld) {
         held_.pop_front();
     }

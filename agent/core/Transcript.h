@@ -18,10 +18,11 @@ struct TranscriptEntry {
     std::string kind;
     std::string step;     // what was done, for a kind that stands for several things
     std::string message;  // the message's JSON text
-    int commandIndex = 0;
-    std::string answer;  // the JSON text of the message as it was answered
-    std::string result;  // JSON text
-    std::string note;    // the reason of a failure, the meaning of a number
+    Command command;      // the message's current one
+    std::string answer;   // the JSON text of the message as it was answered
+    Command given;        // what that is as a command
+    std::string result;   // JSON text
+    std::string note;     // the reason of a failure, the meaning of a number
 };
 
 /// What an await looks for; the empty members fit everything.

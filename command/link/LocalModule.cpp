@@ -77,7 +77,7 @@ void CLocalModule::SaveSettings() const {
 
 void CLocalModule::OnEntry(const TranscriptEntry& entry, const std::string& sentence) {
     if (entry.kind == "event") {
-        ledger_.OnModuleEvent(CurrentCommand(entry.message, entry.commandIndex));
+        ledger_.OnModuleEvent(entry.command);
     }
     if (options_.story || ConcernsOperator(entry)) {
         tell_(sentence);

@@ -36,8 +36,8 @@ void CControlNews::OnComponent(const Component& component) {
 
 /// @return the client that waits for this reply, 0 when nobody does
 std::uint64_t CControlNews::TakeAsker(const TranscriptEntry& entry) {
-    const auto operation = CurrentCommand(entry.message, entry.commandIndex).oc;
-    const auto found = std::ranges::find_if(waiting_, [&](const Waiting& one) { return one.operation == operation; });
+    const auto found =
+        std::ranges::find_if(waiting_, [&](const Waiting& one) { return one.operation == entry.command.oc; });
     if (entry.kind != "reply" || found == waiting_.end()) {
         return 0;
     }

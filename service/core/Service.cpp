@@ -210,7 +210,7 @@ void CService::OnTrace(const std::string& print) {
 /// On any of the module's threads.
 void CService::OnEntry(const TranscriptEntry& entry) {
     if (entry.kind == "event") {
-        ledger_.OnModuleEvent(CurrentCommand(entry.message, entry.commandIndex));
+        ledger_.OnModuleEvent(entry.command);
     }
     if (entry.kind == "event" || entry.kind == "reply") {
         inbox_.Post([this, entry] { listener_->OnModuleEntry(entry); });
