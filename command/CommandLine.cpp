@@ -29,15 +29,15 @@ std::span<const ProgramOptionRow> ProgramOptionTable() {
     static constexpr auto kRows = std::to_array<ProgramOptionRow>({
         {"--module", "LIB", "the alert module, instead of the installed one"},
         {"--socket", "PATH",
-         "the service's control socket, /run/em-alert/control by default; where no service answers,\n"
-         "the module is loaded by this command itself"},
+         "the service's control socket, /run/em-alert/control unless --module is given; where no\n"
+         "service answers, the module is loaded by this command itself"},
         {"--state", "DIR", "where alert settings and the history are kept when no service runs"},
         {"--trace", "LEVEL", "show the module's traces, 1 errors to 5 device detail"},
         {"--trace-file", "FILE", "append the traces to a file; SIGHUP opens it anew"},
         {"--no-trace-times", "", "leave the time of day out of traces"},
         {"--json", "", "print one JSON value"},
         {"--version", "", "print the version"},
-        {"-h,--help", "", "this text"},
+        {"-h,--help", "", "list the commands and options"},
     });
     return kRows;
 }

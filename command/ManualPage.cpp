@@ -30,12 +30,21 @@ std::string Arguments(std::string_view arguments) {
     return arguments.empty() ? std::string() : " " + Plain(arguments);
 }
 
+// Lists of names stand in sections of their own.
+std::string More(const CommandRow& row) {
+    constexpr std::string_view kBeforeList = " The names:\n";
+    const std::string_view more = row.more;
+    return more.ends_with(kBeforeList)
+               ? Plain(more.substr(0, more.size() - kBeforeList.size())) + "\nThe names are listed below.\n"
+               : Plain(more);
+}
+
 std::string Commands(bool ofConsole) {
     std::string text;
     for (const CommandRow& row : CommandTable()) {
         if ((row.needs == CommandRow::Needs::Console) == ofConsole) {
-            text += ".It Ic " + Plain(row.name) + Arguments(row.arguments) + "\n" + Sentence(row.help) +
-                    Plain(row.more) + (row.needs == CommandRow::Needs::Service ? "Needs the service.\n" : "");
+            text += ".It Ic " + Plain(row.name) + Arguments(row.arguments) + "\n" + Sentence(row.help) + More(row) +
+                    (row.needs == CommandRow::Needs::Service ? "Needs the service.\n" : "");
         }
     }
     return text;
@@ -143,7 +152,7 @@ A password that stands in no history and no list of processes:
 .Pp
 Report from a script:
 .Pp
-.Dl em-alert submit backup 2 "the tape is full"
+.Dl em-alert submit backup 2 \(dqthe tape is full\(dq
 .Sh SEE ALSO
 .Xr em-alert-agent 1 ,
 .Xr em-alertd 8

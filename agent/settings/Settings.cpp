@@ -43,7 +43,7 @@ constexpr auto kMailServerSettings = std::to_array<OperatorSetting>({
     {.name = "authentication",
      .id = kServerAuthenticationType,
      .kind = Kind::LogIn,
-     .meaning = "none, or smtp to log in with user and password"},
+     .meaning = "how to log in: none, or smtp with user and password"},
     {.name = "user", .id = kServerUserName, .kind = Kind::Text, .meaning = "who logs in"},
     {.name = "password",
      .id = kServerPassword,
@@ -52,7 +52,7 @@ constexpr auto kMailServerSettings = std::to_array<OperatorSetting>({
     {.name = "smtps",
      .id = kServerSmtps,
      .kind = Kind::Switch,
-     .meaning = "on: STARTTLS or no mail; for TLS at once see host"},
+     .meaning = "whether to insist on STARTTLS; for TLS at once see host"},
 });
 
 constexpr auto kAlertSettings = std::to_array<OperatorSetting>({
