@@ -11,7 +11,7 @@
 
 #include "agent/core/Files.h"
 #include "agent/core/Json.h"
-#include "agent/core/TextOutput.h"
+#include "agent/traces/TextOutput.h"
 
 constinit CTraceSink Debug;
 

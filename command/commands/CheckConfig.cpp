@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <filesystem>
@@ -126,12 +127,11 @@ void CheckAddresses(CIModuleLink& link, Findings& findings) {
     const bool hasAny = !recipients.empty() || !MailSettingText(link, kRecipientsCc).empty();
     findings.push_back({"recipients", hasAny ? State::Ok : State::Wrong,
                         hasAny ? recipients : "not set: em-alert set recipients ADDRESS"});
-    Command question;
-    question.oc = kReadConfigurationValue;
-    question.oe = kMailForStatusAlert;
-    const bool areMailed = AnswerNumber(link.AgentAnswer(question)).value_or(0) == 1;
+}
+
+void CheckMail(bool areMailed, const std::string& remedy, Findings& findings) {
     findings.push_back({"mail", areMailed ? State::Ok : State::Note,
-                        areMailed ? "alerts are mailed" : "alerts are not mailed: em-alert setting mail on"});
+                        areMailed ? "alerts are mailed" : "alerts are not mailed: " + remedy});
 }
 
 void CheckServer(const NumberedServer& server, Findings& findings) {
@@ -158,18 +158,15 @@ void CheckServer(const NumberedServer& server, Findings& findings) {
                                             (error == EAI_SYSTEM ? SystemWords(errno) : ::gai_strerror(error)))});
 }
 
-// Nobody has to have a service.
-void CheckService(const std::string& path, bool isExpected, Findings& findings) {
-    std::error_code ignored;
-    if (!isExpected && !std::filesystem::exists(path, ignored)) {
-        return;
-    }
+void CheckServiceConfig(const std::string& path, Findings& findings) {
     ServiceConfig config;
     std::vector<ConfigMistake> mistakes;
     if (ReadServiceConfig(path, config, mistakes)) {
         const std::size_t checks = config.checks.size();
         findings.push_back(
             {"em-alertd", State::Ok, path + ": " + (checks == 1 ? "one check" : std::to_string(checks) + " checks")});
+        const auto mail = std::ranges::find(config.alerts, std::uint32_t{kMailForStatusAlert}, &AlertSettingValue::id);
+        CheckMail(mail != config.alerts.end() && mail->data == "1", "mail = true in [alerts]", findings);
     }
     for (const ConfigMistake& mistake : mistakes) {
         findings.push_back({"em-alertd", State::Wrong, MistakeText(path, mistake)});
@@ -229,7 +226,13 @@ Outcome RunCheckConfig(CCommandContext& context, const CommandArguments& argumen
             }
         });
     }
-    const bool isNamed = !arguments.words.empty();
-    CheckService(isNamed ? arguments.words[0] : kServiceConfigFile, isNamed, findings);
+    const std::string config = arguments.words.empty() ? kServiceConfigFile : arguments.words[0];
+    std::error_code ignored;
+    if (!arguments.words.empty() || std::filesystem::exists(config, ignored)) {
+        CheckServiceConfig(config, findings);
+    } else if (hasModule) {  // nobody has to have a service
+        const Command answer = context.Link().AgentAnswer(MakeCommand(kReadConfigurationValue, kMailForStatusAlert));
+        CheckMail(AnswerNumber(answer).value_or(0) == 1, "em-alert setting mail on", findings);
+    }
     return ToOutcome(findings);
 }

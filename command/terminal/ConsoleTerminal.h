@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "agent/core/TextOutput.h"
+#include "agent/traces/TextOutput.h"
 #include "command/terminal/ConsoleWait.h"
 
 /// The command's two ends: lines come in on standard input, text goes out on standard output.

@@ -64,15 +64,15 @@ void CTableReader::Flag(const char* key, bool& target) {
 }
 
 void CTableReader::Duration(const char* key, std::chrono::milliseconds& target) {
-    std::string text;
-    Text(key, text);
-    if (text.empty() && (table_.get(key) == nullptr || !table_.get(key)->is_string())) {
+    const toml::node* node = Take(key);
+    if (node == nullptr) {
         return;
     }
-    if (const auto time = ParseDuration(text); time && time->count() > 0) {
+    const auto time = node->is_string() ? ParseDuration(*node->value<std::string>()) : std::nullopt;
+    if (time && time->count() > 0) {
         target = *time;
     } else {
-        Mistake(*table_.get(key), std::string(key) + R"( is a time with its unit, such as "10s", "1min" or "24h")");
+        Mistake(*node, std::string(key) + R"( is a time with its unit in quotes, such as "10s", "1min" or "24h")");
     }
 }
 

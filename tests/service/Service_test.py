@@ -18,6 +18,7 @@ import unittest
 from programs import COMMAND, LIBRARY, ProgramTest, read
 
 SERVICE = os.environ["EM_SERVICE"]
+KILLS = int(os.environ.get("EM_KILLS", 12))  # at random moments
 FILES = pathlib.Path(__file__).parents[2] / "service/files"
 
 CONFIG = """
@@ -142,15 +143,15 @@ class ServiceTest(ProgramTest):
     def test_sudden_ends_lose_nothing(self):
         self.start(head='parallel = 2')
         server = self.mail_server()
-        for turn in range(12):
+        for turn in range(KILLS):
             self.assertEqual(self.command("submit", f"report{turn}", "2", "failed")[0], 0)
             time.sleep(random.random() / 20)
             self.end()
             self.start()
-        names = {f"report{turn}" for turn in range(12)}
+        names = {f"report{turn}" for turn in range(KILLS)}
         self.awaits(lambda: {one["name"] for one in self.status()["components"]} >= names)
         # A mail that was taken in the very moment of an end may come twice.
-        self.awaits(lambda: len({mail["data"] for mail in server.mails()}) == 12)
+        self.awaits(lambda: len({mail["data"] for mail in server.mails()}) == KILLS)
 
     def test_a_mail_is_due_until_a_server_takes_it(self):
         self.start(more='kind = "update"')
