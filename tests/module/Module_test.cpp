@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <future>
 #include <pthread.h>
 #include <sys/file.h>
 
@@ -222,6 +223,40 @@ TEST_F(Faults, MailSettingsThatWereLockedAtTheStartAreImportedAndReadForTheNextM
         ::flock(lock.Get(), LOCK_UN);
     }
     EXPECT_TRUE(std::filesystem::exists(kFile));
+}
+
+/// Wherever something is traced, a thread of the agent, or the worker, may end.
+TEST_F(Faults, AThreadThatIsKilledInTheModuleDoesNotTakeTheProcessWithIt) {
+    const std::string kTestMail = R"("OC":"0x2242")";
+    const std::pair<const char*, std::function<void()>> kills[] = {
+        {": Beep alert ", [&] { module_->OnSwitchStarted(nullptr); }},
+        {"(RPL)", [&] { Event(); }},
+        {"Process alert: CABID", [&] { Event(); }},
+        {"Add error alert", [&] { Event(); }},
+        {"(REQ)", [&] { Request(kAcknowledge); }},
+        {"Clear all pending alerts", [&] { Event(), Request(kAcknowledge); }},
+        {"Generate system status test mail", [&] { Request(kTestMail); }},  // the worker
+    };
+    for (const auto& [text, call] : kills) {
+        const CTraceCapture trace;
+        std::promise<void> killed;
+        trace.Once(text, [&] {
+            ::pthread_cancel(::pthread_self());
+            killed.set_value();
+        });
+        const std::jthread agent(call);
+        EXPECT_EQ(killed.get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready) << text;
+    }
+    EXPECT_TRUE(module_->Stop());
+    EXPECT_EQ(agent_.Replies(), 0U);
+}
+
+TEST_F(Faults, TheLockOfTheSettingsIsReleasedBeforeItsOwnerGoes) {
+    const CTraceCapture trace;
+    EXPECT_EQ(Request(R"("OC":"0xE002","OE":"0x0412","DA":"ops@y")").first, 0U);
+    module_->OnSwitchStarted(nullptr);
+    EXPECT_EQ(trace.Count("apply file lock"), 2);
+    EXPECT_FALSE(trace.Has("release file lock"));
 }
 
 TEST_F(Faults, TestMailsAreAnsweredWithTheConsolesNumbersOthersWithTheResult) {
