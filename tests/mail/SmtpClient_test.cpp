@@ -11,6 +11,7 @@
 
 #include "mail/smtp/MailPayload.h"
 #include "mail/smtp/Smtp.h"
+#include "mail/smtp/SmtpDialogue.h"
 #include "support/DataRows.h"
 #include "support/PrivateNamespace.h"
 #include "support/TraceCapture.h"
@@ -174,6 +175,21 @@ TEST(SmtpClient, TracesItsWorkButNoPassword) {
     EXPECT_EQ(CSmtp().SendMail(kSender, Message("a@b", "c@d", "t"), host, server.Port(), "user", "pass word=", false),
               0);
     EXPECT_EQ(Named(trace.All() + "\n", server), ReadFile(EM_TEST_DATA "/transfer.traces"));
+}
+
+TEST(SmtpDialogue, IsHeardLineByLineWithoutCredentials) {
+    CSmtpDialogue dialogue;
+    std::string heard;
+    dialogue.SetListener([&](char speaker, const std::string& line) { heard = speaker + line; });
+    for (auto row : DataRows(EM_TEST_DATA "/dialogue.cases")) {
+        row.resize(6);
+        heard = row[0] + "-";
+        const auto type = row[0] == "*" ? CURLINFO_TEXT : row[0] == ">" ? CURLINFO_HEADER_OUT : CURLINFO_HEADER_IN;
+        EXPECT_EQ(CSmtpDialogue::Observe(nullptr, type, row[1].data(), row[1].size(), &dialogue), 0);
+        EXPECT_EQ(heard + "|" + dialogue.Step() + (dialogue.IsFarewell() ? "|bye|" : "||") + dialogue.LastRefusal(),
+                  row[0] + row[2] + "|" + row[3] + "|" + row[4] + "|" + row[5]);
+        CSmtpDialogue::Observe(nullptr, CURLINFO_DATA_OUT, row[1].data(), row[1].size(), &dialogue);
+    }
 }
 
 TEST(SmtpTls, DemandsATrustedCertificate) {
