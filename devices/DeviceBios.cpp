@@ -27,8 +27,6 @@ CDeviceBios::~CDeviceBios() {
     EM_TRACE(5, "\nCDeviceBios         : ~CDeviceBios()");
     EM_TRACE(4, "\nCDeviceBiosBase     :   disconnect from BIOS device");
     Unmap();
-    connected_ = false;
-    Close();
 }
 
 void* CDeviceBios::MapPhysicalMemory(unsigned int high, unsigned int low, unsigned long length, bool readWrite) {

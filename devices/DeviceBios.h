@@ -38,7 +38,7 @@ private:
     void Unmap();
     void* Fail(int error);
 
-    bool connected_ = false;
+    bool connected_{};
     CUniqueFd memory_;
     std::uint32_t mappedBase_{};    // physical, page-aligned
     std::uint32_t mappedLength_{};  // from that base

@@ -30,12 +30,6 @@ CDeviceBusIoBase::CDeviceBusIoBase(const char* path)
     EM_TRACE(4, "\nCDeviceBusIoBase    : %sconnected", connected_ ? "" : "not");
 }
 
-CDeviceBusIoBase::~CDeviceBusIoBase() {
-    if (connected_) {
-        Close();
-    }
-}
-
 bool CDeviceBusIo::WritePort(std::uint32_t port, std::uint32_t width, std::uint32_t value) {
     PortRequest request{port, width, value};
     return IoControl(kPortWriteRequest, &request, sizeof request, nullptr, 0, nullptr);

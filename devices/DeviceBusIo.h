@@ -7,14 +7,11 @@ class CDeviceBusIoBase : public CDeviceIo {
 public:
     /// @param path  the driver's node; null leaves the object unconnected
     explicit CDeviceBusIoBase(const char* path);
-    ~CDeviceBusIoBase() override;
-    CDeviceBusIoBase(const CDeviceBusIoBase&) = delete;
-    CDeviceBusIoBase& operator=(const CDeviceBusIoBase&) = delete;
 
     bool IsConnected() const { return connected_; }
 
 private:
-    bool connected_ = false;
+    bool connected_{};
 };
 
 /// I/O-port access through the bus-I/O driver.

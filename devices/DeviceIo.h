@@ -82,7 +82,7 @@ private:
     bool CloseThreadHandle();
 
     long long handle_ = kNoHandle;
-    mutable std::atomic<std::uint32_t> lastError_{0};
+    mutable std::atomic<std::uint32_t> lastError_{};
     CDeviceIoExtensionData* extension_ = nullptr;  // shared with the threads that hold a descriptor
     std::string path_;
     std::uint32_t access_;

@@ -100,7 +100,7 @@ private:
 
     const SpeakerBlock& block_;
     std::uint32_t passes_;
-    bool tookTime_ = false;
+    bool tookTime_{};
 };
 
 }  // namespace

@@ -8,8 +8,8 @@ struct _ExtensionModuleProperties;
 
 /// The two halves of a module id.
 struct _CMD_MODULEID {
-    std::uint16_t low = 0;
-    std::uint16_t high = 0;
+    std::uint16_t low{};
+    std::uint16_t high{};
 };
 
 /// The agent's core as a module sees it. The agent supplies the object and keeps it until the module is deleted. The

@@ -217,7 +217,7 @@ void CFileLock::WriteHolder(const char* owner) {
 
 bool CFileLock::UnlockFile(const char* path) {
     if (fd_) {
-        Release(path != nullptr && *path != '\0' ? LockFileName(path) : std::string());
+        Release(path != nullptr ? LockFileName(path) : std::string());
     }
     return true;
 }

@@ -65,6 +65,6 @@ private:
 
     CUniqueFd fd_;  // open exactly while the lock is held
     std::string path_;
-    unsigned int lastError_ = 0;
+    unsigned int lastError_{};
     std::string holder_;
 };

@@ -26,7 +26,7 @@ bool ParseDecimal(std::string text, unsigned short& value) {
     CLumeString::TrimLeft(text, " \t\r\n");
     CLumeString::TrimRight(text, " \t\r\n");
     const char* const end = text.data() + text.size();
-    unsigned short number = 0;
+    unsigned short number{};
     const auto result = std::from_chars(text.data(), end, number);
     const bool isNumber = result.ec == std::errc() && result.ptr == end;
     if (isNumber) {
@@ -134,7 +134,7 @@ bool CNotificationConfig::GetSmtpServerAuthenticationUserPassword(std::string& p
     if (!FindSmtpServerElem(index) || !Enter("Authentication") || !ReadText("Password", stored)) {
         return false;
     }
-    unsigned short encryption = 0;
+    unsigned short encryption{};
     const bool isEnciphered = ParseDecimal(GetAttrib("Encryption"), encryption) &&
                               encryption == static_cast<int>(PasswordEncryptionType::Enciphered);
     if (isEnciphered) {

@@ -61,7 +61,6 @@ void CRijndael::Decrypt(const std::string& text, std::string& out) {
 
 std::string CRijndael::base64_encode(const unsigned char* bytes, unsigned long length) {
     std::string text;
-    text.reserve((length + 2) / 3 * 4);
     for (unsigned long i = 0; i < length; i += 3) {
         const unsigned long count = std::min(length - i, 3UL);
         unsigned int group = 0;
@@ -77,7 +76,6 @@ std::string CRijndael::base64_encode(const unsigned char* bytes, unsigned long l
 
 std::string CRijndael::base64_decode(const std::string& text) {
     std::string bytes;
-    bytes.reserve(text.size() / 4 * 3 + 2);
     unsigned int bits = 0;
     int bitCount = 0;
     for (const char c : text) {

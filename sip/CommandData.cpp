@@ -82,7 +82,7 @@ std::uint64_t CCommandData::TextBits(const value& text) {
     std::string_view digits = View(text);
     int base = 10;
     bool negative = false;
-    if (digits.size() >= 3 && (digits.starts_with("0x") || digits.starts_with("0X"))) {
+    if (digits.starts_with("0x") || digits.starts_with("0X")) {
         base = 16;
         digits.remove_prefix(2);
     } else if (digits.size() >= 2 && digits.front() == '0') {
@@ -151,6 +151,8 @@ CCommandData::Kind CCommandData::GetKind() const {
 unsigned int CCommandData::Size() const {
     std::uint64_t size = 0;
     switch (GetKind()) {
+        case Kind::None:
+            break;
         case Kind::Integer:
             size = sizeof(std::uint64_t);
             break;
@@ -173,9 +175,6 @@ unsigned int CCommandData::Size() const {
             break;
         case Kind::Raw:
             size = RawArray()->Size();
-            break;
-        case Kind::None:
-            break;
     }
     return static_cast<unsigned int>(std::min<std::uint64_t>(size, std::numeric_limits<unsigned int>::max()));
 }
@@ -219,7 +218,6 @@ bool CCommandData::ToText(std::string& out, unsigned long max) const {
 
 bool CCommandData::ToBytes(std::vector<unsigned char>& out) const {
     std::vector<unsigned char> bytes;
-    bytes.reserve(Size());
     switch (GetKind()) {
         case Kind::Integer:
             AppendLittleEndian(bytes, NumberBits(*data_), sizeof(std::uint64_t));

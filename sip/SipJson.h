@@ -151,7 +151,7 @@ private:
     // Where the pool begins: usual messages need no heap. With it a message takes 1 KiB wherever it is kept.
     static constexpr std::size_t kOwnBytes = 824;
 
-    std::uint64_t context_ = 0;
+    std::uint64_t context_{};
     alignas(std::max_align_t) char ownMemory_[kOwnBytes];
     CRapidJsonUtil::Allocator pool_;
     CRapidJsonUtil::Document document_;

@@ -36,7 +36,7 @@ bool BuildValue(CRapidJsonUtil::value& to, CRapidJsonUtil::Allocator& allocator,
     alignas(std::max_align_t) char scratch[kStackBytes + 64];
     CRapidJsonUtil::Allocator stack(scratch, sizeof(scratch), kHeapChunk, CRapidJsonUtil::Heap());
     Builder builder(&allocator, kStackBytes, &stack);
-    bool built = false;
+    bool built{};
     auto collect = [&](CValueBuilder::Document& /*same as builder*/) { return built = generate(builder); };
     builder.Populate(collect);
     if (built) {

@@ -106,7 +106,7 @@ void CTaskSerializer<Message>::TaskHandler() {
     EM_TRACE(4, "\nCTaskSerializer     : START THREAD TaskHandler()!");
     Guarded("OnSerializationStarted", [&] { OnSerializationStarted(); });
     while (WaitForTask()) {
-        _TaskPriority level = 0;
+        _TaskPriority level{};
         std::unique_ptr<Record> record = TakeTask(level);
         if (record == nullptr) {
             continue;
@@ -137,7 +137,7 @@ void CTaskSerializer<Message>::RunTask(Record& record, _TaskPriority level) {
 
 template <class Message>
 void CTaskSerializer<Message>::ReleasePendingTasks() {
-    _TaskPriority level = 0;
+    _TaskPriority level{};
     while (TakeTask(level) != nullptr) {
     }
 }

@@ -87,7 +87,7 @@ protected:
 private:
     struct Level {
         std::unique_ptr<CTaskQueue> queue;
-        std::atomic<bool> accepting{false};
+        std::atomic<bool> accepting{};
     };
 
     bool Start(CThread::Function entry, void* argument) EM_REQUIRES(workerLock_);
@@ -102,8 +102,8 @@ private:
     const CEvent wakeEvent_{false, true};
     CMutex workerLock_;  // held while the worker is started or stopped
     CThread worker_ EM_GUARDED_BY(workerLock_);
-    std::atomic<bool> isWorkerMissing_{false};
+    std::atomic<bool> isWorkerMissing_{};
     const std::uint64_t stackSize_ = 0;
     const unsigned int numberOfLevels_;
-    std::atomic<bool> terminate_{false};
+    std::atomic<bool> terminate_{};
 };

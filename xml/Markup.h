@@ -28,7 +28,7 @@ public:
         pugi::xml_node parent_;
         pugi::xml_node element_;
         pugi::xml_node child_;
-        unsigned int generation_ = 0;
+        unsigned int generation_{};
     };
 
     CMarkup();

@@ -114,10 +114,10 @@ bool CAlertExtensionModule::Stop() {
     stopping_ = true;
     TerminateSerialization();
     beeper_.Close();
-    CExtensionModule::Stop();
+    const bool isStopped = CExtensionModule::Stop();
     EM_TRACE(1, "\n\n### Stop of module %s completed successfully ###", GetName());
     TraceRule();
-    return true;
+    return isStopped;
 }
 
 void CAlertExtensionModule::LoadConfiguration() {
@@ -171,7 +171,7 @@ bool CAlertExtensionModule::ModuleRequest(SipJson& message) {
         TrySetStatus(message, kException);
         EM_TRACE(1, "\nEM_ALERT (REQUEST)  : ## EXCEPTION! CABID %04d: OpCode 0x%04X-0x%04X ObjId 0x%04X Status 0x%02X",
                  static_cast<int>(message.GetElem("CA")), message.GetElem("OC"), message.GetElem("OE"),
-                 message.GetElem("OI"), message.GetCmdElemValue(message.GetCmdIndex(), "ST", kException));
+                 message.GetElem("OI"), static_cast<unsigned int>(kException));
     }
     TraceRequestOut(message, 2);
     return true;

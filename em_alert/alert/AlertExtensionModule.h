@@ -107,7 +107,7 @@ private:
     void LoadConfiguration();
     void LoadSettings(SettingRow::Load when);
 
-    std::atomic<bool> stopping_{false};
+    std::atomic<bool> stopping_{};
     CAgentLink link_{*this};
     CAlertSettingsStore settings_;
     CNotificationSettings mailSettings_;

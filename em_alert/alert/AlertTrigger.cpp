@@ -90,7 +90,6 @@ void CAlertTrigger::MailSystemStatus(const SipJson& event, unsigned char systemS
 void CAlertTrigger::ProcessUpdateAlert(const SipJson& event) {
     EM_TRACE(3, "\nEM_ALERT (REPLY)    : Handle CM_UmServerUpdateAlert");
     std::vector<unsigned char> data;
-    data.reserve(CLogMsgArguments::kHeaderSize);
     if (!event.GetCmdDataStream(event.GetCmdIndex(), data)) {
         EM_TRACE(1, "\nEM_ALERT            : ERROR! Event CM_UmServerUpdateAlert missing event data");
         return;

@@ -96,12 +96,15 @@ public:
 
     static unsigned int ServerCabinetNumber();
 
+    /// The id under which the agent knows the module, as Start was told; 0 before.
+    unsigned int ModuleId() const { return static_cast<unsigned int>(moduleIdHigh_) << 16 | moduleIdLow_; }
+
 private:
     bool PrepareRequest(SipJson& message);
     void TraceSipAs(int level, const char* suffix, const SipJson& message) const;
 
     CISwitch* switch_ = nullptr;
-    std::uint16_t moduleIdLow_ = 0;
-    std::uint16_t moduleIdHigh_ = 0;
+    std::uint16_t moduleIdLow_{};
+    std::uint16_t moduleIdHigh_{};
     std::atomic<bool> switchShutdown_{false};
 };

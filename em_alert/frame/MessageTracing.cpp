@@ -13,7 +13,7 @@ namespace {
 
 /// What a line says of the data: a number itself, a structure as JSON, of everything else the length.
 std::string DataSummary(const SipJson& message, int command) {
-    if (unsigned int number = 0;
+    if (unsigned int number{};
         message.GetCmdDataType(command) == rapidjson::kNumberType && message.GetCmdUIntData(command, number)) {
         return " Data " + std::to_string(static_cast<int>(number));
     }

@@ -11,8 +11,8 @@ struct ModuleInstance {
     CIExtensionModule* module = nullptr;
 
     /// The cabinet number of this server, as the agent told it. Any thread.
-    std::atomic<unsigned int> serverCabinetNumber{0};
-    std::atomic<bool> serverCabinetNumberKnown{false};
+    std::atomic<unsigned int> serverCabinetNumber{};
+    std::atomic<bool> serverCabinetNumberKnown{};
 };
 
 extern ModuleInstance moduleInstance;

@@ -20,7 +20,7 @@ struct SmptSettings {
     std::string host;  ///< name or address; an empty one marks an unusable entry
     std::string userName;
     std::string password;  ///< plain
-    unsigned short port = 0;
+    unsigned short port{};
     bool useTls = false;
     unsigned char authenticationType = 0;  ///< CNotificationConfig::AuthenticationType; not 0: log in
 };
@@ -75,7 +75,7 @@ private:
 
     CMutex lock_;
     CNotificationConfig file_ EM_GUARDED_BY(lock_);
-    std::atomic<bool> isDue_{false};
+    std::atomic<bool> isDue_{};
     mutable CMutex snapshotLock_;
     std::shared_ptr<const Snapshot> snapshot_ EM_GUARDED_BY(snapshotLock_) = std::make_shared<Snapshot>();
 };

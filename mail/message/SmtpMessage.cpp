@@ -6,7 +6,6 @@
 
 std::string ToCrLf(std::string_view text) {
     std::string converted;
-    converted.reserve(text.size());
     char previous = '\0';
     for (const char c : text) {
         if (c == '\n' && previous != '\r') {

@@ -6,7 +6,9 @@
 
 namespace {
 
-constexpr int kLongestWait = 300;  // of 10 ms
+using namespace std::chrono_literals;
+
+constexpr auto kLongestWait = 3s;
 
 bool KeepLoaded() {
     Dl_info library{};
@@ -26,8 +28,9 @@ public:
     }
     ~CLibrary() {
         exiting_ = true;
-        for (int i = 0; i < kLongestWait && uses_ != 0; ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        const auto end = std::chrono::steady_clock::now() + kLongestWait;
+        while (uses_ != 0 && std::chrono::steady_clock::now() < end) {
+            std::this_thread::sleep_for(10ms);
         }
     }
     CLibrary(const CLibrary&) = delete;

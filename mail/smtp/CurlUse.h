@@ -34,6 +34,6 @@ private:
     class CLibrary;
     static const CLibrary& Library();
 
-    static inline std::atomic<int> uses_{0};
-    static inline std::atomic<bool> exiting_{false};
+    static inline std::atomic<int> uses_{};
+    static inline std::atomic<bool> exiting_{};
 };

@@ -4,13 +4,13 @@
 
 /// One mail server, and how to get in.
 struct MailServer {
-    std::string host;         ///< name or address, with "smtp://" or "smtps://" before it or not
-    unsigned short port = 0;  ///< TCP
-    bool logsIn = false;      ///< with user name and password, even empty ones
+    std::string host;       ///< name or address, with "smtp://" or "smtps://" before it or not
+    unsigned short port{};  ///< TCP
+    bool logsIn{};          ///< with user name and password, even empty ones
     std::string userName;
     std::string password;  ///< in plain text; never traced
 
     /// Insists on an encrypted connection (by STARTTLS, unless the server is an smtps one). The server's certificate is
     /// checked against the system's store.
-    bool useTls = false;
+    bool useTls{};
 };

@@ -1,9 +1,9 @@
 #include "mail/texts/DateTime.h"
 
 #include <clocale>
-#include <cstdarg>
-#include <cstdio>
+#include <utility>
 
+#include "mail/text/LumeString.h"
 #include "platform/diagnostics/Trace.h"
 #include "platform/threads/ModuleObjects.h"
 
@@ -36,15 +36,6 @@ std::tm ToCalendar(std::time_t localSeconds) {
     return calendar;
 }
 
-__attribute__((format(printf, 1, 2))) std::string Print(const char* format, ...) {
-    char text[64];
-    va_list numbers;
-    va_start(numbers, format);
-    std::vsnprintf(text, sizeof text, format, numbers);
-    va_end(numbers);
-    return text;
-}
-
 }  // namespace
 
 long CDateTime::LocalTimeOffset() {
@@ -61,12 +52,16 @@ std::time_t CDateTime::LocalNow() {
 
 void CDateTime::JapanDate(std::string& out, std::time_t localSeconds) {
     const std::tm calendar = ToCalendar(localSeconds);
-    out = Print("%d年%02d月%02d日", calendar.tm_year + 1900, calendar.tm_mon + 1, calendar.tm_mday);
+    CLumeString text;
+    text.Format("%d年%02d月%02d日", calendar.tm_year + 1900, calendar.tm_mon + 1, calendar.tm_mday);
+    out = std::move(text);
 }
 
 void CDateTime::JapanTime(std::string& out, std::time_t localSeconds) {
     const std::tm calendar = ToCalendar(localSeconds);
-    out = Print("%02d:%02d:%02d", calendar.tm_hour, calendar.tm_min, calendar.tm_sec);
+    CLumeString text;
+    text.Format("%02d:%02d:%02d", calendar.tm_hour, calendar.tm_min, calendar.tm_sec);
+    out = std::move(text);
 }
 
 std::string CDateTime::Format(const char* format, std::time_t localSeconds) {

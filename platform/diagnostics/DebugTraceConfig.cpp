@@ -7,7 +7,7 @@
 #include "platform/Cancellation.h"
 #include "platform/files/DirectoryEntries.h"
 
-std::atomic<bool> CDebugTraceConfig::tracingEnabled{false};
+std::atomic<bool> CDebugTraceConfig::tracingEnabled{};
 
 namespace {
 

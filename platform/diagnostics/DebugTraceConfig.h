@@ -51,11 +51,11 @@ private:
     void LoadModuleSection(const CDebugTraceConfigFile& section);
 
     const char* const moduleName_;
-    std::atomic<unsigned int> currentLevel_{0};
-    std::atomic<unsigned int> traceFlags_{0};
-    std::atomic<unsigned int> memoryTraces_{0};
-    std::atomic<unsigned int> updateInterval_{0};  // seconds; 0 = never
-    std::atomic<std::time_t> lastCheck_{0};
+    std::atomic<unsigned int> currentLevel_{};
+    std::atomic<unsigned int> traceFlags_{};
+    std::atomic<unsigned int> memoryTraces_{};
+    std::atomic<unsigned int> updateInterval_{};  // seconds; 0 = never
+    std::atomic<std::time_t> lastCheck_{};
 
     CMutex rereadLock_;
     std::string directory_;

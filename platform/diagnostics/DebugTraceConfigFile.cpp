@@ -68,7 +68,6 @@ bool CDebugTraceConfigFile::GetNumberFromIniFile(const char* key, unsigned int& 
 
 void CDebugTraceConfigFile::CloseSectionInIniFile() {
     sectionText_.clear();
-    size_ = 0;
     modified_ = {};
 }
 

@@ -40,6 +40,6 @@ private:
 
     std::string path_;
     std::string sectionText_;
-    off_t size_ = 0;
+    off_t size_{};
     timespec modified_{};
 };

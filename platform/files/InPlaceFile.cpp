@@ -66,7 +66,7 @@ bool CInPlaceFile::Replace(std::string_view text, std::size_t begin, std::size_t
     const std::string_view inside = std::string_view(tail).substr(0, room);
     const std::string_view beyond = std::string_view(tail).substr(room);
 
-    std::size_t overwritten = 0;
+    std::size_t overwritten{};
     bool done = WriteAt(file, beyond, text.size()) == beyond.size();
     if (done) {
         overwritten = WriteAt(file, inside, begin);

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <cstdio>
+#include <sstream>
 
 namespace {
 
@@ -10,13 +11,11 @@ constexpr std::size_t kIpv6Size = 16;
 
 /// All eight groups, for the case that the C library refuses to write the text.
 std::string HexadecimalGroups(const std::vector<unsigned char>& bytes) {
-    std::string text;
+    std::ostringstream text;
     for (std::size_t i = 0; i < bytes.size(); i += 2) {
-        char group[8];
-        std::snprintf(group, sizeof group, "%s%x", i == 0 ? "" : ":", bytes[i] * 256U + bytes[i + 1]);
-        text += group;
+        text << (i == 0 ? "" : ":") << std::hex << bytes[i] * 256U + bytes[i + 1];
     }
-    return text;
+    return text.str();
 }
 
 }  // namespace

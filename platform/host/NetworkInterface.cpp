@@ -8,6 +8,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <system_error>
+#include <tuple>
 
 #include "platform/files/UniqueFd.h"
 #include "platform/host/InterfaceAddresses.h"
@@ -30,11 +31,9 @@ std::vector<CInterfaceAddress> read_addresses(const std::string& name, unsigned 
 }
 
 /// Orders IPv6 addresses by what they are worth to others: the smaller the better.
-int rank(const ifaddrmsg& address) {
-    const int confined = address.ifa_scope == RT_SCOPE_UNIVERSE ? 0 : 4;
-    const int deprecated = (address.ifa_flags & IFA_F_DEPRECATED) == 0 ? 0 : 2;
-    const int temporary = (address.ifa_flags & IFA_F_TEMPORARY) == 0 ? 0 : 1;
-    return confined + deprecated + temporary;
+auto rank(const ifaddrmsg& address) {
+    const bool is_confined = address.ifa_scope != RT_SCOPE_UNIVERSE;
+    return std::tuple(is_confined, address.ifa_flags & IFA_F_DEPRECATED, address.ifa_flags & IFA_F_TEMPORARY);
 }
 
 }  // namespace

@@ -4,14 +4,14 @@
 
 /// The kinds of names a computer goes by; only the last one is supported here.
 enum _COMPUTER_NAME_FORMAT {
-    ComputerNameNetBIOS = 0,
-    ComputerNameDnsHostname = 1,
-    ComputerNameDnsDomain = 2,
-    ComputerNameDnsFullyQualified = 3,
-    ComputerNamePhysicalNetBIOS = 4,
-    ComputerNamePhysicalDnsHostname = 5,
-    ComputerNamePhysicalDnsDomain = 6,
-    ComputerNamePhysicalDnsFullyQualified = 7,
+    ComputerNameNetBIOS,
+    ComputerNameDnsHostname,
+    ComputerNameDnsDomain,
+    ComputerNameDnsFullyQualified,
+    ComputerNamePhysicalNetBIOS,
+    ComputerNamePhysicalDnsHostname,
+    ComputerNamePhysicalDnsDomain,
+    ComputerNamePhysicalDnsFullyQualified,
 };
 
 class COsInfo {

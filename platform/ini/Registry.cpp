@@ -19,7 +19,7 @@ namespace {
 struct CFile {
     std::string path;
     CRegistryValues values;
-    int error = 0;      // of reading it
+    int error{};        // of reading it
     std::string fault;  // for people; empty when it is whole
 
     bool IsWhole() const { return fault.empty(); }

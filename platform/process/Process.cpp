@@ -64,12 +64,10 @@ public:
     }
 
     int Spawn(pid_t& pid, const std::vector<std::string>& command) const {
-        std::vector<char*> words;
-        words.reserve(command.size() + 1);
-        for (const std::string& word : command) {
-            words.push_back(const_cast<char*>(word.c_str()));  // the C library promises not to write
-        }
-        words.push_back(nullptr);
+        std::vector<char*> words(command.size() + 1);  // with a null behind the last
+        std::ranges::transform(command, words.begin(), [](const std::string& word) {
+            return const_cast<char*>(word.c_str());  // the C library promises not to write
+        });
         return ::posix_spawnp(&pid, words.front(), &actions_, &attributes_, words.data(), environ);
     }
 
@@ -181,7 +179,7 @@ int CProcess::Start(const std::vector<std::string>& command) {
     if (!CanRun(command)) {
         return EINVAL;
     }
-    int ends[2] = {-1, -1};
+    int ends[2]{};
     if (::pipe2(ends, O_CLOEXEC) != 0) {
         return errno;
     }

@@ -29,14 +29,14 @@ public:
             Stuck,      ///< killed, but the kernel does not let it go yet (a dead disk or NFS server); `value` is 0
         };
         EHow how = EHow::Lost;
-        int value = 0;
+        int value{};
 
         bool operator==(const CEnd&) const = default;
     };
 
     struct CMemory {
-        std::uint64_t residentBytes = 0;
-        std::uint64_t virtualBytes = 0;
+        std::uint64_t residentBytes{};
+        std::uint64_t virtualBytes{};
     };
 
     CProcess() = default;
@@ -98,7 +98,7 @@ public:
 private:
     CEnd Reap();
 
-    pid_t pid_ = 0;
+    pid_t pid_{};
     CUniqueFd pidFd_;
     CUniqueFd output_;
 };

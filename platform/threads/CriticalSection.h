@@ -22,8 +22,8 @@ public:
 private:
     CMutex mutex_;
     // A thread finds its own id here only if it stored it itself, so relaxed order is enough.
-    std::atomic<pthread_t> owner_{0};
-    unsigned int depth_ = 0;  // the owner's
+    std::atomic<pthread_t> owner_{};
+    unsigned int depth_{};  // the owner's
     const bool enabled_;
 };
 

@@ -1,6 +1,7 @@
 #include "platform/threads/EventBlock.h"
 
 #include <cerrno>
+#include <chrono>
 #include <ctime>
 #include <new>
 #include <utility>
@@ -12,13 +13,11 @@
 namespace {
 
 timespec Deadline(unsigned int timeoutMs, const CEventBlock& block) {
-    constexpr long kNanosecondsPerSecond = 1000000000;
+    using namespace std::chrono;
     timespec begin{};
     ::clock_gettime(CLOCK_MONOTONIC, &begin);
-    timespec end = begin;
-    end.tv_nsec += static_cast<long>(timeoutMs % 1000) * 1000000;
-    end.tv_sec += timeoutMs / 1000 + end.tv_nsec / kNanosecondsPerSecond;
-    end.tv_nsec %= kNanosecondsPerSecond;
+    const nanoseconds time = seconds(begin.tv_sec) + nanoseconds(begin.tv_nsec) + milliseconds(timeoutMs);
+    const timespec end{floor<seconds>(time).count(), (time % seconds(1)).count()};
     EM_TRACE(5,
              "prepare time for waiting on event %p <%s> (ts_beg:sec=%ld,ts_beg:nsec=%ld) -> (ts:sec=%ld,ts:nsec=%ld)\n",
              static_cast<const void*>(&block), block.Label(), begin.tv_sec, begin.tv_nsec, end.tv_sec, end.tv_nsec);

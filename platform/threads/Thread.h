@@ -55,7 +55,7 @@ private:
     bool Cancel(pthread_t thread);
 
     std::atomic<pthread_t> thread_{0};
-    bool waitable_ = true;
+    bool waitable_{};
     char name_[16] = {};  // the kernel's limit, with the final NUL
     std::shared_ptr<Body> body_;
 };

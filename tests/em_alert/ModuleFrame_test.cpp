@@ -23,6 +23,7 @@ public:
         return static_cast<int>(code & 0xFF) + (p2 > p1 ? 100 : 0);
     }
     using CExtensionModule::IsSwitchShutdown;
+    using CExtensionModule::ModuleId;
 };
 
 class CExposedTasks : public CAlertExtensionModule {
@@ -97,6 +98,7 @@ TEST_F(ModuleFrame, WhatAModuleDoesNotDoItselfIsNotDone) {
 TEST_F(ModuleFrame, RequestsAndEventsGoThroughTheSwitch) {
     module_.Start(&agent_, 0x00050003);
     EXPECT_EQ(agent_.runModeQueries, 1U);  // though nothing is traced
+    EXPECT_EQ(module_.ModuleId(), 0x00050003U);
     SipJson bare = MessageOf(R"({"OC":1})");
     module_.SyncRequest(bare, 5000);
     SipJson addressed = MessageOf(R"({"OC":1,"CA":5})");
@@ -144,7 +146,7 @@ TEST_F(ModuleFrame, TellsLocalFromForeignRequests) {
 TEST_F(ModuleFrame, RunModes) {
     module_.Start(&agent_, 0);
     std::ostringstream modes;
-    for (const unsigned int mode : {1U, 5U, 8U, 10U}) {
+    for (const unsigned int mode : {1U, 5U, 8U, 9U, 10U, 11U, 26U}) {
         agent_.runMode = mode;
         modes << mode << " agentless " << module_.IsAgentlessMode() << " updates " << module_.IsUMEMode() << " "
               << module_.GetSysLogName() << "\n";
@@ -179,7 +181,7 @@ TEST_F(ModuleFrame, ExportsTraceWhatTheyDo) {
         for (const unsigned int action : {0U, 1U, 2U, 3U, 4U, 5U}) {
             EXPECT_EQ(EM_SetupAction(action), 1);
         }
-        module_.SetServerCabinetNumber(7);
+        EXPECT_TRUE(module_.SetServerCabinetNumber(7) && moduleInstance.serverCabinetNumberKnown);
         module_.Start(&agent_, 1);
         module_.Notify(0x30000, reinterpret_cast<void*>(5), reinterpret_cast<void*>(6));
         EXPECT_EQ(module_.Notify(0x12345, nullptr, nullptr), 0x45);
@@ -242,6 +244,7 @@ TEST_F(ModuleFrame, OperationsOfTheAlertModule) {
     CLumeString text("$(hostname)");
     module.Start(&agent_, 0);
     SipJson unknown = MessageOf(R"({"OC":1})");
+    EXPECT_TRUE(module.InsertTask(unknown, 0, nullptr) && !module.InsertTask(unknown, 1, nullptr));
     module.OnTaskExecution(unknown, CExposedTasks::_TaskPriority{});
     result << agent_.calls.back() << "\n";
     result << CAlertExtensionModule::ContainsVariableName(text, "$(HostName)")

@@ -66,8 +66,10 @@ TEST(SipJson, StartsAfreshWithItsMemoryAndReachesTheLastIndex) {
     EXPECT_EQ(Json(message), R"({"SIP":{"V":1,"CMD":[]}})");
     EXPECT_TRUE(message.GetCmdIndex() == 65535 && message.GetAllocator().Size() == fresh);
     message.SetReplyDataString("", 0);
+    message.SetContext(5);
+    EXPECT_TRUE(SipJson(message).GetContext() == 0 && message.GetContext() == 5);
     message = SipJson();
-    EXPECT_EQ(message.GetAllocator().Size(), fresh);
+    EXPECT_TRUE(message.GetAllocator().Size() == fresh && message.GetContext() == 0);
 }
 
 TEST(SipJson, ReadsMembersAsNumbers) {
