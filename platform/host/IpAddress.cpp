@@ -1,8 +1,9 @@
 #include "platform/host/IpAddress.h"
 
 #include <arpa/inet.h>
+#include <charconv>
 #include <cstdio>
-#include <sstream>
+#include <iterator>
 
 namespace {
 
@@ -11,11 +12,13 @@ constexpr std::size_t kIpv6Size = 16;
 
 /// All eight groups, for the case that the C library refuses to write the text.
 std::string HexadecimalGroups(const std::vector<unsigned char>& bytes) {
-    std::ostringstream text;
+    std::string text;
     for (std::size_t i = 0; i < bytes.size(); i += 2) {
-        text << (i == 0 ? "" : ":") << std::hex << bytes[i] * 256U + bytes[i + 1];
+        char group[sizeof "ffff"];
+        const auto end = std::to_chars(std::begin(group), std::end(group), bytes[i] * 256U + bytes[i + 1], 16);
+        text.append(i == 0 ? "" : ":").append(group, end.ptr);
     }
-    return text.str();
+    return text;
 }
 
 }  // namespace
