@@ -40,6 +40,7 @@ install(FILES command/em-alert.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-co
 # The documents keep their places to each other, for their links.
 set(document_dir ${CMAKE_INSTALL_DATADIR}/doc/em-alert)
 install(FILES service/files/em-alertd.toml DESTINATION ${document_dir}/examples)
+install(PROGRAMS service/files/mdadm-program service/files/smartd-exec DESTINATION ${document_dir}/examples)
 install(FILES CHANGELOG.md LICENSE SECURITY.md DESTINATION ${document_dir})
 install(DIRECTORY docs DESTINATION ${document_dir} FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN minimal-host.cpp)
 

@@ -274,6 +274,21 @@ if-installed = true
         self.assertRegex(run.stdout, r"(?m)^disks: (OK|WARNING|CRITICAL) - DISK")
         self.assertEqual((run.returncode, run.stderr), (0, ""))
 
+    def test_others_report(self):
+        self.start()
+        self.file("em-alert", f'#!/bin/sh\nexec {COMMAND} --socket {self.socket} "$@"\n').chmod(0o755)
+        path = {"PATH": f"{self.folder}:/usr/bin:/bin"}
+        smart = {"SMARTD_DEVICE": "/dev/sda", "SMARTD_FAILTYPE": "CurrentPendingSector", "SMARTD_MESSAGE": "8 sectors"}
+        subprocess.run([FILES / "smartd-exec"], env=path | smart, check=True, stdout=subprocess.DEVNULL)
+        told = self.component("smart-sda")
+        self.assertEqual((told["status"], told["text"]), (3, "CurrentPendingSector: 8 sectors"))
+        for words, expected in ((("Fail", "/dev/md0", "/dev/sdb1"), (3, "Fail of /dev/sdb1")),
+                                (("Rebuild40", "/dev/md0"), (2, "Rebuild40")),
+                                (("SpareActive", "/dev/md0", "/dev/sdc1"), (1, "SpareActive of /dev/sdc1"))):
+            subprocess.run([FILES / "mdadm-program", *words], env=path, check=True, stdout=subprocess.DEVNULL)
+            told = self.component("raid-md0")
+            self.assertEqual((told["status"], told["text"]), expected)
+
     def test_settings_changed_at_run_time_stay(self):
         self.start()
         self.assertEqual(self.command("setting", "severity", "3")[0], 0)
