@@ -8,13 +8,6 @@
 
 #include "platform/diagnostics/Trace.h"
 
-namespace {
-
-constexpr std::uint32_t kShareReadWrite = 3;
-constexpr std::uint32_t kAttributeNormal = 0x80;
-
-}  // namespace
-
 CDeviceBiosBase::CDeviceBiosBase(const char* path)
     : CDeviceIo(path, kDeviceRead, kShareReadWrite, kOpenExisting, kAttributeNormal) {}
 

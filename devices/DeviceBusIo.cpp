@@ -4,9 +4,6 @@
 
 namespace {
 
-constexpr std::uint32_t kShareReadWrite = 3;
-constexpr std::uint32_t kAttributeNormal = 0x80;
-
 constexpr unsigned int kPortWriteRequest = 0x400C736E;  // _IOW('s', 0x6E, PortRequest)
 constexpr unsigned int kPortReadRequest = 0x800C736D;   // _IOR('s', 0x6D, PortRequest)
 

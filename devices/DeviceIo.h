@@ -15,6 +15,10 @@ inline constexpr std::uint32_t kOpenExisting = 3;
 inline constexpr std::uint32_t kOpenAlways = 4;
 inline constexpr std::uint32_t kTruncateExisting = 5;
 
+// What the others open with; without effect.
+inline constexpr std::uint32_t kShareReadWrite = 3;
+inline constexpr std::uint32_t kAttributeNormal = 0x80;
+
 /// A device node with a handle-and-request interface over open, close and ioctl.
 ///
 /// The handle belongs to the object (one descriptor, no locking), or to each thread that uses it: in per-thread mode a

@@ -109,7 +109,6 @@ bool CMarkup::SetDoc(const std::string& text) {
 
 bool CMarkup::Parse(const std::string& bytes) {
     Clear();
-    error_.clear();
     std::string text;
     if (const char* const error = DecodeXml(bytes, text); error != nullptr) {
         error_ = error;

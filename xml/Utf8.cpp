@@ -1,6 +1,7 @@
 #include "xml/Utf8.h"
 
 #include <algorithm>
+#include <bit>
 
 namespace {
 
@@ -14,15 +15,15 @@ bool IsSurrogate(std::uint32_t character) {
 
 std::size_t ReadUtf8(std::string_view text, std::uint32_t& character) {
     const auto lead = static_cast<unsigned char>(text[0]);
-    if (lead < 0x80) {
+    const auto length = static_cast<std::size_t>(std::countl_one(lead));
+    if (length == 0) {
         character = lead;
         return 1;
     }
-    const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    if (lead < 0xC2 || lead > 0xF4 || text.size() < length) {
+    constexpr std::uint32_t kSmallest[] = {0x80, 0x800, 0x10000};  // of 2, 3 and 4 bytes
+    if (length < 2 || length > 4 || text.size() < length) {
         return 0;
     }
-    constexpr std::uint32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
     character = lead & (0x7FU >> length);
     for (std::size_t i = 1; i < length; ++i) {
         const auto next = static_cast<unsigned char>(text[i]);
@@ -31,7 +32,7 @@ std::size_t ReadUtf8(std::string_view text, std::uint32_t& character) {
         }
         character = character << 6 | (next & 0x3FU);
     }
-    return character < kSmallest[length] || character > kLast || IsSurrogate(character) ? 0 : length;
+    return character < kSmallest[length - 2] || character > kLast || IsSurrogate(character) ? 0 : length;
 }
 
 bool AppendUtf8(std::string& text, std::uint32_t character) {

@@ -90,7 +90,7 @@ bool CXmlScanner::TakeName(std::string_view& name) {
 /// Goes over what needs no closer look, which is nearly everything.
 void CXmlScanner::SkipPlain(std::size_t end) {
     const char* const text = text_.data();
-    while (at_ < end && ((text[at_] >= ' ' && text[at_] != '&' && text[at_] != '<') || text[at_] == '\n')) {
+    while (at_ < end && text[at_] >= ' ' && text[at_] != '&' && text[at_] != '<') {
         ++at_;
     }
 }

@@ -38,17 +38,14 @@ const char* ReferenceOf(std::uint32_t character, XmlPlace place) {
 }
 
 /// What stands for itself everywhere, which is nearly all of a text.
-bool IsPlain(char c) {
-    return c == ' ' || (c >= '(' && c <= ';') || (c >= '?' && c <= '~');
-}
+constexpr std::string_view kPlain = " etaoinshrdlucmfwypvbgkjqxz./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ@:-_";
 
 }  // namespace
 
 std::string ToXml(std::string_view text, XmlPlace place) {
     std::string xml;
-    xml.reserve(text.size());
     for (;;) {
-        const auto plain = static_cast<std::size_t>(std::ranges::find_if_not(text, IsPlain) - text.begin());
+        const std::size_t plain = std::min(text.find_first_not_of(kPlain), text.size());
         xml.append(text.substr(0, plain));
         text.remove_prefix(plain);
         if (text.empty()) {

@@ -134,6 +134,19 @@ TEST_F(FileLock, TheWaitEndsWhenAnotherOneWasFaster) {
     flockHook = nullptr;
     taken.Reset();
     EXPECT_TRUE(lock.Lock(file_.c_str(), nullptr, 0));
+    lock.UnlockFile(file_.c_str());
+    for (const auto& [error, waits] : {std::pair(EINTR, 3), {EWOULDBLOCK, 3}, {EIO, 0}}) {
+        flockHook = [&, error = error, left = 3]() mutable {
+            errno = error;
+            return left-- <= 0;
+        };
+        naps.clear();
+        EXPECT_EQ(lock.Lock(file_.c_str(), nullptr, 50), waits != 0);
+        EXPECT_EQ(naps[2], waits);
+        flockHook = nullptr;
+        lock.UnlockFile(file_.c_str());
+        std::filesystem::remove(lockFile_);
+    }
 
     CNotificationConfig config(directory_ / "");
     WriteFile(config.Path(), "<Notifications/>");

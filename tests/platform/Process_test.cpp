@@ -1,6 +1,8 @@
 #include "platform/process/Process.h"
 
+#include <csignal>
 #include <poll.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 
 #include "Platform.h"
@@ -131,6 +133,24 @@ TEST(Process, EndsTheWholeGroup) {
     ASSERT_EQ(::waitpid(stolen.GetPid(), nullptr, 0), stolen.GetPid());
     EXPECT_EQ(stolen.Wait(20s), CProcess::CEnd{});
     EXPECT_FALSE(HasChild());
+}
+
+TEST(Process, IsAwaitedWhateverSignalsCome) {
+    struct sigaction previous {};
+    struct sigaction noted {};
+    noted.sa_handler = [](int) {};
+    ASSERT_EQ(::sigaction(SIGALRM, &noted, &previous), 0);
+    const itimerval often{{0, 2000}, {0, 2000}};
+    ASSERT_EQ(::setitimer(ITIMER_REAL, &often, nullptr), 0);
+    CProcess process = RunShell("read line; sleep 0.05; exit 4");  // its input is empty
+    EXPECT_EQ(process.Wait(20s), (CProcess::CEnd{EHow::Exited, 4}));
+    process = RunShell("sleep 99");
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(process.Wait(30ms));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 30ms);
+    const itimerval never{};
+    ::setitimer(ITIMER_REAL, &never, nullptr);
+    ::sigaction(SIGALRM, &previous, nullptr);
 }
 
 TEST(Process, FindsProcessesAndReadsTheirMemory) {

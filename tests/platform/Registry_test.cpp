@@ -8,11 +8,13 @@ namespace {
 
 int callsLeft = -1;  // calls that still succeed; negative: all
 int failure = 0;     // errno of the one that fails then; 0: the process is killed instead
+std::string struck;  // its name
 
-bool IsStruck() {
+bool IsStruck(const char* name) {
     if (callsLeft < 0 || callsLeft-- > 0) {
         return false;
     }
+    struck = name;
     if (failure == 0) {
         ::raise(SIGKILL);
     }
@@ -34,11 +36,11 @@ std::string Loaded(const std::string& directory) {
 
 }  // namespace
 
-#define STRIKING(name, parameters, ...)                      \
-    extern "C" int __real_##name parameters;                 \
-    extern "C" int __wrap_##name parameters;                 \
-    int __wrap_##name parameters {                           \
-        return IsStruck() ? -1 : __real_##name(__VA_ARGS__); \
+#define STRIKING(name, parameters, ...)                           \
+    extern "C" int __real_##name parameters;                      \
+    extern "C" int __wrap_##name parameters;                      \
+    int __wrap_##name parameters {                                \
+        return IsStruck(#name) ? -1 : __real_##name(__VA_ARGS__); \
     }
 STRIKING(fsync, (int fd), fd)
 STRIKING(fstat, (int fd, struct stat* status), fd, status)
@@ -48,18 +50,18 @@ STRIKING(unlink, (const char* path), path)
 extern "C" int __wrap_open(const char* path, int flags, mode_t mode);
 int __wrap_open(const char* path, int flags, mode_t mode) {
     EXPECT_NE(flags & O_CLOEXEC, 0) << path;
-    return IsStruck() ? -1 : static_cast<int>(::syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+    return IsStruck("open") ? -1 : static_cast<int>(::syscall(SYS_openat, AT_FDCWD, path, flags, mode));
 }
 extern "C" ssize_t __real_write(int fd, const void* bytes, std::size_t size);
 extern "C" ssize_t __wrap_write(int fd, const void* bytes, std::size_t size);
 ssize_t __wrap_write(int fd, const void* bytes,
                      std::size_t size) {  // in small parts, so that a kill leaves some of them
-    return IsStruck() ? -1 : __real_write(fd, bytes, std::min<std::size_t>(size, callsLeft < 0 ? size : 9));
+    return IsStruck("write") ? -1 : __real_write(fd, bytes, std::min<std::size_t>(size, callsLeft < 0 ? size : 9));
 }
 extern "C" ssize_t __real_read(int fd, void* buffer, std::size_t size);
 extern "C" ssize_t __wrap_read(int fd, void* buffer, std::size_t size);
 ssize_t __wrap_read(int fd, void* buffer, std::size_t size) {
-    return IsStruck() ? -1 : __real_read(fd, buffer, size);
+    return IsStruck("read") ? -1 : __real_read(fd, buffer, size);
 }
 
 TEST(Registry, KeepsATreeOfAnyBytes) {
@@ -124,16 +126,28 @@ TEST(Registry, FallsBackFromADamagedFileAndKeepsIt) {
     const std::string whole = ReadFile(path);
     std::string flipped = whole;
     flipped[2] = '9';
-    for (const std::string& damaged :
-         {""s, whole.substr(0, whole.size() - 1), flipped, whole + whole, "k=2\n"s, std::string((16 << 20) + 1, '#')}) {
+    const std::string misfit = "its last line does not fit the lines before";
+    for (const auto& [damaged, fault] :
+         std::vector<std::pair<std::string, std::string>>{{"", misfit},
+                                                          {whole.substr(0, whole.size() - 1), misfit},
+                                                          {flipped, misfit},
+                                                          {whole + whole, misfit},
+                                                          {"k=2\n", misfit},
+                                                          {std::string((16 << 20) + 1, '#'), "File too large"}}) {
         WriteFile(path, damaged);
+        const std::string unusable = path + " cannot be used (" + fault + "). ";
         const CTraceCapture trace;
         CRegistry registry(directory / "");
         const auto loaded = registry.Load();
         EXPECT_TRUE(loaded.source == CRegistry::ESource::Old && registry.Get("k") == "1") << damaged.substr(0, 99);
-        EXPECT_TRUE(loaded.problem.starts_with(path + " cannot be used (") && trace.Has(loaded.problem));
+        EXPECT_EQ(loaded.problem, unusable + path + ".old is used instead.");
+        EXPECT_EQ(trace.All(), "CRegistry::Load: " + loaded.problem + "\n");
+        WriteFile(path + ".new", "k=5");
+        EXPECT_EQ(registry.Load().problem,
+                  unusable + path + ".new cannot be used (" + misfit + "). " + path + ".old is used instead.");
         WriteFile(path + ".new", whole);
-        EXPECT_TRUE(registry.Load().source == CRegistry::ESource::New && registry.Get("k") == "2");
+        EXPECT_EQ(registry.Load().problem, unusable + path + ".new is used instead.");
+        EXPECT_EQ(registry.Get("k"), "2");
         registry.Set("k", "3");
         EXPECT_EQ(registry.Save(), 0);
         EXPECT_TRUE(ReadFile(path + ".damaged") == damaged && Loaded(directory / "") == "3");
@@ -143,12 +157,28 @@ TEST(Registry, FallsBackFromADamagedFileAndKeepsIt) {
         registry.Set("k", "1");
         EXPECT_TRUE(registry.Save() == 0 && registry.Save() == 0);
     }
-    for (const char* const line : {"novalue", "=v", "a/=v", "a=\\x", "a=\\", "a=1\na=2"}) {
+    CRegistry registry(directory / "");
+    const std::string meaningless = "line 1 holds a backslash without a meaning";
+    for (const auto& [line, fault] :
+         std::vector<std::pair<std::string, std::string>>{{"novalue", "line 1 is not of the form key=value"},
+                                                          {"=v", "line 1 has no valid key"},
+                                                          {"a/=v", "line 1 has no valid key"},
+                                                          {"a=\\x", meaningless},
+                                                          {"a\\=b", meaningless},
+                                                          {"a=1\na=2", "line 2 holds a key for the second time"}}) {
         WriteFile(path + ".default", line);
-        CRegistry registry(directory / "");
-        EXPECT_TRUE(registry.Load().problem.starts_with(path + ".default cannot be used (line ")) << line;
-        EXPECT_EQ(registry.Get("k"), "1");
+        EXPECT_EQ(registry.Load().problem, path + ".default cannot be used (" + fault + ").");
+        EXPECT_TRUE(registry.Get("k") == "1" && !registry.Get("a"));
     }
+    WriteFile(path + ".default", "");
+    std::filesystem::rename(path, path + ".new");
+    std::filesystem::remove(path + ".old");
+    std::filesystem::resize_file(path + ".new", 5);  // the first save was cut off
+    const auto cutOff = registry.Load();
+    EXPECT_TRUE(cutOff.source == CRegistry::ESource::Nothing && cutOff.problem.empty() && !registry.Get("k"));
+    WriteFile(path, "k=5");
+    std::filesystem::remove(path + ".new");
+    EXPECT_EQ(registry.Load().problem, path + " cannot be used (" + misfit + "). Only the defaults hold.");
 }
 
 /// A save with each system call failing in turn, for each reason, or the process being killed there.
@@ -156,7 +186,7 @@ TEST(Registry, AStrokeAtAnyMomentLeavesTheOldStateOrTheNewOne) {
     const CTempDirectory directory;
     const std::string path = directory / "registry";
     for (const std::string& start : {"nothing"s, "whole"s, "new"s, "old"s}) {
-        for (const int reason : {0, ENOSPC, EIO, EMFILE}) {
+        for (const int reason : {0, ENOSPC, EIO, EMFILE, EINTR}) {
             failure = reason;
             bool isStruck = true;
             for (int calls = 0; isStruck; ++calls) {
@@ -193,6 +223,7 @@ TEST(Registry, AStrokeAtAnyMomentLeavesTheOldStateOrTheNewOne) {
                 const std::string now = Loaded(directory / "");
                 EXPECT_TRUE(now == "after" || (now == old && isStruck && (reason == 0 || error != 0)))
                     << start << ", reason " << reason << ", call " << calls << ": " << now;
+                EXPECT_TRUE(reason != EINTR || (struck != "read" && struck != "write") || now == "after") << struck;
             }
             EXPECT_EQ(Loaded(directory / ""), "after");
         }

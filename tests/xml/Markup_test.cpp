@@ -74,4 +74,5 @@ TEST(Markup, WalksAndEditsWithACursor) {
     ASSERT_TRUE(document.SetDoc("<s/>"));
     document.RestorePos(start);  // of another document
     EXPECT_TRUE(document.FindElem("s") && !document.SetDoc("<s>") && !document.FindElem());
+    EXPECT_TRUE(!document.ErrorText().empty() && document.SetDoc("") && document.ErrorText().empty());
 }
