@@ -34,7 +34,8 @@ void CheckRecord(const CLogMsgArguments& record) {
         Expect(argument.find('\0') == std::string::npos, "an argument ends at its zero");
         total += argument.size();
     }
-    Expect(total <= std::max(record.Size(), CLogMsgArguments::kHeaderSize), "arguments lie within their record");
+    Expect(total <= std::max(record.Bytes().size(), CLogMsgArguments::kHeaderSize),
+           "arguments lie within their record");
 }
 
 }  // namespace

@@ -97,7 +97,7 @@ void CAlertTrigger::ProcessUpdateAlert(const SipJson& event) {
     const CLogMsgArguments record(std::move(data));
     if (!record.IsComplete()) {
         EM_TRACE(1, "\nEM_ALERT            : ERROR! Event CM_UmServerUpdateAlert illegal event data size %d",
-                 static_cast<int>(record.Size()));
+                 static_cast<int>(record.Bytes().size()));
         return;
     }
     const std::uint32_t code = record.ErrorCode();

@@ -28,7 +28,8 @@ public:
 
     /// False for a record that is shorter than its header; it has no error code and no arguments.
     bool IsComplete() const { return record_.size() >= kHeaderSize; }
-    std::size_t Size() const { return record_.size(); }
+    /// The record as it is handed over.
+    const std::vector<unsigned char>& Bytes() const { return record_; }
     std::uint32_t ErrorCode() const;
 
     /// The arguments, at most as many as counted and as fit the stated length; a last one without its NUL runs to the

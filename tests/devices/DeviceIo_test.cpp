@@ -236,7 +236,7 @@ TEST(DeviceBios, MapsOnePieceAtATimeAndRefusesTheRest) {
                 expectHeld("0 0 0");
             }
             EXPECT_TRUE(bios.MapPhysicalMemory(0, 0xF1000, 1, false) != nullptr && bios.UnmapPhysicalMemory());
-            EXPECT_NE(bios.MapPhysicalMemory(0, 0xF1000, 1, false), nullptr);
+            EXPECT_NE(bios.MapPhysicalMemory(0, 0xF1001, 2, false), nullptr);
         }
         expectHeld("0 0 0");
         CDeviceBios none("/dev/null", "/dev/none");

@@ -163,7 +163,7 @@ const std::map<string, void (*)(Desk&)> kRows = {
     TEXT("name", d.name),
     TEXT("designation", d.designation),
     DO("record", d.record = CLogMsgArguments({d.text.begin(), d.text.end()})),
-    DO("no record", d.record = CLogMsgArguments(); d.text = std::to_string(d.record.Size())),
+    DO("no record", d.record = CLogMsgArguments(); d.text.assign(d.record.Bytes().begin(), d.record.Bytes().end())),
     DO("text", d.Texts().FormatText(d.text)),
     DO("status text", d.Texts().FormatSystemStatusText(d.text, d.system, d.component, d.name, d.designation)),
     DO("update text", d.Texts().FormatUpdateStatusText(d.text, d.record)),

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdarg>
 #include <dlfcn.h>
 #include <netdb.h>
 #include <string_view>
@@ -34,6 +35,32 @@ extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* na
         std::this_thread::sleep_for(std::chrono::minutes(2));
     }
     return real(name, service, hints, found);
+}
+
+namespace {
+
+bool areOptionsNoted = false;
+std::string noted;  // of a transfer, by name and value
+
+}  // namespace
+
+#undef curl_easy_setopt
+extern "C" __attribute__((visibility("default"))) CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...) {
+    static const auto real = reinterpret_cast<decltype(&curl_easy_setopt)>(::dlsym(RTLD_NEXT, "curl_easy_setopt"));
+    va_list arguments;
+    va_start(arguments, option);
+    void* const value = va_arg(arguments, void*);
+    va_end(arguments);
+    if (const curl_easyoption* const known = areOptionsNoted ? curl_easy_option_by_id(option) : nullptr) {
+        const bool isText = known->type == CURLOT_STRING;
+        const bool isNumber = known->type == CURLOT_LONG || known->type == CURLOT_VALUES;
+        noted += known->name +
+                 (isText     ? " \"" + std::string(static_cast<const char*>(value)) + "\""
+                  : isNumber ? " " + std::to_string(reinterpret_cast<std::intptr_t>(value))
+                             : "") +
+                 "\n";
+    }
+    return real(handle, option, value);
 }
 
 namespace {
@@ -126,6 +153,14 @@ TEST(SmtpClient, ReadsThePayloadLineByLine) {
     EXPECT_EQ(CSMTPClient::read_callback(buffer, 0, 8, &stream), 0U);
     EXPECT_EQ(CSMTPClient::read_callback(buffer, 8, 0, &stream), 0U);
     EXPECT_EQ(CSMTPClient::read_callback(buffer, 1, 8, nullptr), 0U);
+}
+
+TEST(SmtpClient, SetsAllOptionsOfATransfer) {
+    areOptionsNoted = true;
+    EXPECT_EQ(CSmtp().SendMail(kSender, kMessage, "fails.example", 26, "user", "pass word=", true),
+              CURLE_COULDNT_RESOLVE_HOST);
+    areOptionsNoted = false;
+    EXPECT_EQ(noted, ReadFile(EM_TEST_DATA "/options"));
 }
 
 TEST(SmtpClient, DeliversAnyTextUnharmed) {

@@ -13,6 +13,7 @@ namespace {
 
 std::atomic<bool> threadsFail{false};
 std::atomic<int> transferResult{7};
+std::function<void()> onTransfer = [] {};
 
 }  // namespace
 
@@ -26,6 +27,7 @@ extern "C" __attribute__((visibility("default"))) int pthread_create(pthread_t* 
 
 /// No transfer begins; each ends like this.
 extern "C" __attribute__((visibility("default"))) int curl_easy_perform(void* /*handle*/) {
+    onTransfer();
     return transferResult;
 }
 
@@ -113,7 +115,7 @@ protected:
         }
     }
 
-    const CTraceCapture trace_;
+    CTraceCapture trace_;
 };
 
 TEST_F(Beep, NothingSoundsThatWasAcknowledgedOrSwitchedOffMeanwhile) {
@@ -177,6 +179,31 @@ TEST_F(Beep, StopLeavesTheSpeakerSilentEventsRefusedAndRequestsAnswered) {
     Event();
     EXPECT_EQ(Request(kPendingAlert).second, 0U);
     EXPECT_EQ(Request(R"("OC":"0x2243")").first, 6U);
+    const std::string all = trace_.All();
+    EXPECT_LT(all.find("CTaskSerializer     :   terminated"), all.rfind("a joinable Thread"));  // the beeper's, last
+}
+
+TEST_F(Beep, AnAcknowledgementIsAnnouncedWhenItIsSilent) {
+    Event();
+    EXPECT_TRUE(Becomes(false));
+    trace_.Clear();
+    bool isSilent = false;
+    Once(agent_.onEvent, [&] { isSilent = trace_.Has("THREAD_RETURN"); });
+    EXPECT_EQ(Request(kAcknowledge), kPending);
+    EXPECT_TRUE(isSilent);
+}
+
+TEST_F(Beep, AModuleThatIsStartedAgainWorksAgain) {
+    module_->Stop();
+    trace_.Clear();
+    bool isReady = false;
+    agent_.onEnable = [&] { isReady = trace_.Has("\nCThread::Start: thread="); };
+    EXPECT_TRUE(module_->Start(&agent_, 1));
+    module_->OnSwitchStarted(nullptr);
+    EXPECT_TRUE(isReady);  // the worker is there before events come
+    Event();
+    EXPECT_TRUE(Becomes(false));
+    EXPECT_EQ(Request(R"("OC":"0x2243")").first, 6U);  // but for what is queued
 }
 
 TEST_F(Beep, MailsThatAreSwitchedOffBeforeTheAnswerAreNotSent) {
@@ -249,6 +276,21 @@ TEST_F(Faults, AThreadThatIsKilledInTheModuleDoesNotTakeTheProcessWithIt) {
     }
     EXPECT_TRUE(module_->Stop());
     EXPECT_EQ(agent_.Replies(), 0U);
+}
+
+TEST_F(Faults, ADeletionBreaksAMailOffBeforeTheNextServer) {
+    const CTraceCapture trace;
+    std::jthread deletion;
+    onTransfer = [&] {
+        deletion = std::jthread([&] { EXPECT_TRUE(library_.remove()); });
+        EXPECT_TRUE(trace.Await("TerminateSerialization!"));
+    };
+    Request(kMail);
+    EXPECT_TRUE(agent_.AwaitReplies(1));
+    onTransfer = [] {};
+    deletion.join();
+    EXPECT_TRUE(trace.Has("SendMail RetCode") && !trace.Has("skipped - empty host name"));
+    module_ = library_.StartModule(agent_);
 }
 
 TEST_F(Faults, TheLockOfTheSettingsIsReleasedBeforeItsOwnerGoes) {

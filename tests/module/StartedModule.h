@@ -65,6 +65,7 @@ public:
     std::function<void()> onRequest = [] {};  ///< before each answer, on the thread that asks
     std::function<void()> onReply = [] {};    ///< before each reply is counted, on the worker
     std::function<void()> onEvent = [] {};    ///< inside the delivery of each event
+    std::function<void()> onEnable = [] {};   ///< when events are let through
     std::atomic<unsigned int> systemStatus{3};
 
     /// Waits until `count` replies have come.
@@ -88,7 +89,10 @@ public:
             message.SetReplyDataString("$(ComponentName) on $_IDN", 0);
         }
     }
-    bool EnableEvents(CIExtensionModule*, bool) override { return true; }  // though memory may have run out
+    bool EnableEvents(CIExtensionModule*, bool) override {  // though memory may have run out
+        onEnable();
+        return true;
+    }
     bool DeliverMessage(CIExtensionModule*, SipJson& message) override {
         const unsigned int status = message.GetCmdElemValue(0, "ST", 0);
         if (status == 255) {

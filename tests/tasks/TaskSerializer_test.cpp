@@ -47,10 +47,12 @@ public:
     }
 
     CEvent letGo{true, true};  // until then the worker is kept from its first task
+    std::function<void()> onTask = [] {};
     std::function<void()> onEmpty;
 
 protected:
     void OnTaskExecution(Message& message, _TaskPriority level) override {
+        onTask();
         if (message.text.append(1, '@') != "fine@") {
             Write(message.text + std::to_string(level));
         }
@@ -155,6 +157,15 @@ TEST(TaskSerializer, TerminationDropsWhatIsPendingAndStaysRefusing) {
         EXPECT_TRUE(Recorder().Insert("never started"));
     }
     EXPECT_EQ(live.use_count(), before + 1);  // the dropped one is lost
+}
+
+TEST(TaskSerializer, ATerminationDuringATaskEndsTheWorkerBehindIt) {
+    const CTraceCapture trace;
+    Recorder serializer;
+    serializer.onTask = [&] { EXPECT_TRUE(trace.Await("All pending tasks removed")); };
+    EXPECT_TRUE(serializer.StartSerialization() && serializer.Insert("fine") && trace.Await("Process Task"));
+    EXPECT_EQ(serializer.LogAtTheEnd(), "started empty0 stopped ");
+    EXPECT_EQ(trace.Count("Waiting on task queue"), 1);
 }
 
 TEST(TaskSerializer, StartThatFailedIsTriedAgainUntilTheTermination) {

@@ -51,6 +51,7 @@ TEST(Markup, EscapesTextAndAttributesAndDropsWhatXmlCannotHold) {
     EXPECT_EQ(text, ReadFile(EM_TEST_DATA "/escaped.xml"));
     ASSERT_TRUE(document.SetDoc(text) && document.FindElem("a"));
     EXPECT_TRUE(document.GetData() == value + "]]>" && document.GetAttrib("b") == value);
+    EXPECT_TRUE(document.SetData("\xC3\xBC") && document.GetDocFormatted().find(">\xC3\xBC<!--") < text.size());
 }
 
 TEST(Markup, WalksAndEditsWithACursor) {
