@@ -78,10 +78,7 @@ void Run(const ServiceOptions& options, ServiceConfig config) {
     service.Stop();
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    KeepStandardDescriptors();
+int RunCommandLine(int argc, char** argv) {
     CLI::App app("Watches this server with the Monitoring Plugins, and alerts by mail and speaker.", "em-alertd");
     ServiceOptions options{
         .config = kServiceConfigFile, .socket = "/run/em-alert/control", .state = "/var/lib/em-alert", .module = {}};
@@ -105,15 +102,22 @@ int main(int argc, char** argv) {
         }
         return kWrongUse;
     }
+    if (once) {
+        return CheckOnce(config) ? EXIT_SUCCESS : kFailed;
+    }
+    if (options.module.empty()) {
+        options.module = FindModule(EM_INSTALLED_MODULE);
+    }
+    Run(options, std::move(config));
+    return EXIT_SUCCESS;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    KeepStandardDescriptors();
     try {
-        if (once) {
-            return CheckOnce(config) ? EXIT_SUCCESS : kFailed;
-        }
-        if (options.module.empty()) {
-            options.module = FindModule(EM_INSTALLED_MODULE);
-        }
-        Run(options, std::move(config));
-        return EXIT_SUCCESS;
+        return RunCommandLine(argc, argv);
     } catch (const std::exception& error) {
         Journal(3, error.what());
         return kFailed;

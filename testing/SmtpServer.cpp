@@ -82,6 +82,7 @@ void CSmtpServer::Start(std::vector<std::string> arguments) {
     const CUniqueFd output(pipe[0]);
     CUniqueFd serverOutput(pipe[1]);
     std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) {
         argv.push_back(argument.data());
     }

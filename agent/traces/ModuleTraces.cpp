@@ -1,5 +1,6 @@
 #include "agent/traces/ModuleTraces.h"
 
+#include <charconv>
 #include <cstdlib>
 #include <string_view>
 
@@ -23,5 +24,10 @@ void ReplaceTraceLevel(unsigned level) {
 
 std::optional<int> MailReturnCode(const std::string& print) {
     const auto at = print.find(kMailResult);
-    return at == std::string::npos ? std::nullopt : std::optional(std::atoi(print.c_str() + at + kMailResult.size()));
+    if (at == std::string::npos) {
+        return std::nullopt;
+    }
+    int code = 0;
+    std::from_chars(print.data() + at + kMailResult.size(), print.data() + print.size(), code);
+    return code;
 }

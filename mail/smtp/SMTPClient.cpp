@@ -1,5 +1,7 @@
 #include "mail/smtp/SMTPClient.h"
 
+#include <utility>
+
 #include <curl/curl.h>
 
 #include "mail/message/HeaderLines.h"
@@ -41,11 +43,11 @@ int CSMTPClient::SendMail(CLumeString sender, const CSmtpMessage& message, CLume
                           CLumeString userName, CLumeString password, SmtpAuthentication authentication, bool useTls) {
     // NOLINTEND(performance-unnecessary-value-param)
     return SendMail(sender, message,
-                    {.host = server,
+                    {.host = std::move(server),
                      .port = port,
                      .logsIn = authentication == SmtpAuthentication::Login,
-                     .userName = userName,
-                     .password = password,
+                     .userName = std::move(userName),
+                     .password = std::move(password),
                      .useTls = useTls});
 }
 

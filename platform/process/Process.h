@@ -42,6 +42,8 @@ public:
     CProcess() = default;
     CProcess(CProcess&& other) noexcept = default;
     CProcess& operator=(CProcess&& other) noexcept;
+    CProcess(const CProcess&) = delete;
+    CProcess& operator=(const CProcess&) = delete;
     ~CProcess();
 
     /// Starts a command; one that the object still runs is ended first, at once.

@@ -12,9 +12,11 @@ void CTableReader::Mistake(const toml::node& node, const std::string& what) {
 }
 
 void CTableReader::Text(const char* key, std::string& target) {
-    if (const toml::node* node = Take(key); node == nullptr) {
+    const toml::node* const node = Take(key);
+    if (node == nullptr) {
         return;
-    } else if (const auto text = node->value<std::string>(); text && node->is_string()) {
+    }
+    if (const auto text = node->value<std::string>(); text && node->is_string()) {
         target = *text;
     } else {
         Mistake(*node, std::string(key) + " is a text in quotes");

@@ -156,9 +156,8 @@ void CControlCommands::Request(CControlClient& client, const Value& value) {
 
 /// Events and notices.
 void CControlCommands::Deliver(CControlClient& client, const Value& value) {
-    const Command notice = ParseCommand(value);
     const bool isPosted = service_.Ask(
-        [notice](CDelivery& delivery, CAgent& agent) {
+        [notice = ParseCommand(value)](CDelivery& delivery, CAgent& agent) {
             delivery.Notice(agent, notice);
             return notice;
         },

@@ -135,8 +135,8 @@ struct Desk {
     {                               \
         name, [](Desk& d) { what; } \
     }
-#define TEXT(name, value) DO(name, value = d.text)
-#define NUMBER(name, value) DO(name, value = static_cast<decltype(value)>(std::stol(d.text)))
+#define TEXT(name, value) DO(name, (value) = d.text)
+#define NUMBER(name, value) DO(name, (value) = static_cast<decltype(value)>(std::stol(d.text)))
 
 const std::map<string, void (*)(Desk&)> kRows = {
     DO("zone", ::setenv("TZ", d.text.c_str(), 1)),

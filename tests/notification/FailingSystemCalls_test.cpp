@@ -129,12 +129,12 @@ TEST(FailingSystemCalls, LeaveTheOldFileOrTheNewOne) {
     for (const int reason : {0, ENOSPC, EIO, EACCES, EMFILE, EINTR}) {
         failure = reason;
         bool hasFailed = true;
-        for (int calls = 0; hasFailed; ++calls) {
+        for (int working = 0; hasFailed; ++working) {
             WriteFile(original.Path(), oldText);
             WriteFile(directory / ".Notifications.xml.em_alert.abcdef", "of a dead writer");
             ASSERT_EQ(::setxattr(original.Path().c_str(), "user.note", "x", 1, 0), 0);
             ASSERT_EQ(::chown(original.Path().c_str(), kOwner, ::getegid()), 0);
-            callsLeft = calls;
+            callsLeft = working;
             int status = 0;
             if (reason == 0 && ::fork() == 0) {
                 ::_exit(ChangeSender(directory) && callsLeft >= 0 ? 1 : 2);
@@ -145,7 +145,7 @@ TEST(FailingSystemCalls, LeaveTheOldFileOrTheNewOne) {
             callsLeft = -1;
             const std::string text = ReadFile(original.Path());
             EXPECT_TRUE((text == newText && (isSaved || hasFailed)) || (text == oldText && !isSaved && hasFailed))
-                << reason << ", call " << calls << ":\n"
+                << reason << ", call " << working << ":\n"
                 << text;
             EXPECT_TRUE(reason != EINTR || (lastFailed != "read" && lastFailed != "write") || isSaved) << lastFailed;
         }

@@ -11,7 +11,8 @@ protected:
     std::string Content() const { return ReadFile(path_); }
     std::string Read(const char* section, const char* key, const char* fallback, unsigned int size) const {
         std::string buffer(size + 1, '#');
-        const auto stored = ini_.GetPrivateProfileString(section, key, fallback, buffer.data(), size, path_.c_str());
+        const auto stored =
+            CIniFile::GetPrivateProfileString(section, key, fallback, buffer.data(), size, path_.c_str());
         EXPECT_EQ(buffer.back(), '#');
         return std::to_string(stored) + ":" + buffer.substr(0, size);
     }
@@ -33,7 +34,7 @@ TEST_F(IniFile, ReadsAndWritesAsItsRulesSay) {
         const auto write = [&] {
             WriteAll(path_, row[5]);
             const bool isDone =
-                ini_.WritePrivateProfileString(orNull(row[1]), orNull(row[2]), orNull(row[3]), path_.c_str());
+                CIniFile::WritePrivateProfileString(orNull(row[1]), orNull(row[2]), orNull(row[3]), path_.c_str());
             EXPECT_EQ(std::to_string(static_cast<int>(isDone)) + Content(), row[4] + row[6]) << row[5];
         };
         const std::string call = row[1] + ", " + row[2] + ", " + row[3] + ", /dev/shm/em#/test.ini)\n";

@@ -99,13 +99,12 @@ TEST(Process, SaysWhyACommandCannotBeStarted) {
 }
 
 TEST(Process, EndsTheWholeGroup) {
-    CProcess::CEnd end;
     char line[32] = "";
     const auto grandchild = [&](CProcess& process) {
         pollfd ready{process.GetOutput(), POLLIN, 0};
         EXPECT_GT(::poll(&ready, 1, 20000), 0);
         EXPECT_GT(::read(process.GetOutput(), line, sizeof line - 1), 0);
-        return std::atoi(line);
+        return std::stoi(line);
     };
     CProcess obeys = RunShell("sleep 99 & echo $!; wait");
     pid_t pid = grandchild(obeys);
@@ -124,7 +123,7 @@ TEST(Process, EndsTheWholeGroup) {
         CProcess dropped = RunShell("sleep 99 & echo $!; wait");
         pid = grandchild(dropped);
         CProcess moved = std::move(dropped);
-        EXPECT_TRUE(moved.IsRunning() && !dropped.IsRunning());
+        EXPECT_TRUE(moved.IsRunning() && !dropped.IsRunning());  // NOLINT(bugprone-use-after-move): it promises that
         refuses = std::move(moved);
         refuses = CProcess();
     }

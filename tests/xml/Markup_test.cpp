@@ -28,7 +28,7 @@ TEST(Markup, SavesOnlyWhatCanBeLoadedAgain) {
     CMarkup document;
     EXPECT_TRUE(!document.Save(directory / "a.xml") && document.ErrorText() == "No root element at offset 39");
     ASSERT_TRUE(document.SetDoc("<?xml version='1.0'?><a></a>") && document.FindElem());
-    const std::string most(16 * 1024 * 1024 - std::string("<?xml version=\"1.0\"?>\n<a></a>\n").size(), 'x');
+    const std::string most(16UL * 1024 * 1024 - std::string("<?xml version=\"1.0\"?>\n<a></a>\n").size(), 'x');
     EXPECT_TRUE(document.SetData(most + "x") && !document.Save(directory / "a.xml"));
     EXPECT_TRUE(document.ErrorText() == "File too large" && directory.FileCount() == 0);
     EXPECT_TRUE(document.SetData(most) && document.Save(directory / "a.xml") && document.Load(directory / "a.xml"));
