@@ -67,8 +67,7 @@ SipJson::SipJson(const SipJson& other) : SipJson(WithoutDocument()) {
 
 SipJson& SipJson::operator=(const SipJson& other) {
     if (this != &other) {
-        document_.SetNull();
-        pool_.Clear();
+        Empty();
         CRapidJsonUtil::CopyValue(document_, other.document_, pool_);
         cmdIndex_ = other.cmdIndex_;
         context_ = 0;
@@ -76,9 +75,14 @@ SipJson& SipJson::operator=(const SipJson& other) {
     return *this;
 }
 
-void SipJson::JsonInit() {
+/// Nothing may be left that points into memory which goes.
+void SipJson::Empty() {
     document_.SetNull();
     pool_.Clear();
+}
+
+void SipJson::JsonInit() {
+    Empty();
     BuildValue(document_, pool_, SendFreshDocument);
 }
 
@@ -88,8 +92,7 @@ bool SipJson::Parse(const char* text, std::size_t length) {
     if (!CRapidJsonUtil::Parse(parsed, text, length, pool)) {
         return false;
     }
-    document_.SetNull();
-    pool_.Clear();
+    Empty();
     CRapidJsonUtil::CopyValue(document_, parsed, pool_);
     return true;
 }

@@ -145,6 +145,7 @@ private:
     const value* FindMember(int i, const char* key) const;
     const value* FindData(int i) const;
     value& Commands();
+    void Empty();
     void SetMember(value& object, const value::StringRefType& key, value&& v);
     void SetData(value&& data, unsigned st);
 
@@ -158,3 +159,4 @@ private:
     value nowhere_;  // served where there is no command
     int cmdIndex_ = 0;
 };
+static_assert(sizeof(SipJson) == 1008);  // and what the heap adds

@@ -40,7 +40,7 @@ void CAlertTrigger::ProcessComponentStatus(const SipJson& event) {
         }
     };
     // The switches are looked at when their turn comes: an answer, a delivery or a tone's end may have been waited for.
-    bool isKept = false;
+    bool isKept{};
     attempt([&] { isKept = FollowPendingAlerts(event, severity); });
     attempt([&] { beeper_.FollowStatus(severity, isKept); });
     if (const auto settings = settings_.Get(); settings->mailForStatusAlertEnabled) {
