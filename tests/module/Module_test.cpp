@@ -206,6 +206,12 @@ TEST_F(Beep, AModuleThatIsStartedAgainWorksAgain) {
     EXPECT_EQ(Request(R"("OC":"0x2243")").first, 6U);  // but for what is queued
 }
 
+TEST_F(Beep, AnAnswerWithoutAStatusTellsNothing) {
+    agent_.hasAnswerStatus = false;
+    Event();
+    EXPECT_EQ(Request(kPendingAlert).second, 0U);
+}
+
 TEST_F(Beep, MailsThatAreSwitchedOffBeforeTheAnswerAreNotSent) {
     Once(agent_.onRequest, [&] { Event(kMailOff); });
     Event();

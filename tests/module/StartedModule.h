@@ -67,6 +67,7 @@ public:
     std::function<void()> onEvent = [] {};    ///< inside the delivery of each event
     std::function<void()> onEnable = [] {};   ///< when events are let through
     std::atomic<unsigned int> systemStatus{3};
+    std::atomic<bool> hasAnswerStatus{true};  ///< of the answer that tells the system's
 
     /// Waits until `count` replies have come.
     bool AwaitReplies(unsigned int count) {
@@ -82,7 +83,8 @@ public:
         const unsigned int code = message.GetCmdElemValue(0, "OC", 0);
         const unsigned int value = message.GetCmdElemValue(0, "OE", 0);
         if (code == 0x230F) {
-            message.SetDataUIntValue(systemStatus, 0);
+            hasAnswerStatus ? message.SetDataUIntValue(systemStatus, 0)
+                            : static_cast<void>(message.SetCmdUIntData(message.GetCmd(), systemStatus));
         } else if (code == 0xE001 && (value == 0x0400 || value == 0x0410)) {
             message.SetDataUIntValue(1, 0);
         } else if (code == 0xE001 && value == 0x0417) {
