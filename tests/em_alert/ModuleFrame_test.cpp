@@ -219,6 +219,10 @@ TEST_F(ModuleFrame, MailServersOfTheManagementControllerAreImported) {
         result << key.c_str() << " " << server.host << " " << server.port << "\n";
     }
     EXPECT_EQ(result.str(), Expected("zelcon-import"));
+    agent_.answer = [](SipJson&) {};
+    servers.clear();
+    module.ImportZelconSmtpSettings(servers);
+    EXPECT_EQ(servers.size(), 2U);
 }
 
 TEST_F(ModuleFrame, OperationsOfTheAlertModule) {

@@ -322,4 +322,6 @@ TEST_F(Faults, TestMailsAreAnsweredWithTheConsolesNumbersOthersWithTheResult) {
         EXPECT_EQ(agent_.LastData(), result);
         EXPECT_EQ(agent_.LastStatus(), result == 0 ? 0U : 6U) << result;
     }
+    EXPECT_EQ(Request(R"("OC":"0x1060","DA":1.5)").first, 22U);  // a number, though it has no size
+    EXPECT_TRUE(agent_.AwaitReplies(++replies) && agent_.LastStatus() == 18);
 }
