@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Loads a library once, in a process that holds nothing else, and prints "SECONDS KILOBYTES": the processor time of
 // dlopen, and the resident memory afterwards; of a module that has the exports, after its start as well.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A run through the module with tracing switched off, for a tool that counts instructions: status events, the mail that
 // tells of one, and the files that hold settings. Built twice, with the product's traces and without any.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 #include <string>

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # What Debian wants to see in a package, over what `cmake --install` has put into it: run by CPack, before it packs.
 set(share ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr/share)
 set(documents ${share}/doc/${CPACK_PACKAGE_NAME})

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # What every target of the project shares: the language, the warnings, and one library for each folder.
 
 set(CMAKE_CXX_STANDARD 20)

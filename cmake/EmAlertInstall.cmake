@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # What `cmake --install` puts where, and the Debian package that is made of it (`cpack`).
 include(CMakePackageConfigHelpers)
 

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # The targets under the names that find_package gives them, for a host that adds these sources to its own (add_subdirectory,
 # FetchContent).
 add_library(em_host INTERFACE)

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # find_package(em_alert) gives
 #   em_alert::headers  the module's interfaces, on the include path
 #   em_alert::sip      the message class, to be linked into the host; with the headers

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # bash completion for em-alert: the program itself knows its commands.
 _em_alert() {
     local words=("${COMP_WORDS[@]:1:COMP_CWORD}") skip=0

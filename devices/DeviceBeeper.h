@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 /// The PC speaker, driven by channel 2 of the interval timer and two bits of the system control port.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "devices/DeviceBusIo.h"
 
 #include "platform/diagnostics/Trace.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The smallest agent that the module works with: it starts the module, delivers one status event, asks whether an alert
 // is pending and whether alerting is supported, and stops. docs/embedding.md explains the order of the calls.
 //

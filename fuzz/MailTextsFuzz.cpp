@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "fuzz/Fuzz.h"
 #include "mail/texts/AlertMailTexts.h"
 

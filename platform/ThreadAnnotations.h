@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 /// Clang's thread-safety attributes (https://clang.llvm.org/docs/ThreadSafetyAnalysis.html); nothing for other

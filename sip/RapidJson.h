@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The only place that includes RapidJSON: all parts of a program must see the same assertion, or the linker would mix

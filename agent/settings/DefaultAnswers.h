@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 /// What this command answers to the module where nobody has said anything else: texts that make a mail which a person

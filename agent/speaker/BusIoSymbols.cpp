@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // open, close and ioctl as the program and the libraries that it loads find them. The program exports these, and the
 // dynamic linker looks there first. Whatever is not the bus-I/O node goes on to the next definition, which is a
 // sanitizer's in such a build and the system's otherwise.

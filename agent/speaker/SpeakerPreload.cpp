@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // For a program that loads the module and has no stand-in of its own: preloaded into it (LD_PRELOAD), this library
 // plays its speaker into the sound file that EM_SPEAKER_WAV names, and tells each tone on standard error.
 #include <cstdio>

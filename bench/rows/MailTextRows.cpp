@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <absl/strings/str_replace.h>
 
 #include "bench/Row.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "bench/BareMessage.h"
 #include "bench/Row.h"
 #include "bench/WarningSwitch.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "command/commands/Console.h"
 
 #include <CLI/CLI.hpp>

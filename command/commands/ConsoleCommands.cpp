@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "agent/traces/TraceSink.h"
 #include "command/commands/CommandContext.h"
 #include "command/commands/CommandTable.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "agent/core/Files.h"
 #include "agent/core/Story.h"
 #include "command/commands/CommandContext.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the ledger holds, in the form in which the service tells it.
 #include "agent/core/Json.h"
 #include "command/link/LocalModule.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "command/link/TraceRecord.h"
 
 #include "agent/traces/ModuleTraces.h"

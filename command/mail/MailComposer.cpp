@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "command/mail/MailComposer.h"
 
 #include "agent/core/Json.h"

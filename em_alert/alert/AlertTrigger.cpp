@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "em_alert/alert/AlertTrigger.h"
 
 #include <exception>

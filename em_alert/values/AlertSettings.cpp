@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "em_alert/values/AlertSettings.h"
 
 #include <initializer_list>

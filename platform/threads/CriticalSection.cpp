@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/threads/CriticalSection.h"
 
 // The analysis knows no recursion: it sees a mutex that is locked or unlocked on some paths only.

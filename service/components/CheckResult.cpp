@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "service/components/CheckResult.h"
 
 #include <rapidjson/encodings.h>

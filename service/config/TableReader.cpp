@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "service/config/TableReader.h"
 
 #include "service/config/Duration.h"

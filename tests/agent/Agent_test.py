@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
 # Runs the agent with scenarios, as those do who test a module.
 
 import os

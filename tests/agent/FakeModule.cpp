@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A module that shows what the real one does not: asynchronous requests, refused steps, a library that stays loaded.
 
 #include <cstring>

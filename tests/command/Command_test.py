@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
 # Runs the operator's command as operators do: at a terminal, in pipes, and one command at a time.
 
 import base64

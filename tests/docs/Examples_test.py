@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
 # Runs the examples of a document on a private machine and compares what they show. A block of code is marked behind
 # its language; a block without a known mark fails, so that no example goes without a test.
 #

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Holds what each room can include against the table in ARCHITECTURE.md: no more, no less."""
 import json
 import os

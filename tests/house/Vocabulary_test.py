@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Holds the numbers of sip/Vocabulary.h against docs/messages.md, and looks for such numbers anywhere else."""
 import os
 import pathlib

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Makes the Debian package, lets dpkg install it into an empty root that knows which packages the machine has, runs the
 # demo's scenario with the files at their real places, upgrades it, and purges it: nothing may be left. To be called on a
 # private machine; all stays in a temporary folder.

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
 # Each folder of scenarios, one for each call of this program, is one run of the agent with the library on a private
 # machine:
 #

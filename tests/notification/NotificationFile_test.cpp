@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "notification/Notification.h"
 
 /// Each adds one to the number kept in the sender's name, under the lock; a refused lock is tried again.

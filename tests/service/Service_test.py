@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
 # Runs the service with plugins that do what a file says, and asks it as the operator's command does.
 
 import base64

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The programs that tests in Python run. Their places come from the environment (em_add_program_test)."""
 
 import json
