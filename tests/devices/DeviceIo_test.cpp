@@ -5,6 +5,8 @@
 #include <cstdarg>
 #include <fcntl.h>
 #include <latch>
+#include <linux/nsfs.h>
+#include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <termios.h>
@@ -141,6 +143,10 @@ TEST(DeviceIo, RequestsPassBuffersBothWaysAndFailuresLeaveThemAlone) {
     EXPECT_TRUE(terminal.IoControl(TIOCGWINSZ, nullptr, sizeof part, &part, 2, nullptr));
     EXPECT_EQ(std::vector({returned, all.c_oflag & OPOST, 0U + part.ws_row, 0U + part.ws_col}),
               (std::vector{0U, 0U + OPOST, 25U, 1U}));
+    const CUniqueFd space(::open("/proc/self/ns/uts", O_RDONLY | O_CLOEXEC));
+    auto* const handle = reinterpret_cast<void*>(static_cast<std::intptr_t>(space.Get()));
+    EXPECT_TRUE(CDeviceIo::DeviceIoControl(handle, NS_GET_NSTYPE, nullptr, 0, nullptr, 0, &returned, nullptr));
+    EXPECT_EQ(returned, static_cast<unsigned int>(CLONE_NEWUTS));  // what the driver returned
     Device missing("/dev/none");
     EXPECT_FALSE(missing.Open() || missing.IoControl(TCGETS, nullptr, 0, nullptr, 0, nullptr));
     EXPECT_EQ(missing.LastError(), static_cast<std::uint32_t>(ENOENT));  // which tells more than EINVAL
@@ -221,16 +227,26 @@ TEST(DeviceBios, MapsOnePieceAtATimeAndRefusesTheRest) {
               "ls -l /proc/$PPID/fd | grep -c \"$p\"; ls -l /proc/$$/fd | grep -c \"$p\"); test \"$(echo $held)\" = '" +
               wanted + "'");
     };
+    const auto expectAccess = [&path](int wanted) {
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            std::error_code gone;
+            if (std::filesystem::read_symlink(entry, gone) == path) {
+                EXPECT_EQ(::fcntl(std::stoi(entry.path().filename()), F_GETFL) & O_ACCMODE, wanted);
+            }
+        }
+    };
     const auto scenario = [&] {
         std::ofstream(path).seekp(0xF1234) << "firmware";
         {
             CDeviceBios bios("/dev/null", path.c_str());
             auto* const written = static_cast<char*>(bios.MapPhysicalMemory(1, 0xF1234, 8, true));
             ASSERT_TRUE(written != nullptr && std::string_view(written, 8) == "firmware");
+            expectAccess(O_RDWR);
             *written = 'F';
             const auto* const read = static_cast<char*>(bios.MapPhysicalMemory(0, 0xF1230, 12, false));
             EXPECT_TRUE(read != nullptr && std::string_view(read + 4, 8) == "Firmware");
             expectHeld("1 1 0");
+            expectAccess(O_RDONLY);
             for (const auto& [low, length] : {std::pair(0U, 8UL), {4096U, 0UL}, {4097U, 0xFFFFFFFFUL}, {8U, ~0UL}}) {
                 EXPECT_EQ(bios.MapPhysicalMemory(0, low, length, false), nullptr);
                 EXPECT_EQ(bios.LastError(), static_cast<unsigned int>(EINVAL));

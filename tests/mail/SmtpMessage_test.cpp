@@ -41,10 +41,10 @@ TEST(SmtpMessage, TakesListsAndTexts) {
     const CTraceCapture trace;
     CSmtpMessage mail;
     EXPECT_EQ(mail.GetMessageHeader(), "");
-    EXPECT_TRUE(mail.AddRecipients("anna; bert,,\n carl ") && mail.AddRecipientsCc("\tdora\r\n"));
+    EXPECT_TRUE(mail.AddRecipients("anna; bert,,\n carl\nemil ") && mail.AddRecipientsCc("\tdora\r\nfred\r\n"));
     EXPECT_FALSE(mail.AddRecipients(nullptr) || mail.AddRecipientsCc(nullptr));
     mail.SetText("\na\nb\r\nc\r\r\n");
-    EXPECT_EQ(Parts(mail), "/anna;bert;carl;/dora;////-1/\r\na\r\nb\r\nc\r\r\n");
+    EXPECT_EQ(Parts(mail), "/anna;bert;carl;emil;/dora;fred;////-1/\r\na\r\nb\r\nc\r\r\n");
     EXPECT_EQ(trace.All(), ReadFile(EM_TEST_DATA "/recipients.traces"));
     mail.SetSender("Alerts<ops>");
     mail.AddReplyTo("anna, bert");
