@@ -49,7 +49,10 @@ std::string noted;  // of a transfer, by name and value
 extern "C" __attribute__((visibility("default"))) CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...) {
     static const auto real = reinterpret_cast<decltype(&curl_easy_setopt)>(::dlsym(RTLD_NEXT, "curl_easy_setopt"));
     va_list arguments;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wvarargs"  // clang's, of an enumeration before the dots: that is the library's way
     va_start(arguments, option);
+#pragma GCC diagnostic pop
     void* const value = va_arg(arguments, void*);
     va_end(arguments);
     if (const curl_easyoption* const known = areOptionsNoted ? curl_easy_option_by_id(option) : nullptr) {
