@@ -25,8 +25,7 @@ std::optional<std::uint32_t> FirstNumber(const std::string& text) {
 }  // namespace
 
 CService::CService(CLoop& loop, ServiceOptions options, ServiceConfig config)
-    : loop_(loop),
-      options_(std::move(options)),
+    : options_(std::move(options)),
       config_(std::move(config)),
       inbox_(loop),
       store_(options_.state),

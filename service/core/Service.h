@@ -86,7 +86,6 @@ private:
     void OnTrace(const std::string& print);
     void OnEntry(const TranscriptEntry& entry);
 
-    CLoop& loop_;
     const ServiceOptions options_;
     ServiceConfig config_;
     CInbox inbox_;
