@@ -6,6 +6,7 @@
 #include <fstream>
 #include <memory>
 #include <netdb.h>
+#include <optional>
 #include <sys/stat.h>
 #include <system_error>
 
@@ -159,19 +160,21 @@ void CheckServer(const NumberedServer& server, Findings& findings) {
                                             (error == EAI_SYSTEM ? SystemWords(errno) : ::gai_strerror(error)))});
 }
 
-void CheckServiceConfig(const std::string& path, Findings& findings) {
+/// @return whether it has alerts mailed; nothing when it is wrong
+std::optional<bool> CheckServiceConfig(const std::string& path, Findings& findings) {
     ServiceConfig config;
     std::vector<ConfigMistake> mistakes;
-    if (ReadServiceConfig(path, config, mistakes)) {
-        const std::size_t checks = config.checks.size();
-        findings.push_back(
-            {"em-alertd", State::Ok, path + ": " + (checks == 1 ? "one check" : std::to_string(checks) + " checks")});
-        const auto mail = std::ranges::find(config.alerts, std::uint32_t{kMailForStatusAlert}, &AlertSettingValue::id);
-        CheckMail(mail != config.alerts.end() && mail->data == "1", "mail = true in [alerts]", findings);
+    if (!ReadServiceConfig(path, config, mistakes)) {
+        for (const ConfigMistake& mistake : mistakes) {
+            findings.push_back({"em-alertd", State::Wrong, MistakeText(path, mistake)});
+        }
+        return std::nullopt;
     }
-    for (const ConfigMistake& mistake : mistakes) {
-        findings.push_back({"em-alertd", State::Wrong, MistakeText(path, mistake)});
-    }
+    const std::size_t checks = config.checks.size();
+    findings.push_back(
+        {"em-alertd", State::Ok, path + ": " + (checks == 1 ? "one check" : std::to_string(checks) + " checks")});
+    const auto mail = std::ranges::find(config.alerts, std::uint32_t{kMailForStatusAlert}, &AlertSettingValue::id);
+    return mail != config.alerts.end() && mail->data == "1";
 }
 
 // A part that fails as a whole is a finding; the others are looked at all the same.
@@ -182,6 +185,25 @@ void Try(const char* subject, Findings& findings, Check check) {
     } catch (const CAgentError& error) {
         findings.push_back({subject, State::Wrong, error.what()});
     }
+}
+
+// Nobody has to have a service. One that runs knows what was set at run time, which goes before its file.
+void CheckServiceAndMail(CCommandContext& context, const CommandArguments& arguments, bool hasModule,
+                         Findings& findings) {
+    const bool isNamed = !arguments.words.empty();
+    const std::string path = isNamed ? arguments.words[0] : kServiceConfigFile;
+    std::error_code ignored;
+    const bool isThere = isNamed || std::filesystem::exists(path, ignored);
+    const std::optional<bool> isMailed = isThere ? CheckServiceConfig(path, findings) : std::nullopt;
+    Try("mail", findings, [&] {
+        if (hasModule && !isNamed && (!isThere || context.Link().IsService())) {
+            const Command answer =
+                context.Link().AgentAnswer(MakeCommand(kReadConfigurationValue, kMailForStatusAlert));
+            CheckMail(AnswerNumber(answer).value_or(0) == 1, "em-alert setting mail on", findings);
+        } else if (isMailed) {
+            CheckMail(*isMailed, "mail = true in [alerts]", findings);
+        }
+    });
 }
 
 Outcome ToOutcome(const Findings& findings) {
@@ -227,13 +249,6 @@ Outcome RunCheckConfig(CCommandContext& context, const CommandArguments& argumen
             }
         });
     }
-    const std::string config = arguments.words.empty() ? kServiceConfigFile : arguments.words[0];
-    std::error_code ignored;
-    if (!arguments.words.empty() || std::filesystem::exists(config, ignored)) {
-        CheckServiceConfig(config, findings);
-    } else if (hasModule) {  // nobody has to have a service
-        const Command answer = context.Link().AgentAnswer(MakeCommand(kReadConfigurationValue, kMailForStatusAlert));
-        CheckMail(AnswerNumber(answer).value_or(0) == 1, "em-alert setting mail on", findings);
-    }
+    CheckServiceAndMail(context, arguments, hasModule, findings);
     return ToOutcome(findings);
 }

@@ -9,6 +9,7 @@ import json
 import os
 import pathlib
 import random
+import shutil
 import signal
 import socket
 import subprocess
@@ -301,6 +302,13 @@ if-installed = true
         self.plugin(2, "DISK full")
         self.awaits(lambda: len(server.mails()) == 1)
         self.assertIn("severity          2\n", self.command("reset", "severity")[1])
+        usual = pathlib.Path("/etc/em-alert/em-alertd.toml")  # of the private machine
+        usual.parent.mkdir()
+        self.addCleanup(shutil.rmtree, usual.parent)
+        usual.write_text("[alerts]\nmail = true\n")
+        self.assertEqual(self.command("setting", "mail", "off")[0], 0)
+        self.assertRegex(self.command("check-config")[1], "(?s)toml: 0 checks.*not mailed: em-alert setting mail on")
+        self.assertEqual(self.command("reset", "mail")[0], 0)
         self.configure(more='[alertmanager]\nurls = []')
         config = self.folder / "em-alertd.toml"
         config.write_text(read(config).replace("subject =", "# ").replace('"$(ComponentDesignation)', '"by file: $(ComponentName)'))
