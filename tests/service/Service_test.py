@@ -277,19 +277,29 @@ if-installed = true
         self.assertEqual((run.returncode, run.stderr), (0, ""))
 
     def test_others_report(self):
-        self.start()
+        self.start(head='reminder = "200ms"')
+        server = self.mail_server()
+
+        def told_of(name):
+            return sum(name in base64.b64decode(mail["data"]) for mail in server.mails())
         self.file("em-alert", f'#!/bin/sh\nexec {COMMAND} --socket {self.socket} "$@"\n').chmod(0o755)
         path = {"PATH": f"{self.folder}:/usr/bin:/bin"}
         smart = {"SMARTD_DEVICE": "/dev/sda", "SMARTD_FAILTYPE": "CurrentPendingSector", "SMARTD_MESSAGE": "8 sectors"}
         subprocess.run([FILES / "smartd-exec"], env=path | smart, check=True, stdout=subprocess.DEVNULL)
         told = self.component("smart-sda")
         self.assertEqual((told["status"], told["text"]), (3, "CurrentPendingSector: 8 sectors"))
+        self.awaits(lambda: told_of(b"smart-sda") >= 3)  # reminders, until it is well
+        self.assertEqual(self.command("submit", "smart-sda", "0", "replaced")[0], 0)
+        reminders = told_of(b"smart-sda")
         for words, expected in ((("Fail", "/dev/md0", "/dev/sdb1"), (3, "Fail of /dev/sdb1")),
                                 (("Rebuild40", "/dev/md0"), (2, "Rebuild40")),
                                 (("SpareActive", "/dev/md0", "/dev/sdc1"), (1, "SpareActive of /dev/sdc1"))):
             subprocess.run([FILES / "mdadm-program", *words], env=path, check=True, stdout=subprocess.DEVNULL)
             told = self.component("raid-md0")
             self.assertEqual((told["status"], told["text"]), expected)
+        self.plugin(2, "DISK full")
+        self.awaits(lambda: told_of(b"disk") >= 5)
+        self.assertLessEqual(told_of(b"smart-sda"), reminders + 1)  # one may have been under way
 
     def test_settings_changed_at_run_time_stay(self):
         self.start()
