@@ -355,6 +355,11 @@ if-installed = true
                 client.sendall(line.encode() + b"\n")
             answers = client.makefile()
             self.assertEqual([json.loads(answers.readline())["kind"] for _ in range(7)], ["error"] * 6 + ["notified"])
+            client.settimeout(20)
+            client.sendall(b'{"check":"disk"}\n' * 2)  # each is answered, also by one result
+            self.assertEqual([json.loads(answers.readline())["kind"] for _ in range(2)], ["checked"] * 2)
+            client.sendall(b'{"ask":"pending"}\n')
+            self.assertEqual(json.loads(answers.readline())["kind"], "pending")  # and no more than once
 
     def test_fleet_watchdog_and_updates(self):
         fleet = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Fleet)
