@@ -28,7 +28,7 @@ const char* const kUsage =
     "  --no-trace-times    leaves the time of day out of traces\n"
     "  --wav FILE          plays the speaker's tones into a sound file\n"
     "  --port-log FILE     writes down each access to the speaker's ports\n"
-    "  --help              this text\n"
+    "  -h, --help          this text\n"
     "\n"
     "Exit status: 0 every step worked, 1 one failed, 2 the command line is wrong.\n"
     "docs/agent.md describes the files.\n";
@@ -116,7 +116,7 @@ CommandLine ParseCommandLine(int argc, char** argv) {
     for (;;) {
         const int current = optind;
         // NOLINTNEXTLINE(concurrency-mt-unsafe): there is no other thread yet
-        const int letter = ::getopt_long(argc, argv, ":", kOptions.data(), nullptr);
+        const int letter = ::getopt_long(argc, argv, ":h", kOptions.data(), nullptr);
         if (letter < 0) {
             break;
         }

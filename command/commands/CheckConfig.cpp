@@ -47,7 +47,8 @@ void CheckModule(CCommandContext& context, Findings& findings) {
     }
 }
 
-void CheckSettingsFile(CCommandContext& context, Findings& findings) {
+// False when no setting can be read, so that further looks would only tell the same again.
+bool CheckSettingsFile(CCommandContext& context, Findings& findings) {
     CNotificationConfig config;
     config.Load();
     const std::string& path = config.Path();
@@ -57,12 +58,14 @@ void CheckSettingsFile(CCommandContext& context, Findings& findings) {
     } else if (config.Status() != CNotificationConfig::LoadStatus::Loaded) {
         const bool mayBeFine = context.Link().IsService() && ::access(path.c_str(), R_OK) != 0;
         findings.push_back({"settings file", mayBeFine ? State::Note : State::Wrong, path + ": " + config.ErrorText()});
+        return mayBeFine;
     } else if (::stat(path.c_str(), &status) == 0 && (status.st_mode & (S_IRGRP | S_IROTH)) != 0) {
         findings.push_back(
             {"settings file", State::Wrong, path + " holds passwords and may be read by others: chmod 600"});
     } else {
         findings.push_back({"settings file", State::Ok, path});
     }
+    return true;
 }
 
 // The directory is left unmade: a check changes nothing.
@@ -233,11 +236,12 @@ Outcome RunCheckConfig(CCommandContext& context, const CommandArguments& argumen
     Findings findings;
     Try("module", findings, [&] { CheckModule(context, findings); });
     const bool hasModule = findings.front().state == State::Ok;
-    Try("settings file", findings, [&] { CheckSettingsFile(context, findings); });
+    bool hasSettings = hasModule;
+    Try("settings file", findings, [&] { hasSettings = CheckSettingsFile(context, findings) && hasModule; });
     CheckLock(findings);
     CheckTraces(findings);
     CheckCertificates(findings);
-    if (hasModule) {
+    if (hasSettings) {
         Try("addresses", findings, [&] { CheckAddresses(context.Link(), findings); });
         Try("servers", findings, [&] {
             const std::vector<NumberedServer> servers = ReadMailServers(context.Link());

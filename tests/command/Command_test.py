@@ -209,6 +209,7 @@ class SingleCommands(ProgramTest):
             status, output = run(self, command)
             self.assertEqual((status, "Notifications.xml" in output), (1, True), output)
             self.assertNotIn("(not set)", output)
+        self.assertIn("one thing is wrong", output)
         path.unlink()
         with open(f"{path}.lock", "w", encoding="ascii") as lock:
             lock.write("somebody #1")
