@@ -69,9 +69,9 @@ void CAlertBeeper::FollowSwitch(bool isEnabled) {
     settings_.Change([=](AlertSettings& settings) { settings.beepAlertEnabled = isEnabled; });
     if (isChange && isEnabled) {
         EM_TRACE(3, "\nEM_ALERT (REPLY)    : Beep alert configuration changed from disabled to enabled");
-        SipJson newest;
-        pendingAlerts_.GetNewest(newest);
-        PlayWhilePending(CAlertPolicy::OfSystemStatus(ToStatusByte(DataNumber(newest))));
+        if (SipJson newest; pendingAlerts_.GetNewest(newest)) {
+            PlayWhilePending(CAlertPolicy::OfSystemStatus(ToStatusByte(DataNumber(newest))));
+        }
     } else if (isChange) {
         EM_TRACE(3, "\nEM_ALERT (REPLY)    : Beep alert configuration changed from enabled to disabled");
         SequenceOff();
