@@ -25,9 +25,10 @@ struct Component {
     std::uint32_t badInRow = 0;                         ///< results that are not told yet
     bool isPending = false;                             ///< an alert of it waits for an acknowledgement
     bool isRestored = false;                            ///< as an earlier run left it; no result has come yet
+    bool isRelisting = false;                           ///< its alert of an earlier run is being listed again
     bool isReported = false;                            ///< no configuration names it: it came with a report
     bool isMailDue = false;                             ///< no server took the mail about the status
-    std::uint32_t untold = 0;                           ///< its events that wait for the module, or are with it
+    std::uint32_t untold = 0;                           ///< its events, with mail, that wait or are with the module
     std::optional<std::uint32_t> updates;               ///< of an update check
     bool isUpdateDue = false;                           ///< it is not told for sure, or no server took the mail
 

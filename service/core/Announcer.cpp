@@ -10,6 +10,8 @@
 namespace {
 
 constexpr std::uint32_t kOk = 1;
+constexpr std::size_t kMostWaiting = 10000;
+constexpr std::chrono::milliseconds kBusyModule{1000};
 constexpr std::string_view kUpdates = "/updates";  // behind a component's name, which has no "/": what a mail was about
 
 }  // namespace
@@ -25,23 +27,60 @@ CAnnouncer::CAnnouncer(CLoop& loop, CInbox& inbox, CComponents& components, CSta
       onTold_(std::move(onTold)),
       retries_(loop, [this](const std::string& subject) { TellAgain(subject); }) {}
 
-template <typename Deliver>
-void CAnnouncer::Post(const std::string& subject, Deliver deliver, std::function<void(bool isMailLost)> onTold) {
-    const bool isPosted = module_->Post([this, deliver, onTold = std::move(onTold)](CAgent& agent) {
-        isMailLost_ = false;
-        deliver(agent);
-        inbox_.Post([this, onTold, isLost = isMailLost_.load()] {
-            onTold(isLost);
-            onTold_();
-        });
-    });
-    if (!isPosted) {
+void CAnnouncer::Post(const std::string& subject, Event event) {
+    if (waiting_.size() >= kMostWaiting) {
         Journal(3, subject + ": too many events wait for the module; this one is told after a restart");
+        return;
+    }
+    waiting_.push_back(std::move(event));
+    if (!isUnderWay_) {
+        DeliverNext();
+    }
+}
+
+void CAnnouncer::DeliverNext() {
+    isUnderWay_ = module_ != nullptr && !waiting_.empty();
+    if (!isUnderWay_) {
+        return;
+    }
+    if (!module_->Post([this, event = waiting_.front()](CAgent& agent) { Deliver(agent, event); })) {
+        nextTry_ = loop_.After(kBusyModule, [this] { DeliverNext(); });  // clients ask too much of it
+        return;
+    }
+    waiting_.pop_front();
+}
+
+/// On the module's thread.
+void CAnnouncer::Deliver(CAgent& agent, const Event& event) {
+    isMailLost_ = false;
+    deliverer_ = std::this_thread::get_id();
+    try {
+        event.deliver(agent);
+    } catch (const std::exception& error) {
+        Journal(3, error.what());
+        isMailLost_ = true;
+    }
+    deliverer_ = std::thread::id();
+    inbox_.Post([this, onTold = event.onTold, isLost = isMailLost_.load()] {
+        onTold(isLost);
+        onTold_();
+        DeliverNext();
+    });
+}
+
+void CAnnouncer::OnMail(bool isTaken) {
+    if (!isTaken && deliverer_.load() == std::this_thread::get_id()) {
+        isMailLost_ = true;
     }
 }
 
 void CAnnouncer::Tell(Component& component, bool withoutMail) {
-    ++component.untold;
+    if (withoutMail) {
+        component.isRestored = false;
+        component.isRelisting = true;  // and the state stays: a sudden end repeats this, not the mail
+    } else {
+        ++component.untold;
+    }
     store_.Keep(component);
     store_.Save();
     const ComponentEvent event = {.id = component.id,
@@ -50,19 +89,20 @@ void CAnnouncer::Tell(Component& component, bool withoutMail) {
                                   .status = component.Effective(),
                                   .systemStatus = components_.SystemStatus(),
                                   .withoutMail = withoutMail};
-    Post(
-        event.name, [this, event](CAgent& agent) { delivery_.Deliver(agent, event); },
-        [this, name = event.name](bool isMailLost) { OnTold(name, isMailLost); });
+    Post(event.name, {.deliver = [this, event](CAgent& agent) { delivery_.Deliver(agent, event); },
+                      .onTold = [this, name = event.name,
+                                 withoutMail](bool isMailLost) { OnTold(name, withoutMail, isMailLost); }});
 }
 
 void CAnnouncer::TellUpdates(Component& component) {
     component.isUpdateDue = true;
     store_.Keep(component);
     store_.Save();
-    Post(
-        component.config.name,
-        [this, updates = *component.updates](CAgent& agent) { delivery_.DeliverUpdates(agent, updates); },
-        [this, name = component.config.name](bool isMailLost) { OnUpdatesTold(name, isMailLost); });
+    const std::uint32_t updates = *component.updates;
+    Post(component.config.name,
+         {.deliver = [this, updates](CAgent& agent) { delivery_.DeliverUpdates(agent, updates); },
+          .onTold = [this, name = component.config.name,
+                     updates](bool isMailLost) { OnUpdatesTold(name, updates, isMailLost); }});
 }
 
 void CAnnouncer::TellOver(const Component& gone) {
@@ -77,15 +117,20 @@ void CAnnouncer::TellOver(const Component& gone) {
                                       .designation = gone.config.designation,
                                       .status = kOk,
                                       .systemStatus = components_.SystemStatus()};
-        Post(
-            name, [this, event](CAgent& agent) { delivery_.Deliver(agent, event); },
-            [this](bool /*isMailLost*/) { MarkPending(); });
+        Post(name, {.deliver = [this, event](CAgent& agent) { delivery_.Deliver(agent, event); },
+                    .onTold = [this](bool /*isMailLost*/) { MarkPending(); }});
     }
 }
 
-void CAnnouncer::OnTold(const std::string& name, bool isMailLost) {
+void CAnnouncer::OnTold(const std::string& name, bool withoutMail, bool isMailLost) {
+    Component* component = components_.Find(name);
+    if (component != nullptr && withoutMail) {
+        component->isRelisting = false;
+    }
     MarkPending();
-    if (Component* component = components_.Find(name); component != nullptr && component->untold > 0) {
+    if (component != nullptr && withoutMail) {
+        Remind(*component);
+    } else if (component != nullptr && component->untold > 0) {
         --component->untold;
         component->isMailDue = isMailLost;
         store_.Keep(*component);
@@ -95,8 +140,9 @@ void CAnnouncer::OnTold(const std::string& name, bool isMailLost) {
     store_.Save();
 }
 
-void CAnnouncer::OnUpdatesTold(const std::string& name, bool isMailLost) {
-    if (Component* component = components_.Find(name)) {
+void CAnnouncer::OnUpdatesTold(const std::string& name, std::uint32_t updates, bool isMailLost) {
+    Component* component = components_.Find(name);
+    if (component != nullptr && component->updates == updates) {  // else there is news of it
         component->isUpdateDue = isMailLost;
         store_.Keep(*component);
         store_.Save();
@@ -129,6 +175,9 @@ void CAnnouncer::TellAgain(const std::string& subject) {
 void CAnnouncer::MarkPending() {
     const auto pending = ledger_.Pending();
     for (Component& component : components_.All()) {
+        if (component.isRestored || component.isRelisting) {
+            continue;  // listed when its cause is known to persist
+        }
         const bool isPending =
             std::ranges::find(pending, component.config.name, &CLedger::Alert::name) != pending.end();
         if (std::exchange(component.isPending, isPending) != isPending) {

@@ -3,9 +3,11 @@
 
 #include <atomic>
 #include <chrono>
+#include <deque>
 #include <functional>
 #include <map>
 #include <string>
+#include <thread>
 
 #include "service/components/Components.h"
 #include "service/core/Delivery.h"
@@ -15,8 +17,8 @@
 #include "service/loop/Inbox.h"
 
 /// What the module is told of components, and what came of it: the state is kept before an event goes out and when it
-/// has been dealt with, so that one that a sudden end swallows is told by the next run. One thread, the loop's, unless
-/// stated.
+/// has been dealt with, so that one that a sudden end swallows is told by the next run. The next event waits until that
+/// is kept: no end repeats more than the one mail that was under way. One thread, the loop's, unless stated.
 class CAnnouncer {
 public:
     /// @param onTold  is called when the module has dealt with an event
@@ -25,8 +27,9 @@ public:
     CAnnouncer(const CAnnouncer&) = delete;
     CAnnouncer& operator=(const CAnnouncer&) = delete;
 
-    /// @param module  lives as long as anything is told
-    void Use(CModuleThread& module) { module_ = &module; }
+    /// @param module  lives as long as anything is told; null: from here on nothing is, and what waits is for the next
+    /// run
+    void Use(CModuleThread* module) { module_ = module; }
 
     /// A component that stays bad is told again after this time; 0: never.
     void SetReminder(std::chrono::milliseconds interval) { reminder_ = interval; }
@@ -40,18 +43,24 @@ public:
     /// A component that is no longer watched: it is well from now on.
     void TellOver(const Component& gone);
 
-    /// The module has sent a mail. Any thread.
+    /// The module has sent a mail. Any thread; what was not sent by the one that delivers an event is no mail about it.
     /// @param isTaken  by a server
-    void OnMail(bool isTaken) { isMailLost_ = isMailLost_ || !isTaken; }
+    void OnMail(bool isTaken);
 
     /// Notes of each component whether an alert of it is pending.
     void MarkPending();
 
 private:
-    template <typename Deliver>
-    void Post(const std::string& subject, Deliver deliver, std::function<void(bool isMailLost)> onTold);
-    void OnTold(const std::string& name, bool isMailLost);
-    void OnUpdatesTold(const std::string& name, bool isMailLost);
+    struct Event {
+        std::function<void(CAgent&)> deliver;
+        std::function<void(bool isMailLost)> onTold;
+    };
+
+    void Post(const std::string& subject, Event event);
+    void DeliverNext();
+    void Deliver(CAgent& agent, const Event& event);
+    void OnTold(const std::string& name, bool withoutMail, bool isMailLost);
+    void OnUpdatesTold(const std::string& name, std::uint32_t updates, bool isMailLost);
     void Remind(const Component& component);
     void TellAgain(const std::string& subject);
 
@@ -66,5 +75,9 @@ private:
     std::chrono::milliseconds reminder_{0};
     std::map<std::string, CLoopSource> reminders_;
     CMailRetries retries_;
+    std::deque<Event> waiting_;
+    bool isUnderWay_ = false;  // an event is with the module, or what came of it is not kept yet
+    CLoopSource nextTry_;
+    std::atomic<std::thread::id> deliverer_{};
     std::atomic<bool> isMailLost_{false};  // during the delivery that is under way
 };

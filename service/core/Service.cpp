@@ -61,7 +61,7 @@ void CService::Start(CIServiceListener& listener) {
     if (!module_->WaitForLoad()) {
         throw CAgentError("the module " + options_.module + " could not be loaded and started");
     }
-    announcer_.Use(*module_);
+    announcer_.Use(module_.get());
     fleet_.Configure(config_.alertmanagers, config_.metricsFile);
     for (const std::string& name : untold_) {
         announcer_.Tell(*components_.Find(name), false);
@@ -78,6 +78,7 @@ void CService::Start(CIServiceListener& listener) {
 }
 
 void CService::Stop() {
+    announcer_.Use(nullptr);
     module_.reset();
     inbox_.Drain();
 }
@@ -133,6 +134,7 @@ void CService::FollowUpdates(Component& component) {
         return;
     }
     component.updates = updates;
+    component.isUpdateDue = *updates > 0;
     store_.Keep(component);
     store_.Save();
     if (*updates > 0) {

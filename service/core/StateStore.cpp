@@ -14,10 +14,6 @@ std::string Key(const Component& component, const char* what) {
     return "components/" + component.config.name + "/" + what;
 }
 
-std::string SettingKey(std::uint32_t id) {
-    return "settings/" + std::to_string(id);
-}
-
 }  // namespace
 
 CStateStore::CStateStore(const std::string& directory) : registry_(directory) {
@@ -25,6 +21,7 @@ CStateStore::CStateStore(const std::string& directory) : registry_(directory) {
         Journal(3, "cannot make " + directory + ": " + std::generic_category().message(errno));
     }
     if (const auto loaded = registry_.Load(); !loaded.problem.empty()) {
+        isChanged_ = true;
         Journal(3, loaded.problem);
     }
 }
@@ -54,25 +51,28 @@ bool CStateStore::Restore(Component& component) const {
     return !isTold && component.since != 0;
 }
 
+void CStateStore::Put(const std::string& key, const std::string& value) {
+    isChanged_ = isChanged_ || registry_.Get(key) != value;
+    registry_.Set(key, value);
+}
+
+void CStateStore::Take(const std::string& key) {
+    isChanged_ = registry_.Remove(key) || isChanged_;
+}
+
 void CStateStore::Keep(const Component& component) {
-    registry_.SetNumber(Key(component, "status"), static_cast<std::int64_t>(component.status));
-    registry_.SetNumber(Key(component, "since"), component.since);
-    registry_.Set(Key(component, "text"), component.text);
-    registry_.SetBool(Key(component, "told"), component.untold == 0 && !component.isMailDue);
-    registry_.SetBool(Key(component, "pending"), component.isPending);
-    registry_.SetBool(Key(component, "reported"), component.isReported);
-    registry_.SetBool(Key(component, "updates-due"), component.isUpdateDue);
+    const auto put = [&](const char* what, const std::string& value) { Put(Key(component, what), value); };
+    const auto flag = [&](const char* what, bool value) { put(what, value ? "true" : "false"); };
+    put("status", std::to_string(static_cast<std::uint32_t>(component.status)));
+    put("since", std::to_string(component.since));
+    put("text", component.text);
+    flag("told", component.untold == 0 && !component.isMailDue);
+    flag("pending", component.isPending);
+    flag("reported", component.isReported);
+    flag("updates-due", component.isUpdateDue);
     if (component.updates) {
-        registry_.SetNumber(Key(component, "updates"), *component.updates);
+        put("updates", std::to_string(*component.updates));
     }
-}
-
-void CStateStore::KeepSetting(std::uint32_t id, const std::string& data) {
-    registry_.Set(SettingKey(id), data);
-}
-
-void CStateStore::ForgetSetting(std::uint32_t id) {
-    registry_.Remove(SettingKey(id));
 }
 
 std::vector<std::uint32_t> CStateStore::Settings() const {
@@ -90,7 +90,12 @@ std::optional<std::string> CStateStore::Setting(std::uint32_t id) const {
 }
 
 void CStateStore::Save() {
+    if (!isChanged_) {
+        return;
+    }
+    isChanged_ = false;
     if (const int error = registry_.Save(); error != 0) {
+        isChanged_ = true;
         Journal(3, "cannot save the state: " + std::generic_category().message(error));
     }
 }

@@ -26,12 +26,12 @@ public:
     void Keep(const Component& component);
 
     /// A component that is no longer watched.
-    void Forget(const std::string& name) { registry_.Remove("components/" + name); }
+    void Forget(const std::string& name) { Take("components/" + name); }
 
     /// @param data  "DA" of the answer
-    void KeepSetting(std::uint32_t id, const std::string& data);
+    void KeepSetting(std::uint32_t id, const std::string& data) { Put(SettingKey(id), data); }
 
-    void ForgetSetting(std::uint32_t id);
+    void ForgetSetting(std::uint32_t id) { Take(SettingKey(id)); }
 
     /// @return the ids of those that are kept
     std::vector<std::uint32_t> Settings() const;
@@ -39,9 +39,14 @@ public:
     /// @return nothing when it is not kept
     std::optional<std::string> Setting(std::uint32_t id) const;
 
-    /// Writes what was kept. Some milliseconds: two syncs.
+    /// Writes what has changed. Some milliseconds: two syncs.
     void Save();
 
 private:
+    static std::string SettingKey(std::uint32_t id) { return "settings/" + std::to_string(id); }
+    void Put(const std::string& key, const std::string& value);
+    void Take(const std::string& key);
+
     CRegistry registry_;
+    bool isChanged_ = false;  // since it was saved
 };

@@ -8,7 +8,6 @@ import http.server
 import json
 import os
 import pathlib
-import random
 import shutil
 import signal
 import socket
@@ -17,110 +16,11 @@ import threading
 import time
 import unittest
 
-from programs import COMMAND, LIBRARY, ProgramTest, read
-
-SERVICE = os.environ["EM_SERVICE"]
-KILLS = int(os.environ.get("EM_KILLS", 12))  # at random moments
-FILES = pathlib.Path(__file__).parents[2] / "service/files"
-
-CONFIG = """
-{head}
-[alerts]
-mail = true
-severity = 2
-subject = "$(ComponentStatus): $(ComponentName)"
-message = "$(ComponentDesignation)\\n"
-
-[[check]]
-name = "disk"
-designation = "file system /"
-command = ["/bin/sh", "-c", "cat {folder}/says; exit $(cat {folder}/exit)"]
-interval = "100ms"
-timeout = "5s"
-attempts = {attempts}
-retry = "100ms"
-{more}
-"""
+from programs import COMMAND, LIBRARY, read
+from running import FILES, SERVICE, Fleet, ServiceTest
 
 
-class Fleet(http.server.BaseHTTPRequestHandler):
-    """What stands for Alertmanager: keeps what it is told."""
-
-    told = []
-
-    def do_POST(self):
-        Fleet.told += [(self.path, json.loads(self.rfile.read(int(self.headers["Content-Length"]))))]
-        self.send_response(200)
-        self.end_headers()
-
-    def log_message(self, *_):
-        pass
-
-
-class ServiceTest(ProgramTest):
-    def setUp(self):
-        super().setUp()
-        self.socket = self.folder / "control"
-        self.plugin(0, "DISK OK")
-
-    def plugin(self, status, says):
-        for name, text in (("says", says), ("exit", str(status))):
-            (self.folder / "new").write_text(text)
-            (self.folder / "new").rename(self.folder / name)
-
-    def configure(self, head="", more="", attempts=1):
-        return self.file("em-alertd.toml", CONFIG.format(head=head, more=more, attempts=attempts, folder=self.folder))
-
-    def start(self, **parts):
-        self.log = open(self.folder / "log", "a")
-        self.addCleanup(self.log.close)
-        config = self.configure(**parts) if parts or not (self.folder / "em-alertd.toml").exists() else \
-            self.folder / "em-alertd.toml"
-        self.service = subprocess.Popen([SERVICE, "--config", config, "--socket", self.socket, "--state",
-                                         self.folder / "state", "--module", LIBRARY], stderr=self.log)
-        self.addCleanup(self.end)
-        self.awaits(self.answers)
-
-    def answers(self):
-        with socket.socket(socket.AF_UNIX) as client, contextlib.suppress(OSError):
-            client.connect(str(self.socket))
-            client.sendall(b'{"ask":"pending"}\n')
-            return client.makefile().readline() != ""
-
-    def end(self, sent=signal.SIGKILL):
-        self.service.send_signal(sent)
-        return self.service.wait(20)
-
-    def run_command(self, *words):
-        run = subprocess.run([COMMAND, *words], capture_output=True, text=True, timeout=60,
-                             env=os.environ | {"HOME": str(self.folder)})
-        return run.returncode, run.stdout + run.stderr
-
-    def command(self, *words):
-        return self.run_command("--socket", self.socket, *words)
-
-    def status(self):
-        return json.loads(self.command("--json", "status")[1])
-
-    def component(self, name="disk"):
-        return {one["name"]: one for one in self.status()["components"]}.get(name)
-
-    def awaits(self, condition, seconds=20):
-        deadline = time.monotonic() + seconds
-        while not condition():
-            self.assertLess(time.monotonic(), deadline, read(self.folder / "log"))
-            time.sleep(0.05)
-
-    def mail_server(self, *options, offline=False):
-        server = self.serve(*options)
-        if offline:  # the service does not run
-            self.run_command("--module", LIBRARY, "set", "port", "1", server.port)
-            return server
-        for words in (("host", "1", "127.0.0.1"), ("port", "1", server.port), ("sender", "a@example.net"),
-                      ("sender-name", "A"), ("recipients", "b@example.net")):
-            self.assertEqual(self.command("set", *words)[0], 0, words)
-        return server
-
+class Service(ServiceTest):
     def test_a_state_settles_is_told_once_and_survives(self):
         self.start(attempts=3)
         server = self.mail_server()
@@ -129,31 +29,20 @@ class ServiceTest(ProgramTest):
         self.awaits(lambda: self.component()["status"] == 3)
         self.assertEqual(self.component()["text"], "DISK ?[31mfull\xff")
         self.assertEqual((self.status()["system"], self.status()["pending"]), (3, 1))
-        self.awaits(lambda: len(server.mails()) == 1)
+        self.submit("raid")
+        self.awaits(lambda: len(server.mails()) == 2)
         for sent in (signal.SIGKILL, signal.SIGTERM):  # the cause persists: listed again, not mailed again
             self.assertEqual(self.end(sent), -9 if sent == signal.SIGKILL else 0)
             self.start()
-            self.awaits(lambda: self.status()["pending"] == 1)
+            self.awaits(lambda: self.status()["pending"] == 2)
+            self.submit("raid")  # news of what is told already
         self.assertIn('"severity":"error"', self.command("--json", "pending")[1].replace(": ", ":"))
-        self.assertEqual(self.command("ack")[0], 0)
-        self.assertEqual(self.status()["pending"], 0)
+        self.assertEqual(self.ask({"acknowledge": True})[0]["alerts"], 2)
+        self.assertEqual((self.status()["pending"], len(server.mails())), (0, 2))
+        self.submit("raid", status=0)
         self.plugin(0, "DISK OK")
         self.awaits(lambda: self.status()["system"] == 1)
-        self.assertEqual(len(server.mails()), 1)
         self.assertEqual(self.status()["mail"]["failed"], 0)
-
-    def test_sudden_ends_lose_nothing(self):
-        self.start(head='parallel = 2')
-        server = self.mail_server()
-        for turn in range(KILLS):
-            self.assertEqual(self.command("submit", f"report{turn}", "2", "failed")[0], 0)
-            time.sleep(random.random() / 20)
-            self.end()
-            self.start()
-        names = {f"report{turn}" for turn in range(KILLS)}
-        self.awaits(lambda: {one["name"] for one in self.status()["components"]} >= names)
-        # A mail that was taken in the very moment of an end may come twice.
-        self.awaits(lambda: len({mail["data"] for mail in server.mails()}) == KILLS)
 
     def test_a_mail_is_due_until_a_server_takes_it(self):
         self.start(more='kind = "update"')

@@ -1,0 +1,126 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The service, with a plugin that does what a file says, and whom it tells."""
+
+import contextlib
+import http.server
+import json
+import os
+import pathlib
+import signal
+import socket
+import subprocess
+import time
+
+from programs import COMMAND, LIBRARY, ProgramTest, read
+
+SERVICE = os.environ["EM_SERVICE"]
+FILES = pathlib.Path(__file__).parents[2] / "service/files"
+
+CONFIG = """
+{head}
+[alerts]
+mail = true
+severity = 2
+subject = "$(ComponentStatus): $(ComponentName)"
+message = "$(ComponentDesignation)\\n"
+
+[[check]]
+name = "disk"
+designation = "file system /"
+command = ["/bin/sh", "-c", "cat {folder}/says; exit $(cat {folder}/exit)"]
+interval = "100ms"
+timeout = "5s"
+attempts = {attempts}
+retry = "100ms"
+{more}
+"""
+
+
+class Fleet(http.server.BaseHTTPRequestHandler):
+    """What stands for Alertmanager: keeps what it is told."""
+
+    told = []
+
+    def do_POST(self):
+        Fleet.told += [(self.path, json.loads(self.rfile.read(int(self.headers["Content-Length"]))))]
+        self.send_response(200)
+        self.end_headers()
+
+    def log_message(self, *_):
+        pass
+
+
+class ServiceTest(ProgramTest):
+    def setUp(self):
+        super().setUp()
+        self.socket = self.folder / "control"
+        self.plugin(0, "DISK OK")
+
+    def plugin(self, status, says):
+        for name, text in (("says", says), ("exit", str(status))):
+            (self.folder / "new").write_text(text)
+            (self.folder / "new").rename(self.folder / name)
+
+    def configure(self, head="", more="", attempts=1):
+        return self.file("em-alertd.toml", CONFIG.format(head=head, more=more, attempts=attempts, folder=self.folder))
+
+    def start(self, **parts):
+        self.log = open(self.folder / "log", "a")
+        self.addCleanup(self.log.close)
+        config = self.configure(**parts) if parts or not (self.folder / "em-alertd.toml").exists() else \
+            self.folder / "em-alertd.toml"
+        self.service = subprocess.Popen([SERVICE, "--config", config, "--socket", self.socket, "--state",
+                                         self.folder / "state", "--module", LIBRARY], stderr=self.log)
+        self.addCleanup(self.end)
+        self.awaits(self.answers)
+
+    def ask(self, *orders):
+        """What the service answers at its socket, order by order."""
+        with socket.socket(socket.AF_UNIX) as client:
+            client.settimeout(20)
+            client.connect(str(self.socket))
+            client.sendall(b"".join(json.dumps(order).encode() + b"\n" for order in orders))
+            answers = client.makefile()
+            return [json.loads(answers.readline()) for _ in orders]
+
+    def submit(self, *names, status=2, text="failed"):
+        for answer in self.ask(*({"submit": {"name": name, "status": status, "text": text}} for name in names)):
+            self.assertEqual(answer["kind"], "submitted")
+
+    def answers(self):
+        with contextlib.suppress(OSError, ValueError):
+            return self.ask({"ask": "pending"})
+
+    def end(self, sent=signal.SIGKILL):
+        self.service.send_signal(sent)
+        return self.service.wait(20)
+
+    def run_command(self, *words):
+        run = subprocess.run([COMMAND, *words], capture_output=True, text=True, timeout=60,
+                             env=os.environ | {"HOME": str(self.folder)})
+        return run.returncode, run.stdout + run.stderr
+
+    def command(self, *words):
+        return self.run_command("--socket", self.socket, *words)
+
+    def status(self):
+        return json.loads(self.command("--json", "status")[1])
+
+    def component(self, name="disk"):
+        return {one["name"]: one for one in self.status()["components"]}.get(name)
+
+    def awaits(self, condition, seconds=20):
+        deadline = time.monotonic() + seconds
+        while not condition():
+            self.assertLess(time.monotonic(), deadline, read(self.folder / "log"))
+            time.sleep(0.05)
+
+    def mail_server(self, *options, offline=False):
+        server = self.serve(*options)
+        if offline:  # the service does not run
+            self.run_command("--module", LIBRARY, "set", "port", "1", server.port)
+            return server
+        for words in (("host", "1", "127.0.0.1"), ("port", "1", server.port), ("sender", "a@example.net"),
+                      ("sender-name", "A"), ("recipients", "b@example.net")):
+            self.assertEqual(self.command("set", *words)[0], 0, words)
+        return server
