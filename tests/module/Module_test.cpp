@@ -111,7 +111,9 @@ protected:
     }
 
     void AwaitPending(bool isPending) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while ((Request(kPendingAlert) == kPending) != isPending) {
+            ASSERT_LT(std::chrono::steady_clock::now(), end);
             std::this_thread::yield();
         }
     }
