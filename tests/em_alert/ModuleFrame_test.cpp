@@ -246,6 +246,11 @@ TEST_F(ModuleFrame, OperationsOfTheAlertModule) {
                << ", component " << module.ComponentStatusToString(component, status) << "\n";
     }
     module.BeepSequenceOff();
+    SipJson alert = MessageOf(R"({"OC":1})");
+    module.AddPendingAlert(alert);
+    SipJson newest;
+    result << module.IsAlertPending() << module.GetLastPendingAlert(newest) << newest.GetElem("OC")
+           << module.AcknowledgeAlert(alert) << module.IsAlertPending() << module.GetLastPendingAlert(newest) << "\n";
     CLumeString text("$(hostname)");
     module.Start(&agent_, 0);
     SipJson unknown = MessageOf(R"({"OC":1})");
@@ -255,6 +260,9 @@ TEST_F(ModuleFrame, OperationsOfTheAlertModule) {
     result << CAlertExtensionModule::ContainsVariableName(text, "$(HostName)")
            << CAlertExtensionModule::ContainsVariableName(text, "$(Time)") << module.AlerterFormatText(text)
            << module.AlerterFormatSystemStatusText(text, 1, 1, "", "")
-           << module.AlerterFormatUpdateStatusText(text, CLogMsgArguments()) << "\n";
+           << module.AlerterFormatUpdateStatusText(text, CLogMsgArguments());
+    CSmtpMessage mail;
+    result << module.AlerterCreateSystemStatusMail(mail, 1, 1, "", "")
+           << module.AlerterCreateUpdateStatusMail(mail, CLogMsgArguments()) << " " << module.AlerterSendMail(mail) << "\n";
     EXPECT_EQ(result.str(), Expected("operations"));
 }
