@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/fleet/Alertmanager.h"
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -15,9 +16,9 @@ namespace {
 constexpr std::chrono::seconds kInterval{60};
 constexpr std::chrono::seconds kSpread{10};  // by host: a fleet does not call in the same second
 constexpr std::chrono::seconds kRetry{5};
-constexpr long kLongestTransfer = 10;       // s
-constexpr std::time_t kToldAfterEnd = 300;  // s, for instances that were away
-constexpr long kFirstFailure = 300;         // HTTP status
+constexpr long kLongestTransfer = 10;               // s
+constexpr std::chrono::seconds kToldAfterEnd{300};  // for instances that were away
+constexpr long kFirstFailure = 300;                 // HTTP status
 
 int MayGoOn(void* stop, curl_off_t /*a*/, curl_off_t /*b*/, curl_off_t /*c*/, curl_off_t /*d*/) {
     return static_cast<const std::stop_token*>(stop)->stop_requested() ? 1 : 0;
@@ -37,18 +38,18 @@ CAlertmanager::CAlertmanager(std::string url, std::string instance)
 CAlertmanager::~CAlertmanager() = default;
 
 void CAlertmanager::Update(const CComponents& components) {
-    const std::time_t now = std::time(nullptr);
+    const auto now = Clock::now();
     const std::lock_guard guard(lock_);
     std::map<Key, Alert> next;
     for (const Component& one : components.All()) {
         if (one.IsBad()) {
             next[{one.config.name, one.Effective() > 2}] = {
-                .designation = one.config.designation, .text = one.text, .starts = one.since};
+                .designation = one.config.designation, .text = one.text, .starts = one.since, .ended = {}};
         }
     }
     for (auto [key, alert] : alerts_) {
-        if (!next.contains(key) && (alert.ends == 0 || alert.ends + kToldAfterEnd > now)) {
-            alert.ends = alert.ends == 0 ? now : alert.ends;
+        if (!next.contains(key) && (!alert.ended || *alert.ended + kToldAfterEnd > now)) {
+            alert.ended = alert.ended.value_or(now);
             next[key] = alert;
         }
     }
@@ -59,6 +60,17 @@ void CAlertmanager::Update(const CComponents& components) {
     }
 }
 
+/// By the clock on the wall as it is now: it may have been set back since, and Alertmanager refuses all alerts of a
+/// call when one of them starts in the future, and takes one that ends there for one that lasts.
+std::string CAlertmanager::Times(const Alert& alert) {
+    std::time_t last = std::time(nullptr);
+    if (alert.ended) {
+        last -= std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - *alert.ended).count();
+    }
+    return "\"startsAt\":" + JsonTime(std::min(alert.starts, last)) +
+           (alert.ended ? ",\"endsAt\":" + JsonTime(last) : "");
+}
+
 std::string CAlertmanager::Body() const {
     std::string body;
     for (const auto& [key, alert] : alerts_) {
@@ -66,8 +78,7 @@ std::string CAlertmanager::Body() const {
                 JsonString(instance_) + ",\"component\":" + JsonString(key.first) +
                 ",\"severity\":" + (key.second ? R"("critical")" : R"("warning")") +
                 "},\"annotations\":{\"summary\":" + JsonString(alert.designation) +
-                ",\"description\":" + JsonString(alert.text) + "},\"startsAt\":" + JsonTime(alert.starts) +
-                (alert.ends != 0 ? ",\"endsAt\":" + JsonTime(alert.ends) : "") + "}";
+                ",\"description\":" + JsonString(alert.text) + "}," + Times(alert) + "}";
     }
     return "[" + body + "]";
 }

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <ctime>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -30,16 +32,19 @@ public:
     void Update(const CComponents& components);
 
 private:
+    using Clock = std::chrono::steady_clock;
+
     struct Alert {
         std::string designation;
         std::string text;
         std::time_t starts;
-        std::time_t ends = 0;  // 0: it lasts
+        std::optional<Clock::time_point> ended;  // nothing: it lasts
         bool operator==(const Alert&) const = default;
     };
     using Key = std::pair<std::string, bool>;  // the component, and whether it is critical
 
     void Run(const std::stop_token& stop);
+    static std::string Times(const Alert& alert);
     std::string Body() const;
     bool Post(const std::string& body, const std::stop_token& stop);
 

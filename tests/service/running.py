@@ -9,6 +9,7 @@ import pathlib
 import signal
 import socket
 import subprocess
+import threading
 import time
 
 from programs import COMMAND, LIBRARY, ProgramTest, read
@@ -29,7 +30,7 @@ name = "disk"
 designation = "file system /"
 command = ["/bin/sh", "-c", "cat {folder}/says; exit $(cat {folder}/exit)"]
 interval = "100ms"
-timeout = "5s"
+timeout = "48h"
 attempts = {attempts}
 retry = "100ms"
 {more}
@@ -54,12 +55,21 @@ class ServiceTest(ProgramTest):
     def setUp(self):
         super().setUp()
         self.socket = self.folder / "control"
+        self.environment = {}
         self.plugin(0, "DISK OK")
 
     def plugin(self, status, says):
         for name, text in (("says", says), ("exit", str(status))):
             (self.folder / "new").write_text(text)
             (self.folder / "new").rename(self.folder / name)
+
+    def fleet(self):
+        fleet = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Fleet)
+        Fleet.told = []
+        threading.Thread(target=fleet.serve_forever, daemon=True).start()
+        self.addCleanup(fleet.server_close)
+        self.addCleanup(fleet.shutdown)
+        return f'[alertmanager]\nurls = ["http://127.0.0.1:1", "http://127.0.0.1:{fleet.server_port}"]'
 
     def configure(self, head="", more="", attempts=1):
         return self.file("em-alertd.toml", CONFIG.format(head=head, more=more, attempts=attempts, folder=self.folder))
@@ -70,7 +80,8 @@ class ServiceTest(ProgramTest):
         config = self.configure(**parts) if parts or not (self.folder / "em-alertd.toml").exists() else \
             self.folder / "em-alertd.toml"
         self.service = subprocess.Popen([SERVICE, "--config", config, "--socket", self.socket, "--state",
-                                         self.folder / "state", "--module", LIBRARY], stderr=self.log)
+                                         self.folder / "state", "--module", LIBRARY], stderr=self.log,
+                                        env=os.environ | self.environment)
         self.addCleanup(self.end)
         self.awaits(self.answers)
 
