@@ -49,10 +49,6 @@ class Endurance(ServiceTest):
         for order in ({"check": "disk"}, {"check": "disk"}, {"notify": 131073}):
             self.ask(order)
 
-    def untold(self):
-        """Of whom the state does not say that their mail is out."""
-        return set(re.findall(r"(?m)^components/(.*)/told=false$", read(self.folder / "state/registry")))
-
     def mails(self, server):
         """The run that sent each mail, and about whom, in the order in which they were taken."""
         for mail in server.mails():

@@ -6,6 +6,7 @@ import http.server
 import json
 import os
 import pathlib
+import re
 import signal
 import socket
 import subprocess
@@ -97,6 +98,10 @@ class ServiceTest(ProgramTest):
     def submit(self, *names, status=2, text="failed"):
         for answer in self.ask(*({"submit": {"name": name, "status": status, "text": text}} for name in names)):
             self.assertEqual(answer["kind"], "submitted")
+
+    def untold(self):
+        """Of whom the state does not say that their mail is out."""
+        return set(re.findall(r"(?m)^components/(.*)/told=false$", read(self.folder / "state/registry")))
 
     def answers(self):
         with contextlib.suppress(OSError, ValueError):
