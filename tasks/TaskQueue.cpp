@@ -31,7 +31,6 @@ void* CTaskQueue::Pop() {
 }
 
 void CTaskQueue::Clear() {
-    count_.store(0, std::memory_order_relaxed);
-    readPosition_ = 0;
-    writePosition_ = 0;
+    while (Pop() != nullptr) {
+    }
 }

@@ -49,8 +49,10 @@ int ReadRegularFile(int fd, std::size_t limit, std::string& text, struct stat& s
 
 int ReadRegularFile(const std::string& path, std::size_t limit, std::string& text, struct stat& status) {
     const CUniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    text.clear();
-    return file ? ReadRegularFile(file.Get(), limit, text, status) : errno;
+    std::string content;
+    const int error = file ? ReadRegularFile(file.Get(), limit, content, status) : errno;
+    text = std::move(content);
+    return error;
 }
 
 int ReadRegularFile(const std::string& path, std::size_t limit, std::string& text) {

@@ -118,7 +118,8 @@ TEST_F(Speaker, StopEndsAToneAndEveryKindOfPause) {
         onSleep = nullptr;
         const std::string course = Course(trace);
         EXPECT_TRUE(!inTone || course == "w0 1000 Hz 5 usleep 5000 signal ") << course;
-        PlayBlock(tones, stop, 1, 0);  // the event is still set
+        EXPECT_EQ(trace.Count("SIGNAL("), 1) << row[2];  // who has seen it waits no more
+        PlayBlock(tones, stop, 1, 0);                    // the event is still set
         EXPECT_EQ(Course(trace), course + "signal ");
     }
 }
@@ -132,7 +133,8 @@ TEST_F(Speaker, PlayerStartsAnewFromTheFirstToneAndEndsWithItsOwner) {
             EXPECT_TRUE(trace.Await("Switch beeper off", start));
         }
         EXPECT_TRUE(trace.Await("prepare time", 5) && Course(trace).ends_with(" w0 w0 w15000 ")) << Course(trace);
-        EXPECT_EQ(trace.Count("Start a thread, Prio=63, Suspend=0, StackSize=0x00000000, Waitable=1, KillAliveThread=0"), 2);
+        EXPECT_EQ(
+            trace.Count("Start a thread, Prio=63, Suspend=0, StackSize=0x00000000, Waitable=1, KillAliveThread=0"), 2);
         EXPECT_FALSE(player.Start(Sequence("2000 0", 7)));
         EXPECT_EQ(trace.Count("THREAD_RETURN"), 2);                   // silent by now
         EXPECT_EQ(trace.Count("CThread::WaitForTermination: T"), 3);  // each start looks twice, also for no thread

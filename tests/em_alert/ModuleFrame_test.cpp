@@ -235,7 +235,9 @@ TEST_F(ModuleFrame, OperationsOfTheAlertModule) {
         std::ranges::copy(numbers, std::ostream_iterator<std::uint32_t>(result, " "));
         result << "\n";
     }
+    const CTraceCapture trace;
     CExposedTasks module;
+    SipJson alert = MessageOf(R"({"OC":1})");
     for (const unsigned char status : std::initializer_list<unsigned char>{0, 1, 2, 3, 4, 255}) {
         std::string system;
         std::string component;
@@ -245,8 +247,8 @@ TEST_F(ModuleFrame, OperationsOfTheAlertModule) {
                << module.BeepSequenceOn(severity) << ", system " << module.SystemStatusToString(system, status)
                << ", component " << module.ComponentStatusToString(component, status) << "\n";
     }
+    result << module.AcknowledgeAlert(alert) << " leaves it sounding: " << trace.Count("THREAD_RETURN") << "\n";
     module.BeepSequenceOff();
-    SipJson alert = MessageOf(R"({"OC":1})");
     module.AddPendingAlert(alert);
     SipJson newest;
     result << module.IsAlertPending() << module.GetLastPendingAlert(newest) << newest.GetElem("OC")
@@ -263,6 +265,7 @@ TEST_F(ModuleFrame, OperationsOfTheAlertModule) {
            << module.AlerterFormatUpdateStatusText(text, CLogMsgArguments());
     CSmtpMessage mail;
     result << module.AlerterCreateSystemStatusMail(mail, 1, 1, "", "")
-           << module.AlerterCreateUpdateStatusMail(mail, CLogMsgArguments()) << " " << module.AlerterSendMail(mail) << "\n";
+           << module.AlerterCreateUpdateStatusMail(mail, CLogMsgArguments()) << " " << module.AlerterSendMail(mail)
+           << "\n";
     EXPECT_EQ(result.str(), Expected("operations"));
 }

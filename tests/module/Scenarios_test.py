@@ -79,7 +79,7 @@ class Scenario(ProgramTest):
             text = read(SCENARIO / name)
             for index, server in enumerate(self.servers):
                 text = text.replace(f"@PORT{index}@", server.port)
-            if text:
+            if (SCENARIO / name).exists():
                 put(place, text)
         state = SCENARIO / "state.json"
         command = [AGENT, "--module", LIBRARY, "--scenario", SCENARIO / "scenario.jsonl",
