@@ -32,6 +32,8 @@ public:
     /// @param tell  gets a sentence for what the module does on its own, on any thread
     CLocalModule(LocalModuleOptions options, std::function<void(const std::string&)> tell);
     ~CLocalModule() override;
+    CLocalModule(const CLocalModule&) = delete;
+    CLocalModule& operator=(const CLocalModule&) = delete;
 
     bool IsService() const override { return false; }
     ModuleAnswer Ask(Command request) override;

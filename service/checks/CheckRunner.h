@@ -17,6 +17,7 @@ public:
 
     /// @param timeout  for the command; a group that ignores SIGTERM is killed a second later
     CCheckRun(CLoop& loop, const std::vector<std::string>& command, std::chrono::milliseconds timeout, Done done);
+    ~CCheckRun() = default;
     CCheckRun(const CCheckRun&) = delete;
     CCheckRun& operator=(const CCheckRun&) = delete;
 

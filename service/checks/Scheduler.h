@@ -18,6 +18,7 @@ public:
     using OnResult = std::function<void(const std::string& name, const CheckResult& result)>;
     CScheduler(CLoop& loop, CComponents& components, OnResult onResult)
         : loop_(loop), components_(components), onResult_(std::move(onResult)) {}
+    ~CScheduler() = default;
     CScheduler(const CScheduler&) = delete;
     CScheduler& operator=(const CScheduler&) = delete;
 

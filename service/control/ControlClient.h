@@ -16,6 +16,7 @@ public:
     using OnGone = std::function<void(std::uint64_t id)>;
 
     CControlClient(CLoop& loop, CUniqueFd socket, std::uint64_t id, OnLine onLine, OnGone onGone);
+    ~CControlClient() = default;
     CControlClient(const CControlClient&) = delete;
     CControlClient& operator=(const CControlClient&) = delete;
 

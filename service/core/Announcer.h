@@ -24,6 +24,7 @@ public:
     /// @param onTold  is called when the module has dealt with an event
     CAnnouncer(CLoop& loop, CInbox& inbox, CComponents& components, CStateStore& store, CLedger& ledger,
                CDelivery& delivery, std::function<void()> onTold);
+    ~CAnnouncer() = default;
     CAnnouncer(const CAnnouncer&) = delete;
     CAnnouncer& operator=(const CAnnouncer&) = delete;
 

@@ -18,6 +18,7 @@ public:
 
     /// @param tellAgain  is called with what the mail was about
     CMailRetries(CLoop& loop, TellAgain tellAgain) : loop_(loop), tellAgain_(std::move(tellAgain)) {}
+    ~CMailRetries() = default;
     CMailRetries(const CMailRetries&) = delete;
     CMailRetries& operator=(const CMailRetries&) = delete;
 

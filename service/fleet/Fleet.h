@@ -15,6 +15,7 @@ class CFleet {
 public:
     CFleet(CLoop& loop, const CComponents& components, const CLedger& ledger)
         : loop_(loop), components_(components), ledger_(ledger) {}
+    ~CFleet() = default;
     CFleet(const CFleet&) = delete;
     CFleet& operator=(const CFleet&) = delete;
 

@@ -12,6 +12,7 @@
 class CInbox {
 public:
     explicit CInbox(CLoop& loop);
+    ~CInbox() = default;
     CInbox(const CInbox&) = delete;
     CInbox& operator=(const CInbox&) = delete;
 
