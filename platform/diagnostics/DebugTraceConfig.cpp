@@ -27,15 +27,13 @@ bool ListTraceFiles(const std::string& directory, std::vector<std::string>& name
     return isRead;
 }
 
-bool ReadEnvironment(const char* name, unsigned int& value) {
+/// Leaves the value as it is when the environment has none.
+void ReadEnvironment(const char* name, unsigned int& value) {
     // The library is loaded before it has threads of its own; only a host that changes its environment at the same time
     // could disturb this.
-    const char* text = std::getenv(name);  // NOLINT(concurrency-mt-unsafe)
-    if (text == nullptr) {
-        return false;
+    if (const char* text = std::getenv(name)) {  // NOLINT(concurrency-mt-unsafe)
+        value = static_cast<unsigned int>(std::strtoul(text, nullptr, 10));
     }
-    value = static_cast<unsigned int>(std::strtoul(text, nullptr, 10));
-    return true;
 }
 
 }  // namespace

@@ -160,6 +160,7 @@ TEST_F(ModuleFrame, NotificationsReachTheModuleAlsoWithTracingOff) {
     EXPECT_FALSE(module_.IsSwitchShutdown());
     EXPECT_EQ(module_.Notify(SCN_SWITCH_SHUTDOWN, nullptr, nullptr), 0);
     EXPECT_TRUE(module_.IsSwitchShutdown());
+    EXPECT_TRUE(module_.Start(&agent_, 7) && module_.IsSwitchShutdown());  // for good
 }
 
 TEST_F(ModuleFrame, MessagesAreTracedByTheirData) {

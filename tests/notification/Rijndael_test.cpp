@@ -33,6 +33,8 @@ TEST(Rijndael, StoresPasswordsAsOtherProgramsDo) {
         CRijndael::Decrypt(row[1], text);  // appends, padding and all
         EXPECT_EQ(text, row[0] + row[0] + std::string((32 - row[0].size()) % 16, '\0'));
     }
+    CRijndael::Encrypt(std::string("cut\0off\0", 8), text);
+    EXPECT_TRUE(CEncryptedString::TamracDecryptString(text, std::string(text).c_str()) && text == "cut") << text;
     text.clear();
     CRijndael::Decrypt("pJZeM+GR47PXesBhJdRYfaQ=", text);  // a block, and its first byte once more: the rest is its own
     EXPECT_EQ(text, "sixteen letters!sixteen letters!");
