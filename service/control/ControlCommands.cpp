@@ -194,6 +194,9 @@ void CControlCommands::Notify(CControlClient& client, const Value& value) {
 
 void CControlCommands::Set(CControlClient& client, const Value& value) {
     const Command answer = ParseAnswer(value);
+    if (answer.oc == kReadConfigurationValue && answer.data.empty()) {
+        throw CAgentError(R"(a setting is set with "DA", its value; "reset" takes back what was set)");
+    }
     service_.ChangeSetting(answer);
     client.SendMessage("set", MessageText(answer));
 }

@@ -7,20 +7,11 @@
 #include "agent/settings/DefaultAnswers.h"
 #include "agent/settings/Settings.h"
 #include "service/core/MachineAnswers.h"
-#include "service/loop/Journal.h"
 #include "sip/Vocabulary.h"
-
-namespace {
-
-std::string NameOf(std::uint32_t id) {
-    const auto setting = std::ranges::find(AlertSettings(), id, &OperatorSetting::id);
-    return setting != AlertSettings().end() ? std::string(setting->name) : "configuration value " + std::to_string(id);
-}
-
-}  // namespace
 
 CAlertAnswers::CAlertAnswers(CAnswerTable& answers, CStateStore& store) : answers_(answers), store_(store) {
     defaults_.Load(kDefaultAnswers);
+    moduleDefaults_.Load(kModuleDefaults);
     answers_.Load(kDefaultAnswers);
     AnswerMachineQuestions(answers_);
 }
@@ -36,15 +27,20 @@ std::string CAlertAnswers::ValueOf(std::uint32_t id) const {
 
 std::vector<AlertSettingValue> CAlertAnswers::Update(std::uint32_t id) {
     const std::string before = answers_.Find(MakeCommand(kReadConfigurationValue, id)).data;
-    const std::string now = ValueOf(id);
+    std::string now = ValueOf(id);
+    if (now.empty() && !before.empty()) {
+        now = moduleDefaults_.Find(MakeCommand(kReadConfigurationValue, id)).data;
+    }
     if (now == before) {
         return {};
     }
+    Command answer = MakeCommand(kReadConfigurationValue, id, now);
     if (now.empty()) {
-        Journal(4, "nothing says what " + NameOf(id) + " is now: it keeps its value until a restart");
+        answer.st = kNotHandled;  // one that the module asks for at each mail
+        answers_.Set(answer);
         return {};
     }
-    answers_.Set(MakeCommand(kReadConfigurationValue, id, now));
+    answers_.Set(answer);
     return {{.id = id, .data = now}};
 }
 

@@ -10,7 +10,8 @@
 #include "service/core/StateStore.h"
 
 /// What the module is answered for its alert settings: what was set at run time, else what the configuration says, else
-/// texts that a person can read. An answer is never taken away, as the module may be asking. One thread, the loop's.
+/// texts that a person can read. Where nothing is left of a value, the module's own default holds again. One thread,
+/// the loop's.
 class CAlertAnswers {
 public:
     CAlertAnswers(CAnswerTable& answers, CStateStore& store);
@@ -32,5 +33,6 @@ private:
     CAnswerTable& answers_;
     CStateStore& store_;
     CAnswerTable defaults_;
+    CAnswerTable moduleDefaults_;
     std::vector<AlertSettingValue> configured_;
 };

@@ -33,7 +33,9 @@ CService::CService(CLoop& loop, ServiceOptions options, ServiceConfig config)
                  [this](const std::string& name, const CheckResult& result) { OnResult(name, result); }),
       fleet_(loop, components_, ledger_),
       announcer_(loop, inbox_, components_, store_, ledger_, delivery_, [this] { fleet_.Update(); }) {
-    alertAnswers_.Configure(config_.alerts);
+    tones_ = alertAnswers_.Configure(config_.alerts);
+    std::erase_if(tones_,
+                  [](const auto& one) { return one.id != kBeepWarningSequence && one.id != kBeepErrorSequence; });
     announcer_.SetReminder(config_.reminder);
     components_.Configure(config_.checks);
     for (const std::string& name : store_.Reported()) {
@@ -61,6 +63,7 @@ void CService::Start(CIServiceListener& listener) {
     if (!module_->WaitForLoad()) {
         throw CAgentError("the module " + options_.module + " could not be loaded and started");
     }
+    Notice(tones_);
     announcer_.Use(module_.get());
     fleet_.Configure(config_.alertmanagers, config_.metricsFile);
     for (const std::string& name : untold_) {

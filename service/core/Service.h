@@ -100,5 +100,6 @@ private:
     CFleet fleet_;
     CAnnouncer announcer_;
     std::vector<std::string> untold_;        // by the last run
+    std::vector<AlertSettingValue> tones_;   // the module never asks for them
     std::unique_ptr<CModuleThread> module_;  // last: its thread uses the others
 };

@@ -218,6 +218,33 @@ if-installed = true
         for words in (b"Warning:_disk_on_alpha", b"\nby file: disk\r"):
             self.assertIn(words, mail)
 
+    def test_a_setting_that_nobody_names_any_more_gets_its_default_back(self):
+        self.preload(os.environ["EM_SPEAKER"])
+        config = read(self.configure())
+        beeps = config.replace("[alerts]", '[alerts]\nbeep = true\nword-warning = "low"')
+        self.file("em-alertd.toml", beeps.replace("[alerts]", '[alerts]\nwarning-tones = "700/10/10"'))
+        self.start()
+        server = self.mail_server()
+
+        def heard(name, tone):
+            self.submit(name, status=1)
+            self.awaits(lambda: f"speaker: {tone} Hz" in read(self.folder / "log"))
+        heard("fan", 700)
+        self.awaits(lambda: len(server.mails()) == 1)
+        self.assertIn(b"low:", base64.b64decode(server.mails()[0]["data"]))
+        self.reload(beeps)
+        heard("fan again", 2300)
+        self.reload(config)
+        self.submit("quiet", status=1)
+        self.awaits(lambda: len(server.mails()) == 3)
+        self.assertIn(b"Warning:", base64.b64decode(server.mails()[2]["data"]))
+        self.reload(config.replace("mail = true", ""))
+        self.submit("not mailed")
+        self.ask({"notify": 131073})  # which the module gets after it
+        self.assertEqual(len(server.mails()), 3)
+        answer, = self.ask({"set": {"OC": "0xE001", "OE": "0x0410"}})
+        self.assertRegex(answer["error"], '"DA"')
+
     def test_hostile_clients_delay_nothing(self):
         self.start()
         clients = [socket.socket(socket.AF_UNIX) for _ in range(300)]

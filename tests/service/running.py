@@ -64,6 +64,16 @@ class ServiceTest(ProgramTest):
             (self.folder / "new").write_text(text)
             (self.folder / "new").rename(self.folder / name)
 
+    def preload(self, library, **environment):
+        self.environment = {"LD_PRELOAD": library, **environment,
+                            "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"}
+
+    def reload(self, config):
+        told = read(self.folder / "log").count("read again")
+        self.file("em-alertd.toml", config)
+        self.service.send_signal(signal.SIGHUP)
+        self.awaits(lambda: read(self.folder / "log").count("read again") > told)
+
     def fleet(self):
         fleet = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Fleet)
         Fleet.told = []
@@ -128,7 +138,8 @@ class ServiceTest(ProgramTest):
     def awaits(self, condition, seconds=20):
         deadline = time.monotonic() + seconds
         while not condition():
-            self.assertLess(time.monotonic(), deadline, read(self.folder / "log"))
+            if time.monotonic() > deadline:
+                self.fail(read(self.folder / "log"))
             time.sleep(0.05)
 
     def mail_server(self, *options, offline=False):
