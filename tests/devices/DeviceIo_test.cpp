@@ -147,6 +147,8 @@ TEST(DeviceIo, RequestsPassBuffersBothWaysAndFailuresLeaveThemAlone) {
     auto* const handle = reinterpret_cast<void*>(static_cast<std::intptr_t>(space.Get()));
     EXPECT_TRUE(CDeviceIo::DeviceIoControl(handle, NS_GET_NSTYPE, nullptr, 0, nullptr, 0, &returned, nullptr));
     EXPECT_EQ(returned, static_cast<unsigned int>(CLONE_NEWUTS));  // what the driver returned
+    EXPECT_FALSE(other.IoControl(TIOCGWINSZ, nullptr, 0, nullptr, 0, nullptr));
+    EXPECT_TRUE(other.Close() && other.LastError() == 0);
     Device missing("/dev/none");
     EXPECT_FALSE(missing.Open() || missing.IoControl(TCGETS, nullptr, 0, nullptr, 0, nullptr));
     EXPECT_EQ(missing.LastError(), static_cast<std::uint32_t>(ENOENT));  // which tells more than EINVAL

@@ -113,6 +113,9 @@ TEST_F(ModuleFrame, RequestsAndEventsGoThroughTheSwitch) {
     module_.DisableEvents();
     SipJson forwarded = MessageOf(R"({"OC":2,"MI":196612})");
     EXPECT_TRUE(module_.ForwardEvent(forwarded));
+    moduleInstance.serverCabinetNumber = 0;
+    SipJson onlyServer = MessageOf(R"({"OC":1})");
+    module_.SyncRequest(onlyServer, 5000);
     std::string calls;
     for (const std::string& call : agent_.calls) {
         calls += call + "\n";

@@ -126,6 +126,7 @@ TEST(TaskSerializer, ServesTheHighestLevelFirstAndRefusesTheHundredthTask) {
     EXPECT_TRUE(serializer.Insert("c", 1) && serializer.Insert("d", 2) && serializer.Insert("e", 1));
     EXPECT_EQ(live.use_count(), before + 102);
     EXPECT_EQ(trace.Count("\nCTaskSerializer     : ## ERROR! Task queue for priority 0 is full"), 1);
+    EXPECT_EQ(trace.Count("EXCEPTION in OnTaskQueueNodeOverrun()!"), 1);
     // The lock is held meanwhile.
     std::vector<std::jthread> others;
     serializer.onEmpty = [&] {
