@@ -9,16 +9,15 @@
 
 SysLogTraces* SysLogTraces::getConnection() {
     CScSysLog& holder = traceObjects.sysLog;
-    SysLogTraces* connection = holder.connection_.load(std::memory_order_acquire);
-    if (connection == nullptr) {
-        const std::lock_guard lock(holder.lock_);
-        if (holder.owner_ == nullptr) {
-            holder.owner_.reset(new SysLogTraces);  // private constructor: out of make_unique's reach
-            holder.connection_.store(holder.owner_.get(), std::memory_order_release);
-        }
-        connection = holder.owner_.get();
+    if (SysLogTraces* connection = holder.connection_.load(std::memory_order_acquire)) {
+        return connection;
     }
-    return connection;
+    const std::lock_guard lock(holder.lock_);
+    if (holder.owner_ == nullptr) {
+        holder.owner_.reset(new SysLogTraces);  // private constructor: out of make_unique's reach
+        holder.connection_.store(holder.owner_.get(), std::memory_order_release);
+    }
+    return holder.owner_.get();
 }
 
 SysLogTraces::SysLogTraces() {
