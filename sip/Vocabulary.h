@@ -213,6 +213,10 @@ constexpr const VocabularyWord* FindConfigurationValue(unsigned int number) {
     });
 }
 
+constexpr const VocabularyWord* FindSystemInformation(unsigned int number) {
+    return FindWord(number, [](WordKind kind) { return kind == WordKind::SystemInformation; });
+}
+
 constexpr const VocabularyWord* FindStatus(unsigned int number) {
     return FindWord(number, [](WordKind kind) { return kind == WordKind::Status; });
 }

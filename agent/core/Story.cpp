@@ -22,9 +22,16 @@ std::string Hex(std::uint32_t code) {
     return hex.data();
 }
 
-bool IsValueAccess(const Command& command) {
-    const std::uint32_t operation = command.oc.value_or(0);
+bool IsValueAccess(std::uint32_t operation) {
     return operation == kReadConfigurationValue || operation == kWriteConfigurationValue;
+}
+
+// What the extension of the operation code is called; empty when it means nothing there.
+std::string NameOfExtension(std::uint32_t operation, std::uint32_t extension) {
+    if (IsValueAccess(operation)) {
+        return NameOf(FindConfigurationValue(extension));
+    }
+    return operation == kReadSystemInformation ? NameOf(FindSystemInformation(extension)) : "";
 }
 
 std::string Describe(const Command& command) {
@@ -33,7 +40,7 @@ std::string Describe(const Command& command) {
     }
     const std::string operation = NameOf(FindOperation(*command.oc));
     const std::uint32_t extension = command.oe.value_or(0);
-    const std::string value = IsValueAccess(command) ? NameOf(FindConfigurationValue(extension)) : "";
+    const std::string value = NameOfExtension(*command.oc, extension);
     std::string text = (operation.empty() ? "operation" : operation) + (value.empty() ? "" : " \"" + value + "\"") +
                        " (" + Hex(*command.oc) + (extension != 0 ? "-" + Hex(extension) : "") + ")";
     if (command.oi.value_or(0) != 0) {
@@ -50,7 +57,7 @@ std::string Outcome(const Command& command) {
         text = StatusText(*command.st);
     }
     if (!command.data.empty()) {
-        const bool secret = IsValueAccess(command) && command.oe == kServerPassword;
+        const bool secret = IsValueAccess(command.oc.value_or(0)) && command.oe == kServerPassword;
         text += (text.empty() ? "" : ", ") + std::string("data ");
         text += secret                           ? "hidden"
                 : command.data.size() > kLongest ? command.data.substr(0, kLongest) + "..."

@@ -12,6 +12,7 @@
 #   expected.jsonl      the transcript, without times (see transcript)
 #   mails-0, mails-1    what each server got, carriage returns written as \r
 #   ports               the accesses to the speaker's ports
+#   words               what the agent's story calls operations, values and statuses
 #   tones               the tones, each with the length that was asked for
 #   commands-0, -1      what each server was told
 #   traces              the alert module's own prints in their order (those of a request's return last), each with the
@@ -38,6 +39,7 @@ RAID_MANAGER = pathlib.Path("/opt/kestrel/HostwardenSuite/ArrayKeeper/bin/ravlo.
 LEVELS = 4  # the module's own
 OWN_PRINT = re.compile("EM_|EM DLL|###")
 OTHER_PRINT = re.compile("creating event|CThread::|CDevice|COsInfo::|pthread_create|THREAD_RETURN")
+WORD = re.compile(r"(?:asks for|answers|taken|replies to|event) (.*?\(0x.*?\))|(status \d+ \(.*?\))")
 TONE = re.compile("^CDeviceBeeper       : (Beep .* msec\n)", re.M)
 
 
@@ -68,7 +70,7 @@ class Scenario(ProgramTest):
             text = re.sub(rf"(?<!\d){server.port}(?!\d)", f"@PORT{index}@", text)
         return text
 
-    def run_agent(self, level):
+    def run_agent(self, level, *options):
         """Leaves transcript, trace and ports in the folder.
         Returns the module's prints."""
         forget_settings()
@@ -87,7 +89,7 @@ class Scenario(ProgramTest):
                    out / "transcript", "--no-trace-times", "--trace-file", out / "trace", "--trace", str(level)]
         if (SCENARIO / "ports").exists():
             command += ["--port-log", out / "ports"]
-        subprocess.run(command + read(SCENARIO / "options").split(), check=True)
+        subprocess.run(command + read(SCENARIO / "options").split() + list(options), check=True)
         trace = lines(self.without_ports(read(out / "trace")))
         prints = (OTHER_PRINT.split(line)[0] for line in trace)  # some begin without a new line
         return with_last(filter(OWN_PRINT.match, prints), " (RET) ")
@@ -130,6 +132,10 @@ class Scenario(ProgramTest):
         self.assertEqual(list(NOTIFICATIONS.parent.glob("*.lock")), [])
         if (SCENARIO / "traces").exists():
             self.check("traces", self.traces(prints))
+        if (SCENARIO / "words").exists():
+            self.run_agent(1, "--story")
+            words = WORD.findall(read(self.folder / "out/transcript"))
+            self.check("words", "".join(f"{word}\n" for word in sorted({"".join(found) for found in words})))
 
 
 unittest.main()
