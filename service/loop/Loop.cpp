@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/loop/Loop.h"
 
+#include <cerrno>
 #include <ctime>
 #include <exception>
 #include <system_error>
@@ -13,7 +14,7 @@ namespace {
 constexpr std::uint64_t kAccuracy = 10000;  // us: wake-ups of many checks may be joined
 
 void Require(int result, const char* what) {
-    if (result < 0) {
+    if (result < 0 && result != -ESTALE) {  // that one: the loop has ended
         throw std::system_error(-result, std::generic_category(), what);
     }
 }

@@ -25,6 +25,7 @@ private:
 };
 
 /// The service's event loop. One thread; what it calls must not block. An exception out of that is told to the journal.
+/// When it has ended, what is set up does nothing: what is still dealt with then must not care.
 ///
 /// Failures to set something up (no memory, no descriptors) are std::system_error.
 class CLoop {

@@ -119,7 +119,10 @@ class ServiceTest(ProgramTest):
 
     def end(self, sent=signal.SIGKILL):
         self.service.send_signal(sent)
-        return self.service.wait(20)
+        status = self.service.wait(20)
+        if sent == signal.SIGTERM:  # a sanitizer has its say then
+            self.assertEqual(status, 0, read(self.folder / "log"))
+        return status
 
     def run_command(self, *words):
         run = subprocess.run([COMMAND, *words], capture_output=True, text=True, timeout=60,
