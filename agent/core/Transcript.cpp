@@ -8,9 +8,6 @@
 
 namespace {
 
-// A console may run for months and awaits nothing; a scenario comes nowhere near.
-constexpr std::size_t kMaxHeld = 10000;
-
 OwnedFile OpenTranscript(const std::optional<std::string>& path) {
     if (!path) {
         return {nullptr, std::fclose};
@@ -39,10 +36,11 @@ std::string JsonLine(const TranscriptEntry& entry, long long milliseconds) {
 
 }  // namespace
 
-CTranscript::CTranscript(const std::optional<std::string>& path, bool story, Listener listener)
+CTranscript::CTranscript(const std::optional<std::string>& path, bool story, Listener listener, std::size_t mostHeld)
     : file_(OpenTranscript(path)),
       story_(story || (file_ != nullptr && ::isatty(::fileno(file_.get())) == 1)),
-      listener_(std::move(listener)) {}
+      listener_(std::move(listener)),
+      mostHeld_(mostHeld) {}
 
 void CTranscript::Write(const TranscriptEntry& entry) {
     const std::lock_guard guard(lock_);
@@ -58,7 +56,7 @@ void CTranscript::Write(const TranscriptEntry& entry) {
         listener_(entry, TellStory(entry, milliseconds));
     }
     held_.push_back({.kind = entry.kind, .step = entry.step, .command = entry.command});
-    if (held_.size() > kMaxHeld) {
+    if (held_.size() > mostHeld_) {
         held_.pop_front();
     }
     ++count_;

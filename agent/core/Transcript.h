@@ -46,8 +46,10 @@ public:
     /// @param path  "-" is standard output; nothing is written down without one. A new file is for its owner alone: the
     ///              messages hold passwords.
     /// @param story  sentences instead of JSON; a terminal gets them anyway
+    /// @param mostHeld  entries for Take, of which the oldest go
     /// @throw CAgentError when the file cannot be opened
-    CTranscript(const std::optional<std::string>& path, bool story, Listener listener = {});
+    CTranscript(const std::optional<std::string>& path, bool story, Listener listener = {},
+                std::size_t mostHeld = kMostHeld);
 
     /// @throw std::exception when memory ran out
     void Write(const TranscriptEntry& entry);
@@ -67,6 +69,9 @@ public:
     bool IsComplete() const;
 
 private:
+    // A console may run for months and awaits nothing; a scenario comes nowhere near.
+    static constexpr std::size_t kMostHeld = 10000;
+
     struct Held {
         std::string kind;
         std::string step;
@@ -76,6 +81,7 @@ private:
     const OwnedFile file_;
     const bool story_;
     const Listener listener_;
+    const std::size_t mostHeld_;
     const Clock::time_point start_ = Clock::now();
 
     mutable std::mutex lock_;  // guards the lines' order and all below

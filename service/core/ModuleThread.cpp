@@ -16,7 +16,7 @@ constexpr std::chrono::milliseconds kIdle{1000};
 CModuleThread::CModuleThread(AgentSettings settings, const CAnswerTable& answers, CTranscript::Listener listener)
     : settings_(std::move(settings)),
       answers_(answers),
-      transcript_(std::nullopt, false, std::move(listener)),
+      transcript_(std::nullopt, false, std::move(listener), 0),  // nobody takes entries from it
       thread_([this] { Run(); }) {}
 
 CModuleThread::~CModuleThread() {

@@ -4,6 +4,7 @@
 
 import base64
 import os
+import pathlib
 import random
 import re
 import signal
@@ -16,20 +17,27 @@ from running import Fleet, ServiceTest
 
 DAY = 86400
 KILLS = int(os.environ.get("EM_KILLS", 12))  # at random moments
+WHOLE_DAY = "EM_DAY" in os.environ
+COMPONENTS, MINUTES, CHANGING = (500, 1440, 0.005) if WHOLE_DAY else (100, 20, 0.05)
 
 
-class Clocks:
-    """The service's clocks, moved by seconds: the one on the wall, and the one that timers go by."""
+class Settling:
+    """What is told of components that report numbers from 0 (OK) to 2, and what is pending then."""
 
-    def __init__(self, folder):
-        self.file = folder / "clocks"
-        self.environment = {"EM_CLOCKS": str(self.file), "LD_PRELOAD": os.environ["EM_CLOCKS_LIBRARY"],
-                            "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"}
-        self.file.write_bytes(struct.pack("qq", 0, 0))
+    def __init__(self, names, attempts):
+        self.told = dict.fromkeys(names, 0)
+        self.bad = dict.fromkeys(names, 0)
+        self.attempts = attempts
+        self.events = []
+        self.pending = []
 
-    def set(self, wall, timers):
-        with open(self.file, "r+b") as file:  # which is mapped
-            file.write(struct.pack("qq", wall, timers))
+    def take(self, name, status):
+        self.bad[name] = self.bad[name] + 1 if status else 0
+        if status == self.told[name] or (not self.told[name] and self.bad[name] < self.attempts):
+            return
+        self.told[name] = status
+        self.events += [(name, ("Ok", "Warning", "Critical")[status])]
+        self.pending = (self.pending + [name])[-100:] if any(self.told.values()) else []
 
 
 class Endurance(ServiceTest):
@@ -39,10 +47,16 @@ class Endurance(ServiceTest):
     def failed(self):
         return self.status()["mail"]["failed"]
 
-    def move_clocks(self):
-        clocks = Clocks(self.folder)
-        self.environment = clocks.environment
-        return clocks
+    def clocks(self):
+        """What moves the service's clocks, by seconds: the one on the wall, and the one that timers go by."""
+        file = self.folder / "clocks"
+
+        def move(wall, timers):
+            with open(file, "r+b" if file.exists() else "wb") as clocks:  # which is mapped
+                clocks.write(struct.pack("qq", wall, timers))
+        move(0, 0)
+        self.preload(os.environ["EM_CLOCKS_LIBRARY"], EM_CLOCKS=str(file))
+        return move
 
     def pass_timers(self):
         """Has the service do all that is due; the first of two checks may have begun before."""
@@ -89,7 +103,7 @@ class Endurance(ServiceTest):
         print(f"{KILLS} kills, {KILLS * 3} reports, {len(mails)} mails, of which {len(mails) - KILLS * 3} may repeat")
 
     def test_the_clock_on_the_wall_decides_nothing(self):
-        clocks = self.move_clocks()
+        move = self.clocks()
         self.start(head='reminder = "2h"', more=f"""
 [[check]]
 name = "reports"
@@ -101,7 +115,7 @@ freshness = "1h"
         self.submit("raid", "fan")
         self.awaits(lambda: self.failed() == 2)
         for wall in (DAY, -DAY):
-            clocks.set(wall, 0)
+            move(wall, 0)
             self.pass_timers()
             self.assertEqual((self.failed(), self.component("reports")["status"]), (2, 1))
         before = len(Fleet.told)
@@ -115,12 +129,12 @@ freshness = "1h"
         self.start()  # which has been told of times to come
         self.awaits(lambda: self.failed() == 2)
         for timers, status in ((3500, 0), (3600, 2)):
-            clocks.set(-DAY, timers)
+            move(-DAY, timers)
             self.pass_timers()
             self.assertEqual(self.component("reports")["status"], status)
 
     def test_a_lost_mail_is_tried_again_after_its_pauses(self):
-        clocks = self.move_clocks()
+        move = self.clocks()
         self.start(more='kind = "update"')
         server = self.mail_server("--reply", "MAIL=550 no")
         self.assertEqual(self.command("setting", "new-updates", "on")[0], 0)
@@ -132,16 +146,59 @@ freshness = "1h"
                 line = f"{subject}: no server took the mail; it is tried again in {minutes} min\n"
                 self.awaits(lambda: line in read(self.folder / "log"))
             passed += minutes * 60
-            clocks.set(0, passed - 20)
+            move(0, passed - 20)
             self.pass_timers()
             self.assertEqual(self.failed(), 2 * tries)
             if minutes == 60:
                 server = self.mail_server()
-            clocks.set(0, passed)
+            move(0, passed)
         self.awaits(lambda: len(server.mails()) == 2)
-        clocks.set(0, passed + DAY)
+        move(0, passed + DAY)
         self.pass_timers()
         self.assertEqual((self.failed(), len(server.mails())), (8, 2))
+
+    def memory(self):
+        status = read(pathlib.Path(f"/proc/{self.service.pid}/status"))
+        return int(re.search(r"VmRSS:\s+(\d+) kB", status)[1])
+
+    def test_a_day_of_components_that_flap_and_a_reload_each_minute(self):
+        names = [f"component{number}" for number in range(COMPONENTS)]
+        checks = "".join(f'[[check]]\nname = "{name}"\nattempts = 3\n' for name in names)
+        config = ("[alerts]\nmail = true\nseverity = 1\n"
+                  f'message = "$(ComponentName) is $(ComponentStatus)."\n{checks}')
+        self.file("em-alertd.toml", config)
+        self.start()
+        server = self.mail_server()
+        settling = Settling(names, 3)
+        state = dict.fromkeys(names, 0)
+        memory = []  # KiB
+        begun = time.monotonic()
+        for minute in range(1, MINUTES + 1):
+            orders = []
+            for name in names:
+                state[name] = random.choice((0, 0, 0, 1, 2)) if random.random() < CHANGING else state[name]
+                status = random.choice((0, 1, 2)) if random.random() < CHANGING else state[name]
+                settling.take(name, status)
+                orders += [{"submit": {"name": name, "status": status, "text": f"in minute {minute}"}}]
+            self.file("em-alertd.toml", config + minute % 2 * '[[check]]\nname = "at times"\nfreshness = "1h"\n')
+            self.service.send_signal(signal.SIGHUP)
+            self.ask(*orders)
+            if minute % (MINUTES // 10) == 0:
+                self.awaits(lambda: self.status()["mail"]["sent"] >= len(settling.events), 600)
+                self.assertEqual(self.pending(), settling.pending)
+                memory += [self.memory()]
+            if minute % (MINUTES // 5) == 0:
+                self.ask({"acknowledge": True})
+                settling.pending = []
+        found = (re.search(rb"(component\d+) is (\w+)\.", base64.b64decode(mail["data"])) for mail in server.mails())
+        self.assertEqual([tuple(part.decode() for part in told.groups()) for told in found], settling.events)
+        self.awaits(lambda: not self.untold())
+        self.assertEqual((self.status()["mail"]["failed"], self.pending()), (0, []))
+        self.end(signal.SIGTERM)
+        print(f"{COMPONENTS * MINUTES} results, {len(settling.events)} changes in {time.monotonic() - begun:.0f} s, "
+              f"{memory} KiB of memory")
+        if WHOLE_DAY:
+            self.assertLess(memory[-1], memory[0] + 2048)  # three bytes a result would be seen
 
 
 if __name__ == "__main__":
