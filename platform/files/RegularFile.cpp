@@ -26,7 +26,7 @@ int ReadToEnd(int fd, std::size_t capacity, std::size_t limit, std::string& text
             return length > limit ? EFBIG : error;
         }
         if (length == capacity) {
-            capacity = std::min(2 * capacity, limit + 1);
+            capacity *= 2;
         }
     }
 }

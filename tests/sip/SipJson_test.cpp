@@ -24,7 +24,8 @@ SipJson WithCmd(const std::string& cmd) {
 
 std::string Json(const SipJson& message) {
     std::string text = "not printed";
-    message.GetJson(text);
+    const bool isPrinted = message.GetJson(text);
+    EXPECT_EQ(isPrinted, text != "not printed");
     return text;
 }
 
