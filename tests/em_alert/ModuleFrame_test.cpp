@@ -272,4 +272,6 @@ TEST_F(ModuleFrame, OperationsOfTheAlertModule) {
            << module.AlerterCreateUpdateStatusMail(mail, CLogMsgArguments()) << " " << module.AlerterSendMail(mail)
            << "\n";
     EXPECT_EQ(result.str(), Expected("operations"));
+    EXPECT_TRUE(module.Stop());
+    EXPECT_FALSE(module.BeepSequenceOn(AlerterSeverityWarning));
 }
