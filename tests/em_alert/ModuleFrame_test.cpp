@@ -174,6 +174,10 @@ TEST_F(ModuleFrame, MessagesAreTracedByTheirData) {
         EXPECT_EQ(Escaped(trace.Prints().back()), line) << command;
     }
     EXPECT_EQ(trace.Prints().size(), 9U);
+    SipJson two = MessageOf(R"({"OC":4,"CA":7,"ST":1,"DA":5},{"OC":5,"ST":2})");
+    two.SetCmdIndex(1);
+    module_.TraceReply(two, 2);
+    EXPECT_EQ(trace.Prints().back(), "\nEM_TEST (RPL)       : OC 0x0005-0x0000 OID 0x0000 MID 0x00000000 Stat 0x02");
 }
 
 TEST_F(ModuleFrame, ExportsTraceWhatTheyDo) {
