@@ -246,6 +246,8 @@ TEST_F(ModuleFrame, OperationsOfTheAlertModule) {
     const CTraceCapture trace;
     CExposedTasks module;
     SipJson alert = MessageOf(R"({"OC":1})");
+    SipJson beepOn = MessageOf(R"({"OC":57346,"OE":1024,"DA":1})");
+    module.ApplicationReply(beepOn);
     for (const unsigned char status : std::initializer_list<unsigned char>{0, 1, 2, 3, 4, 255}) {
         std::string system;
         std::string component;
