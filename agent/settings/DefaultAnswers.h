@@ -14,24 +14,3 @@ constexpr const char* kDefaultAnswers =
   {"OC":"0xE001","OE":"0x041B","DA":"$(UpdateMessage)\n\nServer: $(HostNameFQ)\nTime: $(Date) $(Time)\n"},
   {"OC":"0x0B21","DA":"The update manager has a message for this server."}
 ])json";
-
-/// What the module does where such a question is not answered, as an answer: for one that runs, and from which a value
-/// is taken back.
-constexpr const char* kModuleDefaults =
-    R"json([
-  {"OC":"0xE001","OE":"0x0400","DA":0},
-  {"OC":"0xE001","OE":"0x0401","DA":{"RAW":[252,8,0,0,150,0,0,0,100,0,0,0,
-    96,9,0,0,144,1,0,0,100,0,0,0,
-    252,8,0,0,150,0,0,0,100,0,0,0]}},
-  {"OC":"0xE001","OE":"0x0402","DA":{"RAW":[252,8,0,0,150,0,0,0,100,0,0,0,
-    96,9,0,0,144,1,0,0,100,0,0,0,
-    252,8,0,0,150,0,0,0,100,0,0,0,
-    96,9,0,0,144,1,0,0,100,0,0,0,
-    252,8,0,0,150,0,0,0,100,0,0,0,
-    96,9,0,0,144,1,0,0,100,0,0,0]}},
-  {"OC":"0xE001","OE":"0x0410","DA":0},
-  {"OC":"0xE001","OE":"0x0418","DA":0},
-  {"OC":"0xE001","OE":"0x0420","DA":0},
-  {"OC":"0xE001","OE":"0x1A4D","DA":0},
-  {"OC":"0xE001","OE":"0x1A4E","DA":0}
-])json";

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
+#include <sstream>
 #include <utility>
 
 #include "agent/core/Command.h"
@@ -57,13 +59,26 @@ constexpr auto kMailServerSettings = std::to_array<OperatorSetting>({
 });
 
 constexpr auto kAlertSettings = std::to_array<OperatorSetting>({
-    {.name = "beep", .id = kBeepAlert, .kind = Kind::Switch, .meaning = "an alert makes the speaker sound"},
+    {.name = "beep",
+     .id = kBeepAlert,
+     .kind = Kind::Switch,
+     .meaning = "an alert makes the speaker sound",
+     .fallback = "off"},
     {.name = "warning-tones",
      .id = kBeepWarningSequence,
      .kind = Kind::Tones,
-     .meaning = "Hz/ms/pause of each tone, such as 2300/150/100 2400/400/100"},
-    {.name = "error-tones", .id = kBeepErrorSequence, .kind = Kind::Tones, .meaning = "the same for an error"},
-    {.name = "mail", .id = kMailForStatusAlert, .kind = Kind::Switch, .meaning = "an alert sends a mail"},
+     .meaning = "Hz/ms/pause of each tone, such as 2300/150/100 2400/400/100",
+     .fallback = "2300/150/100 2400/400/100 2300/150/100"},
+    {.name = "error-tones",
+     .id = kBeepErrorSequence,
+     .kind = Kind::Tones,
+     .meaning = "the same for an error",
+     .fallback = "2300/150/100 2400/400/100 2300/150/100 2400/400/100 2300/150/100 2400/400/100"},
+    {.name = "mail",
+     .id = kMailForStatusAlert,
+     .kind = Kind::Switch,
+     .meaning = "an alert sends a mail",
+     .fallback = "off"},
     {.name = "severity",
      .id = kMailAlertSeverity,
      .kind = Kind::Number,
@@ -73,7 +88,8 @@ constexpr auto kAlertSettings = std::to_array<OperatorSetting>({
      .id = kMailAlertImportance,
      .kind = Kind::Number,
      .meaning = "of mails: 1 low, 2 normal, 3 high, 0 by the status",
-     .highest = 255},
+     .highest = 255,
+     .fallback = "0"},
     {.name = "subject",
      .id = kMailAlertSubject,
      .kind = Kind::Text,
@@ -83,12 +99,18 @@ constexpr auto kAlertSettings = std::to_array<OperatorSetting>({
      .id = kMailLanguage,
      .kind = Kind::Number,
      .meaning = "a locale id: 1033 English, 1031 German",
-     .highest = 65535},
-    {.name = "new-updates", .id = kConfUpdAlertNewUpdates, .kind = Kind::Switch, .meaning = "new updates are mailed"},
+     .highest = 65535,
+     .fallback = "0"},
+    {.name = "new-updates",
+     .id = kConfUpdAlertNewUpdates,
+     .kind = Kind::Switch,
+     .meaning = "new updates are mailed",
+     .fallback = "off"},
     {.name = "finished-updates",
      .id = kConfUpdAlertJobFinished,
      .kind = Kind::Switch,
-     .meaning = "finished updates are mailed"},
+     .meaning = "finished updates are mailed",
+     .fallback = "off"},
     {.name = "update-subject", .id = kUpdateStatusSubject, .kind = Kind::Text, .meaning = "of update mails"},
     {.name = "update-message", .id = kUpdateStatusMessage, .kind = Kind::Lines, .meaning = "the text of update mails"},
     {.name = "word-ok", .id = kStringStatusOk, .kind = Kind::Text, .meaning = "what mails call OK"},
@@ -216,6 +238,12 @@ std::string SettingData(const OperatorSetting& setting, std::span<const std::str
             return ToneData(setting, words);
     }
     return {};
+}
+
+std::string FallbackData(const OperatorSetting& setting) {
+    std::istringstream input{std::string(setting.fallback)};
+    const std::vector<std::string> words(std::istream_iterator<std::string>(input), {});
+    return words.empty() ? "" : SettingData(setting, words);
 }
 
 std::string ShowSetting(const OperatorSetting& setting, std::string_view data) {

@@ -28,6 +28,7 @@ struct OperatorSetting {
     std::uint32_t lowest = 0;  // of a number
     std::uint32_t highest = 0;
     bool isReadOnly = false;
+    std::string_view fallback = {};  // what the module goes by where nobody tells it a value; empty: none is its own
 
     bool IsPerServer() const { return FindConfigurationValue(id)->isPerServer; }
 };
@@ -45,6 +46,9 @@ const OperatorSetting& FindSetting(std::span<const OperatorSetting> settings, st
 /// @return the value as "DA" of a message
 /// @throw CUsageError that tells what is right
 std::string SettingData(const OperatorSetting& setting, std::span<const std::string> words);
+
+/// @return the fallback as "DA" of a message, empty where there is none
+std::string FallbackData(const OperatorSetting& setting);
 
 /// @param data  "DA" of a message
 /// @return what the operator reads; secrets are hidden

@@ -11,7 +11,6 @@
 
 CAlertAnswers::CAlertAnswers(CAnswerTable& answers, CStateStore& store) : answers_(answers), store_(store) {
     defaults_.Load(kDefaultAnswers);
-    moduleDefaults_.Load(kModuleDefaults);
     answers_.Load(kDefaultAnswers);
     AnswerMachineQuestions(answers_);
 }
@@ -29,7 +28,8 @@ std::vector<AlertSettingValue> CAlertAnswers::Update(std::uint32_t id) {
     const std::string before = answers_.Find(MakeCommand(kReadConfigurationValue, id)).data;
     std::string now = ValueOf(id);
     if (now.empty() && !before.empty()) {
-        now = moduleDefaults_.Find(MakeCommand(kReadConfigurationValue, id)).data;
+        const auto setting = std::ranges::find(AlertSettings(), id, &OperatorSetting::id);
+        now = setting != AlertSettings().end() ? FallbackData(*setting) : "";
     }
     if (now == before) {
         return {};

@@ -33,6 +33,5 @@ private:
     CAnswerTable& answers_;
     CStateStore& store_;
     CAnswerTable defaults_;
-    CAnswerTable moduleDefaults_;
     std::vector<AlertSettingValue> configured_;
 };

@@ -222,7 +222,7 @@ if-installed = true
         self.preload(os.environ["EM_SPEAKER"])
         config = read(self.configure())
         beeps = config.replace("[alerts]", '[alerts]\nbeep = true\nword-warning = "low"')
-        self.file("em-alertd.toml", beeps.replace("[alerts]", '[alerts]\nwarning-tones = "700/10/10"'))
+        self.file("em-alertd.toml", beeps.replace("[alerts]", '[alerts]\nwarning-tones = "700/10/10"\nerror-tones = "800/10/10"'))
         self.start()
         server = self.mail_server()
 
@@ -234,6 +234,9 @@ if-installed = true
         self.assertIn(b"low:", base64.b64decode(server.mails()[0]["data"]))
         self.reload(beeps)
         heard("fan again", 2300)
+        low_high = "2300/150/100 2400/400/100"
+        for name, tones in (("warning-tones", f"{low_high} 2300/150/100"), ("error-tones", " ".join([low_high] * 3))):
+            self.assertIn(f" {tones}\n", self.command("setting", name)[1])
         self.reload(config)
         self.submit("quiet", status=1)
         self.awaits(lambda: len(server.mails()) == 3)
