@@ -78,12 +78,13 @@ Consequence CComponents::Take(Component& component, const CheckResult& result) {
     component.took = result.took;
     const std::uint32_t before = component.Effective();
     const std::uint32_t after = EffectiveOf(result.status, component.config);
-    const bool wasRestored = std::exchange(component.isRestored, false);
+    const bool isListed = !std::exchange(component.isRestored, false) || !component.isPending;
+    const Consequence same = isListed ? Consequence::None : Consequence::Again;
     component.badInRow = after == kOk ? 0 : component.badInRow + 1;
     const bool isNew = component.since == 0;
     if (!isNew && result.status == component.status) {
         component.badInRow = 0;
-        return wasRestored && component.isPending ? Consequence::Again : Consequence::None;
+        return same;
     }
     if (before == kOk && after != kOk && component.badInRow < component.config.attempts) {
         return Consequence::None;
@@ -91,7 +92,7 @@ Consequence CComponents::Take(Component& component, const CheckResult& result) {
     component.badInRow = 0;
     component.status = result.status;
     component.since = now;
-    return after == before ? Consequence::None : Consequence::Settled;
+    return after == before ? same : Consequence::Settled;
 }
 
 std::uint32_t CComponents::SystemStatus() const {

@@ -31,7 +31,7 @@ struct AlertSettingValue {
 struct ServiceConfig {
     std::vector<AlertSettingValue> alerts;
     std::vector<CheckConfig> checks;
-    std::chrono::milliseconds reminder{0};   ///< a component that stays bad is told again after this time; 0: never
+    std::chrono::milliseconds reminder{0};   ///< a pending component is told again after this time; 0: never
     std::uint32_t parallel = 8;              ///< checks that run side by side at most
     std::vector<std::string> alertmanagers;  ///< base addresses, such as http://localhost:9093
     std::string metricsFile;                 ///< empty: none

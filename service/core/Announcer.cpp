@@ -154,7 +154,11 @@ void CAnnouncer::Remind(const Component& component) {
     const std::string& name = component.config.name;
     reminders_.erase(name);
     if (component.IsBad() && reminder_.count() > 0) {
-        reminders_[name] = loop_.After(reminder_, [this, name] { TellAgain(name); });
+        reminders_[name] = loop_.After(reminder_, [this, name] {
+            if (const Component* still = components_.Find(name); still != nullptr && still->isPending) {
+                TellAgain(name);
+            }
+        });
     }
 }
 

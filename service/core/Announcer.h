@@ -32,7 +32,7 @@ public:
     /// run
     void Use(CModuleThread* module) { module_ = module; }
 
-    /// A component that stays bad is told again after this time; 0: never.
+    /// A component whose alert stays pending is told again after this time; 0: never.
     void SetReminder(std::chrono::milliseconds interval) { reminder_ = interval; }
 
     /// @param withoutMail  its mail went out in an earlier run

@@ -84,6 +84,7 @@ void CService::Stop() {
     announcer_.Use(nullptr);
     module_.reset();
     inbox_.Drain();
+    store_.Save();
 }
 
 void CService::Reload() {
@@ -113,8 +114,13 @@ void CService::OnResult(const std::string& name, const CheckResult& result) {
     if (component == nullptr) {
         return;
     }
+    const std::time_t since = component->since;
     switch (CComponents::Take(*component, result)) {
         case Consequence::None:
+            store_.Keep(*component);  // a text alone is written with the next change, or at the stop
+            if (component->since != since) {
+                store_.Save();
+            }
             break;
         case Consequence::Settled:
             Journal(component->IsBad() ? 4 : 5, name + ": " + component->text);

@@ -128,7 +128,7 @@ freshness = "1h"
         self.end(signal.SIGTERM)
         self.start()  # which has been told of times to come
         self.awaits(lambda: self.failed() == 2)
-        for timers, status in ((3500, 0), (3600, 2)):
+        for timers, status in ((3500, 1), (3600, 2)):
             move(-DAY, timers)
             self.pass_timers()
             self.assertEqual(self.component("reports")["status"], status)

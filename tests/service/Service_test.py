@@ -21,7 +21,7 @@ from running import FILES, SERVICE, Fleet, ServiceTest
 
 class Service(ServiceTest):
     def test_a_state_settles_is_told_once_and_survives(self):
-        self.start(attempts=3)
+        self.start(attempts=3, more="unknown = 3")
         server = self.mail_server()
         self.awaits(lambda: self.component()["status"] == 1)
         self.plugin(2, "DISK \x1b[31mfull\xff | free=0\nmore")
@@ -30,11 +30,14 @@ class Service(ServiceTest):
         self.assertEqual((self.status()["system"], self.status()["pending"]), (3, 1))
         self.submit("raid")
         self.awaits(lambda: len(server.mails()) == 2 and not self.untold())
-        for sent in (signal.SIGKILL, signal.SIGTERM):  # the cause persists: listed again, not mailed again
+        self.submit("fan", status=0)
+        for sent, exit_status in ((signal.SIGKILL, 2), (signal.SIGTERM, 3)):
             self.assertEqual(self.end(sent), -9 if sent == signal.SIGKILL else 0)
+            self.plugin(exit_status, "DISK gone")  # unknown is as bad: the cause persists, it is listed, not mailed again
             self.start()
             self.awaits(lambda: self.status()["pending"] == 2)
             self.submit("raid")  # news of what is told already
+        self.assertEqual(self.component("fan")["status"], 1)
         self.assertIn('"severity":"error"', self.command("--json", "pending")[1].replace(": ", ":"))
         self.assertEqual(self.ask({"acknowledge": True})[0]["alerts"], 2)
         self.assertEqual((self.status()["pending"], len(server.mails())), (0, 2))
@@ -51,7 +54,8 @@ class Service(ServiceTest):
         for subject in ("disk", "disk/updates"):
             self.awaits(lambda: f"{subject}: no server took the mail; it is tried again in 1 min" in
                         read(self.folder / "log"))
-        self.assertEqual(self.status()["mail"]["failed"], 2)
+        self.assertEqual(self.command("test-mail")[0], 1)
+        self.assertEqual(self.status()["mail"]["failed"], 2)  # the test mail is about no alert
         self.end(signal.SIGTERM)
         server = self.mail_server("--hang", "DOT", offline=True)
         self.start()  # which sends it again, and is stopped while the server says nothing
@@ -188,6 +192,11 @@ if-installed = true
         self.plugin(2, "DISK full")
         self.awaits(lambda: told_of(b"disk") >= 5)
         self.assertLessEqual(told_of(b"smart-sda"), reminders + 1)  # one may have been under way
+        self.assertEqual(self.ask({"acknowledge": True})[0]["kind"], "acknowledged")
+        reminders = told_of(b"disk")
+        self.submit("fan")
+        self.awaits(lambda: told_of(b"fan") >= 4)
+        self.assertLessEqual(told_of(b"disk"), reminders + 1)
 
     def test_settings_changed_at_run_time_stay(self):
         self.start()
