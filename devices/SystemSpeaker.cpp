@@ -56,7 +56,6 @@ private:
     }
 
     bool PlayPass() {
-        tookTime_ = false;
         for (std::size_t at = 0; block_.toneBytes - at >= kPair; at += kRecord) {
             if (!Wait(0)) {
                 return false;

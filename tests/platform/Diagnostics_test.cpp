@@ -112,6 +112,17 @@ TEST_F(TraceFiles, AreReadAgainWhenTheyChangedAndMemoryIsThere) {
     EXPECT_TRUE(client_->TraceFlags() == 0x12 && client_->MemoryTraces() == 3);
 }
 
+TEST_F(TraceFiles, AClosedSectionHoldsNoNumber) {
+    Write("a.ini", LevelText("7"));
+    CDebugTraceConfigFile file;
+    unsigned int level = 0;
+    EXPECT_TRUE(file.OpenSectionInIniFile("EM_ALERT", "a.ini", Path("").c_str()) &&
+                file.GetNumberFromIniFile("FileDebugLevel", level) && level == 7);
+    file.CloseSectionInIniFile();
+    EXPECT_FALSE(file.GetNumberFromIniFile("FileDebugLevel", level));
+    EXPECT_EQ(file.CheckForChange(), CDebugTraceConfigFile::Change::Newer);
+}
+
 TEST(Trace, FiltersByLevelAndEvaluatesNothingWhenOff) {
     const CTraceCapture trace(2);
     int evaluated = 0;

@@ -10,14 +10,14 @@
 namespace {
 
 /// A machine with lo, two interfaces of names as long as the kernel allows, one of them without IPv4 address and one
-/// without any, and two interfaces with several addresses, one of them with more than the kernel tells at once. What is
-/// not Ethernet has addresses that must not be taken; the tunnel is left out where its device is kept for the real
-/// root.
+/// without any, and two interfaces with several addresses, one of them with more than the kernel tells at once: the
+/// best IPv6 address is the last of them. What is not Ethernet has addresses that must not be taken; the tunnel is left
+/// out where its device is kept for the real root.
 void MakeNetwork() {
-    Shell(
-        "set -e; cd " EM_TEST_DATA
-        "; ip -batch network.links; { cat network.addresses; for i in $(seq 1000); do echo addr add 10.7.$((i / "
-        "250)).$((i % 250 + 1))/16 dev eth2; done; } | ip -batch -; [ ! -w /dev/net/tun ] || ip -batch network.tunnel");
+    Shell("set -e; cd " EM_TEST_DATA
+          "; ip -batch network.links; { cat network.addresses; for i in $(seq 1000); do echo addr add 10.7.$((i / "
+          "250)).$((i % 250 + 1))/16 dev eth2; echo addr add fd07::$i/64 dev eth2 nodad preferred_lft 0; done; } | ip "
+          "-batch -; [ ! -w /dev/net/tun ] || ip -batch network.tunnel");
 }
 
 constexpr auto v4 = CHostIPAddress::ip_v4;
