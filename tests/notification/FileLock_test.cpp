@@ -108,6 +108,9 @@ TEST_F(FileLock, RefusesPathsThatItCannotLockAndKeepsTheLockThatItHas) {
     EXPECT_TRUE(lock.Lock(longest.c_str(), nullptr, 0));  // its own is given up first
     EXPECT_TRUE(lock.Lock(file_.c_str(), nullptr, 0) &&
                 std::filesystem::exists(longest + ".lo"));  // closed, not deleted
+    const unsigned int error = lock.LastError();
+    errno = EIO;  // of another call
+    EXPECT_TRUE(lock.UnlockFile(file_.c_str()) && lock.LastError() == error && error != EIO);
     EXPECT_TRUE(CFileLock().Lock(longest.c_str(), nullptr, 0));
     EXPECT_FALSE(std::filesystem::exists(longest + ".lo"));
     std::filesystem::create_symlink("file/x", directory_ / "a.lock");  // it cannot be made
