@@ -54,16 +54,21 @@ void CSmtpMessageHeader::SetSender(std::string sender) {
 
 std::string CSmtpMessageHeader::GetMessageHeader() const {
     CHeaderLines lines("\r\n");
-    const auto addUnlessEmpty = [&lines](std::string_view name, const std::string& value) {
-        if (!value.empty()) {
-            lines.Add(name, value);
+    const auto addText = [&lines](std::string_view name, const std::string& text) {
+        if (!text.empty()) {
+            lines.Add(name, text);
         }
     };
-    addUnlessEmpty("From: ", sender_);
-    addUnlessEmpty("To: ", CHeaderLines::Join(recipients_));
-    addUnlessEmpty("Cc: ", CHeaderLines::Join(recipientsCc_));
-    addUnlessEmpty("Reply-To: ", CHeaderLines::Join(replyTo_));
-    addUnlessEmpty("Subject: ", subject_);
+    const auto addList = [&lines](std::string_view name, const std::vector<std::string>& list) {
+        if (!list.empty()) {  // its one entry may be empty, though
+            lines.Add(name, CHeaderLines::Join(list));
+        }
+    };
+    addText("From: ", sender_);
+    addList("To: ", recipients_);
+    addList("Cc: ", recipientsCc_);
+    addList("Reply-To: ", replyTo_);
+    addText("Subject: ", subject_);
     lines.AddImportance(importance_);
     for (const auto& [key, value] : extraHeaders_) {
         lines.Add(key, value);
