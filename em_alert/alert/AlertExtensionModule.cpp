@@ -140,8 +140,13 @@ void CAlertExtensionModule::ApplicationReply(SipJson& message) {
     EM_TRACE(3, "\nEM_ALERT            :   -> ApplicationReply()");
     if (stopping_) {
         EM_TRACE(2, "\nEM_ALERT            : The module is stopped - message ignored");
-        return;
+    } else {
+        TakeReply(message);
     }
+    EM_TRACE(3, "\nEM_ALERT            :   <- ApplicationReply()");
+}
+
+void CAlertExtensionModule::TakeReply(SipJson& message) {
     const unsigned int opCode = message.GetElem("OC");
     try {
         TraceReply(message, 2);
@@ -155,7 +160,6 @@ void CAlertExtensionModule::ApplicationReply(SipJson& message) {
         EM_TRACE(1, "\n\nEM_ALERT (REPLY)    : CABINET %04d: FATAL ERROR! EXCEPTION in Reply Handler OpCode 0x%04X!",
                  static_cast<int>(message.GetElem("CA")), opCode);
     }
-    EM_TRACE(3, "\nEM_ALERT            :   <- ApplicationReply()");
 }
 
 bool CAlertExtensionModule::ModuleRequest(SipJson& message) {

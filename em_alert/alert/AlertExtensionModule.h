@@ -105,6 +105,7 @@ protected:
     void OnTaskExecution(SipJson& request, _TaskPriority priority) override;
 
 private:
+    void TakeReply(SipJson& message);
     void LoadConfiguration();
     void LoadSettings(SettingRow::Load when);
 

@@ -184,6 +184,7 @@ TEST_F(Beep, StopLeavesTheSpeakerSilentEventsRefusedAndRequestsAnswered) {
     EXPECT_EQ(Request(R"("OC":"0x2243")").first, 6U);
     const std::string all = trace_.All();
     EXPECT_LT(all.find("CTaskSerializer     :   terminated"), all.rfind("a joinable Thread"));  // the beeper's, last
+    EXPECT_EQ(trace_.Count("<- ApplicationReply()"), 2);
 }
 
 TEST_F(Beep, AnAcknowledgementIsAnnouncedWhenItIsSilent) {
