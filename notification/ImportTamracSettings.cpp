@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <optional>
-#include <strings.h>
 
 #include "notification/NotificationConfig.h"
+#include "platform/IgnoreCase.h"
 #include "platform/diagnostics/Trace.h"
 #include "platform/diagnostics/WithoutPassword.h"
 #include "platform/host/OsInfo.h"
@@ -52,7 +52,7 @@ void CTamracImport::ImportEnabled() {
         EM_TRACE(3, "\nCNotificationConfig :   import TAMRAC: email disabled");
         return;
     }
-    isEnabled_ = ::strcasecmp(logging.c_str(), "enabled") == 0;
+    isEnabled_ = EqualIgnoringCase(logging, "enabled");
     const char* const state = isEnabled_ ? "Enabled" : "Disabled";
     const CMarkupPosition keep(config_);
     config_.ResetPos();

@@ -2,11 +2,11 @@
 #include "xml/XmlEncoding.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
+#include "platform/IgnoreCase.h"
 #include "xml/Utf8.h"
 
 namespace {
@@ -33,10 +33,7 @@ constexpr WideForm kWideForms[] = {
 };
 
 bool IsOneOf(std::span<const std::string_view> names, std::string_view name) {
-    return std::ranges::any_of(names, [name](std::string_view known) {
-        return std::equal(known.begin(), known.end(), name.begin(), name.end(),
-                          [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); });
-    });
+    return std::ranges::any_of(names, [name](std::string_view known) { return EqualIgnoringCase(known, name); });
 }
 
 /// What stands between the quotes behind "encoding" in the declaration. Whether that is one at all is not known here.

@@ -3,9 +3,9 @@
 
 #include <algorithm>
 #include <initializer_list>
-#include <strings.h>
 #include <vector>
 
+#include "platform/IgnoreCase.h"
 #include "xml/XmlScanner.h"
 
 namespace {
@@ -144,7 +144,7 @@ bool CXmlGrammar::TakeInstruction() {
     if (!Take("<?") || !TakeName(target)) {
         return false;
     }
-    if (target.size() == 3 && ::strncasecmp(target.data(), "xml", 3) == 0) {
+    if (EqualIgnoringCase(target, "xml")) {
         return Fail("A declaration that is not at the start");
     }
     return Take("?>") || (TakeBlanks() ? TakeCharactersUntil("?>") : Fail("An instruction is damaged"));

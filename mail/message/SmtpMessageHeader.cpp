@@ -2,17 +2,13 @@
 #include "mail/message/SmtpMessageHeader.h"
 
 #include <cstdlib>
-#include <strings.h>
 
 #include "mail/message/HeaderLines.h"
 #include "mail/text/LumeString.h"
+#include "platform/IgnoreCase.h"
 #include "platform/diagnostics/Trace.h"
 
 namespace {
-
-bool EqualsIgnoreCase(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && ::strncasecmp(a.data(), b.data(), a.size()) == 0;
-}
 
 /// Appends the pieces of `list` to `addresses`, trimmed and without the empty ones.
 void AddAddresses(std::vector<std::string>& addresses, const char* what, const CLumeString& list, const char* delims,
@@ -95,7 +91,7 @@ void CSmtpMessageHeader::SetField(std::string_view name, const std::string& valu
         {"Importance", [](Header& header, const std::string& text) { header.SetImportanceWord(text); }},
     };
     for (const auto& field : kFields) {
-        if (EqualsIgnoreCase(field.name, name)) {
+        if (EqualIgnoringCase(field.name, name)) {
             field.set(*this, value);
             return;
         }
@@ -111,7 +107,7 @@ void CSmtpMessageHeader::SetPriority(const std::string& value) {
 void CSmtpMessageHeader::SetImportanceWord(const std::string& value) {
     static constexpr std::string_view kWords[] = {"Low", "Normal", "High"};
     for (std::int32_t importance = kLowImportance; importance <= kHighImportance; ++importance) {
-        if (EqualsIgnoreCase(kWords[importance], value)) {
+        if (EqualIgnoringCase(kWords[importance], value)) {
             importance_ = importance;
         }
     }

@@ -3,9 +3,9 @@
 
 #include <cstdlib>
 #include <string_view>
-#include <strings.h>
 #include <sys/stat.h>
 
+#include "platform/IgnoreCase.h"
 #include "platform/files/RegularFile.h"
 
 namespace {
@@ -31,7 +31,7 @@ bool CDebugTraceConfigFile::ReadCompleteFile(std::string& text) {
         return false;
     }
     const std::size_t last = text.rfind('[');
-    if (last == std::string::npos || ::strcasecmp(SectionName(text, last).c_str(), "EndOfFile") != 0) {
+    if (last == std::string::npos || !EqualIgnoringCase(SectionName(text, last), "EndOfFile")) {
         return false;
     }
     size_ = status.st_size;

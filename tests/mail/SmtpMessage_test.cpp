@@ -1,8 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "mail/message/SmtpMessage.h"
 
+#include <algorithm>
+
 #include "support/DataRows.h"
 #include "support/TraceCapture.h"
+
+/// Of a host that speaks Turkish, where "I" is not the capital of "i".
+extern "C" int strncasecmp(const char* a, const char* b, std::size_t size) noexcept {
+    const auto isSame = [](char x, char y) { return x == y || ((x ^ y) == 0x20 && (x | 0x20) != 'i'); };
+    return std::equal(a, a + size, b, isSame) ? 0 : 1;
+}
 
 namespace {
 

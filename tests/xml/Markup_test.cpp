@@ -5,6 +5,11 @@
 
 #include "support/DataRows.h"
 
+/// Of a host that speaks Turkish, where "I" is not the capital of "i".
+extern "C" int tolower(int c) noexcept {
+    return c == 'I' ? 0xFD : c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c;
+}
+
 TEST(Markup, LoadTellsWhatIsWrongWithAFile) {
     const CTempDirectory directory;
     CMarkup document;
