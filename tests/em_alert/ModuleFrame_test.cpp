@@ -102,7 +102,7 @@ TEST_F(ModuleFrame, RequestsAndEventsGoThroughTheSwitch) {
     EXPECT_EQ(module_.ModuleId(), 0x00050003U);
     SipJson bare = MessageOf(R"({"OC":1})");
     module_.SyncRequest(bare, 5000);
-    SipJson addressed = MessageOf(R"({"OC":1,"CA":5})");
+    SipJson addressed = MessageOf(R"({"OC":1,"CA":0})");  // not the own one
     module_.AsyncRequest(addressed);
     module_.SyncCabinetBroadcast(bare, 1);
     EXPECT_FALSE(CExtensionModule::IsLocalServerRequest(bare));
