@@ -167,6 +167,13 @@ class Console(ProgramTest):
                 session.ends()
                 self.assertIn('"step":"unmapped","result":true', read(self.folder / "transcript"))
 
+    def test_switches_are_shown_as_the_module_takes_them(self):
+        state = self.file("state", '[{"OC":57345,"OE":1024,"DA":256},{"OC":57345,"OE":1040,"DA":257}]')
+        session = Session(self, LIBRARY, "--state", state, terminal=False, program=AGENT)
+        session.type("setting\nquit\n")
+        session.sees("beep              off", "mail              on")
+        session.ends()
+
     def test_traces_that_are_switched_off_are_told(self):
         os.makedirs("/etc/kestrel/HostwardenSuite/TraceConfig")
         session = Session(self, LIBRARY, terminal=False)
