@@ -16,14 +16,16 @@
 #include "support/Cases.h"
 #include "support/TraceCapture.h"
 
-/// A test with the stand-in switched on, and its port log.
+/// A test with the stand-in switched on, its port log, and the tone that it heard last.
 class Speaker : public ::testing::Test {
 protected:
     std::string PortLog() const { return ReadFile(log_); }
 
     const CTempDirectory directory_;
     const std::string log_ = directory_ / "ports";
-    std::optional<CBusIoDriver> driver_{std::in_place, BusIoDriverOptions{{}, log_, [](const std::string&) {}}};
+    std::string tone_;
+    std::optional<CBusIoDriver> driver_{
+        std::in_place, BusIoDriverOptions{{}, log_, [this](const std::string& tone) { tone_ = tone; }}};
 };
 
 namespace {
@@ -83,6 +85,7 @@ TEST_F(Speaker, BeepProgramsTheTimerAndSwitchesTheSpeaker) {
         EXPECT_TRUE(CDeviceBeeper::Beep(std::stoi(row[1]), 0));
         const std::string writes = "write 0x42 width 1 value " + row[2] + "\nwrite 0x42 width 1 value " + row[3] + '\n';
         EXPECT_EQ(PortLog().find(writes, before), before + 61) << row[1];
+        EXPECT_TRUE(tone_.starts_with(row[4] + " Hz for ")) << row[1] << ": " << tone_;
     }
     driver_.reset();
     EXPECT_EQ(TracesByLevel(beep), ReadFile(EM_TEST_DATA "/absent.trace"));
