@@ -187,8 +187,11 @@ TEST_F(Beep, StopLeavesTheSpeakerSilentEventsRefusedAndRequestsAnswered) {
     EXPECT_EQ(trace_.Count("<- ApplicationReply()"), 2);
 }
 
-TEST_F(Beep, AnAcknowledgementIsAnnouncedWhenItIsSilent) {
+TEST_F(Beep, WhatAnEventTellsHasHappened) {
+    bool isAdded = false;
+    Once(agent_.onEvent, [&] { isAdded = trace_.Has("added to pending alerts (1)"); });
     Event();
+    EXPECT_TRUE(isAdded);
     EXPECT_TRUE(Becomes(false));
     trace_.Clear();
     bool isSilent = false;
@@ -249,8 +252,9 @@ TEST_F(Faults, MailSettingsThatWereLockedAtTheStartAreImportedAndReadForTheNextM
     const std::string lockFile = std::string(kFile) + ".lock";
     const CUniqueFd lock(::open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     ASSERT_EQ(::flock(lock.Get(), LOCK_EX), 0);
-    module_ = library_.StartModule(agent_);
     const CTraceCapture trace;
+    module_ = library_.StartModule(agent_);
+    EXPECT_TRUE(trace.Has("settings imported into shared"));  // into memory
     for (const char* servers : {"0", "2"}) {
         EXPECT_FALSE(std::filesystem::exists(kFile));
         const unsigned int replies = agent_.Replies();
@@ -301,6 +305,14 @@ TEST_F(Faults, ADeletionBreaksAMailOffBeforeTheNextServer) {
     deletion.join();
     EXPECT_TRUE(trace.Has("SendMail RetCode") && !trace.Has("skipped - empty host name"));
     module_ = library_.StartModule(agent_);
+}
+
+TEST_F(Faults, ASettingThatCannotBeSavedDoesNotCount) {
+    const std::string tooLong(std::size_t{17} << 20, 'x');
+    EXPECT_EQ(Request(R"("OC":"0xE002","OE":"0x0412","DA":")" + tooLong + '"').first, 6U);
+    const CTraceCapture trace;
+    Event();
+    EXPECT_TRUE(trace.Has(R"(SendMail sender: "ops@x")"));
 }
 
 TEST_F(Faults, TheLockOfTheSettingsIsReleasedBeforeItsOwnerGoes) {
