@@ -45,6 +45,11 @@ class Scenarios(ProgramTest):
                             ('{"kind":"event"', 1), ('{"kind":"withheld"', 1)):  # after the restart events are off
             self.assertEqual(output.count(text), count, text)
 
+    def test_a_story_cuts_data_behind_100_characters(self):
+        for text, told in (("x" * 98, "x" * 98 + '"'), ("x" * 99, "x" * 99 + "...")):
+            output = self.run_scenario("[]", f'{{"request":{{"OC":1,"DA":"{text}"}}}}', "--story")[1]
+            self.assertIn(f'data "{told}, refused', output)
+
     def test_what_is_wrong_is_told(self):
         for state, scenario, words in rows(RUNS / "refusals"):
             status, output = self.run_scenario(state, scenario)
