@@ -51,6 +51,20 @@ TEST(Event, ReleasesWaitersAsItsKindAndTheOperationsSay) {
     }
 }
 
+TEST(Event, EachSetReleasesWhoWaitsLongest) {
+    const CTraceCapture trace;
+    const CEvent event(false, false);
+    std::jthread waiters[3];
+    for (std::jthread& waiter : waiters) {
+        waiter = std::jthread([&event] { EXPECT_EQ(event.Wait(20000), CEvent::kSignalled); });
+        EXPECT_TRUE(trace.Await("prepare time for waiting", static_cast<int>(&waiter - waiters) + 1));
+    }
+    for (std::jthread& waiter : waiters) {
+        event.Set();
+        waiter.join();
+    }
+}
+
 TEST(Event, WaitsUntilADeadlineOfTheMonotonicClock) {
     const CEvent event(false, false);
     failing = {"pthread_cond_timedwait", ETIMEDOUT};
