@@ -4,6 +4,7 @@
 #include <new>
 
 #include "StartedModule.h"
+#include "support/TraceCapture.h"
 
 // What the machine lacks, the loaded library lacks as well: this program's own heap goes before the C library's. Not
 // for sanitizers, which have one of theirs.
@@ -70,7 +71,8 @@ TEST_F(NoMemory, InACallCostsNoMoreThanTheCall) {
         kPendingAlert,
         kAcknowledge,
         R"("OC":"0xE001","OE":"0x0414")",
-        R"("OC":"0xE002","OE":"0x0413","DA":"a name that no short string holds")"};
+        R"("OC":"0xE002","OE":"0x0413","OI":258,"DA":"a name that no short string holds")"};
+    const CTraceCapture trace(1);
     for (std::size_t i = 0; i < std::size(calls); ++i) {
         const bool isRequest = i >= 3;
         for (const bool once : {true, false}) {
@@ -88,6 +90,10 @@ TEST_F(NoMemory, InACallCostsNoMoreThanTheCall) {
             EXPECT_EQ(status, 0U) << calls[i];
         }
     }
+    EXPECT_TRUE(
+        trace.Has("\n\nEM_ALERT (REPLY)    : CABINET 0000: FATAL ERROR! EXCEPTION in Reply Handler OpCode 0x3341!"));
+    EXPECT_TRUE(
+        trace.Has("\nEM_ALERT (REQUEST)  : ## EXCEPTION! CABID 0000: OpCode 0xE002-0x0413 ObjId 0x0102 Status 0x0D"));
     Event();
     EXPECT_EQ(Request(kPendingAlert), kPending);
 }
