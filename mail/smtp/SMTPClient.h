@@ -22,7 +22,7 @@ public:
     explicit CSMTPClient(const std::atomic<bool>* stopping = nullptr) : stopping_(stopping) {}
 
     /// Sends `message` to its To and Cc addresses. The mail is sent when the server takes one recipient at least; each
-    /// refused one is traced. Takes 16 seconds at most, unless the system's name resolution alone takes longer.
+    /// refused one is traced. Takes 16 seconds at most, the look-up of the server's name included.
     /// @param sender  an address, or a display name followed by "<", the address and ">"
     /// @return the libcurl result code, 0 when the server has taken the mail; CURLE_SEND_ERROR (55) when no
     ///         recipient is usable, CURLE_URL_MALFORMAT (3) for a server text with blanks or control characters,
