@@ -4,6 +4,7 @@
 #include "agent/core/Json.h"
 #include "command/mail/MailSetting.h"
 #include "mail/texts/AlertMailTexts.h"
+#include "notification/NotificationConfig.h"
 #include "platform/diagnostics/WithoutPassword.h"
 #include "sip/Vocabulary.h"
 
@@ -64,6 +65,17 @@ MailSettings ReadSettings(CIModuleLink& link, std::optional<std::uint16_t> langu
     return settings;
 }
 
+/// The module also logs in with a type that it does not know, or that is missing; asked for it, it says "none" for all
+/// of these. The file tells them apart, to those who may read it.
+bool LogsIn(CIModuleLink& link, unsigned server) {
+    using Config = CNotificationConfig;
+    auto type = Config::AuthenticationType::None;
+    if (Config config; config.Load() && config.GetSmtpServerAuthenticationType(type, static_cast<int>(server) - 1)) {
+        return type != Config::AuthenticationType::None;
+    }
+    return MailSettingNumber(link, kServerAuthenticationType, server).value_or(0) != 0;
+}
+
 }  // namespace
 
 std::string NumberedServer::Title() const {
@@ -83,7 +95,7 @@ std::vector<NumberedServer> ReadMailServers(CIModuleLink& link) {
         }
         const unsigned short usual = server.host.starts_with("smtps://") ? kSmtpsPort : kSmtpPort;
         server.port = static_cast<unsigned short>(MailSettingNumber(link, kServerPort, number).value_or(usual));
-        server.logsIn = MailSettingNumber(link, kServerAuthenticationType, number).value_or(0) != 0;
+        server.logsIn = LogsIn(link, number);
         server.userName = MailSettingText(link, kServerUserName, number);
         server.password = MailSettingText(link, kServerPassword, number);
         server.useTls = MailSettingNumber(link, kServerSmtps, number).value_or(0) != 0;
