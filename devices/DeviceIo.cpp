@@ -49,13 +49,18 @@ int AsDescriptor(void* handle) {
     return static_cast<int>(reinterpret_cast<std::intptr_t>(handle));
 }
 
-/// @return the driver's result, or a negative errno value
-int SendRequest(int fd, unsigned int code, void* input, unsigned int inputSize, void* output, unsigned int outputSize) {
+struct Answer {
+    bool isDone;
+    int number;  // the driver's result; of a refused request the errno value
+};
+
+Answer SendRequest(int fd, unsigned int code, void* input, unsigned int inputSize, void* output,
+                   unsigned int outputSize) {
     // The trace shows eight bytes, however small the buffers are.
     const std::size_t size = std::max({std::size_t{inputSize}, std::size_t{outputSize}, sizeof(unsigned long)});
     const std::unique_ptr<unsigned char[]> buffer(new (std::nothrow) unsigned char[size]());
     if (buffer == nullptr) {
-        return -ENOMEM;
+        return {false, ENOMEM};
     }
     if (input != nullptr) {
         std::memcpy(buffer.get(), input, inputSize);
@@ -70,13 +75,13 @@ int SendRequest(int fd, unsigned int code, void* input, unsigned int inputSize, 
     if (result < 0) {
         const int error = errno;
         EM_TRACE(4, "ioctl-call failed: ERROR, errno = %d (0x%08x)\n", error, static_cast<unsigned int>(error));
-        return -error;
+        return {false, error};
     }
     EM_TRACE(4, "ioctl-call: bytes returned = %d\n", result);
     if (output != nullptr) {
         std::memcpy(output, buffer.get(), outputSize);
     }
-    return result;
+    return {true, result};
 }
 
 }  // namespace
@@ -183,13 +188,13 @@ bool CDeviceIo::CloseThreadHandle() {
 
 bool CDeviceIo::DeviceIoControl(void* handle, unsigned int code, void* input, unsigned int inputSize, void* output,
                                 unsigned int outputSize, unsigned int* returned, void* /*overlapped*/) {
-    const int result = SendRequest(AsDescriptor(handle), code, input, inputSize, output, outputSize);
-    if (result < 0) {
-        errno = -result;
+    const Answer answer = SendRequest(AsDescriptor(handle), code, input, inputSize, output, outputSize);
+    if (!answer.isDone) {
+        errno = answer.number;
         return false;
     }
     if (returned != nullptr) {
-        *returned = static_cast<unsigned int>(result);
+        *returned = static_cast<unsigned int>(answer.number);
     }
     return true;
 }

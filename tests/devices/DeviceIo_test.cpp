@@ -29,6 +29,7 @@ constexpr const char* kAccess[] = {"r", "w", "rw"};
 bool isBeeping = false;
 int requests = 0;        // of one tone, counted
 int failingRequest = 0;  // its number
+int requestError = EIO;
 
 struct Device : CDeviceIo {
     explicit Device(const char* path, bool perThread = false, bool keepOpen = false)
@@ -55,7 +56,7 @@ extern "C" int ioctl(int fd, unsigned long code, ...) noexcept {
     va_start(arguments, code);
     void* const argument = va_arg(arguments, void*);
     va_end(arguments);
-    errno = EIO;
+    errno = requestError;
     return !isBeeping ? real(fd, code, argument) : requests++ == failingRequest ? -1 : 0;
 }
 extern "C" int usleep(unsigned int microseconds) {
@@ -149,6 +150,12 @@ TEST(DeviceIo, RequestsPassBuffersBothWaysAndFailuresLeaveThemAlone) {
     EXPECT_EQ(returned, static_cast<unsigned int>(CLONE_NEWUTS));  // what the driver returned
     EXPECT_FALSE(other.IoControl(TIOCGWINSZ, nullptr, 0, nullptr, 0, nullptr));
     EXPECT_TRUE(other.Close() && other.LastError() == 0);
+    isBeeping = true;
+    failingRequest = requests;
+    requestError = 0;  // a driver that gives no reason
+    EXPECT_FALSE(terminal.IoControl(TIOCGWINSZ, nullptr, 0, &part, sizeof part, &returned) || part.ws_row != 25);
+    EXPECT_TRUE(trace.Prints().back() == "ioctl-call failed: ERROR, errno = 0 (0x00000000)\n" && returned != 0);
+    isBeeping = false;
     Device missing("/dev/none");
     EXPECT_FALSE(missing.Open() || missing.IoControl(TCGETS, nullptr, 0, nullptr, 0, nullptr));
     EXPECT_EQ(missing.LastError(), static_cast<std::uint32_t>(ENOENT));  // which tells more than EINVAL
