@@ -46,25 +46,27 @@ void CDebugTraceConfig::Initialise(const char* directory) {
         return;
     }
 
-    unsigned int interval = kLevelNotSet;
+    unsigned int interval = kNotSet;
     if (globalSection_.OpenSectionInIniFile(kGlobalSection, kGlobalFile, directory)) {
         globalSection_.GetNumberFromIniFile("DynamicUpdate", interval);
     }
-    if (interval == kLevelNotSet) {
+    if (interval == kNotSet) {
         interval = 0;
     }
     ReadEnvironment("LUME_LOG_DYNAMIC_UPDATE", interval);
     updateInterval_ = interval;
     lastCheck_ = std::time(nullptr);
 
-    unsigned int level = 0;
+    unsigned int level = kNotSet;
     for (const std::string& file : files) {
         if (moduleSection_.OpenSectionInIniFile(moduleName_, file.c_str(), directory)) {
             moduleFile_ = file;
-            LoadModuleSection(moduleSection_);
-            level = fileLevel_ == kLevelNotSet ? 0 : fileLevel_.load();
+            LoadModuleSection(moduleSection_, level);
             break;
         }
+    }
+    if (level == kNotSet) {
+        level = 0;
     }
     ReadEnvironment("LUME_LOG_DEBUG_LEVEL", level);
     SetDebugLevel(level);
@@ -75,16 +77,14 @@ void CDebugTraceConfig::SetDebugLevel(unsigned int level) {
     tracingEnabled = level != 0;
 }
 
-void CDebugTraceConfig::LoadModuleSection(const CDebugTraceConfigFile& section) {
-    unsigned int level = kLevelNotSet;
+bool CDebugTraceConfig::LoadModuleSection(const CDebugTraceConfigFile& section, unsigned int& level) {
     unsigned int flags = traceFlags_;
     unsigned int memory = memoryTraces_;
-    section.GetNumberFromIniFile("FileDebugLevel", level);
     section.GetNumberFromIniFile("TraceFlags", flags);
     section.GetNumberFromIniFile("MemoryTracesFlag", memory);
-    fileLevel_ = level;
     traceFlags_ = flags;
     memoryTraces_ = memory;
+    return section.GetNumberFromIniFile("FileDebugLevel", level);
 }
 
 void CDebugTraceConfig::RereadWhenDue() {
@@ -115,11 +115,11 @@ void CDebugTraceConfig::Reread() {
     const Change change = moduleFile_.empty() ? Change::None : moduleSection_.CheckForChange();
     if ((change == Change::Newer || change == Change::Other) &&
         moduleSection_.OpenSectionInIniFile(moduleName_, moduleFile_.c_str(), directory_.c_str())) {
-        LoadModuleSection(moduleSection_);
-        if (fileLevel_ != kLevelNotSet) {
+        unsigned int level{};
+        if (LoadModuleSection(moduleSection_, level)) {
             // The tracing-enabled flag stays: a level of 0 in the file silences the prints, and a later change of the
             // file is still noticed.
-            currentLevel_ = fileLevel_.load();
+            currentLevel_ = level;
         }
     }
 }

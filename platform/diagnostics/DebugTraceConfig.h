@@ -21,7 +21,8 @@ public:
     /// Where the module looks for its trace settings.
     static constexpr const char* kDirectory = "/etc/kestrel/HostwardenSuite/TraceConfig";
 
-    static constexpr unsigned int kLevelNotSet = 0xFFFFFFFF;
+    /// What a file holds that sets no level, or no interval, at the load; later on it is a number like any other.
+    static constexpr unsigned int kNotSet = 0xFFFFFFFF;
 
     explicit CDebugTraceConfig(const char* moduleName) : moduleName_(moduleName) {}
     CDebugTraceConfig(const CDebugTraceConfig&) = delete;
@@ -49,7 +50,8 @@ protected:
 
 private:
     void Reread() EM_REQUIRES(rereadLock_);
-    void LoadModuleSection(const CDebugTraceConfigFile& section);
+    /// @return false, with `level` unchanged, when the section sets none
+    bool LoadModuleSection(const CDebugTraceConfigFile& section, unsigned int& level);
 
     const char* const moduleName_;
     std::atomic<unsigned int> currentLevel_{};
@@ -63,5 +65,4 @@ private:
     std::string moduleFile_;  // the file that supplied the module's section; empty when none did
     CDebugTraceConfigFile globalSection_ EM_GUARDED_BY(rereadLock_);
     CDebugTraceConfigFile moduleSection_ EM_GUARDED_BY(rereadLock_);
-    std::atomic<unsigned int> fileLevel_{kLevelNotSet};
 };
