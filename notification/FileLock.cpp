@@ -77,12 +77,12 @@ bool CFileLock::Remember(bool success) {
 }
 
 bool CFileLock::Lock(const char* path, const char* owner, int timeoutMs) {
+    holder_.clear();
     if (path == nullptr || *path == '\0') {
         lastError_ = EINVAL;
         return false;
     }
     EM_TRACE(5, "\nCFileLock           :   apply file lock using file %s...", path);
-    holder_.clear();
     const std::string lockFile = LockFileName(path);
     EM_TRACE(3, "\nCFileLock::Lock     : LockFileName.c_str() = %s\n", lockFile.c_str());
     const std::string directory = lockFile.substr(0, lockFile.rfind('/'));

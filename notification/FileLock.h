@@ -42,8 +42,8 @@ public:
     /// The errno value of the last failure; EINVAL for a missing or relative path.
     unsigned int LastError() const { return lastError_; }
 
-    /// What the lock file said when taking the lock failed: at most 255 bytes, less what is not UTF-8. Empty when the
-    /// lock file could not be read, or made.
+    /// What the lock file said when taking the lock failed: its first 255 bytes, less what is not UTF-8 or a control
+    /// character. Empty when the lock file could not be read, or made.
     const std::string& HolderText() const { return holder_; }
 
 private:

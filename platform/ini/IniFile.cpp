@@ -79,7 +79,7 @@ bool CIniFile::DeleteKey(const char* section, const char* key) {
 
 bool CIniFile::CopySection(const char* from, const char* to) {
     std::vector<std::string> keys;
-    if (to == nullptr || !GetEnums(keys, from)) {
+    if (from == nullptr || to == nullptr || !GetEnums(keys, from)) {
         return false;
     }
     std::string value;

@@ -8,7 +8,8 @@
 ///
 /// The file is read anew by every call; nothing is cached or left to flush. Section and key names are matched exactly,
 /// case included. Of several sections of one name the first counts, of several keys the first in it. What a file holds
-/// is described with CIniText. Directories, devices, pipes and files beyond 64 MiB count as unreadable.
+/// is described with CIniText. Directories and files beyond 64 MiB count as unreadable, and so do devices and pipes but
+/// for a pipe in which a short text waits.
 ///
 /// Writing keeps the file's identity (inode, links, owner, mode): what follows the changed place is moved in the file.
 /// A write that fails (full disk, quota, size limit) leaves the file as it was, and no file where there was none. There
@@ -70,7 +71,7 @@ public:
     bool DeleteKey(const char* section, const char* key);
 
     /// Writes every key of one section into another, whose other keys stay.
-    /// @return false when a write failed, `from` has no keys, or its key names need more than 64 KiB
+    /// @return false when a write failed, `from` has no keys, or its key names need more than 64 KiB; or for null
     bool CopySection(const char* from, const char* to);
 
     /// Starts an enumeration of a section's key names and returns the first.

@@ -32,12 +32,12 @@ public:
                unsigned long killAliveThread, bool waitable);
 
     /// Waits for the thread's end, without limit: a time-out is warned of and not kept.
-    /// @return true also when there is no thread; false for a thread that is not waitable
+    /// @return true also when there is no thread; false for one that is not waitable, or is the calling one
     bool WaitForTermination(unsigned int timeoutMs);
 
     /// Joins a waitable thread, cancels another one that still runs.
     /// @param timeoutMs  not used
-    /// @return false when there is no thread
+    /// @return false when there is no thread, or it cannot be joined or cancelled
     bool Kill(unsigned int timeoutMs);
 
     /// Names the threads that this handle starts from now on, for debuggers and ps.

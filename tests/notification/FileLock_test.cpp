@@ -83,6 +83,7 @@ TEST_F(FileLock, AHeldLockFailsAtOnceAndNamesItsHolder) {
     ::alarm(0);
     EXPECT_EQ(lock.LastError(), static_cast<unsigned int>(EWOULDBLOCK));
     EXPECT_EQ(lock.HolderText(), "M\xC3\xBCller" + pid_);
+    EXPECT_TRUE(!lock.Lock("", nullptr, 0) && lock.HolderText().empty());
     EXPECT_EQ(trace_.All(), Filled("<apply><exists><opened><try><failed><false><held>"));
     lock.UnlockFile(file_.c_str());
     EXPECT_EQ(ReadFile(lockFile_), "M\xC3\xBCller\xFF\x01" + pid_);

@@ -57,6 +57,7 @@ TEST_F(IniFile, NumbersEnumerationAndCopies) {
     EXPECT_EQ(ini_.GetNumber("copy", "minus", 1), 4294967291U);
     EXPECT_EQ(ini_.GetNumber("copy", "big", 1), 4000000000U);
     EXPECT_EQ(ini_.GetNumber("copy", "hex", 1) + ini_.GetNumber("copy", "none", 7), 1U + 7U);  // 31 digits count
+    EXPECT_TRUE(ini_.SetNumber("", "k", 1U) && !ini_.CopySection(nullptr, "to") && ini_.DeleteSection(""));
     std::string name;
     std::vector<std::string> names;
     EXPECT_TRUE(ini_.GetEnum(name, "copy") && ini_.GetNextEnum(name) && name == "big");
