@@ -80,13 +80,31 @@ std::string FindAddress(const std::vector<std::string>& names, int index, CHostI
     return {};
 }
 
-bool FillAddress(CIPAddress& address, const std::string& text, int family, std::size_t size) {
-    std::vector<unsigned char> bytes(size);
-    if (::inet_pton(family, text.c_str(), bytes.data()) != 1) {
-        return false;
+/// @return false, traced, when the action threw
+template <class Action>
+bool IsDone(CHostIPAddress::ip_version version, Action action) {
+    try {
+        return action();
+    } catch (const std::invalid_argument& error) {
+        EM_TRACE(4, "CHostIPAddress::GetHostIPv%dAddress: ERROR: Cannot get IP address. Invalid argument error: %s\n",
+                 version, error.what());
+    } catch (...) {
+        LetCancellationPass();
+        EM_TRACE(4, "CHostIPAddress::GetHostIPv%dAddress: ERROR: Cannot get IP address. General error.\n", version);
     }
-    address.SetBytes(std::move(bytes));
-    return true;
+    return false;
+}
+
+bool FillAddress(CIPAddress& address, const std::string& text, CHostIPAddress::ip_version version) {
+    return IsDone(version, [&] {
+        const bool isV4 = version == CHostIPAddress::ip_v4;
+        std::vector<unsigned char> bytes(isV4 ? sizeof(in_addr) : sizeof(in6_addr));
+        const bool isRead = ::inet_pton(isV4 ? AF_INET : AF_INET6, text.c_str(), bytes.data()) == 1;
+        if (isRead) {
+            address.SetBytes(std::move(bytes));
+        }
+        return isRead;
+    });
 }
 
 }  // namespace
@@ -108,16 +126,12 @@ std::string CHostIPAddress::GetHostIPAddress(int index, ip_version version) {
                  version, count, index, version);
         return {};
     }
-    try {
-        return FindAddress(*names, index, version);
-    } catch (const std::invalid_argument& error) {
-        EM_TRACE(4, "CHostIPAddress::GetHostIPv%dAddress: ERROR: Cannot get IP address. Invalid argument error: %s\n",
-                 version, error.what());
-    } catch (...) {
-        LetCancellationPass();
-        EM_TRACE(4, "CHostIPAddress::GetHostIPv%dAddress: ERROR: Cannot get IP address. General error.\n", version);
-    }
-    return {};
+    std::string text;
+    IsDone(version, [&] {
+        text = FindAddress(*names, index, version);
+        return true;
+    });
+    return text;
 }
 
 bool CHostIPAddress::GetHostIPv4Address(CIPAddress& address, int index) {
@@ -125,10 +139,10 @@ bool CHostIPAddress::GetHostIPv4Address(CIPAddress& address, int index) {
     if (text.empty()) {
         return false;
     }
-    return text.size() < kShortestIpv4Text || FillAddress(address, text, AF_INET, sizeof(in_addr));
+    return text.size() < kShortestIpv4Text || FillAddress(address, text, ip_v4);
 }
 
 bool CHostIPAddress::GetHostIPv6Address(CIPAddress& address, int index) {
     const std::string text = GetHostIPAddress(index, ip_v6);
-    return !text.empty() && FillAddress(address, text, AF_INET6, sizeof(in6_addr));
+    return !text.empty() && FillAddress(address, text, ip_v6);
 }

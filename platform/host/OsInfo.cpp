@@ -7,6 +7,7 @@
 #include <memory>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <new>
 #include <string_view>
 #include <sys/socket.h>
 #include <system_error>
@@ -80,13 +81,7 @@ Outcome NameByAddress(std::string& name, const sockaddr& address) {
     return Outcome::Found;
 }
 
-}  // namespace
-
-bool COsInfo::GetComputerNameEx(std::string& name, _COMPUTER_NAME_FORMAT format) {
-    if (format != ComputerNamePhysicalDnsFullyQualified) {
-        return false;
-    }
-    const CCancellationPause pause;  // getifaddrs is declared as never left by unwinding
+bool NameByAddresses(std::string& name) {
     ifaddrs* first = nullptr;
     if (::getifaddrs(&first) != 0) {
         const int error = errno;
@@ -106,4 +101,19 @@ bool COsInfo::GetComputerNameEx(std::string& name, _COMPUTER_NAME_FORMAT format)
         }
     }
     return false;
+}
+
+}  // namespace
+
+bool COsInfo::GetComputerNameEx(std::string& name, _COMPUTER_NAME_FORMAT format) {
+    if (format != ComputerNamePhysicalDnsFullyQualified) {
+        return false;
+    }
+    const CCancellationPause pause;  // getifaddrs is declared as never left by unwinding
+    try {
+        return NameByAddresses(name);
+    } catch (const std::bad_alloc& error) {
+        EM_TRACE(1, "COsInfo::GetComputerNameEx: ## ERROR %s\n", error.what());
+        return false;
+    }
 }

@@ -19,7 +19,7 @@ class COsInfo {
 public:
     /// Finds the fully qualified name of this host by reverse lookup of its own addresses, in the order of getifaddrs:
     /// the first name that is not a "localhost..." wins. An address that the resolver does not know yields its numeric
-    /// text. Any thread. Blocks while the resolver waits for a name server.
+    /// text. Any thread; nothing is thrown. Blocks while the resolver waits for a name server.
     /// @param name  receives the name; left alone when false is returned
     /// @param format  anything but ComputerNamePhysicalDnsFullyQualified returns false
     static bool GetComputerNameEx(std::string& name, _COMPUTER_NAME_FORMAT format);

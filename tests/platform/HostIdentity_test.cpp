@@ -20,10 +20,31 @@ void MakeNetwork() {
           "-batch -; [ ! -w /dev/net/tun ] || ip -batch network.tunnel");
 }
 
+/// Whether a look-up that runs out of memory at its n-th allocation gives nothing and throws nothing, for every n.
+void ExpectNothingThrown(const std::function<bool()>& lookUp) {
+    int allocations = -1;
+    do {
+        failing = {"operator new", ENOMEM, -1, ++allocations};
+    } while (!lookUp() && allocations < 1000);
+    failing = {};
+    EXPECT_TRUE(allocations > 0 && allocations < 1000) << allocations;
+}
+
 constexpr auto v4 = CHostIPAddress::ip_v4;
 constexpr auto v6 = CHostIPAddress::ip_v6;
 
 }  // namespace
+
+[[gnu::noinline]] void* operator new(std::size_t size) {
+    void* const memory = Fails("operator new") ? nullptr : std::malloc(size);
+    return memory == nullptr ? throw std::bad_alloc() : memory;
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept {
+    std::free(memory);
+}
 
 extern "C" int getnameinfo(const sockaddr* address, socklen_t size, char* host, socklen_t hostSize, char* service,
                            socklen_t serviceSize, int flags) {
@@ -68,6 +89,8 @@ TEST(HostIpAddress, CountsEthernetInterfacesThatHaveAnAddress) {
         address.SetBytes({0xFD, 0x12, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xAB, 0xCD});
         failing = {"inet_ntop", ENOSPC, 1};
         EXPECT_EQ(address.GetString(), "fd12:1:0:0:0:0:0:abcd");
+        ExpectNothingThrown([&] { return CHostIPAddress::GetHostIPv4Address(address, 0); });
+        ExpectNothingThrown([&] { return CHostIPAddress::GetHostIPv6Address(address, 1); });
 
         Shell("ip tuntap del zz mode tun 2>/dev/null; true");
         EXPECT_EQ(TracesByLevel([] {
@@ -120,5 +143,9 @@ TEST(OsInfo, FirstAddressWithAUsableNameNamesTheHost) {
             };
             EXPECT_EQ(TracesByLevel(scenario), row[4]) << row[1];
         }
+        WriteAll("/etc/hosts", "10.0.0.5 a-name-that-needs-memory\n");
+        std::string name;
+        ExpectNothingThrown(
+            [&name] { return COsInfo::GetComputerNameEx(name, ComputerNamePhysicalDnsFullyQualified); });
     });
 }
