@@ -22,7 +22,7 @@
 ///
 /// Getters return false and leave the caller's value alone when an element on the way is missing (recipients are
 /// cleared first). Setters create what is missing on the way; they change the document only, and return false when that
-/// fails. Both keep the document's position. One thread at a time.
+/// fails. Both keep the document's position, which must not be a recipient's address that goes. One thread at a time.
 class CNotificationConfig : public CMarkup {
 public:
     static constexpr const char* kDirectory = "/etc/kestrel/HostwardenSuite/ManagedNode/Notifications";
