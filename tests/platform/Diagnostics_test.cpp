@@ -18,6 +18,11 @@ bool isMemoryShort = false;
 extern "C" std::time_t time(std::time_t* /*result*/) noexcept {
     return now;
 }
+/// Of a host that speaks Turkish, where "I" is not the capital of "i".
+extern "C" int strcasecmp(const char* a, const char* b) noexcept {
+    const auto isSame = [](char x, char y) { return x == y || ((x ^ y) == 0x20 && (x | 0x20) != 'i'); };
+    return std::equal(a, a + std::strlen(a) + 1, b, isSame) ? 0 : 1;
+}
 [[gnu::noinline]] void* operator new(std::size_t size) {
     void* const memory = isMemoryShort ? nullptr : std::malloc(size);
     return memory == nullptr ? throw std::bad_alloc() : memory;
