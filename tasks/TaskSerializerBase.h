@@ -26,7 +26,8 @@ public:
 
     /// Drops the pending tasks and waits, without limit, for the worker to finish the task it is at. Dropped tasks are
     /// not run, their events are not set and their records are never released. The levels refuse tasks from then on,
-    /// also after another start. Takes at least 100 ms when a worker runs.
+    /// also after another start. Takes at least 100 ms. When no worker runs, nothing of this happens: what
+    /// is queued stays, and further tasks are queued.
     /// @return whether the worker has ended; true as well when none ran
     bool TerminateSerialization();
 
