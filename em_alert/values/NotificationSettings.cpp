@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "em_alert/values/NotificationSettings.h"
 
+#include <cerrno>
 #include <sys/stat.h>
 #include <utility>
 
@@ -83,12 +84,21 @@ void CNotificationSettings::ImportWhenMissing() {
     if (FileExists(file_.Path()) || !file_.ImportTamracSettings(nullptr)) {
         return;
     }
-    CFileLock fileLock;
-    if (file_.MakeDirectory() && LockFile(fileLock) && !FileExists(file_.Path())) {  // nobody else made it meanwhile
-        file_.Save();
+    if (file_.MakeDirectory()) {
+        SaveNewFile();
     }
     EM_TRACE(3,
              "\nEM_ALERT            : Hostwarden RAID settings imported into shared notification configuration file!");
+}
+
+/// A lock that somebody holds is respected. One that cannot be made is held by nobody: the save goes on, and tells what
+/// is wrong with the place.
+void CNotificationSettings::SaveNewFile() {
+    CFileLock fileLock;
+    const bool isHeld = !LockFile(fileLock) && fileLock.LastError() == EWOULDBLOCK;
+    if (!isHeld && !FileExists(file_.Path())) {  // nobody else made it meanwhile
+        file_.Save();
+    }
 }
 
 void CNotificationSettings::Read() {

@@ -49,8 +49,8 @@ public:
     };
     std::shared_ptr<const Snapshot> Get() const;
 
-    /// Makes the file of a server that has only the RAID manager's settings yet, under the file's lock. Failures are
-    /// traced; a file that exists is left alone.
+    /// Makes the file of a server that has only the RAID manager's settings yet, under the file's lock: not while
+    /// somebody else holds that. Failures are traced; a file that exists is left alone.
     void ImportWhenMissing();
 
     /// Reads the file under its lock into the snapshot. Without the lock nothing is read, and the settings stay due.
@@ -69,6 +69,7 @@ public:
 private:
     bool LockFile(CFileLock& lock) EM_REQUIRES(lock_);
     bool IsUsable() const EM_REQUIRES(lock_);
+    void SaveNewFile() EM_REQUIRES(lock_);
     bool Write(const NotificationValue& value, int server, const SipJson& request) EM_REQUIRES(lock_);
     void TakeServer(int index) EM_REQUIRES(lock_);
     void TakeAddresses() EM_REQUIRES(lock_);

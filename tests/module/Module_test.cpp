@@ -225,7 +225,18 @@ TEST_F(Beep, MailsThatAreSwitchedOffBeforeTheAnswerAreNotSent) {
     EXPECT_FALSE(trace_.Has("Generate eMail alert"));
 }
 
-using Faults = StartedModule;
+class Faults : public StartedModule {
+protected:
+    /// Deletes the module as well.
+    void HaveTheRaidManagersSettingsOnly() {
+        module_->Stop();
+        EXPECT_TRUE(library_.remove());
+        const std::filesystem::path raidManager = "/opt/kestrel/HostwardenSuite/ArrayKeeper/bin";
+        std::filesystem::create_directories(raidManager);
+        std::ofstream(raidManager / "ravlo.ini") << "[Logging]\nMailLogSMTPServer=127.0.0.1\n";
+        std::filesystem::remove(kFile);
+    }
+};
 
 TEST_F(Faults, ThreadsThatCannotBeStartedAreTriedAgain) {
     const std::string kUpdatesSupported = R"("OC":"0x2243","OE":1)";
@@ -243,12 +254,7 @@ TEST_F(Faults, ThreadsThatCannotBeStartedAreTriedAgain) {
 }
 
 TEST_F(Faults, MailSettingsThatWereLockedAtTheStartAreImportedAndReadForTheNextMail) {
-    module_->Stop();
-    EXPECT_TRUE(library_.remove());
-    const std::filesystem::path raidManager = "/opt/kestrel/HostwardenSuite/ArrayKeeper/bin";
-    std::filesystem::create_directories(raidManager);
-    std::ofstream(raidManager / "ravlo.ini") << "[Logging]\nMailLogSMTPServer=127.0.0.1\n";
-    std::filesystem::remove(kFile);
+    HaveTheRaidManagersSettingsOnly();
     const std::string lockFile = std::string(kFile) + ".lock";
     const CUniqueFd lock(::open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     ASSERT_EQ(::flock(lock.Get(), LOCK_EX), 0);
@@ -264,6 +270,19 @@ TEST_F(Faults, MailSettingsThatWereLockedAtTheStartAreImportedAndReadForTheNextM
         ::flock(lock.Get(), LOCK_UN);
     }
     EXPECT_TRUE(std::filesystem::exists(kFile));
+}
+
+TEST_F(Faults, AnImportIsSavedUnlessThePlaceIsNoGood) {
+    HaveTheRaidManagersSettingsOnly();
+    const std::filesystem::path directory = std::filesystem::path(kFile).parent_path();
+    std::filesystem::create_directory(std::string(kFile) + ".lock");  // so that none can be made
+    module_ = library_.StartModule(agent_);
+    EXPECT_TRUE(std::filesystem::exists(kFile));
+    std::filesystem::remove_all(directory);
+    std::ofstream(directory) << "no directory";
+    const CTraceCapture trace(1);
+    module_->OnSwitchStarted(nullptr);
+    EXPECT_TRUE(trace.Has("\nCNotificationConfig : ERROR! FAILED to save file \"" + std::string(kFile) + "\"!"));
 }
 
 /// Wherever something is traced, a thread of the agent, or the worker, may end.
