@@ -81,7 +81,13 @@ bool CNotificationSettings::IsUsable() const {
 
 void CNotificationSettings::ImportWhenMissing() {
     const CMutexLock lock(lock_);
-    if (FileExists(file_.Path()) || !file_.ImportTamracSettings(nullptr)) {
+    if (FileExists(file_.Path())) {
+        return;
+    }
+    if (!IsUsable()) {
+        file_.Load();  // the file that was no good has gone
+    }
+    if (!file_.ImportTamracSettings(nullptr)) {
         return;
     }
     if (file_.MakeDirectory()) {

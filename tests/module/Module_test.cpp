@@ -275,8 +275,13 @@ TEST_F(Faults, MailSettingsThatWereLockedAtTheStartAreImportedAndReadForTheNextM
 TEST_F(Faults, AnImportIsSavedUnlessThePlaceIsNoGood) {
     HaveTheRaidManagersSettingsOnly();
     const std::filesystem::path directory = std::filesystem::path(kFile).parent_path();
-    std::filesystem::create_directory(std::string(kFile) + ".lock");  // so that none can be made
+    std::ofstream(kFile) << "damaged";
     module_ = library_.StartModule(agent_);
+    std::filesystem::remove(kFile);
+    module_->OnSwitchStarted(nullptr);
+    EXPECT_TRUE(std::filesystem::remove(kFile));
+    std::filesystem::create_directory(std::string(kFile) + ".lock");  // so that none can be made
+    module_->OnSwitchStarted(nullptr);
     EXPECT_TRUE(std::filesystem::exists(kFile));
     std::filesystem::remove_all(directory);
     std::ofstream(directory) << "no directory";
