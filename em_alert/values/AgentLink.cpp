@@ -7,8 +7,13 @@ namespace {
 
 constexpr unsigned int kTimeout = 5000;  // ms
 
-bool HoldsSystemStatus(unsigned int status) {
+bool HoldsSystemStatus(const SipJson& answer) {
+    const unsigned int status = answer.GetCmdElemValue(answer.GetCmdIndex(), "ST", kNoStatus);
     return status == kDone || status == kAgentStatus12 || status == kAgentStatus21 || status == kEvent;
+}
+
+bool TakeText(const SipJson& answer, std::string& text) {
+    return answer.GetCmdDataString(answer.GetCmdIndex(), text, SipJson::kNoLimit);
 }
 
 }  // namespace
@@ -29,13 +34,13 @@ bool CAgentLink::Ask(SipJson& message, unsigned int opCode, unsigned int opCodeE
 
 bool CAgentLink::RequestText(unsigned int opCode, unsigned int opCodeExt, unsigned int objectId, std::string& text) {
     SipJson message;
-    return Ask(message, opCode, opCodeExt, objectId) && message.GetCmdDataString(0, text, SipJson::kNoLimit);
+    return Ask(message, opCode, opCodeExt, objectId) && TakeText(message, text);
 }
 
 bool CAgentLink::RequestNumber(unsigned int opCode, unsigned int opCodeExt, unsigned int objectId,
                                unsigned int& number) {
     SipJson message;
-    return Ask(message, opCode, opCodeExt, objectId) && message.GetCmdUIntData(0, number);
+    return Ask(message, opCode, opCodeExt, objectId) && message.GetCmdUIntData(message.GetCmdIndex(), number);
 }
 
 bool CAgentLink::RequestMessageTemplate(std::uint32_t errorCode, std::string& messageTemplate) {
@@ -43,7 +48,7 @@ bool CAgentLink::RequestMessageTemplate(std::uint32_t errorCode, std::string& me
     message.SetCmd(message.GetCmd(), kReadUpdateMessage, 0, 0, CExtensionModule::ServerCabinetNumber(), kWithoutStatus);
     message.SetDataUIntValue(errorCode, kNoStatus);
     frame_.SyncRequest(message, kTimeout);
-    return message.HasReplyData() && message.GetCmdDataString(0, messageTemplate, SipJson::kNoLimit);
+    return TakeText(message, messageTemplate);
 }
 
 bool CAgentLink::RequestSetting(ConfigurationValue id, SipJson& answer) {
@@ -54,7 +59,7 @@ unsigned char CAgentLink::RequestSystemStatus(unsigned int cabinet) {
     SipJson message;
     message.SetCmd(message.GetCmd(), kReadSystemStatus, 0, 0, cabinet, kWithoutStatus);
     frame_.SyncRequest(message, kTimeout);
-    return HoldsSystemStatus(message.GetCmdElemValue(0, "ST", kNoStatus)) ? ToStatusByte(DataNumber(message)) : 0;
+    return HoldsSystemStatus(message) ? ToStatusByte(DataNumber(message)) : 0;
 }
 
 std::string CAgentLink::RequestComponentText(OperationCode opCode, const SipJson& event) {
@@ -64,9 +69,7 @@ std::string CAgentLink::RequestComponentText(OperationCode opCode, const SipJson
                    kWithoutStatus);
     frame_.SyncRequest(message, kTimeout);
     std::string text;
-    if (message.HasReplyData()) {
-        message.GetCmdDataString(0, text, SipJson::kNoLimit);
-    }
+    TakeText(message, text);
     return text;
 }
 

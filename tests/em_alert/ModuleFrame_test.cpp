@@ -199,6 +199,28 @@ TEST_F(ModuleFrame, ExportsTraceWhatTheyDo) {
     EXPECT_EQ(moduleInstance.module, nullptr);
 }
 
+/// The agent may answer behind its request.
+TEST_F(ModuleFrame, AnAnswerIsReadFromTheCommandThatIsCurrentThen) {
+    agent_.answer = [](SipJson& message) {
+        const bool isNumber = message.GetElem("OC") == kReadSystemStatus;
+        message.SetStatus(kNotHandled);
+        message.SetCmdIndex(1);
+        isNumber ? message.SetDataUIntValue(2, kDone) : message.SetReplyDataString("text", kDone);
+    };
+    CAlertExtensionModule module;
+    module.Start(&agent_, 0);
+    const CTraceCapture trace;
+    for (const char* members : {R"("OC":57346,"OE":1040,"DA":1)",
+                                R"-("OC":57346,"OE":1046,"DA":"$(ComponentName) $(SystemModel)")-", R"("OC":8994)"}) {
+        SipJson message = MessageOf(std::string("{") + members + "}");
+        module.ApplicationReply(message);
+    }
+    EXPECT_TRUE(trace.Has("added to pending alerts (1)") && trace.Has("Add mail subject \"text text\""));
+    CLumeString text("$(UpdateMessage) $(SystemStatus)");
+    module.AlerterFormatUpdateStatusText(text, CLogMsgArguments());
+    EXPECT_EQ(text, "text text");
+}
+
 /// What the file of answers does not hold has no answer.
 TEST_F(ModuleFrame, MailServersOfTheManagementControllerAreImported) {
     agent_.answer = [](SipJson& request) {
