@@ -121,10 +121,11 @@ std::string Plain(const std::string& text) {
     return plain;
 }
 
-/// Both parsers must agree on what is a document, but for the two things that are refused on purpose.
+/// Both parsers must agree on what is a document, but for the two things that are refused on purpose, and no text at
+/// all.
 void CheckAgreement(const Config& config, const std::string& bytes) {
     std::string text;
-    if (DecodeXml(bytes, text) != nullptr) {
+    if (bytes.empty() || DecodeXml(bytes, text) != nullptr) {
         return;
     }
     const bool isLoaded = config.Status() == Config::LoadStatus::Loaded;

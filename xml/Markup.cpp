@@ -92,7 +92,7 @@ bool CMarkup::Load(const std::string& path) {
         return Fail(error == ENOENT ? LoadStatus::Missing : LoadStatus::Unreadable,
                     std::generic_category().message(error));
     }
-    if (!Parse(text)) {
+    if (!SetDoc(text)) {
         return Fail(LoadStatus::Damaged, std::move(error_));
     }
     status_ = LoadStatus::Loaded;

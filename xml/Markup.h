@@ -37,7 +37,8 @@ public:
     CMarkup(const CMarkup&) = delete;
     CMarkup& operator=(const CMarkup&) = delete;
 
-    /// Reads a file: UTF-8, UTF-16, UTF-32 or Latin-1, which bytes that are not UTF-8 are taken for.
+    /// Reads a file: UTF-8, UTF-16, UTF-32 or Latin-1, which bytes that are not UTF-8 are taken for. A file of no bytes
+    /// is an empty document: there is nothing in it that somebody could mend.
     /// @return true when the document holds the file; else `Status` and `ErrorText` tell why not. A file that exists
     ///         but could not be loaded should never be saved over.
     bool Load(const std::string& path);
