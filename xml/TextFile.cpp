@@ -14,6 +14,7 @@
 #include "platform/files/DirectoryEntries.h"
 #include "platform/files/RegularFile.h"
 #include "platform/files/UniqueFd.h"
+#include "platform/files/WriteAll.h"
 #include "xml/FileAttributes.h"
 
 namespace {
@@ -23,18 +24,6 @@ constexpr std::string_view kRandomPart = "XXXXXX";
 
 int ErrnoUnless(bool success) {
     return success ? 0 : errno;
-}
-
-int WriteAll(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = ::write(fd, text.data(), text.size());
-        if (written >= 0) {
-            text.remove_prefix(static_cast<std::size_t>(written));
-        } else if (errno != EINTR) {
-            return errno;
-        }
-    }
-    return 0;
 }
 
 /// A new file beside the one that it is going to replace; it goes away with the object unless it was moved there.

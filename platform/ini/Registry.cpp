@@ -13,6 +13,7 @@
 #include "platform/diagnostics/Trace.h"
 #include "platform/files/RegularFile.h"
 #include "platform/files/UniqueFd.h"
+#include "platform/files/WriteAll.h"
 
 namespace {
 
@@ -48,15 +49,8 @@ int ErrnoUnless(bool success) {
 }
 
 int WriteFile(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t count = ::write(fd, text.data(), text.size());
-        if (count >= 0) {
-            text.remove_prefix(static_cast<std::size_t>(count));
-        } else if (errno != EINTR) {
-            return errno;
-        }
-    }
-    return ErrnoUnless(::fsync(fd) == 0);
+    const int error = WriteAll(fd, text);
+    return error != 0 ? error : ErrnoUnless(::fsync(fd) == 0);
 }
 
 int MakeFile(const std::string& path, const std::string& text) {

@@ -10,7 +10,6 @@
 namespace {
 
 std::time_t now = 5000;
-bool isMemoryShort = false;
 
 }  // namespace
 
@@ -22,16 +21,6 @@ extern "C" std::time_t time(std::time_t* /*result*/) noexcept {
 extern "C" int strcasecmp(const char* a, const char* b) noexcept {
     const auto isSame = [](char x, char y) { return x == y || ((x ^ y) == 0x20 && (x | 0x20) != 'i'); };
     return std::equal(a, a + std::strlen(a) + 1, b, isSame) ? 0 : 1;
-}
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    void* const memory = isMemoryShort ? nullptr : std::malloc(size);
-    return memory == nullptr ? throw std::bad_alloc() : memory;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
 }
 
 namespace {
@@ -108,9 +97,9 @@ TEST_F(TraceFiles, AreReadAgainWhenTheyChangedAndMemoryIsThere) {
     Start();
     for (const auto& row : Cases("trace_files.cases", "step")) {
         Write(row[1], row[2], std::stoi(row[3]));
-        isMemoryShort = row.back() == "short";
+        failing = row.back() == "short" ? FailingCall{"operator new", ENOMEM} : FailingCall{};
         const unsigned int level = LevelAfter(std::stoi(row[4]));
-        isMemoryShort = false;
+        failing = {};
         EXPECT_EQ(level, Number(row[5])) << row[2] << row[3];
         EXPECT_TRUE(IsTracingEnabled());
     }

@@ -35,17 +35,6 @@ constexpr auto v6 = CHostIPAddress::ip_v6;
 
 }  // namespace
 
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    void* const memory = Fails("operator new") ? nullptr : std::malloc(size);
-    return memory == nullptr ? throw std::bad_alloc() : memory;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}
-
 extern "C" int getnameinfo(const sockaddr* address, socklen_t size, char* host, socklen_t hostSize, char* service,
                            socklen_t serviceSize, int flags) {
     static const auto real = reinterpret_cast<decltype(&getnameinfo)>(::dlsym(RTLD_NEXT, "getnameinfo"));

@@ -52,6 +52,7 @@ TEST(SipJson, WritersChangeTheCurrentCommandAlone) {
             {"byte", [&] { return message.SetDataByte(static_cast<unsigned char>(number[0]), at(1)), "-"; }},
             {"null", [&] { return message.SetReplyDataString(nullptr, at(0)), "-"; }},
             {"text", [&] { return message.SetReplyDataString(row[4].substr(2).c_str(), at(0)), "-"; }},
+            {"no bytes", [&] { return message.SetDataStream(nullptr, 3, at(0)), "-"; }},
             {"bytes", [&] { return message.SetDataStream(bytes.data(), bytes.size(), at(0)), "-"; }},
         };
         EXPECT_EQ(writers.at(row[3])(), row[5]) << row[1];

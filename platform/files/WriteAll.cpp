@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/files/WriteAll.h"
+
+#include <cerrno>
+#include <unistd.h>
+
+int WriteAll(int file, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = ::write(file, text.data(), text.size());
+        if (written < 0 && errno != EINTR) {
+            return errno;
+        }
+        text.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+    }
+    return 0;
+}
