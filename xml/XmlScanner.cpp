@@ -137,11 +137,11 @@ bool CXmlScanner::TakeReference() {
     const char* const digits = text_.data() + at_ + (isHex ? 3 : 2);
     std::uint32_t character{};
     const auto result = std::from_chars(digits, text_.data() + text_.size(), character, isHex ? 16 : 10);
-    if (result.ec != std::errc() || !IsXmlCharacter(character) || result.ptr == text_.data() + text_.size() ||
-        *result.ptr != ';') {
+    const auto end = static_cast<std::size_t>(result.ptr - text_.data());
+    if (result.ec != std::errc() || !IsXmlCharacter(character) || !text_.substr(end).starts_with(';')) {
         return Fail("Not a character reference");
     }
-    at_ = static_cast<std::size_t>(result.ptr - text_.data()) + 1;
+    at_ = end + 1;
     return true;
 }
 
