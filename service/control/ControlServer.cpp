@@ -63,7 +63,13 @@ CControlServer::CControlServer(CLoop& loop, std::string path, CControlClient::On
     if (::connect(MakeSocket(path_).Get(), where, sizeof address) == 0) {
         throw CAgentError("another service answers at " + path_);
     }
-    ::unlink(path_.c_str());  // what a killed service left
+    struct stat status {};
+    if (::lstat(path_.c_str(), &status) == 0) {
+        if (!S_ISSOCK(status.st_mode)) {
+            throw CAgentError("cannot listen at " + path_ + ": something else than a socket has this name");
+        }
+        ::unlink(path_.c_str());  // what a killed service left
+    }
     socket_ = MakeSocket(path_);
     // Bound while nobody else may use it: the mode is right before the first client comes.
     const mode_t before = ::umask(S_IRWXG | S_IRWXO);

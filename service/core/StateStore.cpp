@@ -2,10 +2,13 @@
 #include "service/core/StateStore.h"
 
 #include <cerrno>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
 
 #include "agent/core/Command.h"
+#include "agent/core/Json.h"
 #include "service/loop/Journal.h"
 
 namespace {
@@ -16,9 +19,13 @@ std::string Key(const Component& component, const char* what) {
 
 }  // namespace
 
-CStateStore::CStateStore(const std::string& directory) : registry_(directory) {
+CStateStore::CStateStore(const std::string& directory) : directory_(directory), registry_(directory) {
     if (::mkdir(directory.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
         Journal(3, "cannot make " + directory + ": " + std::generic_category().message(errno));
+    }
+    lock_.Reset(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (lock_ && ::flock(lock_.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        throw CAgentError("another service keeps its state in " + directory);
     }
     if (const auto loaded = registry_.Load(); !loaded.problem.empty()) {
         isChanged_ = true;
@@ -93,9 +100,16 @@ void CStateStore::Save() {
     if (!isChanged_) {
         return;
     }
-    isChanged_ = false;
-    if (const int error = registry_.Save(); error != 0) {
-        isChanged_ = true;
-        Journal(3, "cannot save the state: " + std::generic_category().message(error));
+    const int error = registry_.Save();
+    isChanged_ = error != 0;
+    if (error == saveError_) {
+        return;  // told already: each result would tell it again
+    }
+    saveError_ = error;
+    if (error != 0) {
+        Journal(3, "cannot save the state in " + directory_ + ": " + std::generic_category().message(error) +
+                       "; a restart would forget what has changed since");
+    } else {
+        Journal(5, "the state in " + directory_ + " is saved again");
     }
 }

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/files/UniqueFd.h"
 #include "platform/ini/Registry.h"
 #include "service/components/Components.h"
 
@@ -13,7 +14,9 @@
 class CStateStore {
 public:
     /// Reads the state; damage is told to the journal, and older copies are used.
-    /// @param directory  made if it is missing
+    /// @param directory  made if it is missing; two services would tell everything twice and undo what the other keeps,
+    ///                   so it is locked as long as this object lives
+    /// @throw CAgentError when another service uses it
     explicit CStateStore(const std::string& directory);
 
     /// The components that the last run knew by reports alone.
@@ -47,6 +50,9 @@ private:
     void Put(const std::string& key, const std::string& value);
     void Take(const std::string& key);
 
+    const std::string directory_;
+    CUniqueFd lock_;
     CRegistry registry_;
     bool isChanged_ = false;  // since it was saved
+    int saveError_ = 0;       // as it was told
 };

@@ -159,6 +159,17 @@ if-installed = true
         self.awaits(lambda: "em-alertd.toml:1: each check" in read(self.folder / "log"))
         self.awaits(lambda: self.component()["status"] == 1)
 
+    def test_two_services_do_not_meet(self):
+        self.start()
+        for state, control, reason in (("state", "other", "another service keeps its state in"),
+                                       ("other", "control", "another service answers at"),
+                                       ("other", "says", "something else than a socket has this name")):
+            run = subprocess.run([SERVICE, "--config", self.folder / "em-alertd.toml", "--module", LIBRARY, "--state",
+                                  self.folder / state, "--socket", self.folder / control],
+                                 capture_output=True, text=True, timeout=20)
+            self.assertEqual((run.returncode, reason in run.stderr), (1, True), run.stderr)
+        self.assertEqual(read(self.folder / "says"), "DISK OK")
+
     def test_what_the_package_brings_is_in_order(self):
         unit = self.file("em-alertd.service", read(FILES / "em-alertd.service").replace("/usr/bin/em-alertd", SERVICE))
         for words in (("verify", "--man=no"), ("security", "--offline=true", "--threshold=30")):
