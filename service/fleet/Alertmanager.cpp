@@ -31,7 +31,7 @@ std::size_t Swallow(char* /*bytes*/, std::size_t size, std::size_t count, void* 
 }  // namespace
 
 CAlertmanager::CAlertmanager(std::string url, std::string instance)
-    : url_(std::move(url) + "/api/v2/alerts"),
+    : url_(std::move(url)),
       instance_(std::move(instance)),
       thread_([this](const std::stop_token& stop) { Run(stop); }) {}
 
@@ -98,22 +98,24 @@ void CAlertmanager::Run(const std::stop_token& stop) {
         isNew_ = false;
         const std::string body = Body();
         guard.unlock();
-        const bool now = body == "[]" || Post(body, stop);
-        if (now != worked && !stop.stop_requested()) {
-            Journal(now ? 5 : 4, url_ + (now ? " takes alerts again" : " does not take alerts; they are sent again"));
+        const std::string problem = body == "[]" ? "" : Post(body, stop);
+        if (problem.empty() != worked && !stop.stop_requested()) {
+            Journal(worked ? 4 : 5, url_ + (worked ? " does not take alerts (" + problem + "); they are sent again"
+                                                   : " takes alerts again"));
         }
-        worked = now;
+        worked = problem.empty();
     }
 }
 
-bool CAlertmanager::Post(const std::string& body, const std::stop_token& stop) {
+/// @return why the alerts were not taken; empty when they were
+std::string CAlertmanager::Post(const std::string& body, const std::stop_token& stop) const {
     const std::unique_ptr<CURL, void (*)(CURL*)> curl(::curl_easy_init(), ::curl_easy_cleanup);
     const std::unique_ptr<curl_slist, void (*)(curl_slist*)> headers(
         ::curl_slist_append(nullptr, "Content-Type: application/json"), ::curl_slist_free_all);
     if (curl == nullptr || headers == nullptr) {
-        return false;
+        return "no memory";
     }
-    ::curl_easy_setopt(curl.get(), CURLOPT_URL, url_.c_str());
+    ::curl_easy_setopt(curl.get(), CURLOPT_URL, (url_ + "/api/v2/alerts").c_str());
     ::curl_easy_setopt(curl.get(), CURLOPT_PROTOCOLS_STR, "http,https");
     ::curl_easy_setopt(curl.get(), CURLOPT_HTTPHEADER, headers.get());
     ::curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDS, body.c_str());
@@ -123,7 +125,10 @@ bool CAlertmanager::Post(const std::string& body, const std::stop_token& stop) {
     ::curl_easy_setopt(curl.get(), CURLOPT_NOPROGRESS, 0L);
     ::curl_easy_setopt(curl.get(), CURLOPT_XFERINFOFUNCTION, MayGoOn);
     ::curl_easy_setopt(curl.get(), CURLOPT_XFERINFODATA, &stop);
+    if (const CURLcode code = ::curl_easy_perform(curl.get()); code != CURLE_OK) {
+        return ::curl_easy_strerror(code);
+    }
     long status = 0;
-    return ::curl_easy_perform(curl.get()) == CURLE_OK &&
-           ::curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &status) == CURLE_OK && status < kFirstFailure;
+    ::curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &status);
+    return status < kFirstFailure ? "" : "its answer is HTTP status " + std::to_string(status);
 }

@@ -19,7 +19,7 @@
 /// begins another.
 class CAlertmanager {
 public:
-    /// @param url  the base address, such as http://localhost:9093
+    /// @param url  the base address, such as http://localhost:9093, without a slash at its end
     /// @param instance  the name of this host
     CAlertmanager(std::string url, std::string instance);
 
@@ -27,6 +27,8 @@ public:
     ~CAlertmanager();
     CAlertmanager(const CAlertmanager&) = delete;
     CAlertmanager& operator=(const CAlertmanager&) = delete;
+
+    const std::string& Url() const { return url_; }
 
     /// Any thread.
     void Update(const CComponents& components);
@@ -46,7 +48,7 @@ private:
     void Run(const std::stop_token& stop);
     static std::string Times(const Alert& alert);
     std::string Body() const;
-    bool Post(const std::string& body, const std::stop_token& stop);
+    std::string Post(const std::string& body, const std::stop_token& stop) const;
 
     const std::string url_;
     const std::string instance_;

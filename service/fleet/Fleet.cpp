@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/fleet/Fleet.h"
 
+#include <algorithm>
 #include <array>
 #include <climits>
 #include <unistd.h>
+#include <utility>
 
 #include "agent/core/Files.h"
 #include "agent/core/Json.h"
@@ -20,10 +22,15 @@ constexpr mode_t kReadableByAll = 0644;
 void CFleet::Configure(const std::vector<std::string>& alertmanagers, const std::string& metricsFile) {
     std::array<char, HOST_NAME_MAX + 1> host{};
     ::gethostname(host.data(), host.size() - 1);
-    alertmanagers_.clear();
-    for (const std::string& url : alertmanagers) {
-        alertmanagers_.push_back(std::make_unique<CAlertmanager>(url, host.data()));
+    std::vector<std::unique_ptr<CAlertmanager>> next;
+    for (std::string url : alertmanagers) {
+        url.resize(url.find_last_not_of('/') + 1);
+        const auto known =
+            std::ranges::find_if(alertmanagers_, [&](const auto& one) { return one != nullptr && one->Url() == url; });
+        next.push_back(known != alertmanagers_.end() ? std::move(*known)
+                                                     : std::make_unique<CAlertmanager>(url, host.data()));
     }
+    alertmanagers_ = std::move(next);
     metricsFile_ = metricsFile;
     Update();
 }
@@ -41,9 +48,13 @@ void CFleet::Update() {
 }
 
 void CFleet::WriteMetrics() {
+    std::string problem;
     try {
         ReplaceFile(metricsFile_, MetricsText(components_, ledger_), kReadableByAll);
     } catch (const CAgentError& error) {
-        Journal(4, error.what());
+        problem = error.what();
+    }
+    if (std::exchange(metricsProblem_, problem) != problem) {  // once, not with each result
+        Journal(problem.empty() ? 5 : 4, problem.empty() ? metricsFile_ + " is written again" : problem);
     }
 }

@@ -19,6 +19,7 @@ public:
     CFleet(const CFleet&) = delete;
     CFleet& operator=(const CFleet&) = delete;
 
+    /// Alertmanagers that stay hear of what is over now as well.
     void Configure(const std::vector<std::string>& alertmanagers, const std::string& metricsFile);
 
     /// Something has changed: Alertmanagers are told at once, the file half a second later.
@@ -32,5 +33,6 @@ private:
     const CLedger& ledger_;
     std::vector<std::unique_ptr<CAlertmanager>> alertmanagers_;
     std::string metricsFile_;
+    std::string metricsProblem_;  // as it was told
     CLoopSource metricsTimer_;
 };

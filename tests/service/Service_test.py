@@ -7,6 +7,7 @@ import contextlib
 import json
 import os
 import pathlib
+import re
 import shutil
 import signal
 import socket
@@ -169,6 +170,22 @@ if-installed = true
                                  capture_output=True, text=True, timeout=20)
             self.assertEqual((run.returncode, reason in run.stderr), (1, True), run.stderr)
         self.assertEqual(read(self.folder / "says"), "DISK OK")
+
+    def test_what_cannot_be_written_is_told_once(self):
+        os.mkdir(self.folder / "full")
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "nr_inodes=1", "none", self.folder / "full"], check=True)
+        self.addCleanup(subprocess.run, ["umount", self.folder / "full"], check=True)
+        (self.folder / "state").symlink_to("full")
+        self.start(more=f'[metrics]\ntextfile = "{self.folder}/full/metrics"')
+        for name in ("a", "b", "c"):
+            self.submit(name)
+        told = [f"cannot save the state in {self.folder}/state: No space left", f"cannot write {self.folder}/full/metrics"]
+        self.awaits(lambda: all(words in read(self.folder / "log") for words in told))
+        self.submit("d")
+        subprocess.run(["mount", "-o", "remount,nr_inodes=100", self.folder / "full"], check=True)
+        self.submit("e")
+        self.awaits(lambda: "is saved again" in read(self.folder / "log") and "is written again" in read(self.folder / "log"))
+        self.assertEqual([read(self.folder / "log").count(words) for words in told], [1, 1])
 
     def test_what_the_package_brings_is_in_order(self):
         unit = self.file("em-alertd.service", read(FILES / "em-alertd.service").replace("/usr/bin/em-alertd", SERVICE))
@@ -337,8 +354,14 @@ textfile = "{self.folder}/em_alert.prom"
         log = read(self.folder / "log")
         for line in ("<4>disk: 5 packages available", "<5>disk: 0 packages available", "<6>root (process "):
             self.assertIn("\n" + line, "\n" + log)
-        self.awaits(lambda: heard == {b"READY=1", b"WATCHDOG=1"})
+        self.awaits(lambda: heard == {b"READY=1", b"WATCHDOG=1", b"RELOADING=1"})
 
 
 if __name__ == "__main__":
     unittest.main(verbosity=2)
+        self.plugin(2, "5 packages available")
+        self.awaits(lambda: self.component()["status"] == 3)
+        Fleet.told.clear()
+        self.reload(re.sub(r"(?s)\[\[check.*?(?=\[alertm)", "", read(self.folder / "em-alertd.toml")))
+        self.awaits(lambda: lasts("critical", False))  # it hears of what a reload ends
+        self.assertIn("http://127.0.0.1:1 does not take alerts (Couldn't connect to server); they are sent again", log)
