@@ -7,24 +7,41 @@
 
 void CScheduler::Restart(std::uint32_t parallel) {
     parallel_ = parallel;
-    timers_.clear();
-    waiting_.clear();
-    std::erase_if(running_, [this](const auto& run) { return components_.Find(run.first) == nullptr; });
+    const auto isGone = [this](const std::string& name) { return components_.Find(name) == nullptr; };
+    std::erase_if(timers_, [&](const auto& timer) { return isGone(timer.first); });
+    std::erase_if(waiting_, isGone);
+    std::erase_if(running_, [&](const auto& run) { return isGone(run.first); });
     const auto count = static_cast<std::int64_t>(components_.All().size());
     std::int64_t place = 0;
+    const auto now = Clock::now();
     for (Component& component : components_.All()) {
-        if (!component.config.command.empty()) {
-            Plan(component, component.config.interval * place++ / count);
-        } else {
-            OnReport(component);
+        const std::string& name = component.config.name;
+        const bool isForReport = component.config.command.empty();
+        const Timer* const timer = Find(name, isForReport);
+        if (isForReport) {
+            AwaitReport(component, timer != nullptr ? timer->begun : now);
+            continue;
         }
+        const std::chrono::milliseconds slot = component.config.interval * place++ / count;
+        const auto left =
+            timer != nullptr ? std::chrono::duration_cast<std::chrono::milliseconds>(timer->due - now) : slot;
+        Plan(component, std::clamp(left, std::chrono::milliseconds(0), slot));
     }
+    BeginWaiting();
+}
+
+const CScheduler::Timer* CScheduler::Find(const std::string& name, bool isForReport) const {
+    const auto timer = timers_.find(name);
+    return timer != timers_.end() && timer->second.isForReport == isForReport ? &timer->second : nullptr;
 }
 
 void CScheduler::Plan(Component& component, std::chrono::milliseconds delay) {
     const std::string& name = component.config.name;
+    const auto now = Clock::now();
     component.next = std::time(nullptr) + std::chrono::duration_cast<std::chrono::seconds>(delay).count();
-    timers_[name] = loop_.After(delay, [this, name] { CheckNow(name); });
+    timers_[name] = {.begun = now, .due = now + delay, .isForReport = false, .source = loop_.After(delay, [this, name] {
+                         CheckNow(name);
+                     })};
 }
 
 void CScheduler::CheckNow(const std::string& name) {
@@ -43,7 +60,7 @@ void CScheduler::BeginWaiting() {
 }
 
 void CScheduler::Begin(const std::string& name) {
-    const Component* component = components_.Find(name);
+    Component* component = components_.Find(name);
     if (component == nullptr || component->config.command.empty()) {
         return;
     }
@@ -52,7 +69,7 @@ void CScheduler::Begin(const std::string& name) {
         running_[name] =
             std::make_unique<CCheckRun>(loop_, component->config.command, component->config.timeout, onDone);
     } catch (const std::exception& error) {  // such as no descriptors left
-        timers_[name] = loop_.After(component->config.retry, [this, name] { CheckNow(name); });
+        Plan(*component, component->config.retry);
         onResult_(name, {.status = ComponentStatus::Warning, .text = FirstLine(error.what()), .isAnswer = false});
     }
 }
@@ -61,20 +78,35 @@ void CScheduler::OnDone(const std::string& name, const CheckResult& result) {
     running_.erase(name);
     if (Component* component = components_.Find(name)) {
         onResult_(name, result);
-        Plan(*component, component->badInRow > 0 ? component->config.retry : component->config.interval);
+        if (!component->config.command.empty()) {  // which a reload may have taken
+            Plan(*component, component->badInRow > 0 ? component->config.retry : component->config.interval);
+        }
     }
     BeginWaiting();
 }
 
-void CScheduler::OnReport(Component& component) {
+void CScheduler::OnReport(const Component& component) {
+    if (component.config.command.empty()) {
+        AwaitReport(component, Clock::now());
+    }
+}
+
+void CScheduler::AwaitReport(const Component& component, Clock::time_point begun) {
+    const std::string& name = component.config.name;
     if (component.config.freshness.count() == 0) {
+        timers_.erase(name);
         return;
     }
-    const std::string& name = component.config.name;
-    timers_[name] = loop_.After(component.config.freshness, [this, name] {
-        onResult_(name, {.status = ComponentStatus::Warning, .text = "no report has come within the time set for it"});
-        if (Component* overdue = components_.Find(name)) {
-            OnReport(*overdue);
-        }
-    });
+    const auto due = begun + component.config.freshness;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - Clock::now());
+    timers_[name] = {.begun = begun,
+                     .due = due,
+                     .isForReport = true,
+                     .source = loop_.After(std::max(left, std::chrono::milliseconds(0)), [this, name] {
+                         onResult_(name, {.status = ComponentStatus::Warning,
+                                          .text = "no report has come within the time set for it"});
+                         if (const Component* overdue = components_.Find(name)) {
+                             OnReport(*overdue);
+                         }
+                     })};
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <map>
@@ -22,8 +23,9 @@ public:
     CScheduler(const CScheduler&) = delete;
     CScheduler& operator=(const CScheduler&) = delete;
 
-    /// Begins anew with the components as they are; the first checks are spread over their intervals. Runs that are
-    /// under way for components that stay go on.
+    /// Goes on with the components as they are. New checks are spread over their intervals; others are not put off, and
+    /// neither are reports that are due, however often this is called. Runs that are under way for components that stay
+    /// go on.
     /// @param parallel  checks at a time
     void Restart(std::uint32_t parallel);
 
@@ -31,9 +33,20 @@ public:
     void CheckNow(const std::string& name);
 
     /// Somebody has reported: the next report is due within the component's freshness.
-    void OnReport(Component& component);
+    void OnReport(const Component& component);
 
 private:
+    using Clock = std::chrono::steady_clock;
+
+    struct Timer {
+        Clock::time_point begun;
+        Clock::time_point due;
+        bool isForReport;
+        CLoopSource source;
+    };
+
+    const Timer* Find(const std::string& name, bool isForReport) const;
+    void AwaitReport(const Component& component, Clock::time_point begun);
     void Plan(Component& component, std::chrono::milliseconds delay);
     void Begin(const std::string& name);
     void BeginWaiting();
@@ -43,7 +56,7 @@ private:
     CComponents& components_;
     const OnResult onResult_;
     std::uint32_t parallel_ = 1;
-    std::map<std::string, CLoopSource> timers_;
+    std::map<std::string, Timer> timers_;
     std::map<std::string, std::unique_ptr<CCheckRun>> running_;
     std::deque<std::string> waiting_;  // for room
 };

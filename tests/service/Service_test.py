@@ -187,6 +187,27 @@ if-installed = true
         self.awaits(lambda: "is saved again" in read(self.folder / "log") and "is written again" in read(self.folder / "log"))
         self.assertEqual([read(self.folder / "log").count(words) for words in told], [1, 1])
 
+    def test_reloads_put_nothing_off(self):
+        config = f"""
+[[check]]
+name = "first"
+command = ["/bin/true"]
+[[check]]
+name = "second"
+command = ["/bin/sh", "-c", "echo >>{self.folder}/ran"]
+interval = "2s"
+[[check]]
+name = "reported"
+freshness = "2s"
+"""
+        self.file("em-alertd.toml", config)
+        self.start()
+        begun = time.monotonic()
+        while time.monotonic() < begun + 4:
+            self.reload(config)
+        self.assertGreaterEqual(len(read(self.folder / "ran")), 2)
+        self.assertEqual(self.component("reported")["status"], 2)
+
     def test_what_the_package_brings_is_in_order(self):
         unit = self.file("em-alertd.service", read(FILES / "em-alertd.service").replace("/usr/bin/em-alertd", SERVICE))
         for words in (("verify", "--man=no"), ("security", "--offline=true", "--threshold=30")):
