@@ -130,8 +130,8 @@ void CService::OnResult(const std::string& name, const CheckResult& result) {
             announcer_.Tell(*component, true);
             break;
     }
-    if (component->config.isUpdate) {
-        FollowUpdates(*component);
+    if (component->config.isUpdate && result.status != ComponentStatus::Unknown && result.isAnswer) {
+        FollowUpdates(*component);  // a check that failed itself tells other numbers: "ended after 70 s"
     }
     listener_->OnComponent(*component);
     fleet_.Update();

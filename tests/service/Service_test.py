@@ -112,6 +112,12 @@ name = "missing"
 interval = "1s"
 command = ["no-such-plugin"]
 [[check]]
+name = "updates"
+kind = "update"
+interval = "1s"
+command = ["/bin/sleep", "70"]
+timeout = "300ms"
+[[check]]
 name = "loud"
 interval = "1s"
 command = ["/bin/sh", "-c", "yes | head -c 100000000; exit 1"]
@@ -121,11 +127,14 @@ freshness = "200ms"
 """.replace("SLEEP", sleep))
         expected = {"hangs": (0, "ended after 0.3 s without an answer"), "silent": (1, "no output, exit status 0"),
                     "missing": (2, "no-such-plugin cannot be started: No such file or directory"), "loud": (2, "y"),
+                    "updates": (0, "ended after 0.3 s without an answer"),
                     "reported": (2, "no report has come within the time set for it")}
         self.awaits(lambda: all((one := self.component(name))["checked"] and (one["status"], one["text"]) == told
                                 for name, told in expected.items()))
         # Each run of it ends with its children, until the next one begins.
         self.awaits(lambda: subprocess.run(["pgrep", "-f", sleep], stdout=subprocess.DEVNULL).returncode == 1)
+        self.awaits(lambda: "components/updates/told" in read(self.folder / "state/registry"))
+        self.assertNotIn("components/updates/updates=", read(self.folder / "state/registry"))  # it told of no number
         self.assertEqual(json.loads(self.command("--json", "submit", "reported", "0", "well")[1])["status"], 1)
 
     def test_a_configuration_is_refused_as_a_whole(self):
