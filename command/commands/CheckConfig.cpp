@@ -173,9 +173,8 @@ std::optional<bool> CheckServiceConfig(const std::string& path, Findings& findin
         }
         return std::nullopt;
     }
-    const std::size_t checks = config.checks.size();
     findings.push_back(
-        {"em-alertd", State::Ok, path + ": " + (checks == 1 ? "one check" : std::to_string(checks) + " checks")});
+        {"em-alertd", config.checks.empty() ? State::Note : State::Ok, path + ": " + ChecksText(config)});
     const auto mail = std::ranges::find(config.alerts, std::uint32_t{kMailForStatusAlert}, &AlertSettingValue::id);
     return mail != config.alerts.end() && mail->data == "1";
 }

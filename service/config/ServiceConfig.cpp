@@ -2,9 +2,11 @@
 #include "service/config/ServiceConfig.h"
 
 #include <algorithm>
-#include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <span>
+#include <sstream>
+#include <system_error>
 #include <unistd.h>
 
 #include "agent/core/Files.h"
@@ -57,18 +59,59 @@ void ReadAlerts(const toml::table* table, ServiceConfig& config, Mistakes& mista
             }
             config.alerts.push_back({.id = setting.id, .data = SettingData(setting, ValueWords(*node, setting.kind))});
         } catch (const CAgentError& error) {
-            reader.Mistake(*node, std::string(setting.name) + " " + error.what());
+            const std::string name(setting.name);
+            const std::string words = error.what();
+            reader.Mistake(*node, words.starts_with(name + " ") ? words : name + " " + words);
         }
     }
     reader.Duration("reminder", config.reminder);
     reader.RefuseOthers();
 }
 
+bool IsProgram(const std::string& path) {
+    std::error_code ignored;
+    return ::access(path.c_str(), X_OK) == 0 && !std::filesystem::is_directory(path, ignored);
+}
+
+// Looks where running it would look.
 bool CanRun(const std::string& program) {
     if (program.find('/') != std::string::npos) {
-        return ::access(program.c_str(), X_OK) == 0 && !std::filesystem::is_directory(program);
+        return IsProgram(program);
     }
-    return true;  // looked for in PATH when it is run
+    const char* const path = std::getenv("PATH");  // NOLINT(concurrency-mt-unsafe): nobody changes it
+    std::istringstream folders(path != nullptr ? path : "/bin:/usr/bin");
+    for (std::string folder; std::getline(folders, folder, ':');) {
+        if (IsProgram((folder.empty() ? "." : folder) + "/" + program)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Names stand in lists, labels and lines of the state; control characters would break those, and act on terminals.
+void RequireOneLine(CTableReader& reader, const toml::table& table, const char* key, const std::string& text) {
+    constexpr std::size_t kLongest = 200;
+    constexpr unsigned char kFirstOfTwo = 0xC2;  // of U+0080 to U+009F, the control characters beyond ASCII
+    unsigned char before = 0;
+    bool isFine = text.size() <= kLongest;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        isFine = isFine && byte >= 0x20 && byte != 0x7F && !(before == kFirstOfTwo && byte < 0xA0);
+        before = byte;
+    }
+    if (!isFine) {
+        reader.Mistake(*table.get(key), std::string(key) + " is one line of " + std::to_string(kLongest) +
+                                            " bytes at most, without control characters");
+    }
+}
+
+void ReadUrls(CTableReader& reader, const toml::table& table, std::vector<std::string>& urls) {
+    reader.Texts("urls", urls);
+    for (const std::string& url : urls) {
+        if (!url.starts_with("http://") && !url.starts_with("https://")) {
+            reader.Mistake(*table.get("urls"), "\"" + url + R"(" is no base address such as "http://localhost:9093")");
+        }
+    }
 }
 
 void ReadCheck(const toml::table& table, ServiceConfig& config, Mistakes& mistakes) {
@@ -95,12 +138,19 @@ void ReadCheck(const toml::table& table, ServiceConfig& config, Mistakes& mistak
     if (check.name.empty() || check.name.find('/') != std::string::npos) {
         reader.Mistake(table, R"(name is missing, or holds a "/": each check has a short name such as "root")");
     }
+    RequireOneLine(reader, table, "name", check.name);
+    RequireOneLine(reader, table, "designation", check.designation);
     const bool isTwice = std::ranges::find(config.checks, check.name, &CheckConfig::name) != config.checks.end();
     if (isTwice) {
         reader.Mistake(table, "the name " + check.name + " is taken by a check before this one");
     }
+    if (table["command"].is_array() && (check.command.empty() || check.command.front().empty())) {
+        reader.Mistake(*table.get("command"),
+                       "command begins with a program; without the whole key, others report the component");
+    }
     const bool isMissing = !check.command.empty() && !CanRun(check.command.front());
     if (isMissing && isLeftOut) {
+        config.leftOut.push_back(check.name);
         return;
     }
     if (isMissing) {
@@ -134,7 +184,7 @@ void ReadRoot(const toml::table& table, ServiceConfig& config, Mistakes& mistake
     root.Number("parallel", 1, 1000, config.parallel);
     if (const toml::table* fleet = root.Table("alertmanager")) {
         CTableReader reader(*fleet, "[alertmanager] ", mistakes);
-        reader.Texts("urls", config.alertmanagers);
+        ReadUrls(reader, *fleet, config.alertmanagers);
         reader.RefuseOthers();
     }
     if (const toml::table* metrics = root.Table("metrics")) {
@@ -157,6 +207,15 @@ bool ReadServiceConfig(const std::string& path, ServiceConfig& config, std::vect
     }
     std::ranges::stable_sort(mistakes, {}, &ConfigMistake::line);
     return mistakes.empty();
+}
+
+std::string ChecksText(const ServiceConfig& config) {
+    const std::size_t count = config.checks.size();
+    std::string text = count == 1 ? "one check" : std::to_string(count) + " checks";
+    for (const std::string& name : config.leftOut) {
+        text += (&name == config.leftOut.data() ? "; left out, as the program is not installed: " : ", ") + name;
+    }
+    return text;
 }
 
 std::string MistakeText(const std::string& path, const ConfigMistake& mistake) {

@@ -31,6 +31,7 @@ struct AlertSettingValue {
 struct ServiceConfig {
     std::vector<AlertSettingValue> alerts;
     std::vector<CheckConfig> checks;
+    std::vector<std::string> leftOut;        ///< checks whose program is not installed, and need not be
     std::chrono::milliseconds reminder{0};   ///< a pending component is told again after this time; 0: never
     std::uint32_t parallel = 8;              ///< checks that run side by side at most
     std::vector<std::string> alertmanagers;  ///< base addresses, such as http://localhost:9093
@@ -49,6 +50,9 @@ constexpr const char* kServiceConfigFile = "/etc/em-alert/em-alertd.toml";
 /// @param mistakes  gets all of them, in the order of their lines
 /// @return false when there are any
 bool ReadServiceConfig(const std::string& path, ServiceConfig& config, std::vector<ConfigMistake>& mistakes);
+
+/// How many checks there are, and which are left out, as a person reads it.
+std::string ChecksText(const ServiceConfig& config);
 
 /// As a person reads it.
 std::string MistakeText(const std::string& path, const ConfigMistake& mistake);

@@ -78,6 +78,7 @@ void CService::Start(CIServiceListener& listener) {
         }
     }
     scheduler_.Restart(config_.parallel);
+    Journal(5, options_.config + ": " + ChecksText(config_));
 }
 
 void CService::Stop() {
@@ -106,7 +107,7 @@ void CService::Reload() {
     store_.Save();
     fleet_.Configure(config_.alertmanagers, config_.metricsFile);
     scheduler_.Restart(config_.parallel);
-    Journal(5, "the configuration is read again");
+    Journal(5, "the configuration is read again: " + ChecksText(config_));
 }
 
 void CService::OnResult(const std::string& name, const CheckResult& result) {

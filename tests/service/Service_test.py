@@ -97,6 +97,8 @@ interval = "200ms"
 
     def test_checks_that_fail_themselves(self):
         sleep = f"sleep 9.{os.getpid()}"  # no other run's
+        missing = self.file("plugin", "#!/no/such/interpreter\n")
+        missing.chmod(0o755)
         self.start(more="""
 [[check]]
 name = "hangs"
@@ -110,7 +112,7 @@ command = ["/bin/true"]
 [[check]]
 name = "missing"
 interval = "1s"
-command = ["no-such-plugin"]
+command = ["MISSING"]
 [[check]]
 name = "updates"
 kind = "update"
@@ -124,9 +126,9 @@ command = ["/bin/sh", "-c", "yes | head -c 100000000; exit 1"]
 [[check]]
 name = "reported"
 freshness = "200ms"
-""".replace("SLEEP", sleep))
+""".replace("SLEEP", sleep).replace("MISSING", str(missing)))
         expected = {"hangs": (0, "ended after 0.3 s without an answer"), "silent": (1, "no output, exit status 0"),
-                    "missing": (2, "no-such-plugin cannot be started: No such file or directory"), "loud": (2, "y"),
+                    "missing": (2, f"{missing} cannot be started: No such file or directory"), "loud": (2, "y"),
                     "updates": (0, "ended after 0.3 s without an answer"),
                     "reported": (2, "no report has come within the time set for it")}
         self.awaits(lambda: all((one := self.component(name))["checked"] and (one["status"], one["text"]) == told
@@ -145,13 +147,23 @@ name = "disk"
 command = ["/no/such/plugin"]
 speed = 1
 [fleet]
+[[check]]
+name = "a\\u001b"
+command = []
+[[check]]
+name = "in no folder"
+command = ["no-such-plugin"]
+[alertmanager]
+urls = ["localhost:9093"]
 """)
         run = subprocess.run([SERVICE, "--config", config, "--socket", self.socket, "--state", self.folder,
                               "--module", LIBRARY], capture_output=True, text=True)
         self.assertEqual(run.returncode, 2)
         checked = self.command("check-config", config)[1]
         for line, words in ((2, "parallel is a whole number"), (18, "[[check]] freshness is a"), (19, "taken"),
-                            (21, "no program /no/such/plugin"), (22, "speed is not known"), (23, "fleet is not known")):
+                            (21, "no program /no/such/plugin"), (22, "speed is not known"), (23, "fleet is not known"),
+                            (25, "name is one line"), (26, "begins with a program"), (29, "no program no-such-plugin"),
+                            (31, '"localhost:9093" is no')):
             for told in (run.stderr, checked):
                 self.assertRegex(told, rf"em-alertd.toml:{line}: .*{words}".replace("[[", r"\[\["))
         config = self.configure(more="""
@@ -160,7 +172,8 @@ name = "left out"
 command = ["/no/such/plugin"]
 if-installed = true
 """)
-        self.assertIn(f"{config}: one check", self.command("check-config", config)[1])
+        self.assertIn(f"{config}: one check; left out, as the program is not installed: left out\n",
+                      self.command("check-config", config)[1])
         once = subprocess.run([SERVICE, "--config", config, "--once"], capture_output=True, text=True)
         self.assertEqual((once.returncode, once.stdout), (0, "disk: OK - DISK OK\n"))
         self.start()
