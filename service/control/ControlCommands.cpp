@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/control/ControlCommands.h"
 
+#include <algorithm>
+
+#include "agent/settings/Settings.h"
 #include "service/components/StatusJson.h"
 #include "service/loop/Journal.h"
 #include "sip/Vocabulary.h"
@@ -21,6 +24,29 @@ std::string TextOf(const CRapidJsonUtil::value& value, const char* what) {
         throw CAgentError(std::string(what) + " is a text");
     }
     return {value.GetString(), value.GetStringLength()};
+}
+
+// A request that only asks.
+bool IsQuestion(std::string_view key, const CRapidJsonUtil::value& value) {
+    const auto operation = ReadNumber(Member(value, "OC"));
+    return key == "request" && (operation == kReadConfigurationValue || operation == kPendingAlert);
+}
+
+// For the journal: which component or setting. Not the data: passwords may be among them.
+std::string WhatIsChanged(const CRapidJsonUtil::value& value) {
+    const CRapidJsonUtil::value& name = Member(value, "name");
+    if (name.IsString()) {
+        constexpr std::size_t kShown = 200;
+        return " " + FirstLine(std::string_view(name.GetString(), name.GetStringLength()).substr(0, kShown));
+    }
+    const auto id = ReadNumber(value.IsObject() ? Member(value, "OE") : value);
+    for (const auto settings : {AlertSettings(), MailServerSettings()}) {
+        const auto found = std::ranges::find_if(settings, [&](const OperatorSetting& one) { return one.id == id; });
+        if (found != settings.end()) {
+            return " " + std::string(found->name);
+        }
+    }
+    return {};
 }
 
 constexpr const char* kBusy = "too much waits for the module already; try again later";
@@ -65,10 +91,8 @@ void CControlCommands::OnLine(CControlClient& client, const std::string& line) {
             if (value == nullptr) {
                 continue;
             }
-            const auto operation = ReadNumber(Member(*value, "OC"));
-            if (order.isChange && operation != kReadConfigurationValue && operation != kPendingAlert) {
-                // Not the data: passwords may be among them.
-                Journal(6, client.Peer() + " at the control socket: " + order.key);
+            if (order.isChange && !IsQuestion(order.key, *value)) {
+                Journal(6, client.Peer() + " at the control socket: " + order.key + WhatIsChanged(*value));
             }
             (this->*order.run)(client, *value);
             return;

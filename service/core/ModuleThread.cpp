@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/core/ModuleThread.h"
 
-#include <cstdio>
 #include <exception>
 #include <utility>
+
+#include "service/loop/Journal.h"
 
 namespace {
 
@@ -85,7 +86,7 @@ void CModuleThread::Run() {
             }
             agent.Work(std::chrono::milliseconds(0));
         } catch (const std::exception& error) {
-            std::fprintf(stderr, "em-alertd: %s\n", error.what());
+            Journal(3, error.what());
         }
         begun_ = std::chrono::steady_clock::time_point();
     }

@@ -133,10 +133,10 @@ freshness = "200ms"
                     "reported": (2, "no report has come within the time set for it")}
         self.awaits(lambda: all((one := self.component(name))["checked"] and (one["status"], one["text"]) == told
                                 for name, told in expected.items()))
-        # Each run of it ends with its children, until the next one begins.
-        self.awaits(lambda: subprocess.run(["pgrep", "-f", sleep], stdout=subprocess.DEVNULL).returncode == 1)
         self.awaits(lambda: "components/updates/told" in read(self.folder / "state/registry"))
         self.assertNotIn("components/updates/updates=", read(self.folder / "state/registry"))  # it told of no number
+        # Each run of it ends with its children, until the next one begins.
+        self.awaits(lambda: subprocess.run(["pgrep", "-f", sleep], stdout=subprocess.DEVNULL).returncode == 1)
         self.assertEqual(json.loads(self.command("--json", "submit", "reported", "0", "well")[1])["status"], 1)
 
     def test_a_configuration_is_refused_as_a_whole(self):
@@ -272,6 +272,7 @@ freshness = "2s"
     def test_settings_changed_at_run_time_stay(self):
         self.start()
         self.assertEqual(self.command("setting", "severity", "3")[0], 0)
+        self.assertRegex(read(self.folder / "log"), r"(?m)^em-alertd: root \(process \d+\) at the control socket: set severity$")
         server = self.mail_server()
         self.end(signal.SIGTERM)
         self.start()
@@ -370,8 +371,9 @@ freshness = "2s"
                 while True:
                     heard.add(notify.recv(100))
         threading.Thread(target=listen, daemon=True).start()
+        journal = self.file("log", "").stat()
         os.environ |= {"NOTIFY_SOCKET": str(self.folder / "notify"), "WATCHDOG_USEC": "200000",
-                       "JOURNAL_STREAM": "1:1"}
+                       "JOURNAL_STREAM": f"{journal.st_dev}:{journal.st_ino}"}
         self.addCleanup(lambda: [os.environ.pop(name) for name in ("NOTIFY_SOCKET", "WATCHDOG_USEC", "JOURNAL_STREAM")])
         self.start(head="", more=f"""
 kind = "update"
@@ -394,7 +396,13 @@ textfile = "{self.folder}/em_alert.prom"
         self.awaits(lambda: lasts("critical", True) and lasts("warning", False))
         self.plugin(0, "0 packages available")
         self.awaits(lambda: lasts("critical", False))
+        self.plugin(2, "5 packages available")
+        self.awaits(lambda: self.component()["status"] == 3)
+        Fleet.told.clear()
+        self.reload(re.sub(r"(?s)\[\[check.*?(?=\[alertm)", "", read(self.folder / "em-alertd.toml")))
+        self.awaits(lambda: lasts("critical", False))  # it hears of what a reload ends
         log = read(self.folder / "log")
+        self.assertIn("http://127.0.0.1:1 does not take alerts (Couldn't connect to server); they are sent again", log)
         for line in ("<4>disk: 5 packages available", "<5>disk: 0 packages available", "<6>root (process "):
             self.assertIn("\n" + line, "\n" + log)
         self.awaits(lambda: heard == {b"READY=1", b"WATCHDOG=1", b"RELOADING=1"})
@@ -402,9 +410,3 @@ textfile = "{self.folder}/em_alert.prom"
 
 if __name__ == "__main__":
     unittest.main(verbosity=2)
-        self.plugin(2, "5 packages available")
-        self.awaits(lambda: self.component()["status"] == 3)
-        Fleet.told.clear()
-        self.reload(re.sub(r"(?s)\[\[check.*?(?=\[alertm)", "", read(self.folder / "em-alertd.toml")))
-        self.awaits(lambda: lasts("critical", False))  # it hears of what a reload ends
-        self.assertIn("http://127.0.0.1:1 does not take alerts (Couldn't connect to server); they are sent again", log)
