@@ -51,6 +51,7 @@ Outcome RunStatus(CCommandContext& context, const CommandArguments& arguments) {
     if (!arguments.words.empty()) {
         return TellStatus(context, arguments.words);
     }
+    context.RequireMemory();
     Outcome outcome;
     outcome.json = context.Link().Status();
     outcome.text = StatusText(context, outcome.json);
@@ -58,6 +59,7 @@ Outcome RunStatus(CCommandContext& context, const CommandArguments& arguments) {
 }
 
 Outcome RunPending(CCommandContext& context, const CommandArguments& /*arguments*/) {
+    context.RequireMemory();
     Outcome outcome;
     outcome.json = context.Link().PendingAlerts();
     outcome.text = PendingText(context, outcome.json);
@@ -65,6 +67,7 @@ Outcome RunPending(CCommandContext& context, const CommandArguments& /*arguments
 }
 
 Outcome RunAcknowledge(CCommandContext& context, const CommandArguments& /*arguments*/) {
+    context.RequireMemory();
     const std::size_t count = context.Link().Acknowledge();
     Outcome outcome;
     outcome.json = "{\"acknowledged\":" + std::to_string(count) + "}";

@@ -196,6 +196,12 @@ void CheckServiceAndMail(CCommandContext& context, const CommandArguments& argum
     const std::string path = isNamed ? arguments.words[0] : kServiceConfigFile;
     std::error_code ignored;
     const bool isThere = isNamed || std::filesystem::exists(path, ignored);
+    Try("service", findings, [&] {
+        if (hasModule && isThere && !isNamed && !context.Link().IsService()) {
+            findings.push_back({"service", State::Note,
+                                "none answers at " + context.Options().socket + ": systemctl status em-alertd"});
+        }
+    });
     const std::optional<bool> isMailed = isThere ? CheckServiceConfig(path, findings) : std::nullopt;
     Try("mail", findings, [&] {
         if (hasModule && !isNamed && (!isThere || context.Link().IsService())) {

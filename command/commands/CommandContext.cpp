@@ -26,9 +26,15 @@ CServiceClient& CCommandContext::Service() {
     Link();
     if (service_ == nullptr) {
         throw CAgentError("no service answers at " + (options_.socket.empty() ? "any socket" : options_.socket) +
-                          ", and this command needs one");
+                          ", and this command needs one: systemctl status em-alertd");
     }
     return *service_;
+}
+
+void CCommandContext::RequireMemory() {
+    if (!options_.isConsole && !options_.socket.empty()) {
+        Service();
+    }
 }
 
 bool CCommandContext::Close() {

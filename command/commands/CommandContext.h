@@ -38,6 +38,11 @@ public:
     /// @throw CAgentError when no service answers
     CServiceClient& Service();
 
+    /// For what is known of events. A single command that has loaded the module itself knows of none, and would tell of
+    /// a server that is well while its service is down.
+    /// @throw CAgentError when that would be so, unless a module was asked for
+    void RequireMemory();
+
     /// Stops the module, if it was loaded.
     /// @return false when a step failed
     bool Close();
