@@ -22,6 +22,7 @@ namespace {
 
 constexpr int kFailed = 1;
 constexpr int kWrongCommandLine = 2;
+constexpr const char* kNotWritten = "standard output cannot be written";
 constexpr const char* kUsualSocket = "/run/em-alert/control";
 
 int Report(const std::string& reason, int status) {
@@ -70,6 +71,11 @@ void SetUpTraces(const ProgramOptions& program) {
     SetTraceLevel(program.traceLevel);
 }
 
+// What was printed may stand nowhere, on a full device say.
+bool IsOutputWritten() {
+    return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+}
+
 int RunOnce(CCommandContext& context, const std::vector<std::string>& words) {
     const bool json = context.Options().json;
     Outcome outcome;
@@ -87,6 +93,9 @@ int RunOnce(CCommandContext& context, const std::vector<std::string>& words) {
                                                     : outcome.json + "\n");
     if (!outcome.failure.empty()) {
         return Report(outcome.failure, kFailed);
+    }
+    if (!IsOutputWritten()) {
+        return Report(kNotWritten, kFailed);
     }
     return closed ? EXIT_SUCCESS : kFailed;
 }
@@ -106,12 +115,15 @@ int RunProgram(const ProgramOptions& program) {
         return RunOnce(context, program.words);
     }
     const bool worked = RunConsole(context);
+    if (!IsOutputWritten()) {
+        return Report(kNotWritten, kFailed);
+    }
     return context.Close() && worked ? EXIT_SUCCESS : kFailed;
 }
 
 int PrintText(const std::string& text) {
     std::fputs(text.c_str(), stdout);
-    return std::fflush(stdout) == 0 ? EXIT_SUCCESS : kFailed;
+    return IsOutputWritten() ? EXIT_SUCCESS : Report(kNotWritten, kFailed);
 }
 
 int Run(int argc, char** argv) {

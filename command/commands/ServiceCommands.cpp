@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
+#include <cstdio>
 #include <map>
 #include <unistd.h>
 #include <utility>
@@ -27,7 +29,8 @@ Outcome ComponentOutcome(CCommandContext& context, const std::string& json) {
 }
 
 bool Ends() {
-    return CConsoleWait::EndIsAskedFor() || CConsoleWait::TakeInterrupt();
+    return CConsoleWait::EndIsAskedFor() || CConsoleWait::TakeInterrupt() || std::ferror(stdout) != 0;
+// Nobody reads on where writing has failed: the device is full, say.
 }
 
 // @return a component with its newest result; nothing when none came

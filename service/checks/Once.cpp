@@ -49,5 +49,5 @@ bool CheckOnce(const ServiceConfig& config) {
     if (left > 0) {
         loop.Run();
     }
-    return isAnswered;
+    return isAnswered && std::ferror(stdout) == 0;
 }

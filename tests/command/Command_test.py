@@ -231,6 +231,13 @@ class SingleCommands(ProgramTest):
             done = subprocess.run(["sh", "-c", command], stdout=subprocess.PIPE, timeout=20, check=False)
             self.assertEqual(done.returncode, 0)
 
+    def test_output_that_stands_nowhere_is_a_failure(self):
+        for words in (["get"], ["--help"], []):
+            with open("/dev/full", "w") as full:
+                done = subprocess.run([COMMAND, "--module", LIBRARY, *words], stdin=subprocess.DEVNULL, stdout=full,
+                                      stderr=subprocess.PIPE, text=True, timeout=20, check=False)
+            self.assertEqual((done.returncode, done.stderr), (1, "em-alert: standard output cannot be written\n"))
+
     def test_the_words_of_completion_and_manual_are_those_of_the_table(self):
         self.assertEqual(run(self, "--complete se"), (0, "send-mail\nset\nsetting\n"))
         self.assertEqual(run(self, "--complete set smtps ''"), (0, "1\n2\n"))
