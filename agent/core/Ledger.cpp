@@ -13,6 +13,10 @@ constexpr std::size_t kKeptByModule = 100;  // pending alerts; the oldest ones g
 
 }  // namespace
 
+const char* CLedger::Alert::Severity() const {
+    return status == kOk ? "ok" : status == kError ? "error" : "warning";
+}
+
 void CLedger::BeginEvent(std::uint32_t id, const std::string& name, const std::string& designation,
                          std::uint32_t status) {
     const std::lock_guard guard(lock_);
@@ -47,7 +51,7 @@ void CLedger::OnModuleEvent(const Command& event) {
     if (event.oc != kPendingAlert || found == components_.end()) {
         return;
     }
-    pending_.push_back({found->name, found->designation, found->status == kError, std::time(nullptr)});
+    pending_.push_back({found->name, found->designation, found->status, std::time(nullptr)});
     if (pending_.size() > kKeptByModule) {
         pending_.pop_front();
     }

@@ -25,8 +25,11 @@ public:
     struct Alert {
         std::string name;
         std::string designation;
-        bool isError;
+        std::uint32_t status;  // of the component: 1 when it became well while others are not
         std::time_t since;
+
+        /// As it is told: "ok", "warning" or "error".
+        const char* Severity() const;
     };
     struct Mails {
         unsigned sent = 0;

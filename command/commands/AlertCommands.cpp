@@ -54,7 +54,7 @@ Outcome RunStatus(CCommandContext& context, const CommandArguments& arguments) {
     context.RequireMemory();
     Outcome outcome;
     outcome.json = context.Link().Status();
-    outcome.text = StatusText(context, outcome.json);
+    outcome.text = StatusText(context, outcome.json, context.Link().IsService());
     return outcome;
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <map>
+#include <sys/ioctl.h>
 #include <unistd.h>
 #include <utility>
 
@@ -19,6 +20,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds kRedraw{1000};
 constexpr milliseconds kSignalInterval{100};
 
+constexpr std::size_t kFoot = 3;  // rows below the components: an empty one, a hint, the cursor's
 constexpr const char* kTopOfScreen = "\033[H\033[J";
 
 Outcome ComponentOutcome(CCommandContext& context, const std::string& json) {
@@ -28,9 +30,9 @@ Outcome ComponentOutcome(CCommandContext& context, const std::string& json) {
     return outcome;
 }
 
+// Nobody reads on where writing has failed: the device is full, say.
 bool Ends() {
     return CConsoleWait::EndIsAskedFor() || CConsoleWait::TakeInterrupt() || std::ferror(stdout) != 0;
-// Nobody reads on where writing has failed: the device is full, say.
 }
 
 // @return a component with its newest result; nothing when none came
@@ -49,7 +51,12 @@ std::string WaitForResult(CServiceClient& service, milliseconds time) {
 // The whole view, again and again, for people.
 void WatchScreen(CCommandContext& context, CServiceClient& service) {
     while (!Ends()) {
-        context.Terminal().Print(kTopOfScreen + StatusText(context, service.Status()) + "\nCtrl-C ends the view.\n");
+        winsize size{};
+        const bool isKnown = ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > kFoot && size.ws_col > 0;
+        const std::size_t rows = isKnown ? size.ws_row - kFoot : SIZE_MAX;
+        context.Terminal().Print(kTopOfScreen +
+                                 ScreenText(context, service.Status(), rows, isKnown ? size.ws_col : SIZE_MAX) +
+                                 "\nCtrl-C ends the view.\n");
         WaitForResult(service, kRedraw);
     }
 }
@@ -57,7 +64,7 @@ void WatchScreen(CCommandContext& context, CServiceClient& service) {
 // A line for each change, for pipes: most results say what the one before them said.
 void WatchLines(CCommandContext& context, CServiceClient& service) {
     const std::string status = service.Status();
-    context.Terminal().Print(context.Options().json ? status + "\n" : StatusText(context, status));
+    context.Terminal().Print(context.Options().json ? status + "\n" : StatusText(context, status, false));
     std::map<std::string, std::string> shown;  // the line of each component, by its name
     const auto isNew = [&](const CRapidJsonUtil::value& component) {
         const auto* name = CRapidJsonUtil::Find(component, "name");

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <ctime>
+#include <sstream>
 #include <vector>
 
 namespace {
@@ -36,35 +37,109 @@ std::string LocalTime(const std::string& text) {
     return shown.data();
 }
 
-// Columns as wide as bytes; colours come last in a line, where they move nothing.
+// As wide as characters, of which UTF-8 begins each with another byte than it goes on with.
 std::string Column(std::string text, std::size_t width) {
-    text.resize(std::max(text.size() + 2, width), ' ');
-    return text;
+    const auto shown = static_cast<std::size_t>(
+        std::ranges::count_if(text, [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+    return text.append(std::max(shown + 2, width) - shown, ' ');
+}
+
+std::string Since(const Value& object) {
+    constexpr std::size_t kTimeWidth = 21;
+    const std::string since = Text(object, "since");
+    return Column(since.empty() ? "-" : LocalTime(since), kTimeWidth);
+}
+
+// How long it is until then, as people say it.
+std::string TimeUntil(const std::string& text) {
+    std::tm utc{};
+    if (::strptime(text.c_str(), "%Y-%m-%dT%H:%M:%SZ", &utc) == nullptr) {
+        return "-";
+    }
+    constexpr std::time_t kMinute = 60;
+    constexpr std::time_t kHour = 60 * kMinute;
+    constexpr std::time_t kDay = 24 * kHour;
+    const std::time_t left = ::timegm(&utc) - std::time(nullptr);
+    return left <= 0            ? "now"
+           : left < 2 * kMinute ? "in " + std::to_string(left) + " s"
+           : left < 2 * kHour   ? "in " + std::to_string(left / kMinute) + " min"
+           : left < 2 * kDay    ? "in " + std::to_string(left / kHour) + " h"
+                                : "in " + std::to_string(left / kDay) + " d";
+}
+
+constexpr std::size_t kWordWidth = 9;
+constexpr std::size_t kNextWidth = 12;
+constexpr std::size_t kNameWidth = 16;
+
+// Colours take no room.
+std::string Word(const CCommandContext& context, std::uint32_t status) {
+    const std::size_t shown = status == 1 ? 2 : status == 3 ? 5 : 7;
+    return context.StatusWord(status) + std::string(kWordWidth - shown, ' ');
+}
+
+std::string Line(const CCommandContext& context, const Value& component, bool withNext) {
+    const std::uint32_t status = Number(component, "status");
+    const std::string text = Text(component, "text");
+    return Since(component) + Word(context, status) +
+           (withNext ? Column(TimeUntil(Text(component, "next")), kNextWidth) : "") +
+           Column(Text(component, "name"), kNameWidth) + Text(component, "designation") +
+           (text.empty() ? "" : ": " + text) + "\n";
+}
+
+std::string AlertLine(const CCommandContext& context, const Value& alert) {
+    const std::string severity = Text(alert, "severity");
+    const std::string words = Text(alert, "text");
+    const std::uint32_t status = severity == "error" ? 3 : severity == "warning" ? 2 : 1;
+    return Since(alert) + Word(context, status) + Column(Text(alert, "name"), kNameWidth) + Text(alert, "designation") +
+           (words.empty() ? "" : ": " + words) + "\n";
 }
 
 std::string MailLine(const Value& mail) {
     const std::string last = Text(mail, "last");
-    const std::string error = Text(mail, "lastError");
     return "Mails about alerts: " + std::to_string(Number(mail, "sent")) + " sent, " +
            std::to_string(Number(mail, "failed")) + " failed" + (last.empty() ? "" : ", the last " + LocalTime(last)) +
-           (error.empty() ? "" : ": " + error) + "\n";
+           "\n";
+}
+
+// Colours take no room, and end with the line.
+std::string Cut(const std::string& line, std::size_t width) {
+    std::size_t shown = 0;
+    for (std::size_t at = 0; at < line.size(); ++at) {
+        if (line[at] == '\033') {
+            at = std::min(line.find('m', at), line.size());
+        } else if ((static_cast<unsigned char>(line[at]) & 0xC0) != 0x80 && ++shown > width) {
+            return line.substr(0, at) + (line.find('\033') < at ? "\033[0m" : "");
+        }
+    }
+    return line;
+}
+
+// Leaves out as many components as there is no room for, the well ones first.
+// @param lines  one for each component
+void LeaveOut(std::vector<std::string>& lines, const Value& components, std::size_t room) {
+    std::size_t bad = 0;
+    std::size_t out = 0;
+    for (const bool takesAll : {false, true}) {
+        for (std::size_t i = lines.size(); i > 0 && lines.size() - out + 1 > room; --i) {
+            const bool isOk = Number(components[static_cast<rapidjson::SizeType>(i - 1)], "status") == 1;
+            if (!lines[i - 1].empty() && (takesAll || isOk)) {
+                lines[i - 1].clear();
+                ++out;
+                bad += isOk ? 0 : 1;
+            }
+        }
+    }
+    std::erase(lines, "");
+    lines.push_back(std::to_string(out) + " more, " + (bad == 0 ? "all OK" : std::to_string(bad) + " of them not OK"));
 }
 
 }  // namespace
 
 std::string ComponentLine(const CCommandContext& context, const Value& component) {
-    constexpr std::size_t kWordWidth = 9;
-    const std::uint32_t status = Number(component, "status");
-    const std::string word = context.StatusWord(status);
-    const std::string text = Text(component, "text");
-    std::string line = LocalTime(Text(component, "since")) + "  " + word;
-    const std::size_t plain = status == 1 ? 2 : status == 3 ? 5 : 7;
-    line.append(kWordWidth - plain, ' ');
-    line += Column(Text(component, "name"), 16) + Text(component, "designation") + (text.empty() ? "" : ": " + text);
-    return line + "\n";
+    return Line(context, component, false);
 }
 
-std::string StatusText(const CCommandContext& context, const std::string& json) {
+std::string StatusText(const CCommandContext& context, const std::string& json, bool withNext) {
     const CRapidJsonUtil::Document status = ParseJson(json);
     const std::uint32_t pending = Number(status, "pending");
     std::string text = "This server: " + context.StatusWord(Number(status, "system")) + ", " +
@@ -74,14 +149,38 @@ std::string StatusText(const CCommandContext& context, const std::string& json) 
                        " pending\n";
     const Value* components = CRapidJsonUtil::Find(status, "components");
     if (components != nullptr && components->IsArray() && !components->Empty()) {
+        text += withNext ? "Since                Status   Next check  Component\n" : "";
         for (const Value& component : components->GetArray()) {
-            text += ComponentLine(context, component);
+            text += Line(context, component, withNext);
         }
     } else {
         text += "No component has told its status.\n";
     }
     const Value* mail = CRapidJsonUtil::Find(status, "mail");
     return text + (mail != nullptr ? MailLine(*mail) : "");
+}
+
+std::string ScreenText(const CCommandContext& context, const std::string& json, std::size_t rows, std::size_t columns) {
+    const CRapidJsonUtil::Document status = ParseJson(json);
+    std::istringstream text(StatusText(context, json, true));
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(text, line);) {
+        lines.push_back(Cut(line, columns));
+    }
+    const Value* components = CRapidJsonUtil::Find(status, "components");
+    if (lines.size() > rows && components != nullptr && components->IsArray() && !components->Empty()) {
+        const auto first = lines.begin() + 2;
+        const auto last = first + components->Size();
+        std::vector<std::string> shown(first, last);
+        const std::size_t others = lines.size() - shown.size();
+        LeaveOut(shown, *components, rows - std::min(rows, others));
+        lines.insert(lines.erase(first, last), shown.begin(), shown.end());
+    }
+    std::string screen;
+    for (const std::string& line : lines) {
+        screen += line + "\n";
+    }
+    return screen;
 }
 
 std::string PendingText(const CCommandContext& context, const std::string& json) {
@@ -91,11 +190,7 @@ std::string PendingText(const CCommandContext& context, const std::string& json)
     }
     std::string text;
     for (const Value& alert : alerts.GetArray()) {
-        const bool isError = Text(alert, "severity") == "error";
-        const std::string words = Text(alert, "text");
-        text += LocalTime(Text(alert, "since")) + "  " + context.StatusWord(isError ? 3 : 2) +
-                (isError ? "    " : "  ") + Column(Text(alert, "name"), 16) + Text(alert, "designation") +
-                (words.empty() ? "" : ": " + words) + "\n";
+        text += AlertLine(context, alert);
     }
     return text + "\"ack\" acknowledges " + (alerts.Size() == 1 ? "it.\n" : "all of them.\n");
 }

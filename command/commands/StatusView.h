@@ -1,13 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "command/commands/CommandContext.h"
 
 /// @param json  the object of "em-alert --json status"
+/// @param withNext  a column tells when each is checked next
 /// @return a table of the components, and what there is besides
-std::string StatusText(const CCommandContext& context, const std::string& json);
+std::string StatusText(const CCommandContext& context, const std::string& json, bool withNext);
+
+/// The same for a screen: lines are cut at its columns, and components that are OK give way to those that are not.
+std::string ScreenText(const CCommandContext& context, const std::string& json, std::size_t rows, std::size_t columns);
 
 /// @param json  one component of that object
 std::string ComponentLine(const CCommandContext& context, const CRapidJsonUtil::value& component);

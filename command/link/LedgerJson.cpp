@@ -35,8 +35,8 @@ std::string CLocalModule::PendingAlerts() {
     std::vector<std::string> alerts;
     for (const CLedger::Alert& alert : ledger_.Pending()) {
         alerts.push_back("{\"name\":" + JsonString(alert.name) + ",\"designation\":" + JsonString(alert.designation) +
-                         ",\"severity\":" + (alert.isError ? R"("error")" : R"("warning")") +
-                         ",\"since\":" + JsonTime(alert.since) + R"(,"text":""})");
+                         ",\"severity\":" + JsonString(alert.Severity()) + ",\"since\":" + JsonTime(alert.since) +
+                         R"(,"text":""})");
     }
     return Joined(alerts);
 }

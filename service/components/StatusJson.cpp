@@ -28,8 +28,7 @@ std::string PendingJson(const CComponents& components, const CLedger& ledger) {
     for (const CLedger::Alert& alert : ledger.Pending()) {
         const Component* component = components.Find(alert.name);
         list += std::string(list.empty() ? "" : ",") + "{\"name\":" + JsonString(alert.name) +
-                ",\"designation\":" + JsonString(alert.designation) +
-                ",\"severity\":" + (alert.isError ? R"("error")" : R"("warning")") +
+                ",\"designation\":" + JsonString(alert.designation) + ",\"severity\":" + JsonString(alert.Severity()) +
                 ",\"since\":" + JsonTime(alert.since) +
                 ",\"text\":" + JsonString(component != nullptr ? component->text : "") + "}";
     }

@@ -253,7 +253,9 @@ class SingleCommands(ProgramTest):
 
 COMPONENT = {"name": "root", "designation": "file system /", "status": 2, "text": "95 % full",
              "since": "2026-11-25T08:00:00Z", "checked": None, "next": None}
-STATUS = {"system": 2, "pending": 1, "components": [COMPONENT], "mail": {"sent": 3, "failed": 1, "last": None}}
+NEW = COMPONENT | {"name": "lüfter", "status": 0, "text": "", "since": None, "next": "2020-01-01T00:00:00Z"}
+WELL = COMPONENT | {"name": "well", "status": 1}
+STATUS = {"system": 2, "pending": 1, "components": [COMPONENT, WELL, NEW], "mail": {"sent": 3, "failed": 1, "last": None}}
 ALERT = {"name": "root", "designation": "file system /", "severity": "warning", "since": "2026-11-25T08:00:00Z",
          "text": "95 % full"}
 
@@ -266,7 +268,7 @@ SERVICE = {  # what a service answers to the first member of a line
     "ask": {"status": [{"kind": "status", "status": STATUS},
                        {"kind": "component", "component": COMPONENT | {"checked": "2026-11-25T08:01:00Z"}},
                        {"kind": "component", "component": COMPONENT | {"status": 3}}],
-            "pending": [{"kind": "pending", "alerts": [ALERT]}]},
+            "pending": [{"kind": "pending", "alerts": [ALERT, ALERT | {"severity": "ok"}]}]},
     "acknowledge": [{"kind": "acknowledged", "alerts": 2}],
     "check": [{"kind": "checked", "component": COMPONENT}],
     "submit": [{"kind": "error", "error": "there is no component \"x\""}],
@@ -315,10 +317,15 @@ class Service(ProgramTest):
 
     def test_it_is_asked_and_told(self):
         for command, status, words in (
-                ("status", 0, "This server: warning, 1 alert is pending\n2026-11-25 13:30:00  warning  root            "
-                              "file system /: 95 % full\nMails about alerts: 3 sent, 1 failed"),
-                ("--json status", 0, json.dumps(STATUS, separators=(",", ":"))),
-                ("pending", 0, "2026-11-25 13:30:00  warning  root            file system /: 95 % full"),
+                ("status", 0, "This server: warning, 1 alert is pending\n"
+                              "Since                Status   Next check  Component\n"
+                              "2026-11-25 13:30:00  warning  -           root            file system /: 95 % full\n"
+                              "2026-11-25 13:30:00  OK       -           well            file system /: 95 % full\n"
+                              "-                    unknown  now         lüfter          file system /\n"
+                              "Mails about alerts: 3 sent, 1 failed"),
+                ("--json status", 0, json.dumps(STATUS, separators=(",", ":"), ensure_ascii=False)),
+                ("pending", 0, "2026-11-25 13:30:00  warning  root            file system /: 95 % full\n"
+                               "2026-11-25 13:30:00  OK       root            file system /: 95 % full\n"),
                 ("ack", 0, "The 2 pending alerts are acknowledged"),
                 ("check root", 0, "warning  root"),
                 ("submit x 2 'no tape'", 1, 'there is no component "x"'),
@@ -327,10 +334,24 @@ class Service(ProgramTest):
                              (output[0], True), output)
         self.assertIn({"submit": {"name": "x", "status": 2, "text": "no tape"}}, self.asked)
 
+    def test_a_view_fits_its_terminal(self):
+        ours, theirs = pty.openpty()
+        termios.tcsetwinsize(theirs, (8, 50))
+        with subprocess.Popen([COMMAND, "--socket", self.path, "watch"], stdin=theirs, stdout=theirs,
+                              env=os.environ | {"NO_COLOR": "1"}) as watch, os.fdopen(ours, "rb", 0) as screen:
+            os.close(theirs)
+            shown = b""
+            while b"Ctrl-C" not in shown:
+                shown += screen.read(1000)
+            watch.send_signal(signal.SIGINT)
+        lines = shown.decode().split("\r\n")
+        self.assertEqual(lines[2:5], ["2026-11-25 13:30:00  warning  -           root    ", "2 more, 1 of them not OK",
+                                      "Mails about alerts: 3 sent, 1 failed"])
+
     def test_a_view_in_a_pipe_has_a_line_for_each_change(self):
         with subprocess.Popen([COMMAND, "--socket", self.path, "watch"], stdout=subprocess.PIPE, text=True) as watch:
-            seen = [watch.stdout.readline() for _ in range(4)]
-            self.assertEqual(seen[3], "2026-11-25 13:30:00  error    root            file system /: 95 % full\n")
+            seen = [watch.stdout.readline() for _ in range(6)]
+            self.assertEqual(seen[5], "2026-11-25 13:30:00  error    root            file system /: 95 % full\n")
             watch.send_signal(signal.SIGINT)
             self.assertEqual(watch.wait(20), 0)
 
