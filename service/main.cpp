@@ -81,8 +81,11 @@ void Run(const ServiceOptions& options, ServiceConfig config) {
 
 int RunCommandLine(int argc, char** argv) {
     CLI::App app("Watches this server with the Monitoring Plugins, and alerts by mail and speaker.", "em-alertd");
-    ServiceOptions options{
-        .config = kServiceConfigFile, .socket = "/run/em-alert/control", .state = "/var/lib/em-alert", .module = {}};
+    ServiceOptions options{.config = kServiceConfigFile,
+                           .socket = "/run/em-alert/control",
+                           .state = "/var/lib/em-alert",
+                           .module = {},
+                           .showsTraces = IsTraceLevelSet()};
     bool once = false;
     app.add_option("--config", options.config, "the configuration")->capture_default_str();
     app.add_option("--socket", options.socket, "where em-alert connects")->capture_default_str();

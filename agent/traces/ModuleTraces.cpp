@@ -18,6 +18,10 @@ void SetTraceLevel(std::optional<unsigned> level) {
     ::setenv(kTraceLevel, std::to_string(level.value_or(kLevelOfMailResults)).c_str(), 0);
 }
 
+bool IsTraceLevelSet() {
+    return std::getenv(kTraceLevel) != nullptr;  // NOLINT(concurrency-mt-unsafe): as the header demands
+}
+
 void ReplaceTraceLevel(unsigned level) {
     // NOLINTNEXTLINE(concurrency-mt-unsafe): as the header demands
     ::setenv(kTraceLevel, std::to_string(level).c_str(), 1);

@@ -8,6 +8,9 @@
 /// environment says otherwise.
 void SetTraceLevel(std::optional<unsigned> level);
 
+/// Whether the environment names a level. No thread may change it meanwhile.
+bool IsTraceLevelSet();
+
 /// For a module that is loaded from here on. No thread may read the environment meanwhile.
 void ReplaceTraceLevel(unsigned level);
 

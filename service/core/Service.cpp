@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <sstream>
 #include <string_view>
 #include <utility>
 
@@ -211,8 +212,13 @@ void CService::OnTrace(const std::string& print) {
         ledger_.OnMail(*code == 0);
         announcer_.OnMail(*code == 0);
     }
-    if (isError) {
-        Journal(3, std::string_view(print).substr(std::min(print.find_first_not_of('\n'), print.size())));
+    if (isError || options_.showsTraces) {
+        std::istringstream lines(print);
+        for (std::string line; std::getline(lines, line);) {
+            if (!line.empty()) {
+                Journal(isError ? 3 : 7, line);
+            }
+        }
     }
     if (isError || code) {
         inbox_.Post([this, print] { listener_->OnTrace(print); });

@@ -22,6 +22,7 @@ struct ServiceOptions {
     std::string socket;
     std::string state;
     std::string module;
+    bool showsTraces = false;  ///< all that the module prints goes to the journal, not its errors alone
 };
 
 /// Who is told, in the loop, what happens in the service.

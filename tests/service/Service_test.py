@@ -373,8 +373,9 @@ freshness = "2s"
         threading.Thread(target=listen, daemon=True).start()
         journal = self.file("log", "").stat()
         os.environ |= {"NOTIFY_SOCKET": str(self.folder / "notify"), "WATCHDOG_USEC": "200000",
-                       "JOURNAL_STREAM": f"{journal.st_dev}:{journal.st_ino}"}
-        self.addCleanup(lambda: [os.environ.pop(name) for name in ("NOTIFY_SOCKET", "WATCHDOG_USEC", "JOURNAL_STREAM")])
+                       "JOURNAL_STREAM": f"{journal.st_dev}:{journal.st_ino}", "LUME_LOG_DEBUG_LEVEL": "4"}
+        self.addCleanup(lambda: [os.environ.pop(name) for name in ("NOTIFY_SOCKET", "WATCHDOG_USEC", "JOURNAL_STREAM",
+                                                                   "LUME_LOG_DEBUG_LEVEL")])
         self.start(head="", more=f"""
 kind = "update"
 {self.fleet()}
@@ -403,7 +404,8 @@ textfile = "{self.folder}/em_alert.prom"
         self.awaits(lambda: lasts("critical", False))  # it hears of what a reload ends
         log = read(self.folder / "log")
         self.assertIn("http://127.0.0.1:1 does not take alerts (Couldn't connect to server); they are sent again", log)
-        for line in ("<4>disk: 5 packages available", "<5>disk: 0 packages available", "<6>root (process "):
+        for line in ("<4>disk: 5 packages available", "<5>disk: 0 packages available", "<6>root (process ",
+                     "<7>EM_ALERT            : Add warning alert to be acknowledged\n"):
             self.assertIn("\n" + line, "\n" + log)
         self.awaits(lambda: heard == {b"READY=1", b"WATCHDOG=1", b"RELOADING=1"})
 
