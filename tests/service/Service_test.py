@@ -254,12 +254,17 @@ freshness = "2s"
         self.awaits(lambda: told_of(b"smart-sda") >= 3)  # reminders, until it is well
         self.assertEqual(self.command("submit", "smart-sda", "0", "replaced")[0], 0)
         reminders = told_of(b"smart-sda")
+        disk = smart | {"SMARTD_DEVICE": "/dev/bus/0", "SMARTD_DEVICESTRING": "/dev/bus/0 [hpt_1/1/2] [SAT]"}
+        subprocess.run([FILES / "smartd-exec"], env=path | disk, check=True, stdout=subprocess.DEVNULL)
+        self.assertEqual(self.command("submit", "smart-0-hpt_1_1_2_SAT", "0", "replaced")[0], 0)
         for words, expected in ((("Fail", "/dev/md0", "/dev/sdb1"), (3, "Fail of /dev/sdb1")),
                                 (("Rebuild40", "/dev/md0"), (2, "Rebuild40")),
-                                (("SpareActive", "/dev/md0", "/dev/sdc1"), (1, "SpareActive of /dev/sdc1"))):
+                                (("SpareActive", "/dev/md0", "/dev/sdc1"), (1, "SpareActive of /dev/sdc1")),
+                                (("TestMessage", "/dev/md0"), (1, "SpareActive of /dev/sdc1"))):
             subprocess.run([FILES / "mdadm-program", *words], env=path, check=True, stdout=subprocess.DEVNULL)
             told = self.component("raid-md0")
             self.assertEqual((told["status"], told["text"]), expected)
+        self.assertEqual((self.component("raid-test")["status"], self.submit("raid-test", status=0)), (2, None))
         self.plugin(2, "DISK full")
         self.awaits(lambda: told_of(b"disk") >= 5)
         self.assertLessEqual(told_of(b"smart-sda"), reminders + 1)  # one may have been under way
