@@ -28,6 +28,7 @@ const char* const kUsage =
     "  --no-trace-times    leaves the time of day out of traces\n"
     "  --wav FILE          plays the speaker's tones into a sound file\n"
     "  --port-log FILE     writes down each access to the speaker's ports\n"
+    "  --version           the version\n"
     "  -h, --help          this text\n"
     "\n"
     "Exit status: 0 every step worked, 1 one failed, 2 the command line is wrong.\n"
@@ -48,6 +49,7 @@ constexpr auto kOptions = std::to_array<option>({
     {"no-trace-times", no_argument, nullptr, 'o'},
     {"wav", required_argument, nullptr, 'w'},
     {"port-log", required_argument, nullptr, 'p'},
+    {"version", no_argument, nullptr, 'v'},
     {"help", no_argument, nullptr, 'h'},
     {nullptr, 0, nullptr, 0},
 });
@@ -98,6 +100,9 @@ void Take(CommandLine& line, int letter, const char* argument) {
         case 'p':
             line.portLog = optarg;
             break;
+        case 'v':
+            line.version = true;
+            break;
         case 'h':
             line.help = true;
             break;
@@ -122,7 +127,7 @@ CommandLine ParseCommandLine(int argc, char** argv) {
         }
         Take(line, letter, argv[current]);
     }
-    if (line.help) {
+    if (line.help || line.version) {
         return line;
     }
     if (optind < argc) {

@@ -20,6 +20,7 @@ struct CommandLine {
     bool withoutTraceTimes = false;
     bool story = false;
     bool help = false;
+    bool version = false;
 };
 
 /// @throw CAgentError saying what is right

@@ -95,7 +95,11 @@ bool RunScenario(const CommandLine& line) {
     if (loaded) {
         RunSteps(line, agent, answers);
     }
-    return agent.Unload() && loaded && !agent.HasFailed() && transcript.IsComplete();
+    const bool worked = agent.Unload() && loaded && !agent.HasFailed();
+    if (!transcript.IsComplete()) {
+        throw CAgentError("the transcript could not be written");
+    }
+    return worked;
 }
 
 /// The operator's console, with this program's own options.
@@ -136,9 +140,9 @@ int main(int argc, char** argv) {
     } catch (const std::exception& error) {
         return Report(error.what(), kWrongCommandLine);
     }
-    if (line.help) {
-        std::fputs(kUsage, stdout);
-        return EXIT_SUCCESS;
+    if (line.help || line.version) {
+        std::fputs(line.help ? kUsage : "em-alert-agent " EM_VERSION "\n", stdout);
+        return std::fflush(stdout) == 0 ? EXIT_SUCCESS : Report("standard output cannot be written", kStepFailed);
     }
     try {
         SetUpTraces(line);

@@ -64,6 +64,9 @@ class Scenarios(ProgramTest):
             self.assertEqual(status, 2, arguments)
             self.assertIn(words, output)
         self.assertEqual(agent("--help")[0], 0)
+        self.assertRegex(agent("--version")[1], "^em-alert-agent [0-9.]+\n$")
+        self.assertEqual(self.run_scenario("[]", "", "--transcript", "/dev/full"),
+                         (1, "em-alert-agent: the transcript could not be written\n"))
         for library, words in (("/nowhere/libx.so", "dlopen failed: /nowhere/libx.so: cannot open"),
                                ("libm.so.6", "undefined symbol: EM_Create")):
             status, output = self.run_scenario("[]", "", module=library)
