@@ -8,6 +8,8 @@
 #include <csignal>
 #include <fcntl.h>
 #include <functional>
+#include <iterator>
+#include <map>
 #include <poll.h>
 #include <spawn.h>
 #include <sstream>
@@ -142,6 +144,31 @@ std::vector<pid_t> FindProcesses(const std::function<bool(const std::string& dir
     return found;
 }
 
+/// Its children and theirs, as far as no end of one between them has given them to another parent.
+std::vector<pid_t> FindDescendants(pid_t ancestor) {
+    std::multimap<pid_t, pid_t> children;
+    FindProcesses([&children](const std::string& directory) {
+        std::string text;  // "4711 (name, which may hold blanks) S 4710 ..."
+        if (ReadRegularFile(directory + "/stat", kMaxProcFileSize, text) == 0) {
+            pid_t pid{};
+            pid_t parent{};
+            char state{};
+            std::istringstream(text) >> pid;
+            if (std::istringstream(text.substr(text.rfind(')') + 1)) >> state >> parent) {
+                children.emplace(parent, pid);
+            }
+        }
+        return false;
+    });
+    std::vector<pid_t> found{ancestor};
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        const auto [begin, end] = children.equal_range(found[i]);
+        std::transform(begin, end, std::back_inserter(found), [](const auto& entry) { return entry.second; });
+    }
+    found.erase(found.begin());
+    return found;
+}
+
 std::optional<CProcess::CMemory> ReadMemoryOf(const std::string& process) {
     std::string text;
     if (ReadRegularFile("/proc/" + process + "/statm", kMaxProcFileSize, text) != 0) {
@@ -217,7 +244,17 @@ std::optional<CProcess::CEnd> CProcess::Wait(std::chrono::milliseconds limit) {
 }
 
 bool CProcess::Signal(int signal) const {
-    return pidFd_ && ::kill(-pid_, signal) == 0;
+    if (!pidFd_) {
+        return false;
+    }
+    const std::vector<pid_t> descendants = FindDescendants(pid_);  // before their parents end
+    const bool isSent = ::kill(-pid_, signal) == 0;
+    for (const pid_t pid : descendants) {
+        if (::getpgid(pid) != pid_) {
+            ::kill(pid, signal);
+        }
+    }
+    return isSent;
 }
 
 CProcess::CEnd CProcess::End(std::chrono::milliseconds grace) {

@@ -75,7 +75,8 @@ public:
     /// @return nothing when the time was over first or no command runs
     std::optional<CEnd> Wait(std::chrono::milliseconds limit);
 
-    /// Sends a signal to the whole group.
+    /// Sends a signal to the whole group, and to descendants that have left it (`timeout` and `setsid` do). Those whose
+    /// parent has ended before are not found: they have become daemons.
     /// @return false when no command runs
     bool Signal(int signal) const;
 

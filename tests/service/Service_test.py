@@ -103,7 +103,7 @@ interval = "200ms"
 [[check]]
 name = "hangs"
 interval = "2s"
-command = ["/bin/sh", "-c", "SLEEP & SLEEP"]
+command = ["/bin/sh", "-c", "SLEEP & setsid -w SLEEP"]
 timeout = "300ms"
 [[check]]
 name = "silent"
