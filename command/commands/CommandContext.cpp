@@ -13,8 +13,13 @@ CIModuleLink& CCommandContext::Link() {
                 }
             });
         }
+        Link().SetWaiting(GoesOn);
     }
     return service_ != nullptr ? static_cast<CIModuleLink&>(*service_) : *local_;
+}
+
+bool CCommandContext::GoesOn(const Traces& /*traces*/) {
+    return !CConsoleWait::EndIsAskedFor() && !CConsoleWait::TakeInterrupt();
 }
 
 CLocalModule* CCommandContext::Local() {

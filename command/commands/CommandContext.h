@@ -32,6 +32,10 @@ public:
     /// The service when it answers, else the module in this process; found with the first call.
     CIModuleLink& Link();
 
+    /// For waits without a watcher of their own.
+    /// @return false when a signal has asked for the end
+    static bool GoesOn(const Traces& traces);
+
     /// @return null behind a service
     CLocalModule* Local();
 

@@ -31,7 +31,7 @@ CMailWait::CMailWait(CCommandContext& context, std::size_t servers) : context_(c
 }
 
 void CMailWait::End() {
-    context_.Link().SetWaiting({});
+    context_.Link().SetWaiting(CCommandContext::GoesOn);
     context_.Terminal().ShowProgress({});
 }
 
@@ -44,7 +44,7 @@ bool CMailWait::Tell(const Traces& traces) {
         context_.Terminal().ShowProgress("mail server " + std::to_string(std::min(failed + 1, servers_)) + " of " +
                                          std::to_string(servers_) + ", " + std::to_string(seconds) + " s");
     }
-    return !CConsoleWait::EndIsAskedFor() && !CConsoleWait::TakeInterrupt();
+    return CCommandContext::GoesOn(traces);
 }
 
 MailReport ReadReport(CCommandContext& context, const Traces& traces, const std::vector<NumberedServer>& servers,

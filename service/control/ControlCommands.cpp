@@ -170,13 +170,14 @@ void CControlCommands::Subscribe(CControlClient& client, const Value& /*value*/)
 
 void CControlCommands::Request(CControlClient& client, const Value& value) {
     const Command request = ParseCommand(value);
-    const bool isPosted =
-        service_.Ask([request](CDelivery& delivery, CAgent& agent) { return delivery.Request(agent, request); },
-                     [this, id = client.Id()](const Command& answer) { news_.OnReturned(id, answer); });
+    news_.AwaitAnswer(client, request);
+    const bool isPosted = service_.Ask(
+        [request](CDelivery& delivery, CAgent& agent) { return delivery.Request(agent, request); },
+        [this, id = client.Id(), request](const Command& answer) { news_.OnReturned(id, request, answer); });
     if (!isPosted) {
+        news_.ForgetAnswer(client, request);
         throw CAgentError(kBusy);
     }
-    CControlNews::AwaitAnswer(client);
 }
 
 /// Events and notices.

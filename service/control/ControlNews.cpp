@@ -6,16 +6,33 @@
 #include "service/components/StatusJson.h"
 #include "sip/Vocabulary.h"
 
-void CControlNews::OnReturned(std::uint64_t id, const Command& answer) {
-    CControlClient* client = server_.Find(id);
-    if (client == nullptr) {
-        return;
+void CControlNews::AwaitAnswer(CControlClient& client, const Command& request) {
+    ++client.underWay;
+    waiting_.push_back({.client = client.Id(), .operation = request.oc});
+}
+
+/// @return whether the client waited for an answer to this
+bool CControlNews::Take(std::uint64_t client, const Command& request) {
+    const auto found = std::ranges::find_if(
+        waiting_, [&](const Waiting& one) { return one.client == client && one.operation == request.oc; });
+    const bool isFound = found != waiting_.end();
+    if (isFound) {
+        waiting_.erase(found);
     }
-    client->SendMessage("returned", MessageText(answer));
-    if (answer.st == kAnswerFollows && answer.oc) {
-        waiting_.push_back({.client = id, .operation = *answer.oc});
-    } else {
-        --client->underWay;
+    return isFound;
+}
+
+void CControlNews::ForgetAnswer(CControlClient& client, const Command& request) {
+    Take(client.Id(), request);
+    --client.underWay;
+}
+
+void CControlNews::OnReturned(std::uint64_t id, const Command& request, const Command& answer) {
+    const bool isAnswer = answer.st != kAnswerFollows && Take(id, request);
+    CControlClient* client = server_.Find(id);
+    if (client != nullptr) {
+        client->SendMessage("returned", MessageText(answer));
+        client->underWay -= isAnswer ? 1 : 0;
     }
 }
 

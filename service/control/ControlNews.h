@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "service/control/ControlServer.h"
@@ -19,11 +20,15 @@ public:
     /// The client gets the next result of a component.
     void AwaitCheck(const std::string& name, const CControlClient& client) { checking_.emplace(name, client.Id()); }
 
-    /// The client has sent a request, and gets the module's errors and mail results until it is answered.
-    static void AwaitAnswer(CControlClient& client) { ++client.underWay; }
+    /// The client sends a request, and gets the module's errors and mail results until it is answered. To be called
+    /// before the module is asked: its reply may overtake the request's return.
+    void AwaitAnswer(CControlClient& client, const Command& request);
 
     /// The request has come back, as its answer or with the word that one follows.
-    void OnReturned(std::uint64_t client, const Command& answer);
+    void OnReturned(std::uint64_t client, const Command& request, const Command& answer);
+
+    /// The module is not asked after all.
+    void ForgetAnswer(CControlClient& client, const Command& request);
 
     void OnComponent(const Component& component) override;
     void OnModuleEntry(const TranscriptEntry& entry) override;
@@ -32,11 +37,12 @@ public:
 private:
     struct Waiting {
         std::uint64_t client;
-        std::uint32_t operation;
+        std::optional<std::uint32_t> operation;
     };
+    bool Take(std::uint64_t client, const Command& request);
     std::uint64_t TakeAsker(const TranscriptEntry& entry);
 
     CControlServer& server_;
-    std::deque<Waiting> waiting_;                         // for replies
+    std::deque<Waiting> waiting_;                         // for answers, in the order of the requests
     std::multimap<std::string, std::uint64_t> checking_;  // for a component's next result
 };

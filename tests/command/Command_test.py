@@ -334,6 +334,16 @@ class Service(ProgramTest):
                              (output[0], True), output)
         self.assertIn({"submit": {"name": "x", "status": 2, "text": "no tape"}}, self.asked)
 
+    def test_a_service_that_hangs_holds_nobody(self):
+        with socket.socket(socket.AF_UNIX) as listener:
+            listener.bind(str(self.folder / "hangs"))
+            listener.listen()
+            with subprocess.Popen([COMMAND, "--socket", self.folder / "hangs", "status"], stderr=subprocess.PIPE,
+                                  text=True) as command, listener.accept()[0] as connection:
+                connection.recv(100)
+                command.send_signal(signal.SIGINT)
+                self.assertEqual((command.wait(20), "waiting was broken off" in command.stderr.read()), (1, True))
+
     def test_a_view_fits_its_terminal(self):
         ours, theirs = pty.openpty()
         termios.tcsetwinsize(theirs, (8, 50))

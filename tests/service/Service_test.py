@@ -182,6 +182,16 @@ if-installed = true
         self.awaits(lambda: "em-alertd.toml:1: each check" in read(self.folder / "log"))
         self.awaits(lambda: self.component()["status"] == 1)
 
+    def test_each_request_gets_its_reply(self):
+        self.start()
+        with socket.socket(socket.AF_UNIX) as client:
+            client.settimeout(20)
+            client.connect(str(self.socket))
+            client.sendall(b'{"request":{"OC":"0x2243"}}\n' * 500)  # whose replies overtake the requests' return
+            answers = client.makefile()
+            kinds = [json.loads(answers.readline())["kind"] for _ in range(1000)]
+        self.assertEqual((kinds.count("returned"), kinds.count("reply")), (500, 500))
+
     def test_two_services_do_not_meet(self):
         self.start()
         for state, control, reason in (("state", "other", "another service keeps its state in"),
