@@ -60,6 +60,7 @@ void BlockSignals() {
 
 void Run(const ServiceOptions& options, ServiceConfig config) {
     BlockSignals();
+    std::signal(SIGPIPE, SIG_IGN);  // who reads standard error may go; plugins get the default back
     SetTraceLevel(std::nullopt);
     CLoop loop;
     CService service(loop, options, std::move(config));

@@ -204,6 +204,18 @@ if-installed = true
         self.assertEqual(read(self.folder / "says"), "DISK OK")
 
     def test_what_cannot_be_written_is_told_once(self):
+    def test_nobody_has_to_read_the_log(self):
+        reader, log = os.pipe()
+        os.close(reader)
+        self.addCleanup(os.close, log)
+        self.service = subprocess.Popen([SERVICE, "--config", self.configure(), "--socket", self.socket, "--state",
+                                         self.folder / "state", "--module", LIBRARY], stderr=log)
+        self.addCleanup(self.end)
+        self.awaits(lambda: self.service.poll() is not None or self.answers())
+        self.submit("fan")
+        self.service.terminate()
+        self.assertEqual(self.service.wait(20), 0)
+
         os.mkdir(self.folder / "full")
         subprocess.run(["mount", "-t", "tmpfs", "-o", "nr_inodes=1", "none", self.folder / "full"], check=True)
         self.addCleanup(subprocess.run, ["umount", self.folder / "full"], check=True)
