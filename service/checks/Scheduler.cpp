@@ -5,6 +5,13 @@
 #include <exception>
 #include <utility>
 
+namespace {
+
+// So that nobody waits hours for the first result of a check that runs once in so long.
+constexpr std::chrono::milliseconds kLongestSpread = std::chrono::minutes(10);
+
+}  // namespace
+
 void CScheduler::Restart(std::uint32_t parallel) {
     parallel_ = parallel;
     const auto isGone = [this](const std::string& name) { return components_.Find(name) == nullptr; };
@@ -22,7 +29,7 @@ void CScheduler::Restart(std::uint32_t parallel) {
             AwaitReport(component, timer != nullptr ? timer->begun : now);
             continue;
         }
-        const std::chrono::milliseconds slot = component.config.interval * place++ / count;
+        const std::chrono::milliseconds slot = std::min(component.config.interval, kLongestSpread) * place++ / count;
         const auto left =
             timer != nullptr ? std::chrono::duration_cast<std::chrono::milliseconds>(timer->due - now) : slot;
         Plan(component, std::clamp(left, std::chrono::milliseconds(0), slot));

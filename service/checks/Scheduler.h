@@ -23,9 +23,9 @@ public:
     CScheduler(const CScheduler&) = delete;
     CScheduler& operator=(const CScheduler&) = delete;
 
-    /// Goes on with the components as they are. New checks are spread over their intervals; others are not put off, and
-    /// neither are reports that are due, however often this is called. Runs that are under way for components that stay
-    /// go on.
+    /// Goes on with the components as they are. New checks are spread over their intervals, of 10 minutes at most;
+    /// others are not put off, and neither are reports that are due, however often this is called. Runs that are under
+    /// way for components that stay go on.
     /// @param parallel  checks at a time
     void Restart(std::uint32_t parallel);
 

@@ -4,6 +4,7 @@
 
 import base64
 import contextlib
+import datetime
 import json
 import os
 import pathlib
@@ -203,7 +204,6 @@ if-installed = true
             self.assertEqual((run.returncode, reason in run.stderr), (1, True), run.stderr)
         self.assertEqual(read(self.folder / "says"), "DISK OK")
 
-    def test_what_cannot_be_written_is_told_once(self):
     def test_nobody_has_to_read_the_log(self):
         reader, log = os.pipe()
         os.close(reader)
@@ -216,6 +216,7 @@ if-installed = true
         self.service.terminate()
         self.assertEqual(self.service.wait(20), 0)
 
+    def test_what_cannot_be_written_is_told_once(self):
         os.mkdir(self.folder / "full")
         subprocess.run(["mount", "-t", "tmpfs", "-o", "nr_inodes=1", "none", self.folder / "full"], check=True)
         self.addCleanup(subprocess.run, ["umount", self.folder / "full"], check=True)
@@ -243,6 +244,10 @@ interval = "2s"
 [[check]]
 name = "reported"
 freshness = "2s"
+[[check]]
+name = "rare"
+command = ["/bin/true"]
+interval = "30d"
 """
         self.file("em-alertd.toml", config)
         self.start()
@@ -251,6 +256,8 @@ freshness = "2s"
             self.reload(config)
         self.assertGreaterEqual(len(read(self.folder / "ran")), 2)
         self.assertEqual(self.component("reported")["status"], 2)
+        first = datetime.datetime.fromisoformat(self.component("rare")["next"])
+        self.assertLess(first - datetime.datetime.now(datetime.timezone.utc), datetime.timedelta(minutes=10))
 
     def test_what_the_package_brings_is_in_order(self):
         unit = self.file("em-alertd.service", read(FILES / "em-alertd.service").replace("/usr/bin/em-alertd", SERVICE))
