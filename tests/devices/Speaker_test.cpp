@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <cstring>
 #include <fcntl.h>
 #include <malloc.h>
 #include <optional>
@@ -87,7 +88,10 @@ TEST_F(Speaker, BeepProgramsTheTimerAndSwitchesTheSpeaker) {
         EXPECT_EQ(PortLog().find(writes, before), before + 61) << row[1];
         EXPECT_TRUE(tone_.starts_with(row[4] + " Hz for ")) << row[1] << ": " << tone_;
     }
-    driver_.reset();
+    onSleep = [this] { driver_.reset(); };
+    beep();
+    onSleep = nullptr;
+    EXPECT_TRUE(tone_.starts_with("1000 Hz for ")) << tone_;  // which ended with the driver
     EXPECT_EQ(TracesByLevel(beep), ReadFile(EM_TEST_DATA "/absent.trace"));
 }
 
@@ -170,6 +174,29 @@ TEST_F(Speaker, StartAndStopStormsNeverOverlapTones) {
         wanted += kToneLog;
     }
     EXPECT_TRUE(!wanted.empty() && PortLog() == wanted);
+}
+
+/// Between tones there is silence.
+TEST_F(Speaker, ASoundFileHoldsTheTonesInTheirPlaces) {
+    const std::string path = directory_ / "wav";
+    CSpeakerRecorder recorder(std::make_unique<CWavWriter>(path));
+    std::chrono::steady_clock::time_point now;
+    std::string lines;
+    for (const std::uint32_t divisor : {1193U, 0U, 596U, 0U}) {
+        lines += recorder.Sound(divisor, now += std::chrono::seconds(1)) + '|';
+    }
+    EXPECT_EQ(lines, "|1000 Hz for 1000 ms||2000 Hz for 1000 ms|");
+    const std::string file = ReadFile(path);
+    const auto number = [&](std::size_t at, std::size_t size = sizeof(std::uint32_t)) {
+        std::uint32_t value = 0;
+        std::memcpy(&value, &file.at(at), size);
+        return value;
+    };
+    constexpr std::size_t kHeader = 44, kSecond = 2 * 44100;
+    EXPECT_TRUE(file.size() == kHeader + 3 * kSecond && number(4) == file.size() - 8 && number(40) == 3 * kSecond);
+    for (std::size_t second = 0; second < 3; ++second) {
+        EXPECT_EQ(number(kHeader + second * kSecond, 2) != 0, second != 1) << second;
+    }
 }
 
 TEST_F(Speaker, DriverRefusesWhatThePortsWouldNotTake) {
