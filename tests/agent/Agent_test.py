@@ -35,7 +35,7 @@ class Scenarios(ProgramTest):
     def test_the_first_entry_that_fits_answers(self):
         status, output = self.run_scenario(read(RUNS / "answers.state"), read(RUNS / "answers.scenario"))
         self.assertEqual(re.findall(r'"answer":.*"OC":4660.*?"ST":(.*?)}', output),
-                         ['0,"DA":"exact"', '0,"DA":[1]', '9', '1', '0,"DA":"set"', '1,"DA":"new"'])
+                         ['0,"DA":"exact"', '0,"DA":[1]', '9', '1', '0,"DA":"set"', '9', '1,"DA":"new"'])
         self.assertEqual(status, 0)
 
     def test_restart_and_threads(self):
@@ -45,10 +45,14 @@ class Scenarios(ProgramTest):
                             ('{"kind":"event"', 1), ('{"kind":"withheld"', 1)):  # after the restart events are off
             self.assertEqual(output.count(text), count, text)
 
-    def test_a_story_cuts_data_behind_100_characters(self):
-        for text, told in (("x" * 98, "x" * 98 + '"'), ("x" * 99, "x" * 99 + "...")):
+    def test_a_story_cuts_data_behind_100_characters_and_hides_passwords(self):
+        quoted = r'\"' + "[" * 65  # no nesting: it stands in a text
+        for text, told in (("x" * 98, "x" * 98 + '"'), ("x" * 99, "x" * 99 + "..."), (quoted, quoted + '"')):
             output = self.run_scenario("[]", f'{{"request":{{"OC":1,"DA":"{text}"}}}}', "--story")[1]
             self.assertIn(f'data "{told}, refused', output)
+        for code in ("0xE001", "0xE002"):
+            secret = f'{{"request":{{"OC":"{code}","OE":"0x0439","DA":"geheim"}}}}'
+            self.assertIn("data hidden, refused", self.run_scenario("[]", secret, "--story")[1])
 
     def test_what_is_wrong_is_told(self):
         for state, scenario, words in rows(RUNS / "refusals"):
@@ -59,6 +63,7 @@ class Scenarios(ProgramTest):
         for option in ("--state", "--scenario"):  # a directory can be opened, and holds nothing
             status, output = self.run_scenario("[]", "", option, "/etc")
             self.assertEqual((status, "em-alert-agent: cannot read /etc: Is a directory" in output), (1, True), output)
+        self.assertEqual(self.run_scenario("[]", "", "--transcript", "/dev/full")[0], 1)
         for arguments, words in rows(RUNS / "command-lines"):
             status, output = agent(*arguments.split())
             self.assertEqual(status, 2, arguments)

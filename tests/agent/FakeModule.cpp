@@ -19,13 +19,14 @@ enum : unsigned int {
     kRefuseStop = 0x98,  // notifications
     kStayLoaded = 0x99,
     kPendingAlert = 0x2240,  // requests: always pending
-    kAskAsync = 0x9001,      // ask without waiting
+    kAskAsync = 0x9001,      // ask without waiting, in a second command
     kAskSync = 0x9002,       // ask for 0x1234 with the same OE, OI and CA
     kForward = 0x9003,
 };
 
-SipJson Message(unsigned oc, unsigned oe, unsigned oi, unsigned ca) {
+SipJson Message(unsigned oc, unsigned oe, unsigned oi, unsigned ca, int index = 0) {
     SipJson message;
+    message.SetCmdIndex(index);
     message.SetCmd(message.GetCmd(), oc, oe, oi, ca, UINT32_MAX);
     return message;
 }
@@ -55,7 +56,7 @@ public:
     }
     bool ModuleRequest(SipJson& message) override {
         const auto member = [&](const char* key) { return message.GetCmdElemValue(0, key, 0); };
-        SipJson question = Message(0x1234, member("OE"), member("OI"), member("CA"));
+        SipJson question = Message(0x1234, member("OE"), member("OI"), member("CA"), member("OC") == kAskAsync ? 1 : 0);
         switch (member("OC")) {
             case kAskAsync:
                 AsyncRequest(question);
