@@ -174,6 +174,21 @@ class Console(ProgramTest):
         session.sees("beep              off", "mail              on")
         session.ends()
 
+    def test_a_status_dates_from_its_first_report_and_a_hundred_alerts_are_kept(self):
+        with subprocess.Popen([COMMAND, "--module", LIBRARY], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
+                              env=os.environ | {"HOME": str(self.folder)}) as console:
+            def line_after(text, words):
+                console.stdin.write(text)
+                console.stdin.flush()
+                return next(line for line in console.stdout if words in line)
+
+            first = line_after("status 2 Fan F\nstatus\n", "warning  Fan")
+            while time.strftime("%T") <= first[11:19]:
+                select.select([], [], [], 0.05)
+            self.assertEqual(line_after("status 2 Fan F\nstatus\n", "warning  Fan"), first)
+            self.assertIn("100 pending", line_after("status 3 Fan F\n" * 100 + "ack\n", "acknowledged"))
+            console.stdin.close()
+
     def test_traces_that_are_switched_off_are_told(self):
         os.makedirs("/etc/kestrel/HostwardenSuite/TraceConfig")
         session = Session(self, LIBRARY, terminal=False)
@@ -207,6 +222,7 @@ class SingleCommands(ProgramTest):
                 self.assertNotIn(text, output, command)
             elif mark == "=":
                 self.assertEqual(status, int(text), f"{command}: {output}")
+        self.assertEqual((self.folder / ".local/state").stat().st_mode & 0o777, 0o700)
 
     def test_wrong_causes_are_not_named(self):
         path = pathlib.Path("/etc/kestrel/HostwardenSuite/ManagedNode/Notifications/Notifications.xml")
