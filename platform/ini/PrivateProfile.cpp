@@ -27,22 +27,19 @@ public:
         return Stored();
     }
 
-    /// @return false when the buffer is full
-    bool AddName(std::string_view name) {
+    /// A name for which there is no room is cut, and fills the buffer.
+    void AddName(std::string_view name) {
         if (name.empty()) {
-            return true;  // it would end the list
+            return;  // it would end the list
         }
         if (stored_ + name.size() + 2 <= size_) {
             stored_ += name.copy(buffer_ + stored_, name.size()) + 1;
-            return true;
-        }
-        if (size_ >= 2) {
+        } else if (size_ >= 2) {
             // What was stored may end a byte behind the place where a full list ends.
             const std::size_t full = size_ - 2;
             name.copy(buffer_ + stored_, full - std::min(full, stored_));
             stored_ = full;
         }
-        return false;
     }
 
     unsigned int Stored() const { return static_cast<unsigned int>(stored_); }
@@ -56,9 +53,8 @@ private:
 unsigned int ListSections(CIniText& text, CResultBuffer& result) {
     CIniLine line;
     while (text.Next(line)) {
-        const std::optional<std::string_view> name = line.Header();
-        if (name && !result.AddName(*name)) {
-            break;
+        if (const std::optional<std::string_view> name = line.Header()) {
+            result.AddName(*name);
         }
     }
     return result.Stored();
@@ -69,8 +65,8 @@ unsigned int ListKeys(CIniText& text, CResultBuffer& result) {
     std::string_view name;
     std::string_view value;
     while (text.NextOfSection(line)) {
-        if (line.Split(name, value) && !result.AddName(name)) {
-            break;
+        if (line.Split(name, value)) {
+            result.AddName(name);
         }
     }
     return result.Stored();
