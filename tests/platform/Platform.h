@@ -33,8 +33,11 @@ extern "C" [[gnu::used]] inline int open(const char* path, int flags, ...) {
 }
 
 /// The program's memory, each of which has one source.
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t& /*nothrow*/) noexcept {
+    return Fails("operator new") ? nullptr : std::malloc(size);
+}
 [[gnu::noinline]] void* operator new(std::size_t size) {
-    void* const memory = Fails("operator new") ? nullptr : std::malloc(size);
+    void* const memory = ::operator new(size, std::nothrow);
     return memory == nullptr ? throw std::bad_alloc() : memory;
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept {

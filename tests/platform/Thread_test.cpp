@@ -117,11 +117,13 @@ TEST(Thread, EachFailingStepIsTracedAndEndsTheStart) {
         EXPECT_FALSE(runner.Start(false, 7) || runner.thread.Exists());
         EXPECT_EQ(trace.All(), row[2]);
     }
-    const CTraceCapture trace(2);
-    Runner runner;
-    failing = {"operator new", ENOMEM, 1};
-    EXPECT_FALSE(runner.Start(false) || runner.thread.Exists());
-    EXPECT_EQ(trace.All(), "\npthread_create failed: 12");
+    for (const int after : {0, 1}) {
+        const CTraceCapture trace(2);
+        Runner runner;
+        failing = {"operator new", ENOMEM, 1, after};
+        EXPECT_FALSE(runner.Start(false) || runner.thread.Exists());
+        EXPECT_EQ(trace.All(), "\npthread_create failed: 12");
+    }
 }
 
 TEST(Thread, StartsAsAskedOrWithInheritedSchedulingWhereRealTimeIsRefused) {
