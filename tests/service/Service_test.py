@@ -5,6 +5,7 @@
 import base64
 import contextlib
 import datetime
+import itertools
 import json
 import os
 import pathlib
@@ -57,7 +58,14 @@ class Service(ServiceTest):
             self.awaits(lambda: f"{subject}: no server took the mail; it is tried again in 1 min" in
                         read(self.folder / "log"))
         self.assertEqual(self.command("test-mail")[0], 1)
-        self.assertEqual(self.status()["mail"]["failed"], 2)  # the test mail is about no alert
+        with socket.socket(socket.AF_UNIX) as client:
+            client.settimeout(20)
+            client.connect(str(self.socket))
+            client.sendall(b'{"request":{"OC":"0x2242"}}\n')
+            answers = list(itertools.takewhile(lambda line: '"reply"' not in line, client.makefile()))
+        traces = [json.loads(line)["text"] for line in answers if '"trace"' in line]
+        self.assertTrue(traces and all(text.startswith("CSMTPClient ") for text in traces), traces)
+        self.assertEqual(self.status()["mail"]["failed"], 2)  # test mails are about no alert
         self.end(signal.SIGTERM)
         server = self.mail_server("--hang", "DOT", offline=True)
         self.start()  # which sends it again, and is stopped while the server says nothing
