@@ -111,7 +111,7 @@ class ServiceTest(ProgramTest):
 
     def untold(self):
         """Of whom the state does not say that their mail is out."""
-        return set(re.findall(r"(?m)^components/(.*)/told=false$", read(self.folder / "state/registry")))
+        return set(re.findall(r"(?m)^components/(.*)/(?:told=false|updates-due=true)$", read(self.folder / "state/registry")))
 
     def answers(self):
         with contextlib.suppress(OSError, ValueError):
