@@ -59,9 +59,9 @@ void ReadAlerts(const toml::table* table, ServiceConfig& config, Mistakes& mista
             }
             config.alerts.push_back({.id = setting.id, .data = SettingData(setting, ValueWords(*node, setting.kind))});
         } catch (const CAgentError& error) {
-            const std::string name(setting.name);
+            const std::string name = std::string(setting.name) + " ";
             const std::string words = error.what();
-            reader.Mistake(*node, words.starts_with(name + " ") ? words : name + " " + words);
+            reader.Mistake(*node, words.starts_with(name) ? words : name + words);
         }
     }
     reader.Duration("reminder", config.reminder);
