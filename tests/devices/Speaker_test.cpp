@@ -192,7 +192,7 @@ TEST_F(Speaker, ASoundFileHoldsTheTonesInTheirPlaces) {
         std::memcpy(&value, &file.at(at), size);
         return value;
     };
-    constexpr std::size_t kHeader = 44, kSecond = 2 * 44100;
+    constexpr std::size_t kHeader = 44, kSecond = 88200;  // bytes
     EXPECT_TRUE(file.size() == kHeader + 3 * kSecond && number(4) == file.size() - 8 && number(40) == 3 * kSecond);
     for (std::size_t second = 0; second < 3; ++second) {
         EXPECT_EQ(number(kHeader + second * kSecond, 2) != 0, second != 1) << second;

@@ -9,7 +9,6 @@
 #include <csignal>
 #include <fcntl.h>
 #include <memory>
-#include <new>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -30,19 +29,4 @@ using namespace std::string_literals;
 extern "C" [[gnu::used]] inline int open(const char* path, int flags, ...) {
     EXPECT_NE(flags & O_CLOEXEC, 0) << path;
     return static_cast<int>(::syscall(SYS_openat, AT_FDCWD, path, flags, 0644));
-}
-
-/// The program's memory, each of which has one source.
-[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t& /*nothrow*/) noexcept {
-    return Fails("operator new") ? nullptr : std::malloc(size);
-}
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    void* const memory = ::operator new(size, std::nothrow);
-    return memory == nullptr ? throw std::bad_alloc() : memory;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
 }
