@@ -12,6 +12,7 @@
 #include "agent/core/Files.h"
 #include "agent/core/Json.h"
 #include "agent/settings/Settings.h"
+#include "service/config/Printable.h"
 #include "service/config/TableReader.h"
 
 namespace {
@@ -91,15 +92,7 @@ bool CanRun(const std::string& program) {
 // Names stand in lists, labels and lines of the state; control characters would break those, and act on terminals.
 void RequireOneLine(CTableReader& reader, const toml::table& table, const char* key, const std::string& text) {
     constexpr std::size_t kLongest = 200;
-    constexpr unsigned char kFirstOfTwo = 0xC2;  // of U+0080 to U+009F, the control characters beyond ASCII
-    unsigned char before = 0;
-    bool isFine = text.size() <= kLongest;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        isFine = isFine && byte >= 0x20 && byte != 0x7F && !(before == kFirstOfTwo && byte < 0xA0);
-        before = byte;
-    }
-    if (!isFine) {
+    if (Printable(text, kLongest) != text) {
         reader.Mistake(*table.get(key), std::string(key) + " is one line of " + std::to_string(kLongest) +
                                             " bytes at most, without control characters");
     }
