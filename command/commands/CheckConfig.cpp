@@ -197,7 +197,7 @@ void CheckServiceAndMail(CCommandContext& context, const CommandArguments& argum
     std::error_code ignored;
     const bool isThere = isNamed || std::filesystem::exists(path, ignored);
     Try("service", findings, [&] {
-        if (hasModule && isThere && !isNamed && !context.Link().IsService()) {
+        if (hasModule && isThere && !isNamed && !context.Options().socket.empty() && !context.Link().IsService()) {
             findings.push_back({"service", State::Note,
                                 "none answers at " + context.Options().socket + ": systemctl status em-alertd"});
         }

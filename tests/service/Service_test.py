@@ -329,6 +329,8 @@ interval = "30d"
         usual.write_text("[alerts]\nmail = true\n")
         self.assertEqual(self.command("setting", "mail", "off")[0], 0)
         self.assertRegex(self.command("check-config")[1], "(?s)toml: 0 checks.*not mailed: em-alert setting mail on")
+        self.assertIn("none answers at /no/socket: ", self.run_command("--socket", "/no/socket", "check-config")[1])
+        self.assertNotIn("none answers", self.run_command("--module", LIBRARY, "check-config")[1])
         self.assertEqual(self.command("reset", "mail")[0], 0)
         self.configure(more='[alertmanager]\nurls = []')
         config = self.folder / "em-alertd.toml"
