@@ -360,19 +360,26 @@ class Service(ProgramTest):
                 command.send_signal(signal.SIGINT)
                 self.assertEqual((command.wait(20), "waiting was broken off" in command.stderr.read()), (1, True))
 
-    def test_a_view_fits_its_terminal(self):
+    def view(self, columns, environment):
+        """The lines of the first view on a terminal of 8 rows."""
         ours, theirs = pty.openpty()
-        termios.tcsetwinsize(theirs, (8, 50))
+        termios.tcsetwinsize(theirs, (8, columns))
         with subprocess.Popen([COMMAND, "--socket", self.path, "watch"], stdin=theirs, stdout=theirs,
-                              env=os.environ | {"NO_COLOR": "1"}) as watch, os.fdopen(ours, "rb", 0) as screen:
+                              env=environment) as watch, os.fdopen(ours, "rb", 0) as screen:
             os.close(theirs)
             shown = b""
             while b"Ctrl-C" not in shown:
                 shown += screen.read(1000)
             watch.send_signal(signal.SIGINT)
-        lines = shown.decode().split("\r\n")
+        return shown.decode().split("\r\n")
+
+    def test_a_view_fits_its_terminal(self):
+        plain = os.environ | {"TERM": "xterm", "NO_COLOR": "1"}
+        lines = self.view(50, plain)
         self.assertEqual(lines[2:5], ["2026-11-25 13:30:00  warning  -           root    ", "2 more, 1 of them not OK",
                                       "Mails about alerts: 3 sent, 1 failed"])
+        del plain["NO_COLOR"]
+        self.assertEqual(self.view(24, plain)[2], "2026-11-25 13:30:00  \033[33mwar\033[0m")  # nothing else is coloured
 
     def test_a_view_in_a_pipe_has_a_line_for_each_change(self):
         with subprocess.Popen([COMMAND, "--socket", self.path, "watch"], stdout=subprocess.PIPE, text=True) as watch:
