@@ -311,10 +311,29 @@ interval = "30d"
         self.awaits(lambda: told_of(b"fan") >= 4)
         self.assertLessEqual(told_of(b"disk"), reminders + 1)
 
+    def test_each_order_is_answered_and_each_change_is_logged(self):
+        self.start()
+        severity = {"OE": "0x0411", "DA": 3}
+        orders = (({"ask": "status"}, "status", None),
+                  ({"acknowledge": True}, "acknowledged", "acknowledge"),
+                  ({"check": "disk"}, "checked", None),
+                  ({"submit": {"name": "raid", "status": 0}}, "submitted", "submit raid"),
+                  ({"request": {"OC": "0xE001", "OE": "0x0414"}}, "returned", None),
+                  ({"request": {"OC": "0xE002", "OE": "0x0414", "DA": "b@x"}}, "returned", "request recipients"),
+                  ({"event": {"OC": "0x2322", "OI": 9, "DA": 1}}, "delivered", "event"),
+                  ({"notice": {"OC": "0xE002", **severity}}, "delivered", "notice severity"),
+                  ({"notify": 5}, "notified", "notify"),
+                  ({"set": {"OC": "0xE001", **severity}}, "set", "set severity"),
+                  ({"reset": 0x0411}, "reset", "reset severity"),
+                  ({"subscribe": True}, "subscribed", None))
+        for order, kind, _ in orders:
+            self.assertEqual(self.ask(order)[0]["kind"], kind)
+        self.assertEqual(re.findall(r"(?m)^em-alertd: root \(process \d+\) at the control socket: (.*)$",
+                                    read(self.folder / "log")), [change for _, _, change in orders if change])
+
     def test_settings_changed_at_run_time_stay(self):
         self.start()
         self.assertEqual(self.command("setting", "severity", "3")[0], 0)
-        self.assertRegex(read(self.folder / "log"), r"(?m)^em-alertd: root \(process \d+\) at the control socket: set severity$")
         server = self.mail_server()
         self.end(signal.SIGTERM)
         self.start()
