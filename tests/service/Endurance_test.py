@@ -133,6 +133,19 @@ freshness = "1h"
             self.pass_timers()
             self.assertEqual(self.component("reports")["status"], status)
 
+    def test_a_report_is_due_from_when_it_is_asked_for(self):
+        move = self.clocks()
+        rarely = 'interval = "30d"\ncommand = ["/bin/true"]\n'
+        self.start(more=f'[[check]]\nname = "job"\n{rarely}')
+        self.assertEqual(self.command("check", "job")[0], 0)
+        move(0, 3000)
+        self.pass_timers()
+        self.reload(read(self.folder / "em-alertd.toml").replace(rarely, 'freshness = "1h"\n'))
+        for timers, status in ((6000, 1), (6700, 2)):
+            move(0, timers)
+            self.pass_timers()
+            self.assertEqual(self.component("job")["status"], status)
+
     def test_a_lost_mail_is_tried_again_after_its_pauses(self):
         move = self.clocks()
         self.start(more='kind = "update"')
