@@ -306,8 +306,8 @@ class Service(ProgramTest):
         threading.Thread(target=self.serve_all, args=[listener], daemon=True).start()
 
     def serve_all(self, listener):
-        with contextlib.suppress(OSError):
-            while True:
+        while listener.fileno() >= 0:
+            with contextlib.suppress(OSError):  # the client, or the listener, is gone
                 connection = listener.accept()[0]
                 with connection, connection.makefile("rw") as stream:
                     for line in stream:
