@@ -43,7 +43,8 @@ TEST(NotificationFile, SaveKeepsRightsAndLinks) {
     EXPECT_EQ(status.st_mode & 07777, 0600U);  // it holds passwords
     EXPECT_EQ(ReadFile(config.Path()), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Notifications />\n");
     std::filesystem::rename(config.Path(), real);
-    std::filesystem::create_symlink("../../real.xml", config.Path());
+    std::filesystem::create_symlink("../../link", config.Path());
+    std::filesystem::create_symlink(real, directory / "link");
     const gid_t group = ::geteuid() == 0 ? 13 : ::getegid();
     ASSERT_EQ(::chown(real.c_str(), kOwner, group), 0);
     // The directory gives new files a list of their own, which a file without one must not get.
@@ -66,7 +67,7 @@ TEST(NotificationFile, SaveKeepsRightsAndLinks) {
     std::filesystem::remove(real);
     ASSERT_TRUE(!config.Load() && config.Save());  // a link that leads nowhere
     EXPECT_TRUE(std::filesystem::is_symlink(config.Path()) && std::filesystem::is_regular_file(real));
-    EXPECT_EQ(directory.FileCount(), 2);
+    EXPECT_EQ(directory.FileCount(), 3);
 }
 
 TEST(NotificationFile, SaveRemovesOnlyWhatDeadWritersLeft) {
