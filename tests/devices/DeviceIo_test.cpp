@@ -173,7 +173,7 @@ TEST(DeviceIoPerThread, DescriptorsOutliveTheObjectUntilTheirThreadsEnd) {
         threads.reserve(handles.size());
         for (long long& handle : handles) {
             threads.emplace_back([&] {
-                device->getHandle();
+                EXPECT_TRUE(device->Open());
                 device->Close();
                 handle = device->getHandle();
                 opened.count_down();
@@ -194,7 +194,7 @@ TEST(DeviceIoPerThread, DescriptorsOutliveTheObjectUntilTheirThreadsEnd) {
         EXPECT_EQ(trace.Count("\nCDeviceIo::Close (ts): Device /dev/null closed, fd="), level == 5 ? 9 : 0);
         EXPECT_EQ(trace.Count("\nCDeviceIo::termHandling: Device closed, fd="), level == 5 ? 8 : 0);
         EXPECT_EQ(NextKey(), key);
-        EXPECT_EQ(Device("/dev/none", true).getHandle(), -1);
+        EXPECT_FALSE(Device("/dev/none", true).Open());
         EXPECT_EQ(trace.Has("\nCDeviceIo::getHandle: Device /dev/none NOT opened, fd=-1"), level == 5);
     }
 }

@@ -46,6 +46,7 @@ TEST(SipJson, WritersChangeTheCurrentCommandAlone) {
         const std::map<std::string, std::function<std::string()>> writers = {
             {"cmd", [&] { return message.SetCmd(message.GetCmd(), at(0), at(1), at(2), at(3), at(4)), "-"; }},
             {"OE", [&] { return message.SetCmdElemValue(message.GetCmd(), "OE", at(0), at(1)) ? "true" : "false"; }},
+            {"DA", [&] { return message.SetCmdUIntData(message.GetCmd(), at(0)) ? "true" : "false"; }},
             {"status", [&] { return message.SetStatus(at(0)) ? "true" : "false"; }},
             {"uint", [&] { return message.SetDataUIntValue(at(0), at(1)), "-"; }},
             {"int", [&] { return message.SetDataIntValue(static_cast<int>(number[0]), at(1)), "-"; }},
