@@ -88,6 +88,8 @@ TEST(Library, FillsThePropertiesByteForByte) {
     expected.replace(146, 96, std::string("Alert handling module").append(75, '\0'));
     expected.replace(242, 4, 4, '\0');
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(&properties), sizeof properties), expected);
+    properties.size = 247;  // an agent of later days
+    EXPECT_TRUE(module->GetProperties(properties) && properties.size == 247);
     EXPECT_TRUE(library.remove());
 }
 
@@ -285,9 +287,26 @@ TEST_F(Faults, AnImportIsSavedUnlessThePlaceIsNoGood) {
     EXPECT_TRUE(std::filesystem::exists(kFile));
     std::filesystem::remove_all(directory);
     std::ofstream(directory) << "no directory";
-    const CTraceCapture trace(1);
+    const CTraceCapture trace(3);
     module_->OnSwitchStarted(nullptr);
     EXPECT_TRUE(trace.Has("\nCNotificationConfig : ERROR! FAILED to save file \"" + std::string(kFile) + "\"!"));
+    EXPECT_TRUE(trace.Has("settings imported into shared"));
+}
+
+TEST_F(Faults, MailsAreRefusedWhileNinetyNineWait) {
+    const CTraceCapture trace;
+    std::promise<void> release;
+    agent_.onReply = [isReleased = release.get_future().share()] { isReleased.wait(); };
+    Request(kMail);
+    EXPECT_TRUE(trace.Await("SendMail RetCode"));  // the worker has it
+    unsigned int waiting = 0;
+    while (waiting < 200 && Request(kMail).first == 22) {
+        ++waiting;
+    }
+    EXPECT_EQ(waiting, 99U);
+    EXPECT_EQ(Request(kMail).first, 6U);
+    release.set_value();
+    EXPECT_TRUE(agent_.AwaitReplies(waiting + 1));
 }
 
 /// Wherever something is traced, a thread of the agent, or the worker, may end.
