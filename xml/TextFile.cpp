@@ -68,12 +68,7 @@ public:
         if (::stat(path.c_str(), &old) != 0) {
             return errno == ENOENT ? 0 : errno;
         }
-        struct stat own {};
-        if (::fstat(fd_.Get(), &own) != 0) {
-            return errno;
-        }
-        const bool isOwned = own.st_uid == old.st_uid && own.st_gid == old.st_gid;
-        if (!isOwned && ::fchown(fd_.Get(), old.st_uid, old.st_gid) != 0) {
+        if (::fchown(fd_.Get(), old.st_uid, old.st_gid) != 0) {
             return errno;
         }
         const int error = CopyFileAttributes(path, fd_.Get());
