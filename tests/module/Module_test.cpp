@@ -13,6 +13,7 @@
 namespace {
 
 std::atomic<bool> threadsFail{false};
+std::atomic<bool> timeFlies{false};
 std::atomic<int> transferResult{7};
 std::function<void()> onTransfer = [] {};
 
@@ -26,6 +27,11 @@ extern "C" __attribute__((visibility("default"))) int pthread_create(pthread_t* 
     return threadsFail ? EAGAIN : real(thread, attributes, run, argument);
 }
 
+extern "C" __attribute__((visibility("default"))) int nanosleep(const timespec* time, timespec* left) {
+    static const auto real = reinterpret_cast<decltype(&nanosleep)>(::dlsym(RTLD_NEXT, "nanosleep"));
+    return timeFlies ? 0 : real(time, left);
+}
+
 /// No transfer begins; each ends like this.
 extern "C" __attribute__((visibility("default"))) int curl_easy_perform(void* /*handle*/) {
     onTransfer();
@@ -35,6 +41,9 @@ extern "C" __attribute__((visibility("default"))) int curl_easy_perform(void* /*
 namespace {
 
 constexpr char kMailOff[] = R"("OC":"0xE002","OE":"0x0410","DA":0)";
+constexpr char kUpdateMailOn[] = R"("OC":"0xE002","OE":"0x1A4D","DA":1)";
+constexpr char kUpdates[] = R"("OC":"0x3341","DA":{"RAW":[26,0,1,0,0,0,41,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0]})";
+constexpr char kTestMail[] = R"("OC":"0x2242")";
 constexpr char kMail[] = R"("OC":"0x1060","DA":"From: ops@x\nTo: anna@x\n\ntext")";
 
 bool IsMapped() {
@@ -256,22 +265,27 @@ TEST_F(Faults, ThreadsThatCannotBeStartedAreTriedAgain) {
 }
 
 TEST_F(Faults, MailSettingsThatWereLockedAtTheStartAreImportedAndReadForTheNextMail) {
-    HaveTheRaidManagersSettingsOnly();
-    const std::string lockFile = std::string(kFile) + ".lock";
-    const CUniqueFd lock(::open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    ASSERT_EQ(::flock(lock.Get(), LOCK_EX), 0);
-    const CTraceCapture trace;
-    module_ = library_.StartModule(agent_);
-    EXPECT_TRUE(trace.Has("settings imported into shared"));  // into memory
-    for (const char* servers : {"0", "2"}) {
-        EXPECT_FALSE(std::filesystem::exists(kFile));
-        const unsigned int replies = agent_.Replies();
-        Request(kMail);
-        EXPECT_TRUE(agent_.AwaitReplies(replies + 1));
-        EXPECT_TRUE(trace.Has("EM_ALERT            : Available internal SMTP settings: " + std::string(servers)));
-        ::flock(lock.Get(), LOCK_UN);
+    const std::function<void()> mails[] = {[&] { Request(kMail); }, [&] { Request(kTestMail); }, [&] { Event(); },
+                                           [&] { Event(kUpdateMailOn), Event(kUpdates); }};
+    CTraceCapture trace;
+    timeFlies = true;  // while the module waits for the lock
+    for (const auto& mail : mails) {
+        HaveTheRaidManagersSettingsOnly();
+        const CUniqueFd lock(::open((std::string(kFile) + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+        ASSERT_EQ(::flock(lock.Get(), LOCK_EX), 0);
+        trace.Clear();
+        module_ = library_.StartModule(agent_);
+        EXPECT_TRUE(trace.Has("settings imported into shared"));  // into memory
+        for (const char* servers : {"0", "2"}) {
+            EXPECT_FALSE(std::filesystem::exists(kFile));
+            trace.Clear();
+            mail();
+            EXPECT_TRUE(trace.Await("SMTP configurations added: " + std::string(servers)));
+            ::flock(lock.Get(), LOCK_UN);
+        }
+        EXPECT_TRUE(std::filesystem::exists(kFile));
     }
-    EXPECT_TRUE(std::filesystem::exists(kFile));
+    timeFlies = false;
 }
 
 TEST_F(Faults, AnImportIsSavedUnlessThePlaceIsNoGood) {
@@ -311,7 +325,6 @@ TEST_F(Faults, MailsAreRefusedWhileNinetyNineWait) {
 
 /// Wherever something is traced, a thread of the agent, or the worker, may end.
 TEST_F(Faults, AThreadThatIsKilledInTheModuleDoesNotTakeTheProcessWithIt) {
-    const std::string kTestMail = R"("OC":"0x2242")";
     const std::pair<const char*, std::function<void()>> kills[] = {
         {": Beep alert ", [&] { module_->OnSwitchStarted(nullptr); }},
         {"(RPL)", [&] { Event(); }},
