@@ -299,12 +299,18 @@ TEST_F(Faults, AnImportIsSavedUnlessThePlaceIsNoGood) {
     std::filesystem::create_directory(std::string(kFile) + ".lock");  // so that none can be made
     module_->OnSwitchStarted(nullptr);
     EXPECT_TRUE(std::filesystem::exists(kFile));
-    std::filesystem::remove_all(directory);
-    std::ofstream(directory) << "no directory";
-    const CTraceCapture trace(3);
-    module_->OnSwitchStarted(nullptr);
-    EXPECT_TRUE(trace.Has("\nCNotificationConfig : ERROR! FAILED to save file \"" + std::string(kFile) + "\"!"));
-    EXPECT_TRUE(trace.Has("settings imported into shared"));
+    const std::pair<std::filesystem::path, std::string> places[] = {
+        {directory, "save file \"" + std::string(kFile)},
+        {directory.parent_path(), "create directory \"" + directory.string()},
+    };
+    for (const auto& [noDirectory, failure] : places) {
+        std::filesystem::remove_all(noDirectory);
+        std::ofstream(noDirectory) << "no directory";
+        const CTraceCapture trace(3);
+        module_->OnSwitchStarted(nullptr);
+        EXPECT_TRUE(trace.Has("\nCNotificationConfig : ERROR! FAILED to " + failure + "\"!"));
+        EXPECT_TRUE(trace.Has("settings imported into shared"));
+    }
 }
 
 TEST_F(Faults, MailsAreRefusedWhileNinetyNineWait) {
