@@ -5,12 +5,15 @@
 #include <chrono>
 #include <cstdarg>
 #include <dlfcn.h>
+#include <memory>
 #include <netdb.h>
 #include <string_view>
 #include <thread>
+#include <unistd.h>
 
 #include <curl/curl.h>
 
+#include "mail/smtp/CurlUse.h"
 #include "mail/smtp/MailPayload.h"
 #include "mail/smtp/Smtp.h"
 #include "mail/smtp/SmtpDialogue.h"
@@ -22,6 +25,7 @@
 using namespace std::string_literals;
 
 std::atomic<bool> isLookUpHanging{false};
+std::atomic<int> statusOfSleepers{0};
 
 // This program's resolver, which libcurl uses as well.
 extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* name, const char* service,
@@ -36,6 +40,15 @@ extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* na
         std::this_thread::sleep_for(std::chrono::minutes(2));
     }
     return real(name, service, hints, found);
+}
+
+/// Ends the process when it is not to sleep.
+extern "C" __attribute__((visibility("default"))) int nanosleep(const timespec* time, timespec* left) {
+    static const auto real = reinterpret_cast<decltype(&nanosleep)>(::dlsym(RTLD_NEXT, "nanosleep"));
+    if (statusOfSleepers != 0) {
+        ::_exit(statusOfSleepers);
+    }
+    return real(time, left);
 }
 
 namespace {
@@ -142,7 +155,8 @@ TEST(SmtpClient, BuildsThePayload) {
     EXPECT_EQ(payload + "|" + Payload("ops\r\nBcc: evil", message), ReadFile(EM_TEST_DATA "/payloads"));
     for (const std::string sender : {"<ops>", "<ops>>", "ops>x<", "<ops", ""}) {
         const std::string mail = sender.starts_with("<ops>") ? "ops" : sender;
-        EXPECT_EQ(Payload(sender.c_str(), kMessage).find("From: " + mail + "To: anna@example.org\nSubject"), 0U) << sender;
+        EXPECT_EQ(Payload(sender.c_str(), kMessage).find("From: " + mail + "To: anna@example.org\nSubject"), 0U)
+            << sender;
     }
 }
 
@@ -279,4 +293,17 @@ TEST(SmtpFaults, AStopDoesNotWaitForALookUp) {
     EXPECT_EQ(CSmtp(&stopping).SendMail(kSender, kMessage, "hangs.example", 25, "user", "x", false),
               CURLE_ABORTED_BY_CALLBACK);
     EXPECT_LT(Seconds(std::chrono::steady_clock::now() - start).count(), 3);
+}
+
+TEST(SmtpFaults, AnExitWaitsForTransfersOnly) {
+    for (const bool transfers : {false, true}) {
+        EXPECT_EXIT(
+            {
+                CCurlUse::Prepare();
+                const auto use = transfers ? std::make_unique<CCurlUse>() : nullptr;
+                statusOfSleepers = 7;
+                std::exit(0);
+            },
+            ::testing::ExitedWithCode(transfers ? 7 : 0), "");
+    }
 }
