@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "notification/FileLock.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <fcntl.h>
@@ -45,7 +44,7 @@ void TraceLockable(bool isLockable) {
 
 class CFileLock::CDeadline {
 public:
-    explicit CDeadline(int timeoutMs) : end_(Clock::now() + std::chrono::milliseconds(std::max(timeoutMs, 0))) {}
+    explicit CDeadline(int timeoutMs) : end_(Clock::now() + std::chrono::milliseconds(timeoutMs)) {}
 
     /// Sleeps for a moment.
     /// @return false when the time is up
