@@ -87,7 +87,9 @@ name = "other"
 command = ["/bin/sh", "-c", "exit 1"]
 interval = "200ms"
 """
-        self.start(more=other)
+        self.start()
+        self.submit("other", status=0)
+        self.reload(read(self.folder / "em-alertd.toml") + other)  # from here on it is no report's alone
         self.plugin(2, "DISK full")
         self.awaits(lambda: self.status()["pending"] == 2)
         (self.folder / "em-alertd.toml").write_text(other)
@@ -112,7 +114,7 @@ interval = "200ms"
 [[check]]
 name = "hangs"
 interval = "2s"
-command = ["/bin/sh", "-c", "SLEEP & setsid -w SLEEP"]
+command = ["/bin/sh", "-c", "trap '' TERM; SLEEP & setsid -w SLEEP"]
 timeout = "300ms"
 [[check]]
 name = "silent"
@@ -135,6 +137,7 @@ command = ["/bin/sh", "-c", "yes | head -c 100000000; exit 1"]
 [[check]]
 name = "reported"
 freshness = "200ms"
+attempts = 2
 """.replace("SLEEP", sleep).replace("MISSING", str(missing)))
         expected = {"hangs": (0, "ended after 0.3 s without an answer"), "silent": (1, "no output, exit status 0"),
                     "missing": (2, f"{missing} cannot be started: No such file or directory"), "loud": (2, "y"),
@@ -241,10 +244,17 @@ if-installed = true
         self.assertEqual([read(self.folder / "log").count(words) for words in told], [1, 1])
 
     def test_reloads_put_nothing_off(self):
+        alone = f"mkdir {self.folder}/at || echo >>{self.folder}/not-alone; sleep 0.05; rmdir {self.folder}/at"
         config = f"""
+parallel = 1
 [[check]]
 name = "first"
-command = ["/bin/true"]
+command = ["/bin/sh", "-c", "{alone}"]
+interval = "100ms"
+[[check]]
+name = "next"
+command = ["/bin/sh", "-c", "{alone}"]
+interval = "100ms"
 [[check]]
 name = "second"
 command = ["/bin/sh", "-c", "echo >>{self.folder}/ran"]
@@ -254,8 +264,10 @@ name = "reported"
 freshness = "2s"
 [[check]]
 name = "rare"
-command = ["/bin/true"]
+command = ["/bin/false"]
 interval = "30d"
+attempts = 2
+retry = "100ms"
 """
         self.file("em-alertd.toml", config)
         self.start()
@@ -264,8 +276,14 @@ interval = "30d"
             self.reload(config)
         self.assertGreaterEqual(len(read(self.folder / "ran")), 2)
         self.assertEqual(self.component("reported")["status"], 2)
-        first = datetime.datetime.fromisoformat(self.component("rare")["next"])
-        self.assertLess(first - datetime.datetime.now(datetime.timezone.utc), datetime.timedelta(minutes=10))
+        self.assertFalse((self.folder / "not-alone").exists())
+
+        def rare():
+            now = datetime.datetime.now(datetime.timezone.utc)
+            return datetime.datetime.fromisoformat(self.component("rare")["next"]) - now
+        self.assertLess(rare(), datetime.timedelta(minutes=10))
+        self.assertEqual(self.command("check", "rare")[0], 0)
+        self.awaits(lambda: rare() > datetime.timedelta(days=29))  # no retries once it is told
 
     def test_what_the_package_brings_is_in_order(self):
         unit = self.file("em-alertd.service", read(FILES / "em-alertd.service").replace("/usr/bin/em-alertd", SERVICE))
