@@ -125,10 +125,16 @@ freshness = "1h"
         for alert in (alert for _, alerts in Fleet.told[before:] for alert in alerts):
             self.assertLessEqual(alert["startsAt"], alert.get("endsAt", now))
             self.assertLessEqual(alert.get("endsAt", now), now)
+        move(-DAY, 400)
+        before = len(Fleet.told)
+        self.submit("late")
+        news = []
+        self.awaits(lambda: news.extend(alerts for _, alerts in Fleet.told[before:] if "late" in str(alerts)) or news)
+        self.assertNotIn("endsAt", str(news[0]))  # told long enough
         self.end(signal.SIGTERM)
         self.start()  # which has been told of times to come
-        self.awaits(lambda: self.failed() == 2)
-        for timers, status in ((3500, 1), (3600, 2)):
+        self.awaits(lambda: self.failed() == 3)
+        for timers, status in ((3900, 1), (4000, 2)):
             move(-DAY, timers)
             self.pass_timers()
             self.assertEqual(self.component("reports")["status"], status)

@@ -225,7 +225,7 @@ if-installed = true
         self.awaits(lambda: self.service.poll() is not None or self.answers())
         self.submit("fan")
         self.service.terminate()
-        self.assertEqual(self.service.wait(20), 0)
+        self.assertEqual((self.service.wait(20), self.socket.exists()), (0, False))
 
     def test_what_cannot_be_written_is_told_once(self):
         os.mkdir(self.folder / "full")
@@ -238,10 +238,13 @@ if-installed = true
         told = [f"cannot save the state in {self.folder}/state: No space left", f"cannot write {self.folder}/full/metrics"]
         self.awaits(lambda: all(words in read(self.folder / "log") for words in told))
         self.submit("d")
-        subprocess.run(["mount", "-o", "remount,nr_inodes=100", self.folder / "full"], check=True)
+        subprocess.run(["mount", "-o", "remount,ro", self.folder / "full"], check=True)
+        self.submit("other reasons")
+        self.awaits(lambda: read(self.folder / "log").count("Read-only") == 2)
+        subprocess.run(["mount", "-o", "remount,rw,nr_inodes=100", self.folder / "full"], check=True)
         self.submit("e")
         self.awaits(lambda: "is saved again" in read(self.folder / "log") and "is written again" in read(self.folder / "log"))
-        self.assertEqual([read(self.folder / "log").count(words) for words in told], [1, 1])
+        self.assertEqual([read(self.folder / "log").count(words) for words in told], [1, 2])  # once for each reason
 
     def test_reloads_put_nothing_off(self):
         alone = f"mkdir {self.folder}/at || echo >>{self.folder}/not-alone; sleep 0.05; rmdir {self.folder}/at"
