@@ -175,6 +175,13 @@ freshness = "1h"
         move(0, passed + DAY)
         self.pass_timers()
         self.assertEqual((self.failed(), len(server.mails())), (8, 2))
+        self.mail_server("--reply", "MAIL=550 no")
+        self.assertEqual(self.command("setting", "severity", "1")[0], 0)
+        self.submit("raid", status=0)  # the mail that all is well
+        self.awaits(lambda: read(self.folder / "log").count("raid: no server took the mail; it is tried again in 1 min") == 2)
+        server = self.mail_server()
+        move(0, passed + DAY + 61)
+        self.awaits(lambda: len(server.mails()) == 1)
 
     def memory(self):
         status = read(pathlib.Path(f"/proc/{self.service.pid}/status"))

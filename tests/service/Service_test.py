@@ -372,6 +372,9 @@ retry = "100ms"
         self.assertIn("none answers at /no/socket: ", self.run_command("--socket", "/no/socket", "check-config")[1])
         self.assertNotIn("none answers", self.run_command("--module", LIBRARY, "check-config")[1])
         self.assertEqual(self.command("reset", "mail")[0], 0)
+        self.end()
+        self.start()
+        self.assertRegex(self.command("setting")[1], "mail +on")
         self.configure(more='[alertmanager]\nurls = []')
         config = self.folder / "em-alertd.toml"
         config.write_text(read(config).replace("subject =", "# ").replace('"$(ComponentDesignation)', '"by file: $(ComponentName)'))
