@@ -478,7 +478,7 @@ textfile = "{self.folder}/em_alert.prom"
 
         def lasts(severity, lasting):
             return any(alert["labels"] == labels | {"severity": severity} and ("endsAt" not in alert) == lasting
-                       for path, alerts in Fleet.told if path == "/api/v2/alerts" for alert in alerts)
+                       for path, alerts in Fleet.told if path == "/fleet/api/v2/alerts" for alert in alerts)
         self.awaits(lambda: lasts("warning", True))
         self.plugin(2, "5 packages available")
         self.awaits(lambda: lasts("critical", True) and lasts("warning", False))

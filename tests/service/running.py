@@ -80,7 +80,7 @@ class ServiceTest(ProgramTest):
         threading.Thread(target=fleet.serve_forever, daemon=True).start()
         self.addCleanup(fleet.server_close)
         self.addCleanup(fleet.shutdown)
-        return f'[alertmanager]\nurls = ["http://127.0.0.1:1", "http://127.0.0.1:{fleet.server_port}/"]'
+        return f'[alertmanager]\nurls = ["http://127.0.0.1:1", "http://127.0.0.1:{fleet.server_port}/fleet/"]'
 
     def configure(self, head="", more="", attempts=1):
         return self.file("em-alertd.toml", CONFIG.format(head=head, more=more, attempts=attempts, folder=self.folder))
