@@ -44,4 +44,6 @@ TEST(Rijndael, Base64StopsAtRubbish) {
     for (const auto& row : DataRows(EM_TEST_DATA "/base64.txt")) {
         EXPECT_EQ(CRijndael::base64_decode(row[0]), row[1]) << row[0];
     }
+    const unsigned char bytes[] = {'M', '~', '~'};
+    EXPECT_EQ(CRijndael::base64_encode(bytes, 1), "TQ==");  // and nothing of what lies behind
 }

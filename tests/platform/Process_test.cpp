@@ -125,7 +125,9 @@ TEST(Process, EndsTheWholeGroup) {
         pid = grandchild(dropped);
         CProcess moved = std::move(dropped);
         EXPECT_TRUE(moved.IsRunning() && !dropped.IsRunning());  // NOLINT(bugprone-use-after-move): it promises that
+        const int output = moved.GetOutput();
         refuses = std::move(moved);
+        EXPECT_EQ(refuses.GetOutput(), output);
         refuses = CProcess();
     }
     AwaitGone(pid);
