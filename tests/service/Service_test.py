@@ -287,6 +287,7 @@ retry = "100ms"
         self.assertLess(rare(), datetime.timedelta(minutes=10))
         self.assertEqual(self.command("check", "rare")[0], 0)
         self.awaits(lambda: self.component("rare")["status"] == 2 and rare() > datetime.timedelta(days=29))  # no more retries
+        self.end(signal.SIGTERM)  # with its checks, which write into the folder
 
     def test_what_the_package_brings_is_in_order(self):
         unit = self.file("em-alertd.service", read(FILES / "em-alertd.service").replace("/usr/bin/em-alertd", SERVICE))
