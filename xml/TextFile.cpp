@@ -62,13 +62,19 @@ public:
     }
 
     /// Takes owner, access-control list, extended attributes and mode of an existing file. What cannot be kept is an
-    /// error: others would lose the file, or strangers could read it.
+    /// error: others would lose the file, or strangers could read it. A host that must not change owners can still
+    /// replace a file of its own.
     int TakeRightsOf(const std::string& path) const {
         struct stat old {};
         if (::stat(path.c_str(), &old) != 0) {
             return errno == ENOENT ? 0 : errno;
         }
-        if (::fchown(fd_.Get(), old.st_uid, old.st_gid) != 0) {
+        struct stat own {};
+        if (::fstat(fd_.Get(), &own) != 0) {
+            return errno;
+        }
+        const bool isOwned = own.st_uid == old.st_uid && own.st_gid == old.st_gid;
+        if (!isOwned && ::fchown(fd_.Get(), old.st_uid, old.st_gid) != 0) {
             return errno;
         }
         const int error = CopyFileAttributes(path, fd_.Get());

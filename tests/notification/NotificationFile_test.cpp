@@ -45,14 +45,19 @@ TEST(NotificationFile, SaveKeepsRightsAndLinks) {
     std::filesystem::rename(config.Path(), real);
     std::filesystem::create_symlink("../../link", config.Path());
     std::filesystem::create_symlink(real, directory / "link");
-    const gid_t group = ::geteuid() == 0 ? 13 : ::getegid();
-    ASSERT_EQ(::chown(real.c_str(), kOwner, group), 0);
+    const gid_t otherGroup = ::geteuid() == 0 ? 13 : ::getegid();
     // The directory gives new files a list of their own, which a file without one must not get.
     ASSERT_EQ(::setxattr((directory / "").c_str(), "system.posix_acl_default", list.data(), list.size(), 0), 0);
-    for (const mode_t mode : {02640U, 0604U}) {
+    const struct {
+        mode_t mode;
+        uid_t owner;
+        gid_t group;
+    } rights[] = {{02640, kOwner, ::getegid()}, {0604, ::geteuid(), otherGroup}};
+    for (const auto& [mode, owner, group] : rights) {
+        ASSERT_EQ(::chown(real.c_str(), owner, group), 0);
         ASSERT_TRUE(::chmod(real.c_str(), mode) == 0 && config.SetSender("c@d" + std::to_string(mode)) &&
                     config.Save() && ::lstat(real.c_str(), &status) == 0);
-        EXPECT_TRUE((status.st_mode & 07777) == mode && status.st_uid == kOwner && status.st_gid == group);
+        EXPECT_TRUE((status.st_mode & 07777) == mode && status.st_uid == owner && status.st_gid == group);
         EXPECT_TRUE(::getxattr(real.c_str(), kList, nullptr, 0) < 0 && errno == ENODATA);
         EXPECT_NE(ReadFile(real).find("c@d" + std::to_string(mode)), std::string::npos);
     }
