@@ -67,11 +67,12 @@ void CServiceClient::Fail(const std::string& reason) const {
 void CServiceClient::Send(const std::string& line) {
     const std::string text = line + "\n";
     for (std::size_t sent = 0; sent < text.size();) {
-        const ssize_t count = ::send(socket_.Get(), text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
-        if (count < 0 && errno != EINTR) {
+        const ssize_t count =
+            TEMP_FAILURE_RETRY(::send(socket_.Get(), text.data() + sent, text.size() - sent, MSG_NOSIGNAL));
+        if (count < 0) {
             Fail("sending failed: " + std::generic_category().message(errno));
         }
-        sent += count > 0 ? static_cast<std::size_t>(count) : 0;
+        sent += static_cast<std::size_t>(count);
     }
 }
 

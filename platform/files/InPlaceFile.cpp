@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/files/RegularFile.h"
 
@@ -19,11 +20,8 @@ constexpr std::size_t kSmallFile = 16384;
 std::size_t WriteAt(int file, std::string_view bytes, std::size_t offset) {
     std::size_t done = 0;
     while (done < bytes.size()) {
-        const ssize_t count =
-            ::pwrite(file, bytes.data() + done, bytes.size() - done, static_cast<off_t>(offset + done));
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
+        const ssize_t count = TEMP_FAILURE_RETRY(
+            ::pwrite(file, bytes.data() + done, bytes.size() - done, static_cast<off_t>(offset + done)));
         if (count <= 0) {
             break;
         }

@@ -10,25 +10,21 @@
 
 namespace {
 
-constexpr std::size_t kReadSize = 4096;  // beyond the size that a file tells
+constexpr std::size_t kReadSize = 4096;  // at least; more at once where a file tells its size
 
-int ReadToEnd(int fd, std::size_t capacity, std::size_t limit, std::string& text) {
-    for (std::size_t length = text.size();;) {
-        text.resize(capacity);
-        const ssize_t count = ::read(fd, text.data() + length, capacity - length);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        const int error = count < 0 ? errno : 0;
-        length += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
-        if (count <= 0 || length > limit) {
+int ReadToEnd(int fd, std::size_t size, std::size_t limit, std::string& text) {
+    std::size_t length = text.size();
+    text.resize(std::max(size, length));
+    while (length <= limit) {
+        text.resize(std::max(text.size(), length + kReadSize));
+        const ssize_t count = TEMP_FAILURE_RETRY(::read(fd, text.data() + length, text.size() - length));
+        if (count <= 0) {
             text.resize(length);
-            return length > limit ? EFBIG : error;
+            return count < 0 ? errno : 0;
         }
-        if (length == capacity) {
-            capacity *= 2;
-        }
+        length += static_cast<std::size_t>(count);
     }
+    return EFBIG;
 }
 
 }  // namespace
@@ -44,7 +40,7 @@ int ReadRegularFile(int fd, std::size_t limit, std::string& text, struct stat& s
     if (size > limit) {
         return EFBIG;
     }
-    return ReadToEnd(fd, std::max(size, text.size()) + kReadSize, limit, text);
+    return ReadToEnd(fd, size, limit, text);
 }
 
 int ReadRegularFile(const std::string& path, std::size_t limit, std::string& text, struct stat& status) {

@@ -6,11 +6,11 @@
 
 int WriteAll(int file, std::string_view text) {
     while (!text.empty()) {
-        const ssize_t written = ::write(file, text.data(), text.size());
-        if (written < 0 && errno != EINTR) {
+        const ssize_t written = TEMP_FAILURE_RETRY(::write(file, text.data(), text.size()));
+        if (written < 0) {
             return errno;
         }
-        text.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+        text.remove_prefix(static_cast<std::size_t>(written));
     }
     return 0;
 }

@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <system_error>
+#include <unistd.h>
 
 #include "platform/files/UniqueFd.h"
 
@@ -123,12 +124,11 @@ std::vector<CInterfaceAddress> ReadInterfaceAddresses(unsigned int interfaceInde
     std::vector<CInterfaceAddress> addresses;
     std::vector<std::byte> buffer(kReceiveBuffer);
     for (;;) {
-        const ssize_t received = ::recv(netlink.Get(), buffer.data(), buffer.size(), 0);
-        if (received < 0 && errno != EINTR) {
+        const ssize_t received = TEMP_FAILURE_RETRY(::recv(netlink.Get(), buffer.data(), buffer.size(), 0));
+        if (received < 0) {
             Fail(errno);
         }
-        if (received >= 0 &&
-            !TakeMessages(CBytes(buffer).first(static_cast<std::size_t>(received)), wanted, addresses)) {
+        if (!TakeMessages(CBytes(buffer).first(static_cast<std::size_t>(received)), wanted, addresses)) {
             return addresses;
         }
     }

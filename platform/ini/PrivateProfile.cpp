@@ -116,7 +116,7 @@ std::optional<CChange> PlanChange(std::string_view text, std::string_view sectio
 
 /// An end of file without newline, or the limit of a line, can be in front of the new text.
 void StartOnNewLine(std::string_view text, CChange& change) {
-    if (change.begin > 0 && text[change.begin - 1] != '\n' && !change.text.empty() && change.text.front() != '\n') {
+    if (!text.substr(0, change.begin).ends_with('\n') && !change.text.empty() && !change.text.starts_with('\n')) {
         change.text.insert(0, 1, '\n');
     }
 }

@@ -99,12 +99,8 @@ bool AwaitReadable(int fd, std::chrono::milliseconds limit) {
 
 /// @return false when somebody else has reaped the process
 bool WaitFor(int pidFd, siginfo_t& info, int options) {
-    int result{};
-    do {
-        info = {};
-        result = ::waitid(P_PIDFD, static_cast<id_t>(pidFd), &info, WEXITED | options);
-    } while (result != 0 && errno == EINTR);
-    return result == 0;
+    info = {};
+    return TEMP_FAILURE_RETRY(::waitid(P_PIDFD, static_cast<id_t>(pidFd), &info, WEXITED | options)) == 0;
 }
 
 /// Commands that did not go when they were killed, until they can be reaped.
@@ -228,8 +224,7 @@ int CProcess::Start(const std::vector<std::string>& command) {
     if (!pidFd_) {
         error = errno;
         ::kill(-pid_, SIGKILL);
-        while (::waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
-        }
+        TEMP_FAILURE_RETRY(::waitpid(pid_, nullptr, 0));
         return error;
     }
     output_ = std::move(reading);

@@ -47,6 +47,17 @@ pthread_key_t NextKey() {
     return key;
 }
 
+/// Another thread's, when there is one, is given back between the two keys of a device.
+std::vector<pthread_key_t> lowKeys;
+int madeKeys = 0;
+pthread_key_t* MadeKey(pthread_key_t* key) {
+    if (++madeKeys == 2 && !lowKeys.empty()) {
+        ::pthread_key_delete(lowKeys.back());
+        lowKeys.pop_back();
+    }
+    return key;
+}
+
 }  // namespace
 
 // This program's own: nobody sleeps, and what a tone asks for fails when told to.
@@ -65,6 +76,7 @@ extern "C" int usleep(unsigned int microseconds) {
 }
 
 EM_CAN_FAIL(pthread_setspecific, noexcept, (pthread_key_t key, const void* value), key, value)
+EM_CAN_FAIL(pthread_key_create, noexcept, (pthread_key_t * key, void (*atEnd)(void*)), MadeKey(key), atEnd)
 
 TEST(DeviceBeeper, TracesAFailureAndSwitchesTheToneOffAllTheSame) {
     InPrivateNamespace([] {
@@ -202,6 +214,7 @@ TEST(DeviceIoPerThread, DescriptorsOutliveTheObjectUntilTheirThreadsEnd) {
 TEST(DeviceIoPerThread, NothingIsClosedTwice) {
     Device device("/dev/null", true);
     CUniqueFd other;
+    long long again = -1;
     std::thread([&] {
         const int second = static_cast<int>(device.getHandle());
         ::close(second);
@@ -209,8 +222,37 @@ TEST(DeviceIoPerThread, NothingIsClosedTwice) {
         EXPECT_EQ(device.LastError(), static_cast<std::uint32_t>(EBADF));
         other.Reset(::open("/dev/zero", O_RDONLY | O_CLOEXEC));
         EXPECT_EQ(other.Get(), second);  // the number is someone else's by now
+        again = device.getHandle();
     }).join();
-    EXPECT_TRUE(IsOpen(other.Get()) && CDeviceIo::termHandling(reinterpret_cast<void*>(-1L)));
+    EXPECT_TRUE(again > other.Get() && !IsOpen(again) && IsOpen(other.Get()) &&
+                CDeviceIo::termHandling(reinterpret_cast<void*>(-1L)));
+}
+
+TEST(DeviceIoPerThread, IsClosedAtAThreadsEndWhateverKeysAreFree) {
+    const pthread_key_t key = NextKey();
+    long long handle = -1;
+    for (const std::size_t count : {0U, 1U}) {
+        lowKeys.resize(count);
+        std::ranges::for_each(lowKeys, [](pthread_key_t& low) { ::pthread_key_create(&low, nullptr); });
+        madeKeys = 0;
+        Device device("/dev/null", true);
+        EXPECT_TRUE(lowKeys.empty() && madeKeys == 2 + static_cast<int>(count));
+        std::thread([&] { handle = device.getHandle(); }).join();
+        EXPECT_TRUE(handle > 0 && !IsOpen(handle));
+    }
+    for (const int after : {0, 1}) {  // the first key is missing, the second
+        failing = {"pthread_key_create", EAGAIN, 1, after};
+        Device none("/dev/null", true);
+        EXPECT_FALSE(none.Open() || none.IoControl(TCGETS, nullptr, 0, nullptr, 0, nullptr));
+        EXPECT_TRUE(none.LastError() == EAGAIN && none.getHandle() == -1 && none.Close());
+    }
+    const CTraceCapture trace(5);
+    Device full("/dev/null", true);
+    failing = {"pthread_setspecific", ENOMEM, 1};
+    EXPECT_TRUE(!full.Open() && full.LastError() == ENOMEM && !IsOpen(handle));
+    EXPECT_EQ(trace.Prints(),
+              std::vector{"\nCDeviceIo::getHandle: Device /dev/null closed, fd=" + std::to_string(handle)});
+    EXPECT_TRUE(full.Close() && NextKey() == key + 2);
 }
 
 TEST(DeviceIoPerThread, NothingIsAdoptedAfterTheRelease) {
@@ -271,6 +313,9 @@ TEST(DeviceBios, MapsOnePieceAtATimeAndRefusesTheRest) {
         EXPECT_EQ(none.MapPhysicalMemory(0, 4096, 8, false), nullptr);
         EXPECT_EQ(unconnected.MapPhysicalMemory(0, 4096, 8, false), nullptr);
         EXPECT_TRUE(none.LastError() == ENOENT && unconnected.LastError() == ENOTCONN);
+        CDeviceBios folder("/dev/null", "/dev");
+        EXPECT_EQ(folder.MapPhysicalMemory(0, 4096, 8, false), nullptr);
+        EXPECT_EQ(folder.LastError(), static_cast<unsigned int>(ENODEV));
     };
     EXPECT_EQ(TracesByLevel(scenario), ReadFile(EM_TEST_DATA "/bios.trace"));
 }

@@ -174,11 +174,19 @@ TEST(SmtpClient, ReadsThePayloadLineByLine) {
 }
 
 TEST(SmtpClient, SetsAllOptionsOfATransfer) {
+    using enum CSMTPClient::SmtpAuthentication;
+    const std::string options = ReadFile(EM_TEST_DATA "/options");
     areOptionsNoted = true;
     EXPECT_EQ(CSmtp().SendMail(kSender, kMessage, "fails.example", 26, "user", "pass word=", true),
               CURLE_COULDNT_RESOLVE_HOST);
+    EXPECT_EQ(std::exchange(noted, ""), options);
+    for (const auto authentication : {Login, None}) {
+        EXPECT_EQ(
+            CSMTPClient().SendMail(kSender, kMessage, "fails.example", 26, "user", "pass word=", authentication, true),
+            CURLE_COULDNT_RESOLVE_HOST);
+        EXPECT_EQ(std::exchange(noted, "") == options, authentication == Login);
+    }
     areOptionsNoted = false;
-    EXPECT_EQ(noted, ReadFile(EM_TEST_DATA "/options"));
 }
 
 TEST(SmtpClient, DeliversAnyTextUnharmed) {

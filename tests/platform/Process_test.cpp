@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 
@@ -42,11 +43,18 @@ void AwaitGone(pid_t pid) {
     }
 }
 
+bool isHeld = false;  // by a device that does not answer: nothing ends a process then
+
 bool HasChild() {
     return ::waitpid(-1, nullptr, WNOHANG) != -1 || errno != ECHILD;
 }
 
 }  // namespace
+
+extern "C" int poll(pollfd* files, nfds_t count, int timeoutMs) {
+    static const auto real = reinterpret_cast<decltype(&poll)>(::dlsym(RTLD_NEXT, "poll"));
+    return isHeld ? 0 : real(files, count, timeoutMs);
+}
 
 TEST(Process, TellsOutputAndEnd) {
     const std::string big(200000, 'x');
@@ -135,6 +143,34 @@ TEST(Process, EndsTheWholeGroup) {
     ASSERT_EQ(::waitpid(stolen.GetPid(), nullptr, 0), stolen.GetPid());
     EXPECT_EQ(stolen.Wait(20s), CProcess::CEnd{});
     EXPECT_FALSE(HasChild());
+}
+
+TEST(Process, ThatNothingEndsIsReapedLater) {
+    CProcess process = RunShell("sleep 99");
+    const pid_t pid = process.GetPid();
+    isHeld = true;
+    EXPECT_EQ(process.End(0ms), (CProcess::CEnd{EHow::Stuck, 0}));
+    isHeld = false;
+    EXPECT_FALSE(process.IsRunning() || process.Wait(0ms));
+    AwaitGone(pid);
+    EXPECT_TRUE(HasChild());
+    EXPECT_EQ(process.Start({}), EINVAL);
+    EXPECT_FALSE(HasChild());
+}
+
+TEST(Process, IsNotStartedWithoutTheDescriptorsThatItTakes) {
+    InChild([] {
+        ::close_range(3, ~0U, 0);
+        CProcess process;
+        for (rlim_t room = 0; room < 4; ++room) {  // two for the pipe, one that tells the end
+            const rlimit limit{3 + room, 1024};
+            ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+            EXPECT_EQ(process.Start({"sleep", "9"}), room < 3 ? EMFILE : 0);
+            EXPECT_TRUE(process.IsRunning() == (room == 3) && HasChild() == (room == 3));
+        }
+        process = CProcess();
+        EXPECT_EQ(::open("/dev/null", O_RDONLY | O_CLOEXEC), 3);
+    });
 }
 
 TEST(Process, IsAwaitedWhateverSignalsCome) {

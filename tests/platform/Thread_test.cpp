@@ -105,6 +105,7 @@ TEST(Thread, OperationsFollowItsKindAndState) {
                       ::usleep(1000);
                   }
                   EXPECT_TRUE(thread.Kill(1));
+                  EXPECT_FALSE(CThread().Exists());  // and goes without a word
               }),
               ReadFile(EM_TEST_DATA "/thread.traces"));
 }
