@@ -7,13 +7,13 @@
 #include <climits>
 #include <csignal>
 #include <fcntl.h>
+#include <filesystem>
 #include <functional>
 #include <iterator>
 #include <map>
 #include <poll.h>
 #include <spawn.h>
 #include <sstream>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -291,14 +291,9 @@ std::vector<pid_t> CProcess::FindByName(const std::string& name) {
 }
 
 std::vector<pid_t> CProcess::FindByExecutable(const std::string& path) {
-    struct stat wanted {};
-    if (::stat(path.c_str(), &wanted) != 0) {
-        return {};
-    }
-    return FindProcesses([&wanted](const std::string& directory) {
-        struct stat status {};
-        return ::stat((directory + "/exe").c_str(), &status) == 0 && status.st_dev == wanted.st_dev &&
-               status.st_ino == wanted.st_ino;
+    return FindProcesses([&path](const std::string& directory) {
+        std::error_code ignored;  // of a process that has ended, or is another user's
+        return std::filesystem::equivalent(directory + "/exe", path, ignored);
     });
 }
 

@@ -197,10 +197,10 @@ class Console(ProgramTest):
         session.ends()
 
 
-def run(test, line, text=""):
+def run(test, line, text="", **environment):
     """One command, as a shell starts it: its exit status, and both outputs."""
     done = subprocess.run([COMMAND, *shlex.split(line)], input=text, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          text=True, timeout=60, check=False, env=os.environ | {"HOME": str(test.folder)})
+                          text=True, timeout=60, check=False, env=os.environ | {"HOME": str(test.folder)} | environment)
     return done.returncode, done.stdout
 
 
@@ -224,6 +224,15 @@ class SingleCommands(ProgramTest):
                 self.assertEqual(status, int(text), f"{command}: {output}")
         self.assertEqual((self.folder / ".local/state").stat().st_mode & 0o777, 0o700)
 
+    def test_settings_are_kept_where_it_is_said(self):
+        xdg = {"XDG_STATE_HOME": str(self.folder / "xdg")}
+        for words, environment, place in (("", {}, ".local/state/em-alert"), ("", xdg, "xdg/em-alert"),
+                                          (f"--state {self.folder}/own", xdg, "own")):
+            self.assertEqual(run(self, f"--module {LIBRARY} {words} setting beep off", **environment)[0], 0)
+            (kept,) = self.folder.rglob("settings.json")
+            self.assertEqual(kept.parent, self.folder / place)
+            kept.unlink()
+
     def test_wrong_causes_are_not_named(self):
         path = pathlib.Path("/etc/kestrel/HostwardenSuite/ManagedNode/Notifications/Notifications.xml")
         path.parent.mkdir(parents=True)
@@ -233,6 +242,10 @@ class SingleCommands(ProgramTest):
             self.assertEqual((status, "Notifications.xml" in output), (1, True), output)
             self.assertNotIn("(not set)", output)
         self.assertIn("one thing is wrong", output)
+        path.write_text("<Notifications/>")
+        for mode in (0o640, 0o604):
+            path.chmod(mode)
+            self.assertIn(f"{path} holds passwords and may be read by others: chmod 600", run(self, "check-config")[1])
         path.unlink()
         with open(f"{path}.lock", "w", encoding="ascii") as lock:
             lock.write("somebody #1")
@@ -257,6 +270,7 @@ class SingleCommands(ProgramTest):
     def test_the_words_of_completion_and_manual_are_those_of_the_table(self):
         self.assertEqual(run(self, "--complete se"), (0, "send-mail\nset\nsetting\n"))
         self.assertEqual(run(self, "--complete set smtps ''"), (0, "1\n2\n"))
+        self.assertEqual(run(self, "--complete reset mail ''"), (0, ""))
         page = run(self, "--man")[1]
         done = subprocess.run(["groff", "-mandoc", "-ww", "-Tascii"], input=page, capture_output=True, text=True,
                               check=True)
