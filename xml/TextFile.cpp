@@ -44,17 +44,17 @@ public:
         for (int i = 0; i < kAttempts; ++i) {
             name_ = prefix + std::string(kRandomPart);
             fd_.Reset(::mkostemp(name_.data(), O_CLOEXEC));
+            if (!fd_) {
+                return errno;
+            }
             // The lock tells RemoveLeftovers that the writer lives. Another process may have found the file before it
             // was locked: that one holds the lock then, or has removed the file already.
             struct stat own {};
-            const bool isLocked = fd_ && ::flock(fd_.Get(), LOCK_EX | LOCK_NB) == 0;
-            if (!isLocked && (!fd_ || errno != EWOULDBLOCK)) {
+            const bool isLocked = ::flock(fd_.Get(), LOCK_EX | LOCK_NB) == 0;
+            if (isLocked ? ::fstat(fd_.Get(), &own) != 0 : errno != EWOULDBLOCK) {
                 return errno;
             }
-            if (isLocked && ::fstat(fd_.Get(), &own) != 0) {
-                return errno;
-            }
-            if (isLocked && own.st_nlink != 0) {
+            if (own.st_nlink != 0) {
                 return 0;
             }
         }

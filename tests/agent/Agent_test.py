@@ -35,7 +35,7 @@ class Scenarios(ProgramTest):
     def test_the_first_entry_that_fits_answers(self):
         status, output = self.run_scenario(read(RUNS / "answers.state"), read(RUNS / "answers.scenario"))
         self.assertEqual(re.findall(r'"answer":.*"OC":4660.*?"ST":(.*?)}', output),
-                         ['0,"DA":"exact"', '0,"DA":[1]', '9', '1', '0,"DA":"set"', '9', '1,"DA":"new"'])
+                         ['0,"DA":"exact"', '9', '0,"DA":[1]', '9', '1', '0,"DA":"set"', '9', '1,"DA":"new"'])
         self.assertEqual(status, 0)
 
     def test_restart_and_threads(self):

@@ -5,6 +5,7 @@
 import base64
 import contextlib
 import fcntl
+import itertools
 import json
 import os
 import pathlib
@@ -186,7 +187,10 @@ class Console(ProgramTest):
             while time.strftime("%T") <= first[11:19]:
                 select.select([], [], [], 0.05)
             self.assertEqual(line_after("status 2 Fan F\nstatus\n", "warning  Fan"), first)
-            self.assertIn("100 pending", line_after("status 3 Fan F\n" * 100 + "ack\n", "acknowledged"))
+            line_after("status 3 Fan F\n" * 100 + "status 2 Last L\nstatus 3 Fan F\npending\n", "error    Fan")
+            listed = list(itertools.takewhile(lambda line: not line.startswith('"ack"'), console.stdout))
+            self.assertEqual([line.split()[3] for line in listed][-3:], ["Fan", "Last", "Fan"])  # the oldest have gone
+            self.assertIn("100 pending", line_after("ack\n", "acknowledged"))
             console.stdin.close()
 
     def test_traces_that_are_switched_off_are_told(self):

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <arpa/inet.h>
+#include <linux/netlink.h>
 #include <netdb.h>
 
 #include "Platform.h"
@@ -30,6 +31,8 @@ void ExpectNothingThrown(const std::function<bool()>& lookUp) {
     EXPECT_TRUE(allocations > 0 && allocations < 1000) << allocations;
 }
 
+std::optional<std::pair<std::size_t, std::uint16_t>> garbled;  // of the next answer: an offset, and what stands there
+
 constexpr auto v4 = CHostIPAddress::ip_v4;
 constexpr auto v6 = CHostIPAddress::ip_v6;
 
@@ -59,7 +62,11 @@ extern "C" ssize_t recv(int fd, void* buffer, std::size_t size, int flags) {
     socklen_t length = sizeof limit;
     EXPECT_TRUE(::getsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, &length) == 0 && limit.tv_sec == 2);
     errno = failing.error;
-    return Fails("answer") ? -1 : ::syscall(SYS_recvfrom, fd, buffer, size, flags, nullptr, nullptr);
+    const ssize_t count = Fails("answer") ? -1 : ::syscall(SYS_recvfrom, fd, buffer, size, flags, nullptr, nullptr);
+    if (const auto change = std::exchange(garbled, std::nullopt)) {
+        std::memcpy(static_cast<char*>(buffer) + change->first, &change->second, sizeof change->second);
+    }
+    return count;
 }
 
 TEST(HostIpAddress, CountsEthernetInterfacesThatHaveAnAddress) {
@@ -81,6 +88,19 @@ TEST(HostIpAddress, CountsEthernetInterfacesThatHaveAnAddress) {
         ExpectNothingThrown([&] { return CHostIPAddress::GetHostIPv4Address(address, 0); });
         ExpectNothingThrown([&] { return CHostIPAddress::GetHostIPv6Address(address, 1); });
 
+        const struct {
+            std::uint16_t offset;
+            std::uint16_t value;
+            const char* found;
+        } garblings[] = {{0, 0, ""},          {0, 15, ""},        {0, 0xFFFF, ""},  // the first message's length
+                         {24, 0, "fd00::5"},  {24, 3, "fd00::5"}, {24, 0xFFFF, "fd00::5"},  // of its first attribute
+                         {4, NLMSG_ERROR, ""}};
+        for (const auto& row : garblings) {
+            garbled = {row.offset, row.value};
+            failing = {"answer", EIO, *row.found == '\0' ? -1 : 0, 1};
+            EXPECT_EQ(CHostIPAddress::GetHostIPAddress(0, v6), row.found) << row.offset << ' ' << row.value;
+        }
+        failing = {};
         Shell("ip tuntap del zz mode tun 2>/dev/null; true");
         EXPECT_EQ(TracesByLevel([] {
                       CHostIPAddress::GetHostIPAddress(0, v4);
