@@ -157,6 +157,7 @@ TEST(Trace, OfLevel0GoesToTheSystemLog) {
         CDebugClient& client = traceObjects.debugClient;
         client.Print(0, "\n\n %s", "text");
         client.Print(1, "dropped");
+        client.Print(0, "%s", "");
         client.PrintAlways(0, "not there");
         client.Print(0, "%01100d", 1);
         client.Print(0, "%ls", L"\xD800");
