@@ -69,11 +69,7 @@ bool CInPlaceFile::Replace(std::string_view text, std::size_t begin, std::size_t
     bool done = WriteAt(file, beyond, text.size()) == beyond.size();
     if (done) {
         overwritten = WriteAt(file, inside, begin);
-        done = overwritten == inside.size();
-    }
-    const bool shorter = begin + tail.size() < text.size();
-    if (done && shorter) {
-        done = ::ftruncate(file, static_cast<off_t>(begin + tail.size())) == 0;
+        done = overwritten == inside.size() && ::ftruncate(file, static_cast<off_t>(begin + tail.size())) == 0;
     }
     if (!done) {
         const int error = errno;
