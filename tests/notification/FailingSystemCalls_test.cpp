@@ -139,7 +139,7 @@ TEST(FailingSystemCalls, LeaveTheOldFileOrTheNewOne) {
     const std::string oldText = ReadFile(original.Path());
     const std::string newText = std::regex_replace(oldText, std::regex("old@x"), "new@x");
 
-    for (const int reason : {0, ENOSPC, EIO, EACCES, EMFILE, EINTR, ENODATA}) {
+    for (const int reason : {0, ENOSPC, EIO, EACCES, EMFILE, EINTR, ENODATA, EPERM}) {
         failure = reason;
         bool hasFailed = true;
         for (int working = 0; hasFailed; ++working) {

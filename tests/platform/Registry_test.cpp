@@ -187,7 +187,7 @@ TEST(Registry, AStrokeAtAnyMomentLeavesTheOldStateOrTheNewOne) {
     const CTempDirectory directory;
     const std::string path = directory / "registry";
     for (const std::string& start : {"nothing"s, "whole"s, "new"s, "old"s}) {
-        for (const int reason : {0, ENOSPC, EIO, EMFILE, EINTR}) {
+        for (const int reason : {0, ENOSPC, EIO, EMFILE, EINTR, EPERM}) {
             failure = reason;
             bool isStruck = true;
             for (int calls = 0; isStruck; ++calls) {
