@@ -64,12 +64,14 @@ TEST(NotificationFile, SaveKeepsRightsAndLinks) {
     std::string own = list;
     own[own.find('\xE8')] = '\xE9';
     ASSERT_EQ(::setxattr(real.c_str(), kList, own.data(), own.size(), 0), 0);
-    ASSERT_EQ(::setxattr(real.c_str(), "user.note", "mine", 4, 0), 0);
+    ASSERT_EQ(::setxattr(real.c_str(), "user.empty", "", 0, 0) + ::setxattr(real.c_str(), "user.note", "mine", 4, 0),
+              0);
     char value[256];
     ASSERT_TRUE(config.Save() && ::lstat(real.c_str(), &status) == 0);
     EXPECT_EQ(status.st_mode & 07777, 0660U);  // as the list has it: the group's bits are its mask
     EXPECT_EQ(std::string(value, static_cast<std::size_t>(::getxattr(real.c_str(), kList, value, sizeof value))), own);
     EXPECT_EQ(std::string(value, static_cast<std::size_t>(::getxattr(real.c_str(), "user.note", value, 256))), "mine");
+    EXPECT_EQ(::getxattr(real.c_str(), "user.empty", value, 256), 0);
 
     std::filesystem::remove(real);
     ASSERT_TRUE(!config.Load() && config.Save());  // a link that leads nowhere

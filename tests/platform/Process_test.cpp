@@ -120,6 +120,10 @@ TEST(Process, EndsTheWholeGroup) {
     EXPECT_FALSE(obeys.Wait(10ms));
     EXPECT_EQ(obeys.End(20s), (CProcess::CEnd{EHow::Signalled, SIGTERM}));
     AwaitGone(pid);
+    CProcess parts = RunShell("setsid sleep 99 & echo $!; wait");  // its child has a group of its own
+    pid = grandchild(parts);
+    EXPECT_EQ(parts.End(20s), (CProcess::CEnd{EHow::Signalled, SIGTERM}));
+    AwaitGone(pid);
     CProcess refuses = RunShell("trap '' TERM; sleep 99 & echo $!; wait");
     pid = grandchild(refuses);
     EXPECT_EQ(refuses.End(50ms), (CProcess::CEnd{EHow::Signalled, SIGKILL}));
