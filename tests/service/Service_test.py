@@ -27,9 +27,9 @@ class Service(ServiceTest):
         self.start(attempts=3, more="unknown = 3")
         server = self.mail_server()
         self.awaits(lambda: self.component()["status"] == 1)
-        self.plugin(2, "DISK \x1b[31mfull\xff | free=0\nmore")
+        self.plugin(2, "DISK \x1b[31mfull\x9b\xff | free=0 | used=1\nmore | lines")
         self.awaits(lambda: self.component()["status"] == 3)
-        self.assertEqual(self.component()["text"], "DISK ?[31mfull\xff")
+        self.assertEqual(self.component()["text"], "DISK ?[31mfull?\xff")
         self.assertEqual((self.status()["system"], self.status()["pending"]), (3, 1))
         self.submit("raid")
         self.awaits(lambda: len(server.mails()) == 2 and not self.untold())
@@ -167,6 +167,9 @@ name = "in no folder"
 command = ["no-such-plugin"]
 [alertmanager]
 urls = ["localhost:9093"]
+[[check]]
+name = "numbered"
+command = ["/bin/true", 10]
 """)
         run = subprocess.run([SERVICE, "--config", config, "--socket", self.socket, "--state", self.folder,
                               "--module", LIBRARY], capture_output=True, text=True)
@@ -175,7 +178,7 @@ urls = ["localhost:9093"]
         for line, words in ((2, "parallel is a whole number"), (18, "[[check]] freshness is a"), (19, "taken"),
                             (21, "no program /no/such/plugin"), (22, "speed is not known"), (23, "fleet is not known"),
                             (25, "name is one line"), (26, "begins with a program"), (29, "no program no-such-plugin"),
-                            (31, '"localhost:9093" is no')):
+                            (31, '"localhost:9093" is no'), (34, "command is a list of texts")):
             for told in (run.stderr, checked):
                 self.assertRegex(told, rf"em-alertd.toml:{line}: .*{words}".replace("[[", r"\[\["))
         config = self.configure(more="""
@@ -188,6 +191,9 @@ if-installed = true
                       self.command("check-config", config)[1])
         once = subprocess.run([SERVICE, "--config", config, "--once"], capture_output=True, text=True)
         self.assertEqual((once.returncode, once.stdout), (0, "disk: OK - DISK OK\n"))
+        slow = self.file("slow.toml", '[[check]]\nname = "slow"\ncommand = ["/bin/sleep", "9"]\ntimeout = "100ms"\n')
+        once = subprocess.run([SERVICE, "--config", slow, "--once"], capture_output=True, text=True)
+        self.assertEqual((once.returncode, once.stdout), (1, "slow: UNKNOWN - ended after 0.1 s without an answer\n"))
         self.start()
         self.file("em-alertd.toml", "check = 1")
         self.service.send_signal(signal.SIGHUP)
