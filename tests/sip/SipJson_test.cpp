@@ -169,7 +169,15 @@ TEST(SipJson, RefusesWhatIsNotOneShallowDocument) {
         EXPECT_EQ(Json(message), before);
     }
     EXPECT_FALSE(message.Parse(nullptr, 0));
-    EXPECT_EQ(Json(Parsed(Nested(64))), Nested(64));
+    std::string objects = "{}";
+    for (int level = 1; level < 64; ++level) {
+        objects = R"({"a":)" + objects + "}";
+    }
+    for (const std::string& text : {Nested(64), objects}) {
+        const SipJson deepest = Parsed(text);
+        const SipJson copy = deepest;  // NOLINT(performance-unnecessary-copy-initialization): it is what is looked at
+        EXPECT_EQ(Json(copy), text);
+    }
 }
 
 TEST(SipJson, LeavesOutOfACopyWhatIsNestedTooDeeply) {
