@@ -62,8 +62,8 @@ bool CDebugTraceConfigFile::GetNumberFromIniFile(const char* key, unsigned int& 
     if (equals == std::string::npos) {
         return false;
     }
-    const std::string rest = sectionText_.substr(equals + 1, sectionText_.find('\n', equals) - equals - 1);
-    value = static_cast<unsigned int>(std::strtoul(rest.c_str(), nullptr, 0));
+    const std::string rest = sectionText_.substr(equals + 1);
+    value = static_cast<unsigned int>(std::strtoul(rest.substr(0, rest.find('\n')).c_str(), nullptr, 0));
     return true;
 }
 

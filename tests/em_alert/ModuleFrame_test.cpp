@@ -301,5 +301,5 @@ TEST_F(ModuleFrame, OperationsOfTheAlertModule) {
            << "\n";
     EXPECT_EQ(result.str(), Expected("operations"));
     EXPECT_TRUE(module.Stop());
-    EXPECT_FALSE(module.BeepSequenceOn(AlerterSeverityWarning));
+    EXPECT_FALSE(module.BeepSequenceOn(AlerterSeverityWarning) || DeleteExtensionModule(nullptr));
 }

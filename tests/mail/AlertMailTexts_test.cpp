@@ -187,3 +187,8 @@ TEST(AlertMailTexts, ComeOutAsListed) {
         EXPECT_EQ(host.locale, "C") << row[0] << " " << row[1];
     }
 }
+
+TEST(LogMsgArguments, HasNothingWithoutAWholeHeader) {
+    const CLogMsgArguments cut(std::vector<unsigned char>(CLogMsgArguments::kHeaderSize - 1, 1));
+    EXPECT_TRUE(!cut.IsComplete() && cut.ErrorCode() == 0 && cut.Arguments().empty());
+}

@@ -20,6 +20,8 @@ TEST(Rijndael, MatchesThePublishedBlocks) {
         EXPECT_EQ(CRijndael::SetupDecrypt(roundKeys, key, bits), rounds);
         CRijndael::Decrypt(roundKeys, rounds, block, block);
         EXPECT_EQ(text, row[2] + "next");
+        EXPECT_EQ(CRijndael::SetupEncrypt(roundKeys, key, bits + 1) + CRijndael::SetupEncrypt(roundKeys, key, bits - 1),
+                  0);
     }
 }
 
