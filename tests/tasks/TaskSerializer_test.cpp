@@ -90,6 +90,7 @@ extern "C" int nanosleep(const timespec* time, timespec* /*rest*/) {
     return 0;
 }
 EM_CAN_FAIL(pthread_attr_setschedparam, noexcept, (pthread_attr_t * a, const sched_param* values), a, values)
+EM_CAN_FAIL(pthread_cond_init, noexcept, (pthread_cond_t * c, const pthread_condattr_t* a), c, a)
 
 TEST(TaskSerializer, TracesItsLifeInOrderAndSleepsWhenIdle) {
     const CTraceCapture trace;
@@ -199,11 +200,16 @@ TEST(TaskSerializer, StartThatFailedIsTriedAgainUntilTheTermination) {
     const std::string log = serializer.LogAtTheEnd();
     EXPECT_TRUE(log.starts_with("started early@0 ") && log.find("refused") == std::string::npos) << log;
     EXPECT_EQ(starts(), 5);
+    failing = {"pthread_cond_init", EAGAIN};
+    Recorder deaf;  // its worker could not be woken
+    failing = {};
+    EXPECT_FALSE(deaf.StartSerialization());
+    EXPECT_EQ(trace.Count("\nCTaskSerializer     : ERROR! The worker thread could not be started!"), 3);
     Recorder never;
     failing = {"pthread_attr_setschedparam", EINVAL};
     EXPECT_TRUE(!never.StartSerialization() && never.TerminateSerialization());
     failing = {};
-    EXPECT_TRUE(never.Insert("a") && starts() == 6);
+    EXPECT_TRUE(never.Insert("a") && starts() == 7);
 }
 
 TEST(TaskSerializer, ManyThreadsInsertWhileItRunsAndStops) {
