@@ -125,6 +125,11 @@ TEST(Thread, EachFailingStepIsTracedAndEndsTheStart) {
         EXPECT_FALSE(runner.Start(false) || runner.thread.Exists());
         EXPECT_EQ(trace.All(), "\npthread_create failed: 12");
     }
+    const CTraceCapture trace(2);
+    Runner runner;
+    failing = {"pthread_create", EPERM};  // without a priority there is nothing to do without
+    EXPECT_FALSE(runner.Start(false) || runner.thread.Exists());
+    EXPECT_EQ(trace.All(), "\npthread_create failed: 1");
 }
 
 TEST(Thread, StartsAsAskedOrWithInheritedSchedulingWhereRealTimeIsRefused) {
