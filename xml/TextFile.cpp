@@ -107,7 +107,7 @@ void RemoveLeftovers(const std::string& directory, const std::string& prefix) {
         }
         const std::string path = directory + name;
         const CUniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-        if (fd && ::flock(fd.Get(), LOCK_EX | LOCK_NB) == 0) {
+        if (::flock(fd.Get(), LOCK_EX | LOCK_NB) == 0) {
             ::unlink(path.c_str());
         }
     });
