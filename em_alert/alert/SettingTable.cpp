@@ -43,7 +43,7 @@ std::vector<unsigned char> TakeSequence(const SipJson& notice) {
     std::vector<unsigned char> bytes;
     const auto isNumberList = [&] {
         const auto& list = notice.GetDocument()["SIP"]["CMD"][static_cast<rapidjson::SizeType>(command)]["DA"];
-        return !list.Empty() && list[0].IsNumber();
+        return !list.Empty() && list.Begin()->IsNumber();
     };
     if (type == rapidjson::kObjectType || (type == rapidjson::kArrayType && isNumberList())) {
         notice.GetCmdDataStream(command, bytes);
