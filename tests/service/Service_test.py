@@ -62,7 +62,11 @@ class Service(ServiceTest):
             client.settimeout(20)
             client.connect(str(self.socket))
             client.sendall(b'{"request":{"OC":"0x2242"}}\n')
-            answers = list(itertools.takewhile(lambda line: '"reply"' not in line, client.makefile()))
+            told = client.makefile()
+            answers = list(itertools.takewhile(lambda line: '"reply"' not in line, told))
+            self.assertEqual(self.command("test-mail")[0], 1)  # somebody else's
+            client.sendall(b'{"ask":"status"}\n')
+            self.assertEqual(json.loads(next(told))["kind"], "status")
         traces = [json.loads(line)["text"] for line in answers if '"trace"' in line]
         self.assertTrue(traces and all(text.startswith("CSMTPClient ") for text in traces), traces)
         self.assertEqual(self.status()["mail"]["failed"], 2)  # test mails are about no alert
