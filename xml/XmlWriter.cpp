@@ -27,7 +27,8 @@ private:
 
 void CXmlWriter::StartLine(int level) {
     if (breaksLine_ && level <= kMaxIndent) {
-        text_.append(text_.empty() ? 0 : 1, '\n').append(2 * static_cast<std::size_t>(level), ' ');
+        text_ += '\n';  // behind the declaration at least
+        text_.append(2 * static_cast<std::size_t>(level), ' ');
     }
 }
 

@@ -148,9 +148,11 @@ std::vector<pid_t> FindDescendants(pid_t ancestor) {
         if (ReadRegularFile(directory + "/stat", kMaxProcFileSize, text) == 0) {
             pid_t pid{};
             pid_t parent{};
+            char closing{};
             char state{};
             std::istringstream(text) >> pid;
-            if (std::istringstream(text.substr(text.rfind(')') + 1)) >> state >> parent) {
+            text.erase(0, text.rfind(')'));
+            if (std::istringstream(text) >> closing >> state >> parent) {
                 children.emplace(parent, pid);
             }
         }

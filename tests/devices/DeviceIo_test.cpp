@@ -132,6 +132,7 @@ TEST(DeviceIo, TellsAFailedCloseOnlyByItsLastErrorAndMayLeaveOpen) {
         EXPECT_EQ(CUniqueFd(static_cast<int>(keep ? handle : -1)).Get() == handle, IsOpen(handle)) << keep;
     }
     EXPECT_EQ(Device(nullptr, true).getHandle() + Device("", true).getHandle(), -2);
+    EXPECT_EQ(Device("/dev/null", true).LastError(), 0U);
 }
 
 TEST(DeviceIo, RequestsPassBuffersBothWaysAndFailuresLeaveThemAlone) {

@@ -77,6 +77,11 @@ TEST(NotificationFile, SaveKeepsRightsAndLinks) {
     ASSERT_TRUE(!config.Load() && config.Save());  // a link that leads nowhere
     EXPECT_TRUE(std::filesystem::is_symlink(config.Path()) && std::filesystem::is_regular_file(real));
     EXPECT_EQ(directory.FileCount(), 3);
+
+    std::filesystem::remove(real);
+    std::filesystem::create_symlink(directory / "link", real);
+    EXPECT_FALSE(config.Save());  // two links that lead to each other
+    EXPECT_TRUE(config.ErrorText().ends_with(std::strerror(ELOOP))) << config.ErrorText();
 }
 
 TEST(NotificationFile, SaveRemovesOnlyWhatDeadWritersLeft) {

@@ -212,7 +212,7 @@ TEST(Process, FindsProcessesAndReadsTheirMemory) {
         memory = CProcess::ReadMemory(pid);  // it has only begun
     }
     EXPECT_TRUE(memory && memory->residentBytes >= 65536 && memory->virtualBytes > memory->residentBytes);
-    process.End(0ms);
+    EXPECT_EQ(process.End(0ms), (CProcess::CEnd{EHow::Signalled, SIGKILL}));
     EXPECT_FALSE(CProcess::ReadMemory(pid));
     EXPECT_TRUE(CProcess::FindByExecutable(program).empty() && CProcess::FindByExecutable(program + "x").empty());
 
