@@ -255,6 +255,12 @@ if-installed = true
         self.submit("e")
         self.awaits(lambda: "is saved again" in read(self.folder / "log") and "is written again" in read(self.folder / "log"))
         self.assertEqual([read(self.folder / "log").count(words) for words in told], [1, 2])  # once for each reason
+        subprocess.run(["mount", "-o", "remount,ro", self.folder / "full"], check=True)
+        self.submit("late")
+        self.awaits(lambda: read(self.folder / "log").count("Read-only") == 4)
+        subprocess.run(["mount", "-o", "remount,rw", self.folder / "full"], check=True)
+        self.end(signal.SIGTERM)
+        self.assertIn("components/late/", read(self.folder / "state/registry"))
 
     def test_reloads_put_nothing_off(self):
         alone = f"mkdir {self.folder}/at || echo >>{self.folder}/not-alone; sleep 0.05; rmdir {self.folder}/at"
@@ -426,8 +432,14 @@ retry = "100ms"
         self.assertIn(b"Warning:", base64.b64decode(server.mails()[2]["data"]))
         self.reload(config.replace("mail = true", ""))
         self.submit("not mailed")
-        self.ask({"notify": 131073})  # which the module gets after it
-        self.assertEqual(len(server.mails()), 3)
+        self.assertEqual(self.command("test-mail")[0], 0)  # which goes out after it
+        self.assertEqual(len(server.mails()), 4)
+        self.end()
+        self.file("em-alertd.toml", config.replace("mail = true", "mail = false"))
+        self.start()  # which lists again what is pending
+        self.submit("nor this")
+        self.assertEqual(self.command("test-mail")[0], 0)
+        self.assertEqual(len(server.mails()), 5)
         answer, = self.ask({"set": {"OC": "0xE001", "OE": "0x0410"}})
         self.assertRegex(answer["error"], '"DA"')
 
