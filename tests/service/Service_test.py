@@ -353,6 +353,7 @@ retry = "100ms"
         self.assertLessEqual(told_of(b"disk"), reminders + 1)
 
     def test_each_order_is_answered_and_each_change_is_logged(self):
+        self.environment = {"JOURNAL_STREAM": "1:2"}  # of the session, which writes somewhere else
         self.start()
         severity = {"OE": "0x0411", "DA": 3}
         orders = (({"ask": "status"}, "status", None),
@@ -501,6 +502,8 @@ textfile = "{self.folder}/em_alert.prom"
         self.plugin(1, "5 packages available")
         self.awaits(lambda: 'status{component="disk"} 2\n' in read(self.folder / "em_alert.prom"))
         self.assertEqual((self.folder / "em_alert.prom").stat().st_mode & 0o777, 0o644)
+        self.submit('C:\\ "data"', status=0)
+        self.awaits(lambda: r'status{component="C:\\ \"data\""} 1' in read(self.folder / "em_alert.prom"))
         self.awaits(lambda: len(server.mails()) == 2)  # the status, and the number of updates
         labels = {"alertname": "ComponentStatus", "instance": socket.gethostname(), "component": "disk"}
 
