@@ -2,6 +2,7 @@
 #include "em_alert/alert/AlertExtensionModule.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <iterator>
 
@@ -28,7 +29,7 @@ void TraceRule() {
 template <std::size_t size>
 void SetText(char (&field)[size], const char* text) {
     std::memset(field, 0, size);
-    std::strncpy(field, text, size - 1);
+    std::snprintf(field, size, "%s", text);
 }
 
 /// For a handler of exceptions: memory may be what has run out.

@@ -137,7 +137,7 @@ class Console(ProgramTest):
         session.ends()
 
     def test_the_history_is_kept_without_passwords(self):
-        for keys, shown in (("help pending\nset password 1 x\n", "status 20"), ("\033[A\033[A", "help pending")):
+        for keys, shown in (("help pending\n set  password 1 x\n", "status 20"), ("\033[A\033[A", "help pending")):
             session = Session(self, FAKE_MODULE)
             session.sees("> ")
             session.type(keys)
@@ -211,7 +211,8 @@ def run(test, line, text="", **environment):
 class SingleCommands(ProgramTest):
     def test_each_does_one_thing_and_tells_by_its_status(self):
         names = {"LIBRARY": LIBRARY, "SPAM": self.serve("--reply", "DOT=554 spam").port,
-                 "GOOD": self.serve("--reply", "RCPT:bert@example.net=550 5.1.1 nobody").port}
+                 "GOOD": self.serve("--reply", "RCPT:bert@example.net=550 5.1.1 nobody",
+                                    "--reply", "RCPT:carl@example.net=450 4.2.1 later").port}
         output = ""
         for row in lines(re.sub("@([A-Z]+)@", lambda match: names[match[1]], read(TESTS / "commands"))):
             mark, text = row[0], row[2:]
@@ -264,6 +265,15 @@ class SingleCommands(ProgramTest):
             done = subprocess.run(["sh", "-c", command], stdout=subprocess.PIPE, timeout=20, check=False)
             self.assertEqual(done.returncode, 0)
 
+    def test_a_console_without_a_service_keeps_what_it_has_told(self):
+        done = subprocess.run([COMMAND, "--module", LIBRARY, "--socket", self.folder / "none"], text=True, timeout=60,
+                              input="status 3 Fan F\npending\ntrace 3\npending\n", capture_output=True, check=False,
+                              env=os.environ | {"HOME": str(self.folder)})
+        listed, _, after = done.stdout.partition('"ack" acknowledges it.')
+        self.assertEqual(done.returncode, 0)
+        self.assertRegex(listed, "error +Fan +F\n$")
+        self.assertIn("No alert is pending.", after)  # the module was loaded again
+
     def test_output_that_stands_nowhere_is_a_failure(self):
         for words in (["get"], ["--help"], []):
             with open("/dev/full", "w") as full:
@@ -289,7 +299,7 @@ COMPONENT = {"name": "root", "designation": "file system /", "status": 2, "text"
              "since": "2026-11-25T08:00:00Z", "checked": None, "next": None}
 NEW = COMPONENT | {"name": "lüfter", "status": 0, "text": "", "since": None, "next": "2020-01-01T00:00:00Z"}
 WELL = COMPONENT | {"name": "well", "status": 1}
-STATUS = {"system": 2, "pending": 1, "components": [COMPONENT, WELL, NEW], "mail": {"sent": 3, "failed": 1, "last": None}}
+STATUS = {"system": 2, "pending": 1, "components": [WELL, COMPONENT, NEW], "mail": {"sent": 3, "failed": 1, "last": None}}
 ALERT = {"name": "root", "designation": "file system /", "severity": "warning", "since": "2026-11-25T08:00:00Z",
          "text": "95 % full"}
 
@@ -353,8 +363,8 @@ class Service(ProgramTest):
         for command, status, words in (
                 ("status", 0, "This server: warning, 1 alert is pending\n"
                               "Since                Status   Next check  Component\n"
-                              "2026-11-25 13:30:00  warning  -           root            file system /: 95 % full\n"
                               "2026-11-25 13:30:00  OK       -           well            file system /: 95 % full\n"
+                              "2026-11-25 13:30:00  warning  -           root            file system /: 95 % full\n"
                               "-                    unknown  now         lüfter          file system /\n"
                               "Mails about alerts: 3 sent, 1 failed"),
                 ("--json status", 0, json.dumps(STATUS, separators=(",", ":"), ensure_ascii=False)),
