@@ -9,6 +9,7 @@
 #include "StartedModule.h"
 #include "platform/files/UniqueFd.h"
 #include "support/TraceCapture.h"
+#include "testing/TempDirectory.h"
 
 namespace {
 
@@ -376,6 +377,14 @@ TEST_F(Faults, ASettingThatCannotBeSavedDoesNotCount) {
     const CTraceCapture trace;
     Event();
     EXPECT_TRUE(trace.Has(R"(SendMail sender: "ops@x")"));
+}
+
+TEST_F(Faults, ASettingGoesIntoWhatOthersHaveMadeOfTheFile) {
+    EXPECT_EQ(Request(R"("OC":"0xE002","OE":"0x0412","DA":"ops@y")").first, 0U);
+    std::string text = ReadFile(kFile);
+    WriteFile(kFile, text.replace(text.find("ops@y"), 5, "ops@z"));
+    EXPECT_EQ(Request(R"("OC":"0xE002","OE":"0x0413","DA":"Alerts")").first, 0U);
+    EXPECT_TRUE(ReadFile(kFile).find("ops@z") < ReadFile(kFile).find("Alerts")) << ReadFile(kFile);
 }
 
 TEST_F(Faults, TheLockOfTheSettingsIsReleasedBeforeItsOwnerGoes) {
