@@ -58,7 +58,7 @@ void CSmtpDialogue::OnAnswer(std::string_view line) {
     Tell('<', line);
     logsIn_ = logsIn_ && line.starts_with(kGoOn);
     const bool refused = line.starts_with('4') || line.starts_with('5');
-    const bool goesOn = line.find('-') == 3;
+    const bool goesOn = line.find('-', 3) == 3;
     if (!refused || goesOn) {
         return;
     }

@@ -10,13 +10,12 @@
 
 namespace {
 
-constexpr std::size_t kReadSize = 4096;  // at least; more at once where a file tells its size
+constexpr std::size_t kReadSize = 4096;  // beyond the size that a file tells
 
 int ReadToEnd(int fd, std::size_t size, std::size_t limit, std::string& text) {
     std::size_t length = text.size();
-    text.resize(std::max(size, length));
     while (length <= limit) {
-        text.resize(std::max(text.size(), length + kReadSize));
+        text.resize(std::max(size, length) + kReadSize);
         const ssize_t count = TEMP_FAILURE_RETRY(::read(fd, text.data() + length, text.size() - length));
         if (count <= 0) {
             text.resize(length);
