@@ -140,8 +140,8 @@ std::vector<pid_t> FindProcesses(const std::function<bool(const std::string& dir
     return found;
 }
 
-/// Its children and theirs, as far as no end of one between them has given them to another parent.
-std::vector<pid_t> FindDescendants(pid_t ancestor) {
+/// Itself, its children and theirs, as far as no end of one between them has given them to another parent.
+std::vector<pid_t> FindTree(pid_t root) {
     std::multimap<pid_t, pid_t> children;
     FindProcesses([&children](const std::string& directory) {
         std::string text;  // "4711 (name, which may hold blanks) S 4710 ..."
@@ -158,12 +158,11 @@ std::vector<pid_t> FindDescendants(pid_t ancestor) {
         }
         return false;
     });
-    std::vector<pid_t> found{ancestor};
+    std::vector<pid_t> found{root};
     for (std::size_t i = 0; i < found.size(); ++i) {
         const auto [begin, end] = children.equal_range(found[i]);
         std::transform(begin, end, std::back_inserter(found), [](const auto& entry) { return entry.second; });
     }
-    found.erase(found.begin());
     return found;
 }
 
@@ -244,9 +243,9 @@ bool CProcess::Signal(int signal) const {
     if (!pidFd_) {
         return false;
     }
-    const std::vector<pid_t> descendants = FindDescendants(pid_);  // before their parents end
+    const std::vector<pid_t> tree = FindTree(pid_);  // before their parents end
     const bool isSent = ::kill(-pid_, signal) == 0;
-    for (const pid_t pid : descendants) {
+    for (const pid_t pid : tree) {
         if (::getpgid(pid) != pid_) {
             ::kill(pid, signal);
         }
