@@ -200,10 +200,11 @@ bool CFileLock::ReadHolder() {
     const CUniqueFd fd(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     char text[kMaxHolderLength];
     const ssize_t length = fd ? ::read(fd.Get(), text, sizeof text) : -1;
-    if (length >= 0) {
-        holder_ = ToXml(std::string_view(text, static_cast<std::size_t>(length)), XmlPlace::Verbatim);
+    if (length < 0) {
+        return false;
     }
-    return length >= 0;
+    holder_ = ToXml(std::string_view(text, static_cast<std::size_t>(length)), XmlPlace::Verbatim);
+    return true;
 }
 
 /// An empty or cut text does not make the lock less of a lock.

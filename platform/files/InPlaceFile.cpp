@@ -18,16 +18,16 @@ constexpr std::size_t kSmallFile = 16384;
 
 /// @return how many bytes were written; fewer than all when the kernel refused the rest
 std::size_t WriteAt(int file, std::string_view bytes, std::size_t offset) {
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t count = TEMP_FAILURE_RETRY(
-            ::pwrite(file, bytes.data() + done, bytes.size() - done, static_cast<off_t>(offset + done)));
+    std::size_t end = offset;
+    while (!bytes.empty()) {
+        const ssize_t count = TEMP_FAILURE_RETRY(::pwrite(file, bytes.data(), bytes.size(), static_cast<off_t>(end)));
         if (count <= 0) {
             break;
         }
-        done += static_cast<std::size_t>(count);
+        end += static_cast<std::size_t>(count);
+        bytes.remove_prefix(static_cast<std::size_t>(count));
     }
-    return done;
+    return end - offset;
 }
 
 }  // namespace

@@ -148,11 +148,10 @@ std::vector<pid_t> FindTree(pid_t root) {
         if (ReadRegularFile(directory + "/stat", kMaxProcFileSize, text) == 0) {
             pid_t pid{};
             pid_t parent{};
-            char closing{};
             char state{};
             std::istringstream(text) >> pid;
-            text.erase(0, text.rfind(')'));
-            if (std::istringstream(text) >> closing >> state >> parent) {
+            text.erase(0, text.rfind(')') + 1);
+            if (std::istringstream(text) >> state >> parent) {
                 children.emplace(parent, pid);
             }
         }

@@ -41,6 +41,7 @@ std::string Loaded(const std::string& directory) {
     extern "C" int __real_##name parameters;                      \
     extern "C" int __wrap_##name parameters;                      \
     int __wrap_##name parameters {                                \
+        errno = EDOM; /* tells nothing unless the call fails */   \
         return IsStruck(#name) ? -1 : __real_##name(__VA_ARGS__); \
     }
 STRIKING(fsync, (int fd), fd)
@@ -200,6 +201,8 @@ TEST(Registry, AStrokeAtAnyMomentLeavesTheOldStateOrTheNewOne) {
                 if (start == "new" || start == "old") {
                     std::filesystem::rename(path, path + "." + start);
                     WriteFile(path, "damaged");
+                } else if (start == "whole") {
+                    WriteFile(path + ".new", "cut off");
                 }
                 const std::string old = start == "nothing" ? "none" : "before";
                 CRegistry registry(directory / "");
