@@ -14,6 +14,10 @@ constexpr std::size_t kMostWaiting = 10000;
 constexpr std::chrono::milliseconds kBusyModule{1000};
 constexpr std::string_view kUpdates = "/updates";  // behind a component's name, which has no "/": what a mail was about
 
+bool IsListed(const std::deque<CLedger::Alert>& pending, const std::string& name) {
+    return std::ranges::find(pending, name, &CLedger::Alert::name) != pending.end();
+}
+
 }  // namespace
 
 CAnnouncer::CAnnouncer(CLoop& loop, CInbox& inbox, CComponents& components, CStateStore& store, CLedger& ledger,
@@ -52,18 +56,23 @@ void CAnnouncer::DeliverNext() {
 
 /// On the module's thread.
 void CAnnouncer::Deliver(CAgent& agent, const Event& event) {
+    const bool isWanted = !event.isWanted || event.isWanted();
     isMailLost_ = false;
     deliverer_ = std::this_thread::get_id();
     try {
-        event.deliver(agent);
+        if (isWanted) {
+            event.deliver(agent);
+        }
     } catch (const std::exception& error) {
         Journal(3, error.what());
         isMailLost_ = true;
     }
     deliverer_ = std::thread::id();
-    inbox_.Post([this, onTold = event.onTold, isLost = isMailLost_.load()] {
-        onTold(isLost);
-        onTold_();
+    inbox_.Post([this, onTold = event.onTold, isWanted, isLost = isMailLost_.load()] {
+        if (isWanted) {
+            onTold(isLost);
+            onTold_();
+        }
         DeliverNext();
     });
 }
@@ -74,11 +83,11 @@ void CAnnouncer::OnMail(bool isTaken) {
     }
 }
 
-void CAnnouncer::Tell(Component& component, bool withoutMail) {
-    if (withoutMail) {
+void CAnnouncer::Tell(Component& component, Telling telling) {
+    if (telling == Telling::Relisting) {
         component.isRestored = false;
         component.isRelisting = true;  // and the state stays: a sudden end repeats this, not the mail
-    } else {
+    } else if (telling == Telling::News) {
         ++component.untold;
     }
     store_.Keep(component);
@@ -88,10 +97,14 @@ void CAnnouncer::Tell(Component& component, bool withoutMail) {
                                   .designation = component.config.designation,
                                   .status = component.Effective(),
                                   .systemStatus = components_.SystemStatus(),
-                                  .withoutMail = withoutMail};
-    Post(event.name, {.deliver = [this, event](CAgent& agent) { delivery_.Deliver(agent, event); },
-                      .onTold = [this, name = event.name,
-                                 withoutMail](bool isMailLost) { OnTold(name, withoutMail, isMailLost); }});
+                                  .withoutMail = telling == Telling::Relisting};
+    Event waiting = {
+        .deliver = [this, event](CAgent& agent) { delivery_.Deliver(agent, event); },
+        .onTold = [this, name = event.name, telling](bool isMailLost) { OnTold(name, telling, isMailLost); }};
+    if (telling == Telling::Reminder) {
+        waiting.isWanted = [this, name = event.name] { return IsListed(ledger_.Pending(), name); };
+    }
+    Post(event.name, std::move(waiting));
 }
 
 void CAnnouncer::TellUpdates(Component& component) {
@@ -122,16 +135,16 @@ void CAnnouncer::TellOver(const Component& gone) {
     }
 }
 
-void CAnnouncer::OnTold(const std::string& name, bool withoutMail, bool isMailLost) {
+void CAnnouncer::OnTold(const std::string& name, Telling telling, bool isMailLost) {
     Component* component = components_.Find(name);
-    if (component != nullptr && withoutMail) {
+    if (component != nullptr && telling == Telling::Relisting) {
         component->isRelisting = false;
     }
     MarkPending();
-    if (component != nullptr && withoutMail) {
+    if (component != nullptr && telling == Telling::Relisting) {
         Remind(*component);
-    } else if (component != nullptr && component->untold > 0) {
-        --component->untold;
+    } else if (component != nullptr && (telling == Telling::Reminder || component->untold > 0)) {
+        component->untold -= telling == Telling::News ? 1 : 0;
         component->isMailDue = isMailLost;
         store_.Keep(*component);
         Remind(*component);
@@ -155,8 +168,8 @@ void CAnnouncer::Remind(const Component& component) {
     reminders_.erase(name);
     if (component.IsBad() && reminder_.count() > 0) {
         reminders_[name] = loop_.After(reminder_, [this, name] {
-            if (const Component* still = components_.Find(name); still != nullptr && still->isPending) {
-                TellAgain(name);
+            if (Component* still = components_.Find(name); still != nullptr && still->IsBad() && still->isPending) {
+                Tell(*still, Telling::Reminder);
             }
         });
     }
@@ -172,7 +185,7 @@ void CAnnouncer::TellAgain(const std::string& subject) {
     if (isUpdate && component->isUpdateDue) {
         TellUpdates(*component);
     } else if (!isUpdate && (component->IsBad() || component->isMailDue)) {
-        Tell(*component, false);
+        Tell(*component, Telling::News);
     }
 }
 
@@ -182,8 +195,7 @@ void CAnnouncer::MarkPending() {
         if (component.isRestored || component.isRelisting) {
             continue;  // listed when its cause is known to persist
         }
-        const bool isPending =
-            std::ranges::find(pending, component.config.name, &CLedger::Alert::name) != pending.end();
+        const bool isPending = IsListed(pending, component.config.name);
         if (std::exchange(component.isPending, isPending) != isPending) {
             store_.Keep(component);
         }

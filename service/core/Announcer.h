@@ -21,6 +21,13 @@
 /// is kept: no end repeats more than the one mail that was under way. One thread, the loop's, unless stated.
 class CAnnouncer {
 public:
+    /// Why a component's status is delivered.
+    enum class Telling {
+        News,
+        Reminder,   // that nobody has acknowledged it; dropped when somebody does while it waits
+        Relisting,  // its mail went out in an earlier run
+    };
+
     /// @param onTold  is called when the module has dealt with an event
     CAnnouncer(CLoop& loop, CInbox& inbox, CComponents& components, CStateStore& store, CLedger& ledger,
                CDelivery& delivery, std::function<void()> onTold);
@@ -35,8 +42,7 @@ public:
     /// A component whose alert stays pending is told again after this time; 0: never.
     void SetReminder(std::chrono::milliseconds interval) { reminder_ = interval; }
 
-    /// @param withoutMail  its mail went out in an earlier run
-    void Tell(Component& component, bool withoutMail);
+    void Tell(Component& component, Telling telling);
 
     /// The number of updates that the component knows of is new.
     void TellUpdates(Component& component);
@@ -55,12 +61,13 @@ private:
     struct Event {
         std::function<void(CAgent&)> deliver;
         std::function<void(bool isMailLost)> onTold;
+        std::function<bool()> isWanted{};  // still, when its turn comes; none: always
     };
 
     void Post(const std::string& subject, Event event);
     void DeliverNext();
     void Deliver(CAgent& agent, const Event& event);
-    void OnTold(const std::string& name, bool withoutMail, bool isMailLost);
+    void OnTold(const std::string& name, Telling telling, bool isMailLost);
     void OnUpdatesTold(const std::string& name, std::uint32_t updates, bool isMailLost);
     void Remind(const Component& component);
     void TellAgain(const std::string& subject);

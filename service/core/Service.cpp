@@ -68,11 +68,12 @@ void CService::Start(CIServiceListener& listener) {
     announcer_.Use(module_.get());
     fleet_.Configure(config_.alertmanagers, config_.metricsFile);
     for (const std::string& name : untold_) {
-        announcer_.Tell(*components_.Find(name), false);
+        announcer_.Tell(*components_.Find(name), CAnnouncer::Telling::News);
     }
     for (Component& component : components_.All()) {
         if (component.config.command.empty() && component.isRestored && component.isPending) {
-            announcer_.Tell(component, true);  // nobody will report it again just because the service has begun anew
+            // Nobody will report it again just because the service has begun anew.
+            announcer_.Tell(component, CAnnouncer::Telling::Relisting);
         }
         if (component.isUpdateDue) {
             announcer_.TellUpdates(component);
@@ -126,10 +127,10 @@ void CService::OnResult(const std::string& name, const CheckResult& result) {
             break;
         case Consequence::Settled:
             Journal(component->IsBad() ? 4 : 5, name + ": " + component->text);
-            announcer_.Tell(*component, false);
+            announcer_.Tell(*component, CAnnouncer::Telling::News);
             break;
         case Consequence::Again:
-            announcer_.Tell(*component, true);
+            announcer_.Tell(*component, CAnnouncer::Telling::Relisting);
             break;
     }
     if (component->config.isUpdate && result.status != ComponentStatus::Unknown && result.isAnswer) {

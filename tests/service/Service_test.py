@@ -355,6 +355,25 @@ retry = "100ms"
         self.awaits(lambda: told_of(b"fan") >= 4)
         self.assertLessEqual(told_of(b"disk"), reminders + 1)
 
+    def test_what_is_acknowledged_while_its_reminder_waits_stays_so(self):
+        self.start(head='reminder = "100ms"')
+        self.submit("fan", "raid")
+        self.awaits(lambda: self.status()["pending"] >= 2)
+        server = self.mail_server("--hang", "DOT")
+        self.awaits(lambda: "DATA" in read(server.folder / "commands"))
+        begun = time.monotonic()
+        self.awaits(lambda: time.monotonic() > begun + 0.3)  # for the reminder of the other one
+        with socket.socket(socket.AF_UNIX) as client:
+            client.settimeout(20)
+            client.connect(str(self.socket))
+            client.sendall(b'{"acknowledge":true}\n')
+            self.awaits(lambda: "control socket: acknowledge" in read(self.folder / "log"))
+            server.process.kill()
+            self.assertEqual(json.loads(client.makefile().readline())["kind"], "acknowledged")
+        self.submit("psu")
+        self.awaits(lambda: self.status()["pending"] > 0)
+        self.assertEqual({one["name"] for one in self.ask({"ask": "pending"})[0]["alerts"]}, {"psu"})
+
     def test_each_order_is_answered_and_each_change_is_logged(self):
         self.environment = {"JOURNAL_STREAM": "1:2"}  # of the session, which writes somewhere else
         self.start()
