@@ -6,7 +6,7 @@ TraceObjects traceObjects;
 TraceObjects::TraceObjects() {
     try {
         debugClient.Initialise(CDebugTraceConfig::kDirectory);
-    } catch (...) {  // a host must be able to load the library whatever its trace configuration holds
-        debugClient.SetDebugLevel(0);
+    } catch (...) {
+        // A host must be able to load the library whatever its trace configuration holds: tracing stays off.
     }
 }

@@ -50,9 +50,7 @@ bool CInPlaceFile::Load(const char* path, std::string& text, int flags) {
     }
     struct stat status {};
     const int error = ReadRegularFile(file_.Get(), kMaxFileSize, text, status);
-    if (error != 0) {
-        errno = error;
-    }
+    errno = error;
     return error == 0;
 }
 

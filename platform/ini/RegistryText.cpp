@@ -39,9 +39,9 @@ std::optional<std::string> Unescape(std::string_view text) {
             continue;
         }
         const std::size_t size = result.size();
-        ++at;
+        const std::string_view letter = text.substr(++at, 1);
         for (const Escape& escape : kEscapes) {
-            if (at < text.size() && text[at] == escape.letter) {
+            if (letter.starts_with(escape.letter)) {
                 result += escape.byte;
             }
         }

@@ -56,7 +56,8 @@ extern "C" [[gnu::no_sanitize_thread]] int clock_gettime(clockid_t clock, timesp
 TEST_F(FileLock, TakesALockFileOfItsOwnAndDeletesIt) {
     {
         CFileLock lock;
-        ASSERT_TRUE(lock.Lock(file_.c_str(), nullptr, 5050));
+        errno = EDOM;  // of another call
+        ASSERT_TRUE(lock.Lock(file_.c_str(), nullptr, 5050) && lock.LastError() == 0);
         EXPECT_EQ(ReadFile(lockFile_), pid_);
     }
     EXPECT_TRUE(!std::filesystem::exists(lockFile_) && std::filesystem::exists(directory_ / "deep/er"));
@@ -153,6 +154,9 @@ TEST_F(FileLock, TheWaitEndsWhenAnotherOneWasFaster) {
         lock.UnlockFile(file_.c_str());
         std::filesystem::remove(lockFile_);
     }
+    flockHook = [&] { return std::filesystem::remove(lockFile_); };  // deleted whenever it is nearly had
+    CFileLock late;
+    EXPECT_TRUE(!late.Lock(file_.c_str(), nullptr, 50) && late.LastError() == EWOULDBLOCK);
 
     CNotificationConfig config(directory_ / "");
     WriteFile(config.Path(), "<Notifications/>");

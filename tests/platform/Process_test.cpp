@@ -120,7 +120,7 @@ TEST(Process, EndsTheWholeGroup) {
     EXPECT_FALSE(obeys.Wait(10ms));
     EXPECT_EQ(obeys.End(20s), (CProcess::CEnd{EHow::Signalled, SIGTERM}));
     AwaitGone(pid);
-    CProcess parts = RunShell("setsid sleep 99 & echo $!; wait");  // its child has a group of its own
+    CProcess parts = RunShell("setsid sh -c 'setsid sleep 99 & echo $!; wait' & wait");  // each with a group of its own
     pid = grandchild(parts);
     EXPECT_EQ(parts.End(20s), (CProcess::CEnd{EHow::Signalled, SIGTERM}));
     AwaitGone(pid);
@@ -143,6 +143,11 @@ TEST(Process, EndsTheWholeGroup) {
         refuses = CProcess();
     }
     AwaitGone(pid);
+    CProcess again = RunShell("sleep 99 & echo $!; wait");
+    pid = grandchild(again);
+    EXPECT_EQ(again.Start({"true"}), 0);
+    AwaitGone(pid);
+    EXPECT_EQ(again.Wait(20s), CProcess::CEnd{EHow::Exited});
     CProcess stolen = RunShell("exit 0");
     ASSERT_EQ(::waitpid(stolen.GetPid(), nullptr, 0), stolen.GetPid());
     EXPECT_EQ(stolen.Wait(20s), CProcess::CEnd{});

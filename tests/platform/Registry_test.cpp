@@ -187,10 +187,18 @@ TEST(Registry, FallsBackFromADamagedFileAndKeepsIt) {
 TEST(Registry, AStrokeAtAnyMomentLeavesTheOldStateOrTheNewOne) {
     const CTempDirectory directory;
     const std::string path = directory / "registry";
-    for (const std::string& start : {"nothing"s, "whole"s, "new"s, "old"s}) {
+    const std::string read = "open fstat read read ";
+    const std::string make = "unlink open write write write write fsync ";
+    const std::string sync = "open fsync ";
+    for (const auto& [start, inOrder] :
+         std::map<std::string, std::string>{{"nothing", "open open " + make + "rename " + sync},
+                                            {"whole", read + make + "unlink link rename " + sync},
+                                            {"new", read + read + "rename " + make + "rename rename " + sync},
+                                            {"old", read + "open " + make + "rename rename " + sync}}) {
         for (const int reason : {0, ENOSPC, EIO, EMFILE, EINTR, EPERM}) {
             failure = reason;
             bool isStruck = true;
+            std::string order;
             for (int calls = 0; isStruck; ++calls) {
                 for (const char* const suffix : {"", ".new", ".old", ".damaged"}) {
                     std::filesystem::remove(path + suffix);
@@ -219,10 +227,13 @@ TEST(Registry, AStrokeAtAnyMomentLeavesTheOldStateOrTheNewOne) {
                     ASSERT_EQ(::waitpid(child, &status, 0), child);
                     isStruck = WIFSIGNALED(status);
                 } else {
+                    const CTraceCapture trace(1);
                     callsLeft = calls;
                     error = registry.Save();
+                    EXPECT_EQ(trace.Has("cannot be saved: " + std::generic_category().message(error)), error != 0);
                     isStruck = callsLeft < 0;
                     callsLeft = -1;
+                    order += isStruck ? struck + " " : "";
                 }
                 const std::string now = Loaded(directory / "");
                 EXPECT_TRUE(now == "after" || (now == old && isStruck && (reason == 0 || error != 0)))
@@ -230,6 +241,7 @@ TEST(Registry, AStrokeAtAnyMomentLeavesTheOldStateOrTheNewOne) {
                 EXPECT_TRUE(reason != EINTR || (struck != "read" && struck != "write") || now == "after") << struck;
             }
             EXPECT_EQ(Loaded(directory / ""), "after");
+            EXPECT_TRUE(reason == 0 || reason == EINTR || order == inOrder) << order;
         }
     }
 }
