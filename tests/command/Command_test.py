@@ -194,11 +194,12 @@ class Console(ProgramTest):
             console.stdin.close()
 
     def test_traces_that_are_switched_off_are_told(self):
-        os.makedirs("/etc/kestrel/HostwardenSuite/TraceConfig")
-        session = Session(self, LIBRARY, terminal=False)
-        session.type("trace 3\nquit\n")
-        session.sees("But it prints nothing: /etc/kestrel/HostwardenSuite/TraceConfig is there and holds no .ini file")
-        session.ends()
+        folder = pathlib.Path("/etc/kestrel/HostwardenSuite/TraceConfig")
+        folder.mkdir(parents=True)
+        silent = f"But it prints nothing: {folder} is there and holds no .ini file"
+        self.assertIn(silent, run(self, f"--module {LIBRARY}", "trace 3\n")[1])
+        (folder / "em_alert.ini.old").touch()  # ".ini" is in its name
+        self.assertNotIn("prints nothing", run(self, f"--module {LIBRARY}", "trace 3\n")[1])
 
 
 def run(test, line, text="", **environment):

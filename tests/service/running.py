@@ -96,11 +96,15 @@ class ServiceTest(ProgramTest):
         self.addCleanup(self.end)
         self.awaits(self.answers)
 
+    def client(self):
+        client = socket.socket(socket.AF_UNIX)
+        client.settimeout(20)
+        client.connect(str(self.socket))
+        return client
+
     def ask(self, *orders):
         """What the service answers at its socket, order by order."""
-        with socket.socket(socket.AF_UNIX) as client:
-            client.settimeout(20)
-            client.connect(str(self.socket))
+        with self.client() as client:
             client.sendall(b"".join(json.dumps(order).encode() + b"\n" for order in orders))
             answers = client.makefile()
             return [json.loads(answers.readline()) for _ in orders]
