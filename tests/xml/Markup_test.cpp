@@ -71,7 +71,8 @@ TEST(Markup, WalksAndEditsWithACursor) {
     EXPECT_TRUE(document.GetData() == "tu" && document.FindChildElem("a") && document.FindChildElem("a"));
     EXPECT_FALSE(document.FindChildElem("a") || document.FindChildElem());
     EXPECT_TRUE(document.IntoElem() && document.GetData() == "23" && !document.FindElem() && document.OutOfElem());
-    EXPECT_TRUE(document.RemoveChildElem() && document.IntoElem() && document.GetData().empty());  // now at b
+    EXPECT_TRUE(document.RemoveChildElem() && !document.FindChildElem("a") && document.IntoElem() &&  // now at b
+                document.GetData().empty());
     EXPECT_TRUE(document.AddElem("d") && document.SetData("&") && document.SetAttrib("y", "<"));
     document.RestorePos(start);
     EXPECT_TRUE(document.FindChildElem() && document.IntoElem() && document.GetAttrib("x") == "1");
