@@ -38,6 +38,11 @@ retry = "100ms"
 """
 
 
+def configuration(name, **values):
+    """One of configurations/, with values for its names in braces."""
+    return read(pathlib.Path(__file__).parent / f"configurations/{name}.toml").format(**values)
+
+
 class Fleet(http.server.BaseHTTPRequestHandler):
     """What stands for Alertmanager: keeps what it is told."""
 

@@ -1,0 +1,206 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+# Runs the service with plugins that do what a file says, and reads what becomes of its alerts and mails.
+
+import base64
+import json
+import os
+import pathlib
+import shutil
+import signal
+import time
+import unittest
+
+from programs import LIBRARY, read
+from running import ServiceTest
+
+
+class Alerts(ServiceTest):
+    def test_a_state_settles_is_told_once_and_survives(self):
+        self.start(attempts=3, more="unknown = 3")
+        server = self.mail_server()
+        self.awaits(lambda: self.component()["status"] == 1)
+        self.plugin(2, "DISK \x1b[31mfull\x9b\xff | free=0 | used=1\nmore | lines")
+        self.awaits(lambda: self.component()["status"] == 3)
+        self.assertEqual(self.component()["text"], "DISK ?[31mfull?\xff")
+        self.assertEqual((self.status()["system"], self.status()["pending"]), (3, 1))
+        self.submit("raid")
+        self.awaits(lambda: len(server.mails()) == 2 and not self.untold())
+        self.submit("fan", status=0)
+        for sent, exit_status in ((signal.SIGKILL, 2), (signal.SIGTERM, 3)):
+            self.assertEqual(self.end(sent), -9 if sent == signal.SIGKILL else 0)
+            self.plugin(exit_status, "DISK gone")  # unknown is as bad: the cause persists, it is listed, not mailed again
+            self.start()
+            self.awaits(lambda: self.status()["pending"] == 2)
+            self.submit("raid")  # news of what is told already
+        self.assertEqual(self.component("fan")["status"], 1)
+        self.assertIn('"severity":"error"', self.command("--json", "pending")[1].replace(": ", ":"))
+        self.assertEqual(self.ask({"acknowledge": True})[0]["alerts"], 2)
+        self.assertEqual((self.status()["pending"], len(server.mails())), (0, 2))
+        self.submit("raid", status=0)
+        self.plugin(0, "DISK OK")
+        self.awaits(lambda: self.status()["system"] == 1)
+        self.assertEqual(self.status()["mail"]["failed"], 0)
+
+    def test_a_mail_is_due_until_a_server_takes_it(self):
+        self.start(more='kind = "update"')
+        server = self.mail_server("--reply", "MAIL=550 no")
+        self.assertEqual(self.command("setting", "new-updates", "on")[0], 0)
+        self.plugin(2, "DISK full, 3 updates")
+        for subject in ("disk", "disk/updates"):
+            self.awaits(lambda: f"{subject}: no server took the mail; it is tried again in 1 min" in
+                        read(self.folder / "log"))
+        self.assertEqual(self.command("test-mail")[0], 1)
+        with self.client() as client:
+            client.sendall(b'{"request":{"OC":"0x2242"}}\n')
+            told = client.makefile()
+            answers, awaited = [], {"returned", "reply"}
+            while awaited:  # in either order
+                answers.append(json.loads(next(told)))
+                awaited.discard(answers[-1]["kind"])
+            self.assertEqual(self.command("test-mail")[0], 1)  # somebody else's
+            client.sendall(b'{"ask":"status"}\n')
+            self.assertEqual(json.loads(next(told))["kind"], "status")
+        traces = [answer["text"] for answer in answers if answer["kind"] == "trace"]
+        self.assertTrue(traces and all(text.startswith("CSMTPClient ") for text in traces), traces)
+        self.assertEqual(self.status()["mail"]["failed"], 2)  # test mails are about no alert
+        self.end(signal.SIGTERM)
+        server = self.mail_server("--hang", "DOT", offline=True)
+        self.start()  # which sends it again, and is stopped while the server says nothing
+        self.awaits(lambda: "DATA" in read(server.folder / "commands"))
+        begun = time.monotonic()
+        self.end(signal.SIGTERM)
+        self.assertLess(time.monotonic() - begun, 4)
+        server = self.mail_server(offline=True)
+        for _ in range(2):
+            self.start()
+            self.awaits(lambda: self.status()["pending"] == 1 and len(server.mails()) == 2 and not self.untold())
+            self.end(signal.SIGTERM)
+        self.assertEqual(len(server.mails()), 2)
+        server = self.mail_server("--hang", "DOT", offline=True)
+        self.start()
+        with self.client() as client:
+            client.sendall(b'{"request":{"OC":"0x2242"}}\n')
+            self.awaits(lambda: "DATA" in read(server.folder / "commands"))
+            self.submit("fan")  # which waits for the end of that mail, and for the next run
+            self.end(signal.SIGTERM)
+        server = self.mail_server(offline=True)
+        self.start()
+        self.awaits(lambda: len(server.mails()) == 1)
+
+    def test_what_is_no_longer_watched_is_over(self):
+        other = f"""
+[[check]]
+name = "other"
+command = ["/bin/sh", "-c", "exit 1"]
+interval = "200ms"
+"""
+        self.start()
+        self.submit("other", status=0)
+        self.reload(read(self.folder / "em-alertd.toml") + other)  # from here on it is no report's alone
+        self.plugin(2, "DISK full")
+        self.awaits(lambda: self.status()["pending"] == 2)
+        (self.folder / "em-alertd.toml").write_text(other)
+        self.service.send_signal(signal.SIGHUP)
+        self.awaits(lambda: [one["name"] for one in self.status()["components"]] == ["other"])
+        (self.folder / "em-alertd.toml").write_text("")
+        self.service.send_signal(signal.SIGHUP)  # nothing is bad any more
+        self.awaits(lambda: (self.status()["system"], self.status()["pending"]) == (1, 0))
+        self.configure(more=other)
+        self.service.send_signal(signal.SIGHUP)
+        self.awaits(lambda: self.status()["pending"] == 2)
+        self.end(signal.SIGTERM)
+        (self.folder / "em-alertd.toml").write_text("")
+        self.start()
+        self.assertEqual(self.status()["components"], [])
+
+    def test_what_is_acknowledged_while_its_reminder_waits_stays_so(self):
+        self.start(head='reminder = "100ms"')
+        self.submit("fan", "raid")
+        self.awaits(lambda: self.status()["pending"] >= 2)
+        server = self.mail_server("--hang", "DOT")
+        self.awaits(lambda: "DATA" in read(server.folder / "commands"))
+        begun = time.monotonic()
+        self.awaits(lambda: time.monotonic() > begun + 0.3)  # for the reminder of the other one
+        with self.client() as client:
+            client.sendall(b'{"acknowledge":true}\n')
+            self.awaits(lambda: "control socket: acknowledge" in read(self.folder / "log"))
+            server.process.kill()
+            self.assertEqual(json.loads(client.makefile().readline())["kind"], "acknowledged")
+        self.submit("psu")
+        self.awaits(lambda: self.status()["pending"] > 0)
+        self.assertEqual({one["name"] for one in self.ask({"ask": "pending"})[0]["alerts"]}, {"psu"})
+
+    def test_settings_changed_at_run_time_stay(self):
+        self.start()
+        self.assertEqual(self.command("setting", "severity", "3")[0], 0)
+        server = self.mail_server()
+        self.end(signal.SIGTERM)
+        self.start()
+        self.plugin(1, "DISK low")
+        self.awaits(lambda: self.component()["status"] == 2 and self.status()["pending"] == 1)
+        self.plugin(2, "DISK full")
+        self.awaits(lambda: len(server.mails()) == 1)
+        self.assertIn("severity          2\n", self.command("reset", "severity")[1])
+        usual = pathlib.Path("/etc/em-alert/em-alertd.toml")  # of the private machine
+        usual.parent.mkdir()
+        self.addCleanup(shutil.rmtree, usual.parent)
+        usual.write_text("[alerts]\nmail = true\n")
+        self.assertEqual(self.command("setting", "mail", "off")[0], 0)
+        self.assertRegex(self.command("check-config")[1], "(?s)toml: 0 checks.*not mailed: em-alert setting mail on")
+        self.assertIn("none answers at /no/socket: ", self.run_command("--socket", "/no/socket", "check-config")[1])
+        self.assertNotIn("none answers", self.run_command("--module", LIBRARY, "check-config")[1])
+        self.assertEqual(self.command("reset", "mail")[0], 0)
+        self.end()
+        self.start()
+        self.assertRegex(self.command("setting")[1], "mail +on")
+        self.configure(more='[alertmanager]\nurls = []')
+        config = self.folder / "em-alertd.toml"
+        config.write_text(read(config).replace("subject =", "# ").replace('"$(ComponentDesignation)', '"by file: $(ComponentName)'))
+        self.service.send_signal(signal.SIGHUP)
+        self.awaits(lambda: "read again" in read(self.folder / "log"))
+        self.plugin(1, "DISK low")
+        self.awaits(lambda: len(server.mails()) == 2)
+        mail = base64.b64decode(server.mails()[1]["data"])
+        for words in (b"Warning:_disk_on_alpha", b"\nby file: disk\r"):
+            self.assertIn(words, mail)
+
+    def test_a_setting_that_nobody_names_any_more_gets_its_default_back(self):
+        self.preload(os.environ["EM_SPEAKER"])
+        config = read(self.configure())
+        beeps = config.replace("[alerts]", '[alerts]\nbeep = true\nword-warning = "low"')
+        self.file("em-alertd.toml", beeps.replace("[alerts]", '[alerts]\nwarning-tones = "700/10/10"\nerror-tones = "800/10/10"'))
+        self.start()
+        server = self.mail_server()
+
+        def heard(name, tone):
+            self.submit(name, status=1)
+            self.awaits(lambda: f"speaker: {tone} Hz" in read(self.folder / "log"))
+        heard("fan", 700)
+        self.awaits(lambda: len(server.mails()) == 1)
+        self.assertIn(b"low:", base64.b64decode(server.mails()[0]["data"]))
+        self.reload(beeps)
+        heard("fan again", 2300)
+        low_high = "2300/150/100 2400/400/100"
+        for name, tones in (("warning-tones", f"{low_high} 2300/150/100"), ("error-tones", " ".join([low_high] * 3))):
+            self.assertIn(f" {tones}\n", self.command("setting", name)[1])
+        self.reload(config)
+        self.submit("quiet", status=1)
+        self.awaits(lambda: len(server.mails()) == 3)
+        self.assertIn(b"Warning:", base64.b64decode(server.mails()[2]["data"]))
+        self.reload(config.replace("mail = true", ""))
+        self.submit("not mailed")
+        self.assertEqual(self.command("test-mail")[0], 0)  # which goes out after it
+        self.assertEqual(len(server.mails()), 4)
+        self.end()
+        self.file("em-alertd.toml", config.replace("mail = true", "mail = false"))
+        self.start()  # which lists again what is pending
+        self.submit("nor this")
+        self.assertEqual(self.command("test-mail")[0], 0)
+        self.assertEqual(len(server.mails()), 5)
+        answer, = self.ask({"set": {"OC": "0xE001", "OE": "0x0410"}})
+        self.assertRegex(answer["error"], '"DA"')
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

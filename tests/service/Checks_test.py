@@ -1,0 +1,136 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+# Runs the service with checks and configurations of all kinds, and with what the package brings.
+
+import base64
+import datetime
+import json
+import os
+import signal
+import subprocess
+import time
+import unittest
+
+from programs import COMMAND, LIBRARY, read
+from running import FILES, SERVICE, ServiceTest, configuration
+
+
+class Checks(ServiceTest):
+    def test_checks_that_fail_themselves(self):
+        sleep = f"sleep 99.{os.getpid()}"  # no other run's
+        missing = self.file("plugin", "#!/no/such/interpreter\n")
+        missing.chmod(0o755)
+        self.start(more=configuration("failing-checks", sleep=sleep, missing=missing))
+        expected = {"hangs": (0, "ended after 0.3 s without an answer"), "silent": (1, "no output, exit status 0"),
+                    "missing": (2, f"{missing} cannot be started: No such file or directory"), "loud": (2, "y"),
+                    "updates": (0, "ended after 0.3 s without an answer"),
+                    "reported": (2, "no report has come within the time set for it")}
+        self.awaits(lambda: all((one := self.component(name))["checked"] and (one["status"], one["text"]) == told
+                                for name, told in expected.items()))
+        self.awaits(lambda: "components/updates/told" in read(self.folder / "state/registry"))
+        self.assertNotIn("components/updates/updates=", read(self.folder / "state/registry"))  # it told of no number
+        # Each run of it ends with its children, until the next one begins.
+        self.awaits(lambda: subprocess.run(["pgrep", "-f", sleep], stdout=subprocess.DEVNULL).returncode == 1)
+        self.assertEqual(json.loads(self.command("--json", "submit", "reported", "0", "well")[1])["status"], 1)
+
+    def test_a_configuration_is_refused_as_a_whole(self):
+        config = self.configure(head='parallel = "many"', more="\n" + configuration("mistakes"))
+        run = subprocess.run([SERVICE, "--config", config, "--socket", self.socket, "--state", self.folder,
+                              "--module", LIBRARY], capture_output=True, text=True)
+        self.assertEqual(run.returncode, 2)
+        checked = self.command("check-config", config)[1]
+        mistakes = ((2, "parallel is a whole number"), (18, r"\[\[check]] freshness is a"), (19, "taken"),
+                    (21, "no program /no/such/plugin"), (22, "speed is not known"), (23, "fleet is not known"),
+                    (25, "name is one line"), (26, "begins with a program"), (29, "no program no-such-plugin"),
+                    (31, '"localhost:9093" is no'), (34, "command is a list of texts"))
+        for told in (run.stderr, checked):
+            self.assertRegex(told, r"(?s)" + ".*".join(f"em-alertd.toml:{line}: [^\n]*{words}" for line, words in mistakes))
+        config = self.configure(more="""
+[[check]]
+name = "left out"
+command = ["/no/such/plugin"]
+if-installed = true
+""")
+        self.assertIn(f"{config}: one check; left out, as the program is not installed: left out\n",
+                      self.command("check-config", config)[1])
+        once = subprocess.run([SERVICE, "--config", config, "--once"], capture_output=True, text=True)
+        self.assertEqual((once.returncode, once.stdout), (0, "disk: OK - DISK OK\n"))
+        slow = self.file("slow.toml", '[[check]]\nname = "slow"\ncommand = ["/bin/sleep", "9"]\ntimeout = "100ms"\n')
+        once = subprocess.run([SERVICE, "--config", slow, "--once"], capture_output=True, text=True)
+        self.assertEqual((once.returncode, once.stdout), (1, "slow: UNKNOWN - ended after 0.1 s without an answer\n"))
+        self.start()
+        self.file("em-alertd.toml", "check = 1")
+        self.service.send_signal(signal.SIGHUP)
+        self.awaits(lambda: "em-alertd.toml:1: each check" in read(self.folder / "log"))
+        self.awaits(lambda: self.component()["status"] == 1)
+
+    def test_reloads_put_nothing_off(self):
+        alone = f"mkdir {self.folder}/at || echo >>{self.folder}/not-alone; sleep 0.05; rmdir {self.folder}/at"
+        config = configuration("reloads", alone=alone, folder=self.folder)
+        self.file("em-alertd.toml", config)
+        self.start()
+        begun = time.monotonic()
+        while time.monotonic() < begun + 4:
+            self.reload(config)
+        self.assertGreaterEqual(len(read(self.folder / "ran")), 2)
+        self.assertEqual(self.component("reported")["status"], 2)
+        self.assertFalse((self.folder / "not-alone").exists())
+
+        def rare():
+            now = datetime.datetime.now(datetime.timezone.utc)
+            return datetime.datetime.fromisoformat(self.component("rare")["next"]) - now
+        self.assertLess(rare(), datetime.timedelta(minutes=10))
+        self.assertEqual(self.command("check", "rare")[0], 0)
+        for _ in range(2):  # told, and still so: no more retries
+            self.awaits(lambda: self.component("rare")["status"] == 2 and rare() > datetime.timedelta(days=29))
+            self.assertEqual(self.command("check", "rare")[0], 0)
+        self.end(signal.SIGTERM)  # with its checks, which write into the folder
+
+    def test_what_the_package_brings_is_in_order(self):
+        unit = self.file("em-alertd.service", read(FILES / "em-alertd.service").replace("/usr/bin/em-alertd", SERVICE))
+        for words in (("verify", "--man=no"), ("security", "--offline=true", "--threshold=30")):
+            run = subprocess.run(["systemd-analyze", *words, unit], capture_output=True, text=True)
+            self.assertEqual((run.returncode, run.stderr), (0, ""))
+        run = subprocess.run([SERVICE, "--config", FILES / "em-alertd.toml", "--once"], capture_output=True, text=True)
+        self.assertRegex(run.stdout, r"(?m)^disks: (OK|WARNING|CRITICAL) - DISK")
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+
+    def test_others_report(self):
+        self.start(head='reminder = "1d"')
+        self.reload(read(self.folder / "em-alertd.toml").replace('"1d"', '"200ms"'))
+        server = self.mail_server()
+
+        def told_of(name):
+            return sum(name in base64.b64decode(mail["data"]) for mail in server.mails())
+        self.file("em-alert", f'#!/bin/sh\nexec {COMMAND} --socket {self.socket} "$@"\n').chmod(0o755)
+        path = {"PATH": f"{self.folder}:/usr/bin:/bin"}
+        smart = {"SMARTD_DEVICE": "/dev/sda", "SMARTD_FAILTYPE": "CurrentPendingSector", "SMARTD_MESSAGE": "8 sectors"}
+        subprocess.run([FILES / "smartd-exec"], env=path | smart, check=True, stdout=subprocess.DEVNULL)
+        told = self.component("smart-sda")
+        self.assertEqual((told["status"], told["text"]), (3, "CurrentPendingSector: 8 sectors"))
+        self.awaits(lambda: told_of(b"smart-sda") >= 3)  # reminders, until it is well
+        self.assertEqual(self.command("submit", "smart-sda", "0", "replaced")[0], 0)
+        reminders = told_of(b"smart-sda")
+        disk = smart | {"SMARTD_DEVICE": "/dev/bus/0", "SMARTD_DEVICESTRING": "/dev/bus/0 [hpt_1/1/2] [SAT]"}
+        subprocess.run([FILES / "smartd-exec"], env=path | disk, check=True, stdout=subprocess.DEVNULL)
+        self.assertEqual(self.command("submit", "smart-0-hpt_1_1_2_SAT", "0", "replaced")[0], 0)
+        for words, expected in ((("Fail", "/dev/md0", "/dev/sdb1"), (3, "Fail of /dev/sdb1")),
+                                (("Rebuild40", "/dev/md0"), (2, "Rebuild40")),
+                                (("SpareActive", "/dev/md0", "/dev/sdc1"), (1, "SpareActive of /dev/sdc1")),
+                                (("TestMessage", "/dev/md0"), (1, "SpareActive of /dev/sdc1"))):
+            subprocess.run([FILES / "mdadm-program", *words], env=path, check=True, stdout=subprocess.DEVNULL)
+            told = self.component("raid-md0")
+            self.assertEqual((told["status"], told["text"]), expected)
+        self.assertEqual((self.component("raid-test")["status"], self.submit("raid-test", status=0)), (2, None))
+        self.plugin(2, "DISK full")
+        self.awaits(lambda: told_of(b"disk") >= 5)
+        self.assertLessEqual(told_of(b"smart-sda"), reminders + 1)  # one may have been under way
+        self.assertEqual(self.ask({"acknowledge": True})[0]["kind"], "acknowledged")
+        reminders = told_of(b"disk")
+        self.submit("fan")
+        self.awaits(lambda: told_of(b"fan") >= 4)
+        self.assertLessEqual(told_of(b"disk"), reminders + 1)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

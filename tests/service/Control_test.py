@@ -1,0 +1,188 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+# Asks the service at its socket, as the operator's command does and as nobody should, and takes away what it writes to.
+
+import contextlib
+import itertools
+import json
+import os
+import re
+import signal
+import socket
+import subprocess
+import threading
+import time
+import unittest
+
+from programs import LIBRARY, read
+from running import SERVICE, Fleet, ServiceTest
+
+
+class Control(ServiceTest):
+    def test_each_request_gets_its_reply(self):
+        self.start()
+        with self.client() as client:
+            client.sendall(b'{"request":{"OC":"0x2243"}}\n' * 500)  # whose replies overtake the requests' return
+            answers = client.makefile()
+            kinds = [json.loads(answers.readline())["kind"] for _ in range(1000)]
+        self.assertEqual((kinds.count("returned"), kinds.count("reply")), (500, 500))
+
+    def test_each_order_is_answered_and_each_change_is_logged(self):
+        self.environment = {"JOURNAL_STREAM": "1:2"}  # of the session, which writes somewhere else
+        self.start()
+        severity = {"OE": "0x0411", "DA": 3}
+        orders = (({"ask": "status"}, "status", None),
+                  ({"acknowledge": True}, "acknowledged", "acknowledge"),
+                  ({"check": "disk"}, "checked", None),
+                  ({"submit": {"name": "raid", "status": 0}}, "submitted", "submit raid"),
+                  ({"check": "raid"}, "error", None),
+                  ({"request": {"OC": "0xE001", "OE": "0x0414"}}, "returned", None),
+                  ({"request": {"OC": "0xE002", "OE": "0x0414", "DA": "b@x"}}, "returned", "request recipients"),
+                  ({"event": {"OC": "0x2322", "OI": 9, "DA": 1}}, "delivered", "event"),
+                  ({"notice": {"OC": "0xE002", **severity}}, "delivered", "notice severity"),
+                  ({"notify": 5}, "notified", "notify"),
+                  ({"set": {"OC": "0xE001", **severity}}, "set", "set severity"),
+                  ({"reset": 0x0411}, "reset", "reset severity"),
+                  ({"subscribe": True}, "subscribed", None))
+        for order, kind, _ in orders:
+            self.assertEqual(self.ask(order)[0]["kind"], kind)
+        self.assertEqual(re.findall(r"(?m)^em-alertd: root \(process \d+\) at the control socket: (.*)$",
+                                    read(self.folder / "log")), [change for _, _, change in orders if change])
+
+    def test_hostile_clients_delay_nothing(self):
+        self.start()
+        clients = [socket.socket(socket.AF_UNIX) for _ in range(300)]
+        with contextlib.ExitStack() as all_of_them:
+            for client in clients:
+                all_of_them.enter_context(client)
+                with contextlib.suppress(OSError):
+                    client.settimeout(0.2)
+                    client.connect(str(self.socket))
+            clients[1].setblocking(False)
+            with contextlib.suppress(OSError):
+                while True:
+                    clients[1].send(b'{"ask":"status"}\n' * 1000)  # and reads nothing
+            with contextlib.suppress(OSError):
+                clients[0].settimeout(5)
+                clients[0].sendall(b"x" * 10_000_000)
+            self.plugin(2, "DISK full")
+        self.awaits(lambda: (self.component() or {}).get("status") == 3)
+        with self.client() as client:
+            for line in ('{', '{"ask":"weather"}', '{"ask":"status","check":"disk"}', '{"submit":{"name":"a/b","status":1}}',
+                         '{"submit":{"name":"a","status":9}}', '{"notify":"shutdown"}', '{"notify":131073}'):
+                client.sendall(line.encode() + b"\n")
+            answers = client.makefile()
+            self.assertEqual([json.loads(answers.readline())["kind"] for _ in range(7)], ["error"] * 6 + ["notified"])
+            client.sendall(b'{"check":"disk"}\n' * 2)  # each is answered, also by one result
+            self.assertEqual([json.loads(answers.readline())["kind"] for _ in range(2)], ["checked"] * 2)
+            client.sendall(b'{"ask":"pending"}\n')
+            self.assertEqual(json.loads(answers.readline())["kind"], "pending")  # and no more than once
+
+    def test_two_services_do_not_meet(self):
+        self.start()
+        for state, control, reason in (("state", "other", "another service keeps its state in"),
+                                       ("other", "control", "another service answers at"),
+                                       ("other", "says", "something else than a socket has this name")):
+            run = subprocess.run([SERVICE, "--config", self.folder / "em-alertd.toml", "--module", LIBRARY, "--state",
+                                  self.folder / state, "--socket", self.folder / control],
+                                 capture_output=True, text=True, timeout=20)
+            self.assertEqual((run.returncode, reason in run.stderr), (1, True), run.stderr)
+        self.assertEqual(read(self.folder / "says"), "DISK OK")
+
+    def test_nobody_has_to_read_the_log(self):
+        reader, log = os.pipe()
+        os.close(reader)
+        self.addCleanup(os.close, log)
+        self.service = subprocess.Popen([SERVICE, "--config", self.configure(), "--socket", self.socket, "--state",
+                                         self.folder / "state", "--module", LIBRARY], stderr=log)
+        self.addCleanup(self.end)
+        self.awaits(lambda: self.service.poll() is not None or self.answers())
+        self.submit("fan")
+        self.service.terminate()
+        self.assertEqual((self.service.wait(20), self.socket.exists()), (0, False))
+
+    def test_what_cannot_be_written_is_told_once(self):
+        os.mkdir(self.folder / "full")
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "nr_inodes=1", "none", self.folder / "full"], check=True)
+        self.addCleanup(subprocess.run, ["umount", self.folder / "full"], check=True)
+        (self.folder / "state").symlink_to("full")
+        self.start(more=f'[metrics]\ntextfile = "{self.folder}/full/metrics"')
+        for name in ("a", "b", "c"):
+            self.submit(name)
+        told = [f"cannot save the state in {self.folder}/state: No space left", f"cannot write {self.folder}/full/metrics"]
+        self.awaits(lambda: all(words in read(self.folder / "log") for words in told))
+        self.submit("d")
+        subprocess.run(["mount", "-o", "remount,ro", self.folder / "full"], check=True)
+        self.submit("other reasons")
+        self.awaits(lambda: read(self.folder / "log").count("Read-only") == 2)
+        subprocess.run(["mount", "-o", "remount,rw,nr_inodes=100", self.folder / "full"], check=True)
+        self.submit("e")
+        self.awaits(lambda: "is saved again" in read(self.folder / "log") and "is written again" in read(self.folder / "log"))
+        self.assertEqual([read(self.folder / "log").count(words) for words in told], [1, 2])  # once for each reason
+        subprocess.run(["mount", "-o", "remount,ro", self.folder / "full"], check=True)
+        self.submit("late")
+        self.awaits(lambda: read(self.folder / "log").count("Read-only") == 4)
+        subprocess.run(["mount", "-o", "remount,rw", self.folder / "full"], check=True)
+        self.end(signal.SIGTERM)
+        self.assertIn("components/late/", read(self.folder / "state/registry"))
+
+    def test_fleet_watchdog_and_updates(self):
+        notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.addCleanup(notify.shutdown, socket.SHUT_RDWR)
+        notify.bind(str(self.folder / "notify"))
+        heard = []
+
+        def listen():
+            with contextlib.suppress(OSError):
+                while True:
+                    heard.append((notify.recv(100), time.monotonic()))
+        threading.Thread(target=listen, daemon=True).start()
+        journal = self.file("log", "").stat()
+        os.environ |= {"NOTIFY_SOCKET": str(self.folder / "notify"), "WATCHDOG_USEC": "800000",
+                       "JOURNAL_STREAM": f"{journal.st_dev}:{journal.st_ino}", "LUME_LOG_DEBUG_LEVEL": "4"}
+        self.addCleanup(lambda: [os.environ.pop(name) for name in ("NOTIFY_SOCKET", "WATCHDOG_USEC", "JOURNAL_STREAM",
+                                                                   "LUME_LOG_DEBUG_LEVEL")])
+        self.start(head="", more=f"""
+kind = "update"
+{self.fleet()}
+[metrics]
+textfile = "{self.folder}/em_alert.prom"
+""")
+        server = self.mail_server()
+        self.assertEqual(self.command("setting", "new-updates", "on")[0], 0)
+        self.plugin(1, "5 packages available")
+        self.awaits(lambda: 'status{component="disk"} 2\n' in read(self.folder / "em_alert.prom"))
+        self.assertEqual((self.folder / "em_alert.prom").stat().st_mode & 0o777, 0o644)
+        self.submit('C:\\ "data"', status=0)
+        self.awaits(lambda: r'status{component="C:\\ \"data\""} 1' in read(self.folder / "em_alert.prom"))
+        self.awaits(lambda: len(server.mails()) == 2)  # the status, and the number of updates
+        labels = {"alertname": "ComponentStatus", "instance": socket.gethostname(), "component": "disk"}
+
+        def lasts(severity, lasting):
+            return any(alert["labels"] == labels | {"severity": severity} and ("endsAt" not in alert) == lasting
+                       for path, alerts in Fleet.told if path == "/fleet/api/v2/alerts" for alert in alerts)
+        self.awaits(lambda: lasts("warning", True))
+        self.plugin(2, "5 packages available")
+        self.awaits(lambda: lasts("critical", True) and lasts("warning", False))
+        self.plugin(0, "0 packages available")
+        self.awaits(lambda: lasts("critical", False))
+        self.plugin(2, "5 packages available")
+        self.awaits(lambda: self.component()["status"] == 3)
+        Fleet.told.clear()
+        self.reload(re.sub(r"(?s)\[\[check.*?(?=\[alertm)", "", read(self.folder / "em-alertd.toml")))
+        self.awaits(lambda: lasts("critical", False))  # it hears of what a reload ends
+        log = read(self.folder / "log")
+        self.assertIn("http://127.0.0.1:1 does not take alerts (Couldn't connect to server); they are sent again", log)
+        for line in ("<4>disk: 5 packages available", "<5>disk: 0 packages available", "<6>root (process ",
+                     "<7>EM_ALERT            : Add warning alert to be acknowledged\n"):
+            self.assertIn("\n" + line, "\n" + log)
+        self.awaits(lambda: {word for word, _ in heard} == {b"READY=1", b"WATCHDOG=1", b"RELOADING=1"})
+
+        def pauses():
+            fed = [at for word, at in heard if word == b"WATCHDOG=1"]
+            return [after - before for before, after in itertools.pairwise(fed)]
+        self.awaits(lambda: min(pauses(), default=1) < 0.6)  # twice in the time that is set
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
