@@ -213,7 +213,8 @@ class SingleCommands(ProgramTest):
     def test_each_does_one_thing_and_tells_by_its_status(self):
         names = {"LIBRARY": LIBRARY, "SPAM": self.serve("--reply", "DOT=554 spam").port,
                  "GOOD": self.serve("--reply", "RCPT:bert@example.net=550 5.1.1 nobody",
-                                    "--reply", "RCPT:carl@example.net=450 4.2.1 later").port}
+                                    "--reply", "RCPT:carl@example.net=450 4.2.1 later").port,
+                 "STRICT": self.serve("--reply", "RCPT:anna@example.net=550 no", "--reply", "DOT=554 no").port}
         output = ""
         for row in lines(re.sub("@([A-Z]+)@", lambda match: names[match[1]], read(TESTS / "commands"))):
             mark, text = row[0], row[2:]
@@ -229,6 +230,23 @@ class SingleCommands(ProgramTest):
             elif mark == "=":
                 self.assertEqual(status, int(text), f"{command}: {output}")
         self.assertEqual((self.folder / ".local/state").stat().st_mode & 0o777, 0o700)
+
+    def test_a_second_signal_ends_it_while_a_mail_hangs(self):
+        server = self.serve("--hang", "DOT")
+        for words in ("host 1 127.0.0.1", f"port 1 {server.port}", "sender 'A <a@example.net>'", "recipients b@example.net"):
+            self.assertEqual(run(self, f"--module {LIBRARY} set {words}")[0], 0)
+        with subprocess.Popen([COMMAND, "--module", LIBRARY, "test-mail"], env=os.environ | {"HOME": self.folder}) as command:
+            while "DATA" not in read(server.folder / "commands"):
+                select.select([], [], [], 0.01)
+            while command.poll() is None:
+                command.send_signal(signal.SIGTERM)
+                select.select([], [], [], 0.05)
+        self.assertEqual(command.returncode, -signal.SIGTERM)
+
+    def test_the_environment_sets_the_trace_level(self):
+        traces = self.folder / "traces"
+        self.assertEqual(run(self, f"--module {LIBRARY} --trace-file {traces} get", LUME_LOG_DEBUG_LEVEL="5")[0], 0)
+        self.assertIn("apply file lock using file", read(traces))
 
     def test_settings_are_kept_where_it_is_said(self):
         xdg = {"XDG_STATE_HOME": str(self.folder / "xdg")}

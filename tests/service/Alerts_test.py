@@ -6,6 +6,7 @@ import base64
 import json
 import os
 import pathlib
+import re
 import shutil
 import signal
 import time
@@ -29,6 +30,7 @@ class Alerts(ServiceTest):
         self.submit("fan", status=0)
         for sent, exit_status in ((signal.SIGKILL, 2), (signal.SIGTERM, 3)):
             self.assertEqual(self.end(sent), -9 if sent == signal.SIGKILL else 0)
+            self.assertEqual(self.command("--module", LIBRARY, "get")[0], 0)  # nobody answers, whether a socket is left or not
             self.plugin(exit_status, "DISK gone")  # unknown is as bad: the cause persists, it is listed, not mailed again
             self.start()
             self.awaits(lambda: self.status()["pending"] == 2)
@@ -142,6 +144,11 @@ interval = "200ms"
         self.plugin(2, "DISK full")
         self.awaits(lambda: len(server.mails()) == 1)
         self.assertIn("severity          2\n", self.command("reset", "severity")[1])
+        before = self.command("setting")[1]
+        for name, value in re.findall(r"(?m)^(\S+) +(on|off)\b", before):
+            self.command("setting", name, "off" if value == "on" else "on")
+            self.command("reset", name)
+            self.assertEqual(self.command("setting")[1], before, name)
         usual = pathlib.Path("/etc/em-alert/em-alertd.toml")  # of the private machine
         usual.parent.mkdir()
         self.addCleanup(shutil.rmtree, usual.parent)

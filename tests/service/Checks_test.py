@@ -117,7 +117,8 @@ if-installed = true
         for words, expected in ((("Fail", "/dev/md0", "/dev/sdb1"), (3, "Fail of /dev/sdb1")),
                                 (("Rebuild40", "/dev/md0"), (2, "Rebuild40")),
                                 (("SpareActive", "/dev/md0", "/dev/sdc1"), (1, "SpareActive of /dev/sdc1")),
-                                (("TestMessage", "/dev/md0"), (1, "SpareActive of /dev/sdc1"))):
+                                (("TestMessage", "/dev/md0"), (1, "SpareActive of /dev/sdc1")),
+                                (("DeviceDisappeared", "/dev/md0"), (3, "DeviceDisappeared"))):
             subprocess.run([FILES / "mdadm-program", *words], env=path, check=True, stdout=subprocess.DEVNULL)
             told = self.component("raid-md0")
             self.assertEqual((told["status"], told["text"]), expected)
@@ -130,6 +131,10 @@ if-installed = true
         self.submit("fan")
         self.awaits(lambda: told_of(b"fan") >= 4)
         self.assertLessEqual(told_of(b"disk"), reminders + 1)
+        self.end(signal.SIGTERM)
+        reminders = told_of(b"fan")
+        self.start()
+        self.awaits(lambda: told_of(b"fan") > reminders)
 
 
 if __name__ == "__main__":

@@ -102,16 +102,17 @@ class ServiceTest(ProgramTest):
         self.awaits(self.answers)
 
     def client(self):
-        client = socket.socket(socket.AF_UNIX)
-        client.settimeout(20)
-        client.connect(str(self.socket))
+        with contextlib.ExitStack() as unless_it_answers:
+            client = unless_it_answers.enter_context(socket.socket(socket.AF_UNIX))
+            client.settimeout(20)
+            client.connect(str(self.socket))
+            unless_it_answers.pop_all()
         return client
 
     def ask(self, *orders):
         """What the service answers at its socket, order by order."""
-        with self.client() as client:
+        with self.client() as client, client.makefile() as answers:
             client.sendall(b"".join(json.dumps(order).encode() + b"\n" for order in orders))
-            answers = client.makefile()
             return [json.loads(answers.readline()) for _ in orders]
 
     def submit(self, *names, status=2, text="failed"):
