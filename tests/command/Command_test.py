@@ -196,10 +196,11 @@ class Console(ProgramTest):
     def test_traces_that_are_switched_off_are_told(self):
         folder = pathlib.Path("/etc/kestrel/HostwardenSuite/TraceConfig")
         folder.mkdir(parents=True)
-        silent = f"But it prints nothing: {folder} is there and holds no .ini file"
-        self.assertIn(silent, run(self, f"--module {LIBRARY}", "trace 3\n")[1])
-        (folder / "em_alert.ini.old").touch()  # ".ini" is in its name
-        self.assertNotIn("prints nothing", run(self, f"--module {LIBRARY}", "trace 3\n")[1])
+        silent = f"{folder} is there and holds no .ini file"
+        self.assertIn(f"But it prints nothing: {silent}", run(self, f"--module {LIBRARY}", "trace 3\n")[1])
+        for name, is_silent in (("ini", True), ("em_alert.ini.old", False)):
+            (folder / name).touch()
+            self.assertEqual(silent in run(self, f"--module {LIBRARY} check-config")[1], is_silent)
 
 
 def run(test, line, text="", **environment):
