@@ -63,7 +63,7 @@ class Control(ServiceTest):
                 while True:
                     clients[1].send(b'{"ask":"status"}\n' * 1000)  # and reads nothing
             with self.assertRaises(ConnectionError):  # a line without an end
-                clients[0].settimeout(5)
+                clients[0].settimeout(20)
                 clients[0].sendall(b"x" * 10_000_000)
             self.plugin(2, "DISK full")
         self.awaits(lambda: (self.component() or {}).get("status") == 3)
