@@ -31,7 +31,7 @@ TEST(Event, ReleasesWaitersAsItsKindAndTheOperationsSay) {
     for (const auto& row : Cases("event.cases", "release")) {
         SCOPED_TRACE(row[1] + row[3]);
         const CTraceCapture trace;
-        CEvent event(false, row[3] == "manual");
+        CEvent event(false, row[3] == "manual", "anew in each row");
         const CEvent other(event);  // stays open when the first is closed
         const auto wait = [&event] { EXPECT_EQ(event.Wait(20000), CEvent::kSignalled); };
         const std::jthread waiters[] = {std::jthread(wait), std::jthread(wait), std::jthread(wait)};
