@@ -56,10 +56,11 @@ void CAnnouncer::DeliverNext() {
 
 /// On the module's thread.
 void CAnnouncer::Deliver(CAgent& agent, const Event& event) {
-    const bool isWanted = !event.isWanted || event.isWanted();
+    bool isWanted = true;
     isMailLost_ = false;
     deliverer_ = std::this_thread::get_id();
     try {
+        isWanted = !event.isWanted || event.isWanted();
         if (isWanted) {
             event.deliver(agent);
         }
