@@ -24,7 +24,7 @@ public:
     /// Why a component's status is delivered.
     enum class Telling {
         News,
-        Reminder,   // that nobody has acknowledged it; dropped when somebody does while it waits
+        Reminder,   // that nobody has acknowledged it; dropped when somebody does while it waits, and not kept as due
         Relisting,  // its mail went out in an earlier run
     };
 

@@ -237,7 +237,7 @@ class SingleCommands(ProgramTest):
         for words in ("host 1 127.0.0.1", f"port 1 {server.port}", "sender 'A <a@example.net>'", "recipients b@example.net"):
             self.assertEqual(run(self, f"--module {LIBRARY} set {words}")[0], 0)
         with subprocess.Popen([COMMAND, "--module", LIBRARY, "test-mail"], env=os.environ | {"HOME": self.folder}) as command:
-            while "DATA" not in read(server.folder / "commands"):
+            while command.poll() is None and "DATA" not in read(server.folder / "commands"):
                 select.select([], [], [], 0.01)
             while command.poll() is None:
                 command.send_signal(signal.SIGTERM)
