@@ -14,13 +14,12 @@ struct NameRange {
     bool mayStart;
 };
 
-constexpr NameRange kNameRanges[] = {{'a', 'z', true},       {'A', 'Z', true},       {'_', '_', true},
-                                     {':', ':', true},       {'0', '9', false},      {'-', '.', false},
-                                     {0xB7, 0xB7, false},    {0xC0, 0xD6, true},     {0xD8, 0xF6, true},
-                                     {0xF8, 0x2FF, true},    {0x300, 0x36F, false},  {0x370, 0x37D, true},
-                                     {0x37F, 0x1FFF, true},  {0x200C, 0x200D, true}, {0x203F, 0x2040, false},
-                                     {0x2070, 0x218F, true}, {0x2C00, 0x2FEF, true}, {0x3001, 0xD7FF, true},
-                                     {0xF900, 0xFDCF, true}, {0xFDF0, 0xFFFD, true}, {0x10000, 0xEFFFF, true}};
+constexpr NameRange kNameRanges[] = {
+    {'_', '_', true},        {':', ':', true},       {'0', '9', false},       {'-', '.', false},
+    {0xB7, 0xB7, false},     {0xC0, 0xD6, true},     {0xD8, 0xF6, true},      {0xF8, 0x2FF, true},
+    {0x300, 0x36F, false},   {0x370, 0x37D, true},   {0x37F, 0x1FFF, true},   {0x200C, 0x200D, true},
+    {0x203F, 0x2040, false}, {0x2070, 0x218F, true}, {0x2C00, 0x2FEF, true},  {0x3001, 0xD7FF, true},
+    {0xF900, 0xFDCF, true},  {0xFDF0, 0xFFFD, true}, {0x10000, 0xEFFFF, true}};
 
 }  // namespace
 
@@ -71,9 +70,17 @@ bool CXmlScanner::TakeQuotedData() {
     return TakeData(value.size()) && Take(text_.substr(quote, 1));
 }
 
+/// Goes over the letters of ASCII, of which nearly every name consists.
+void CXmlScanner::SkipLetters() {
+    const char* const text = text_.data();
+    while (at_ < text_.size() && ((text[at_] >= 'a' && text[at_] <= 'z') || (text[at_] >= 'A' && text[at_] <= 'Z'))) {
+        ++at_;
+    }
+}
+
 bool CXmlScanner::TakeName(std::string_view& name) {
     const std::size_t first = at_;
-    while (at_ < text_.size()) {
+    while (SkipLetters(), at_ < text_.size()) {
         std::uint32_t character{};
         const std::size_t length = ReadUtf8(Rest(), character);
         const auto* const range = std::ranges::find_if(kNameRanges, [character](const NameRange& candidate) {

@@ -26,7 +26,7 @@ public:
         error_ = error;
         return false;
     }
-    std::string_view Rest() const { return text_.substr(at_); }
+    std::string_view Rest() const { return {text_.data() + at_, text_.size() - at_}; }
 
     // These three note nothing: what they name may be missing, and is then not taken in part.
     bool Take(std::string_view literal);
@@ -45,6 +45,7 @@ public:
     bool TakeData(std::size_t size);
 
 private:
+    void SkipLetters();
     void SkipPlain(std::size_t end);
     bool TakeCharacter();
     bool TakeReference();
