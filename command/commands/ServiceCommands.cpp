@@ -109,11 +109,15 @@ Outcome RunCheck(CCommandContext& context, const CommandArguments& arguments) {
 
 Outcome RunWatch(CCommandContext& context, const CommandArguments& /*arguments*/) {
     CServiceClient& service = context.Service();
-    service.Subscribe();
-    if (::isatty(STDOUT_FILENO) == 1 && !context.Options().json) {
-        WatchScreen(context, service);
-    } else {
-        WatchLines(context, service);
+    try {
+        service.Subscribe();
+        if (::isatty(STDOUT_FILENO) == 1 && !context.Options().json) {
+            WatchScreen(context, service);
+        } else {
+            WatchLines(context, service);
+        }
+    } catch (const CBrokenOff&) {
+        // Ctrl-C ends a view, also while the service has yet to answer.
     }
     return {};
 }

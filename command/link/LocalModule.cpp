@@ -153,7 +153,7 @@ ModuleAnswer CLocalModule::Ask(Command request) {
             return {.command = *found, .traces = record_.Get()};
         }
         if (!GoesOn(record_.Get())) {
-            throw CAgentError("waiting was broken off; what was asked for may still be done");
+            throw CBrokenOff();
         }
     }
     throw CAgentError("the module has not answered within " + std::to_string(kLongestAnswerSeconds) + " seconds");

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "agent/core/Command.h"
+#include "agent/core/Json.h"
 
 /// Lines that the module printed as errors, or as the results of mails, in their order.
 using Traces = std::vector<std::string>;
@@ -16,6 +17,12 @@ using Traces = std::vector<std::string>;
 struct ModuleAnswer {
     Command command;
     Traces traces;  // printed while the request was under way
+};
+
+/// Thrown when what was waiting for an answer has been told to wait no longer.
+class CBrokenOff final : public CAgentError {
+public:
+    CBrokenOff() : CAgentError("waiting was broken off; what was asked for may still be done") {}
 };
 
 /// The alert module as the command sees it: loaded into this process, or behind the socket of the service. One thread.

@@ -124,7 +124,7 @@ Document CServiceClient::WaitFor(const std::function<bool(const Document&)>& isW
                 return std::move(*line);
             }
         } else if (!GoesOn(traces_)) {
-            throw CAgentError("waiting was broken off; what was asked for may still be done");
+            throw CBrokenOff();
         }
     }
     Fail("it has not answered within " + std::to_string(kLongestAnswerSeconds) + " seconds");

@@ -402,11 +402,12 @@ class Service(ProgramTest):
         with socket.socket(socket.AF_UNIX) as listener:
             listener.bind(str(self.folder / "hangs"))
             listener.listen()
-            with subprocess.Popen([COMMAND, "--socket", self.folder / "hangs", "status"], stderr=subprocess.PIPE,
-                                  text=True) as command, listener.accept()[0] as connection:
-                connection.recv(100)
-                command.send_signal(signal.SIGINT)
-                self.assertEqual((command.wait(20), "waiting was broken off" in command.stderr.read()), (1, True))
+            for request, ending in (("status", (1, True)), ("watch", (0, False))):
+                with subprocess.Popen([COMMAND, "--socket", self.folder / "hangs", request], stderr=subprocess.PIPE,
+                                      text=True) as command, listener.accept()[0] as connection:
+                    connection.recv(100)
+                    command.send_signal(signal.SIGINT)
+                    self.assertEqual((command.wait(20), "was broken off" in command.stderr.read()), ending, request)
 
     def view(self, columns, environment):
         """The lines of the first view on a terminal of 8 rows."""
