@@ -86,11 +86,10 @@ void CTamracImport::ImportMailServer() {
     }
 }
 
-/// The RAID manager enciphers as this system does, so the text is taken over as it stands.
+/// The RAID manager enciphers as this system does, so the text is taken over as it stands, to where the user name is.
 void CTamracImport::ImportPassword(const std::string& enciphered) {
     const CMarkupPosition keep(config_);
-    const bool isThere = config_.AddSmtpServerElem(0) &&
-                         (config_.FindElem("Authentication") || config_.AddElem("Authentication")) &&
+    const bool isThere = config_.FindSmtpServerElem(0) && config_.FindElem("Authentication") &&
                          (config_.FindChildElem("Password") || config_.AddChildElem("Password"));
     if (isThere && config_.IntoElem() && config_.SetData(enciphered)) {
         config_.SetAttrib("Encryption", "2");

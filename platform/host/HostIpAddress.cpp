@@ -53,10 +53,10 @@ std::string AddressText(const libnetif::network_interface& interface, CHostIPAdd
 
 std::string FindAddress(const std::vector<std::string>& names, int index, CHostIPAddress::ip_version version) {
     int matches = 0;
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        const auto number = static_cast<int>(i);
-        const char* const name = names[i].c_str();
-        const libnetif::network_interface interface(names[i]);
+    for (const std::string& entry : names) {
+        const auto number = static_cast<int>(&entry - names.data());
+        const char* const name = entry.c_str();
+        const libnetif::network_interface interface(entry);
         const int type = interface.get_hardware_type();
         if (type != ARPHRD_ETHER) {
             EM_TRACE(4,
