@@ -26,6 +26,7 @@ void CScheduler::Restart(std::uint32_t parallel) {
         const bool isForReport = component.config.command.empty();
         const Timer* const timer = Find(name, isForReport);
         if (isForReport) {
+            component.next = 0;
             AwaitReport(component, timer != nullptr ? timer->begun : now);
             continue;
         }

@@ -2,26 +2,23 @@
 #include "service/components/Components.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <utility>
 
 namespace {
 
-constexpr std::size_t kMostReported = 1000;
-
-std::uint32_t EffectiveOf(ComponentStatus status, const CheckConfig& config) {
-    return status == ComponentStatus::Unknown ? config.unknownIs : static_cast<std::uint32_t>(status);
-}
+constexpr std::ptrdiff_t kMostReported = 1000;
 
 constexpr std::uint32_t kOk = static_cast<std::uint32_t>(ComponentStatus::Ok);
 
 }  // namespace
 
-std::uint32_t Component::Effective() const {
-    return since == 0 ? kOk : EffectiveOf(status, config);
+bool Component::IsBad() const {
+    return effective != kOk;
 }
 
-bool Component::IsBad() const {
-    return Effective() != kOk;
+std::uint32_t EffectiveOf(ComponentStatus status, const CheckConfig& config) {
+    return status == ComponentStatus::Unknown ? config.unknownIs : static_cast<std::uint32_t>(status);
 }
 
 std::vector<Component> CComponents::Configure(const std::vector<CheckConfig>& checks) {
@@ -61,7 +58,7 @@ Component* CComponents::FindOrMake(const std::string& name) {
     if (Component* known = Find(name)) {
         return known;
     }
-    if (components_.size() >= kMostReported) {
+    if (std::ranges::count(components_, true, &Component::isReported) >= kMostReported) {
         return nullptr;
     }
     Component& made = components_.emplace_back();
@@ -76,13 +73,13 @@ Consequence CComponents::Take(Component& component, const CheckResult& result) {
     component.text = result.text;
     component.checked = now;
     component.took = result.took;
-    const std::uint32_t before = component.Effective();
+    const std::uint32_t before = component.effective;
     const std::uint32_t after = EffectiveOf(result.status, component.config);
     const bool isListed = !std::exchange(component.isRestored, false) || !component.isPending;
     const Consequence same = isListed ? Consequence::None : Consequence::Again;
     component.badInRow = after == kOk ? 0 : component.badInRow + 1;
     const bool isNew = component.since == 0;
-    if (!isNew && result.status == component.status) {
+    if (!isNew && result.status == component.status && after == before) {
         component.badInRow = 0;
         return same;
     }
@@ -91,6 +88,7 @@ Consequence CComponents::Take(Component& component, const CheckResult& result) {
     }
     component.badInRow = 0;
     component.status = result.status;
+    component.effective = after;
     component.since = now;
     return after == before ? same : Consequence::Settled;
 }
@@ -98,7 +96,7 @@ Consequence CComponents::Take(Component& component, const CheckResult& result) {
 std::uint32_t CComponents::SystemStatus() const {
     std::uint32_t worst = kOk;
     for (const Component& component : components_) {
-        worst = std::max(worst, component.Effective());
+        worst = std::max(worst, component.effective);
     }
     return worst;
 }

@@ -17,6 +17,7 @@ struct Component {
     CheckConfig config;
     std::uint32_t id = 0;                               ///< the object id of its events, as long as the service runs
     ComponentStatus status = ComponentStatus::Unknown;  ///< settled, and told
+    std::uint32_t effective = 1;                        ///< what it counted as then, 1 to 3; OK before the first result
     std::string text;                                   ///< of the newest result
     std::time_t since = 0;                              ///< of the settled status
     std::time_t checked = 0;                            ///< 0: never
@@ -32,11 +33,11 @@ struct Component {
     std::optional<std::uint32_t> updates;               ///< of an update check
     bool isUpdateDue = false;                           ///< it is not told for sure, or no server took the mail
 
-    /// What the status counts as in events: 1 to 3. One that never had a result is OK.
-    std::uint32_t Effective() const;
-
     bool IsBad() const;
 };
+
+/// What a status counts as in events, 1 to 3. That of unknown is configured, and may be another after a reload.
+std::uint32_t EffectiveOf(ComponentStatus status, const CheckConfig& config);
 
 /// What follows from a result.
 enum class Consequence {

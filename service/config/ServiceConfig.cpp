@@ -173,7 +173,6 @@ void ReadRoot(const toml::table& table, ServiceConfig& config, Mistakes& mistake
     CTableReader root(table, "", mistakes);
     ReadAlerts(root.Table("alerts"), config, mistakes);
     ReadChecks(root, config, mistakes);
-    root.Duration("reminder", config.reminder);
     root.Number("parallel", 1, 1000, config.parallel);
     if (const toml::table* fleet = root.Table("alertmanager")) {
         CTableReader reader(*fleet, "[alertmanager] ", mistakes);

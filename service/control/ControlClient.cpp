@@ -61,18 +61,22 @@ void CControlClient::Read() {
 
 void CControlClient::TakeLines() {
     std::size_t begin = 0;
-    for (auto end = in_.find('\n'); end != std::string::npos && !isDropped_; end = in_.find('\n', begin)) {
+    while (!isDropped_) {
+        const auto end = in_.find('\n', begin);
         const std::string line = in_.substr(begin, end - begin);
+        if (line.size() > kLongestLine) {
+            SendError("a line is 65536 bytes long at most");
+            Drop();
+        }
+        if (end == std::string::npos || isDropped_) {
+            break;
+        }
         begin = end + 1;
         if (!line.empty()) {
             onLine_(*this, line);
         }
     }
     in_.erase(0, begin);
-    if (in_.size() > kLongestLine) {
-        SendError("a line is 65536 bytes long at most");
-        Drop();
-    }
 }
 
 void CControlClient::Send(const std::string& json) {

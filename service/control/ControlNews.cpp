@@ -52,6 +52,16 @@ void CControlNews::OnComponent(const Component& component) {
     });
 }
 
+void CControlNews::OnUnchecked(const std::string& name) {
+    const auto [begin, end] = checking_.equal_range(name);
+    for (auto at = begin; at != end; ++at) {
+        if (CControlClient* client = server_.Find(at->second)) {
+            client->SendError("there is no check " + name + " any more");
+        }
+    }
+    checking_.erase(begin, end);
+}
+
 /// @return the client that waits for this reply, 0 when nobody does
 std::uint64_t CControlNews::TakeAsker(const TranscriptEntry& entry) {
     const auto found =

@@ -31,6 +31,7 @@ public:
     void ForgetAnswer(CControlClient& client, const Command& request);
 
     void OnComponent(const Component& component) override;
+    void OnUnchecked(const std::string& name) override;
     void OnModuleEntry(const TranscriptEntry& entry) override;
     void OnTrace(const std::string& print) override;
 

@@ -57,7 +57,7 @@ std::vector<AlertSettingValue> CAlertAnswers::Configure(std::vector<AlertSetting
 
 void CAlertAnswers::Change(const Command& answer) {
     answers_.Set(answer);
-    if (answer.oc == kReadConfigurationValue && answer.oe) {
+    if (answer.oc == kReadConfigurationValue && answer.oe && !answer.oi && !answer.ca) {  // of all, as settings are
         store_.KeepSetting(*answer.oe, answer.data);
         store_.Save();
     }

@@ -96,7 +96,7 @@ void CAnnouncer::Tell(Component& component, Telling telling) {
     const ComponentEvent event = {.id = component.id,
                                   .name = component.config.name,
                                   .designation = component.config.designation,
-                                  .status = component.Effective(),
+                                  .status = component.effective,
                                   .systemStatus = components_.SystemStatus(),
                                   .withoutMail = telling == Telling::Relisting};
     Event waiting = {

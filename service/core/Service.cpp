@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <sstream>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "agent/core/Json.h"
@@ -18,9 +20,10 @@ namespace {
 
 // "5 packages available for upgrade"
 std::optional<std::uint32_t> FirstNumber(const std::string& text) {
-    const auto digit = std::ranges::find_if(text, [](unsigned char c) { return std::isdigit(c) != 0; });
-    const auto end = std::find_if_not(digit, text.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
-    return ParseNumber(std::string(digit, end));
+    std::uint32_t number{};
+    const char* const end = text.data() + text.size();
+    const char* const digit = std::find_if(text.data(), end, [](unsigned char c) { return std::isdigit(c) != 0; });
+    return std::from_chars(digit, end, number).ec == std::errc() ? std::optional(number) : std::nullopt;
 }
 
 }  // namespace
@@ -105,6 +108,12 @@ void CService::Reload() {
     announcer_.SetReminder(config_.reminder);
     for (const Component& gone : components_.Configure(config_.checks)) {
         announcer_.TellOver(gone);
+        listener_->OnUnchecked(gone.config.name);
+    }
+    for (const Component& component : components_.All()) {
+        if (component.config.command.empty()) {
+            listener_->OnUnchecked(component.config.name);
+        }
     }
     store_.Save();
     fleet_.Configure(config_.alertmanagers, config_.metricsFile);

@@ -30,6 +30,8 @@ class CIServiceListener {
 public:
     virtual ~CIServiceListener() = default;
     virtual void OnComponent(const Component& component) = 0;
+    /// A reload has left nothing that checks this component.
+    virtual void OnUnchecked(const std::string& name) = 0;
     virtual void OnModuleEntry(const TranscriptEntry& entry) = 0;
     virtual void OnTrace(const std::string& print) = 0;
 };

@@ -13,6 +13,9 @@
 
 namespace {
 
+constexpr auto kOk = static_cast<std::int64_t>(ComponentStatus::Ok);
+constexpr auto kCritical = static_cast<std::int64_t>(ComponentStatus::Critical);
+
 std::string Key(const Component& component, const char* what) {
     return "components/" + component.config.name + "/" + what;
 }
@@ -42,11 +45,17 @@ std::vector<std::string> CStateStore::Reported() const {
 
 bool CStateStore::Restore(Component& component) const {
     const std::int64_t status = registry_.GetNumber(Key(component, "status"), -1);
-    if (status < 0 || status > static_cast<std::int64_t>(ComponentStatus::Critical)) {
+    if (status < 0 || status > kCritical) {
         return false;  // none, or rubbish
     }
     component.status = static_cast<ComponentStatus>(status);
     component.since = registry_.GetNumber(Key(component, "since"), 0);
+    const std::int64_t effective = registry_.GetNumber(Key(component, "effective"), 0);
+    if (effective >= kOk && effective <= kCritical) {
+        component.effective = static_cast<std::uint32_t>(effective);
+    } else if (component.since != 0) {  // a state of before effective was kept, or rubbish
+        component.effective = EffectiveOf(component.status, component.config);
+    }
     component.text = registry_.Get(Key(component, "text")).value_or("");
     component.isPending = registry_.GetBool(Key(component, "pending"), false);
     if (const auto updates = ParseNumber(registry_.Get(Key(component, "updates")).value_or(""))) {
@@ -71,6 +80,7 @@ void CStateStore::Keep(const Component& component) {
     const auto put = [&](const char* what, const std::string& value) { Put(Key(component, what), value); };
     const auto flag = [&](const char* what, bool value) { put(what, value ? "true" : "false"); };
     put("status", std::to_string(static_cast<std::uint32_t>(component.status)));
+    put("effective", std::to_string(component.effective));
     put("since", std::to_string(component.since));
     put("text", component.text);
     flag("told", component.untold == 0 && !component.isMailDue);

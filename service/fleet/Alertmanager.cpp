@@ -43,7 +43,7 @@ void CAlertmanager::Update(const CComponents& components) {
     std::map<Key, Alert> next;
     for (const Component& one : components.All()) {
         if (one.IsBad()) {
-            next[{one.config.name, one.Effective() > 2}] = {
+            next[{one.config.name, one.effective > 2}] = {
                 .designation = one.config.designation, .text = one.text, .starts = one.since, .ended = {}};
         }
     }

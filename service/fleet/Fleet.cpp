@@ -31,7 +31,10 @@ void CFleet::Configure(const std::vector<std::string>& alertmanagers, const std:
                                                      : std::make_unique<CAlertmanager>(url, host.data()));
     }
     alertmanagers_ = std::move(next);
-    metricsFile_ = metricsFile;
+    metricsTimer_ = {};  // was for the file of before, which may be none now
+    if (std::exchange(metricsFile_, metricsFile) != metricsFile) {
+        metricsProblem_.clear();
+    }
     Update();
 }
 

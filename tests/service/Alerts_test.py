@@ -117,7 +117,7 @@ interval = "200ms"
         self.assertEqual(self.status()["components"], [])
 
     def test_what_is_acknowledged_while_its_reminder_waits_stays_so(self):
-        self.start(head='reminder = "100ms"')
+        self.start(alerts='severity = 2\nreminder = "100ms"')
         self.submit("fan", "raid")
         self.awaits(lambda: self.status()["pending"] >= 2)
         server = self.mail_server("--hang", "DOT")
@@ -132,6 +132,20 @@ interval = "200ms"
         self.submit("psu")
         self.awaits(lambda: self.status()["pending"] > 0)
         self.assertEqual({one["name"] for one in self.ask({"ask": "pending"})[0]["alerts"]}, {"psu"})
+
+    def test_what_unknown_counts_as_may_change(self):
+        self.start(more="unknown = 1")
+        self.mail_server()
+        self.plugin(3, "DISK unreadable")
+        self.awaits(lambda: self.component()["text"] == "DISK unreadable")
+        for counts, pending in ((3, 1), (1, 0)):
+            self.reload(re.sub("unknown = .", f"unknown = {counts}", read(self.folder / "em-alertd.toml")))
+            self.awaits(lambda: (self.status()["system"], self.status()["pending"]) == (counts, pending))
+        for counts, pending in ((3, 1), (1, 0)):
+            self.end(signal.SIGTERM)
+            self.start(more=f"unknown = {counts}")
+            self.awaits(lambda: (self.status()["system"], self.status()["pending"]) == (counts, pending))
+            self.awaits(lambda: not self.untold())
 
     def test_settings_changed_at_run_time_stay(self):
         self.start()
@@ -158,9 +172,10 @@ interval = "200ms"
         self.assertIn("none answers at /no/socket: ", self.run_command("--socket", "/no/socket", "check-config")[1])
         self.assertNotIn("none answers", self.run_command("--module", LIBRARY, "check-config")[1])
         self.assertEqual(self.command("reset", "mail")[0], 0)
+        self.ask({"set": {"OC": "0xE001", "OE": "0x0411", "OI": 5, "DA": 1}})  # of one object: until the end
         self.end()
         self.start()
-        self.assertRegex(self.command("setting")[1], "mail +on")
+        self.assertRegex(self.command("setting")[1], "(?s)mail +on.*severity +2")
         self.configure(more='[alertmanager]\nurls = []')
         config = self.folder / "em-alertd.toml"
         config.write_text(read(config).replace("subject =", "# ").replace('"$(ComponentDesignation)', '"by file: $(ComponentName)'))

@@ -84,6 +84,14 @@ if-installed = true
         for _ in range(2):  # told, and still so: no more retries
             self.awaits(lambda: self.component("rare")["status"] == 2 and rare() > datetime.timedelta(days=29))
             self.assertEqual(self.command("check", "rare")[0], 0)
+        config = config.replace('"/bin/false"', '"/bin/sleep", "99"')
+        self.reload(config)
+        with self.client() as client, client.makefile() as answers:
+            client.sendall(b'{"check":"rare"}\n{"ask":"pending"}\n')
+            answers.readline()
+            self.reload(config.replace('command = ["/bin/sleep", "99"]', ""))  # others report it from here on
+            self.assertIn("there is no check rare any more", answers.readline())
+        self.assertIsNone(self.component("rare")["next"])
         self.end(signal.SIGTERM)  # with its checks, which write into the folder
 
     def test_what_the_package_brings_is_in_order(self):
@@ -96,7 +104,7 @@ if-installed = true
         self.assertEqual((run.returncode, run.stderr), (0, ""))
 
     def test_others_report(self):
-        self.start(head='reminder = "1d"')
+        self.start(alerts='severity = 2\nreminder = "1d"')
         self.reload(read(self.folder / "em-alertd.toml").replace('"1d"', '"200ms"'))
         server = self.mail_server()
 

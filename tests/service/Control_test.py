@@ -29,12 +29,15 @@ class Control(ServiceTest):
 
     def test_each_order_is_answered_and_each_change_is_logged(self):
         self.environment = {"JOURNAL_STREAM": "1:2"}  # of the session, which writes somewhere else
+        (self.folder / "state").mkdir()
+        self.file("state/registry.default", "".join(f"components/{i}/reported=true\n" for i in range(999)))
         self.start()
         severity = {"OE": "0x0411", "DA": 3}
         orders = (({"ask": "status"}, "status", None),
                   ({"acknowledge": True}, "acknowledged", "acknowledge"),
                   ({"check": "disk"}, "checked", None),
                   ({"submit": {"name": "raid", "status": 0}}, "submitted", "submit raid"),
+                  ({"submit": {"name": "too many", "status": 0}}, "error", "submit too many"),
                   ({"check": "raid"}, "error", None),
                   ({"request": {"OC": "0xE001", "OE": "0x0414"}}, "returned", None),
                   ({"request": {"OC": "0xE002", "OE": "0x0414", "DA": "b@x"}}, "returned", "request recipients"),
@@ -77,6 +80,8 @@ class Control(ServiceTest):
             self.assertEqual([json.loads(answers.readline())["kind"] for _ in range(2)], ["checked"] * 2)
             client.sendall(b'{"ask":"pending"}\n')
             self.assertEqual(json.loads(answers.readline())["kind"], "pending")  # and no more than once
+            client.sendall(b'{"ask":"%s"}\n' % (b"x" * 65536))
+            self.assertRegex(answers.read(), "^[^\n]*65536 bytes[^\n]*\n$")  # and hangs up
 
     def test_two_services_do_not_meet(self):
         self.start()
@@ -150,7 +155,7 @@ textfile = "{self.folder}/em_alert.prom"
 """)
         server = self.mail_server()
         self.assertEqual(self.command("setting", "new-updates", "on")[0], 0)
-        self.plugin(1, "5 packages available")
+        self.plugin(1, "09 packages available")
         self.awaits(lambda: 'status{component="disk"} 2\n' in read(self.folder / "em_alert.prom"))
         self.assertEqual((self.folder / "em_alert.prom").stat().st_mode & 0o777, 0o644)
         self.submit('C:\\ "data"', status=0)
@@ -169,11 +174,11 @@ textfile = "{self.folder}/em_alert.prom"
         self.plugin(2, "5 packages available")
         self.awaits(lambda: self.component()["status"] == 3)
         Fleet.told.clear()
-        self.reload(re.sub(r"(?s)\[\[check.*?(?=\[alertm)", "", read(self.folder / "em-alertd.toml")))
+        self.reload(re.sub(r"(?s)\[\[check.*?(?=\[alertm)|\[metrics.*", "", read(self.folder / "em-alertd.toml")))
         self.awaits(lambda: lasts("critical", False))  # it hears of what a reload ends
         log = read(self.folder / "log")
         self.assertIn("http://127.0.0.1:1 does not take alerts (Couldn't connect to server); they are sent again", log)
-        for line in ("<4>disk: 5 packages available", "<5>disk: 0 packages available", "<6>root (process ",
+        for line in ("<4>disk: 09 packages available", "<5>disk: 0 packages available", "<6>root (process ",
                      "<7>EM_ALERT            : Add warning alert to be acknowledged\n"):
             self.assertIn("\n" + line, "\n" + log)
         self.awaits(lambda: {word for word, _ in heard} == {b"READY=1", b"WATCHDOG=1", b"RELOADING=1"})
@@ -182,6 +187,7 @@ textfile = "{self.folder}/em_alert.prom"
             fed = [at for word, at in heard if word == b"WATCHDOG=1"]
             return [after - before for before, after in itertools.pairwise(fed)]
         self.awaits(lambda: min(pauses(), default=1) < 0.6)  # twice in the time that is set
+        self.assertNotIn("cannot write", read(self.folder / "log"))
 
 
 if __name__ == "__main__":

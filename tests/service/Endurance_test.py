@@ -104,7 +104,7 @@ class Endurance(ServiceTest):
 
     def test_the_clock_on_the_wall_decides_nothing(self):
         move = self.clocks()
-        self.start(head='reminder = "2h"', more=f"""
+        self.start(alerts='severity = 2\nreminder = "2h"', more=f"""
 [[check]]
 name = "reports"
 freshness = "1h"

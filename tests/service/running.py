@@ -22,7 +22,7 @@ CONFIG = """
 {head}
 [alerts]
 mail = true
-severity = 2
+{alerts}
 subject = "$(ComponentStatus): $(ComponentName)"
 message = "$(ComponentDesignation)\\n"
 
@@ -87,8 +87,9 @@ class ServiceTest(ProgramTest):
         self.addCleanup(fleet.shutdown)
         return f'[alertmanager]\nurls = ["http://127.0.0.1:1", "http://127.0.0.1:{fleet.server_port}/fleet/"]'
 
-    def configure(self, head="", more="", attempts=1):
-        return self.file("em-alertd.toml", CONFIG.format(head=head, more=more, attempts=attempts, folder=self.folder))
+    def configure(self, head="", alerts="severity = 2", more="", attempts=1):
+        return self.file("em-alertd.toml", CONFIG.format(head=head, alerts=alerts, more=more, attempts=attempts,
+                                                         folder=self.folder))
 
     def start(self, **parts):
         self.log = open(self.folder / "log", "a")
