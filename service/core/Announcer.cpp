@@ -124,16 +124,36 @@ void CAnnouncer::TellOver(const Component& gone) {
     reminders_.erase(name);
     retries_.Forget(name);
     retries_.Forget(name + std::string(kUpdates));
-    store_.Forget(name);
-    if (gone.IsBad()) {
-        const ComponentEvent event = {.id = gone.id,
-                                      .name = name,
-                                      .designation = gone.config.designation,
-                                      .status = kOk,
-                                      .systemStatus = components_.SystemStatus()};
-        Post(name, {.deliver = [this, event](CAgent& agent) { delivery_.Deliver(agent, event); },
-                    .onTold = [this](bool /*isMailLost*/) { MarkPending(); }});
+    if (gone.IsBad() || gone.untold > 0 || gone.isMailDue) {
+        over_[name] = gone;  // and the state stays until it is told: the next run tells it if this one cannot
+        DeliverOver(name);
+    } else {
+        store_.Forget(name);
+        store_.Save();
     }
+}
+
+void CAnnouncer::DeliverOver(const std::string& name) {
+    const Component& gone = over_.at(name);
+    const ComponentEvent event = {.id = gone.id,
+                                  .name = name,
+                                  .designation = gone.config.designation,
+                                  .status = kOk,
+                                  .systemStatus = components_.SystemStatus()};
+    Post(name, {.deliver = [this, event](CAgent& agent) { delivery_.Deliver(agent, event); },
+                .onTold = [this, name](bool isMailLost) { OnOverTold(name, isMailLost); }});
+}
+
+void CAnnouncer::OnOverTold(const std::string& name, bool isMailLost) {
+    MarkPending();
+    if (components_.Find(name) == nullptr) {  // else it is watched again
+        retries_.OnTold(name, isMailLost);
+        if (!isMailLost) {
+            over_.erase(name);
+            store_.Forget(name);
+        }
+    }
+    store_.Save();
 }
 
 void CAnnouncer::OnTold(const std::string& name, Telling telling, bool isMailLost) {
@@ -181,6 +201,9 @@ void CAnnouncer::TellAgain(const std::string& subject) {
     Component* component =
         components_.Find(isUpdate ? std::string_view(subject).substr(0, subject.rfind('/')) : subject);
     if (component == nullptr) {
+        if (over_.contains(subject)) {
+            DeliverOver(subject);
+        }
         return;
     }
     if (isUpdate && component->isUpdateDue) {

@@ -47,7 +47,8 @@ public:
     /// The number of updates that the component knows of is new.
     void TellUpdates(Component& component);
 
-    /// A component that is no longer watched: it is well from now on.
+    /// A component that is no longer watched: it is well from now on, which is told if something else was, and tried
+    /// until a server takes the mail.
     void TellOver(const Component& gone);
 
     /// The module has sent a mail. Any thread; what was not sent by the one that delivers an event is no mail about it.
@@ -67,6 +68,8 @@ private:
     void Post(const std::string& subject, Event event);
     void DeliverNext();
     void Deliver(CAgent& agent, const Event& event);
+    void DeliverOver(const std::string& name);
+    void OnOverTold(const std::string& name, bool isMailLost);
     void OnTold(const std::string& name, Telling telling, bool isMailLost);
     void OnUpdatesTold(const std::string& name, std::uint32_t updates, bool isMailLost);
     void Remind(const Component& component);
@@ -83,6 +86,7 @@ private:
     std::chrono::milliseconds reminder_{0};
     std::map<std::string, CLoopSource> reminders_;
     CMailRetries retries_;
+    std::map<std::string, Component> over_;  // no longer watched, and not told for sure
     std::deque<Event> waiting_;
     bool isUnderWay_ = false;  // an event is with the module, or what came of it is not kept yet
     CLoopSource nextTry_;

@@ -42,14 +42,12 @@ CService::CService(CLoop& loop, ServiceOptions options, ServiceConfig config)
                   [](const auto& one) { return one.id != kBeepWarningSequence && one.id != kBeepErrorSequence; });
     announcer_.SetReminder(config_.reminder);
     components_.Configure(config_.checks);
-    for (const std::string& name : store_.Reported()) {
-        components_.FindOrMake(name);
-    }
-    for (Component& component : components_.All()) {
-        if (store_.Restore(component)) {
-            untold_.push_back(component.config.name);
+    for (const std::string& name : store_.Known()) {
+        if (Component* known = components_.FindOrMake(name)) {
+            store_.Restore(*known);
         }
     }
+    over_ = components_.Configure(config_.checks);
 }
 
 CService::~CService() {
@@ -70,8 +68,13 @@ void CService::Start(CIServiceListener& listener) {
     Notice(tones_);
     announcer_.Use(module_.get());
     fleet_.Configure(config_.alertmanagers, config_.metricsFile);
-    for (const std::string& name : untold_) {
-        announcer_.Tell(*components_.Find(name), CAnnouncer::Telling::News);
+    for (const Component& gone : over_) {
+        announcer_.TellOver(gone);
+    }
+    for (Component& component : components_.All()) {
+        if (component.isMailDue) {
+            announcer_.Tell(component, CAnnouncer::Telling::News);
+        }
     }
     for (Component& component : components_.All()) {
         if (component.config.command.empty() && component.isRestored && component.isPending) {

@@ -102,7 +102,7 @@ private:
     CIServiceListener* listener_ = nullptr;
     CFleet fleet_;
     CAnnouncer announcer_;
-    std::vector<std::string> untold_;        // by the last run
+    std::vector<Component> over_;            // watched by the last run, and by nobody any more
     std::vector<AlertSettingValue> tones_;   // the module never asks for them
     std::unique_ptr<CModuleThread> module_;  // last: its thread uses the others
 };

@@ -36,17 +36,14 @@ CStateStore::CStateStore(const std::string& directory) : directory_(directory), 
     }
 }
 
-std::vector<std::string> CStateStore::Reported() const {
-    std::vector<std::string> names = registry_.Children("components");
-    std::erase_if(names,
-                  [this](const auto& name) { return !registry_.GetBool("components/" + name + "/reported", false); });
-    return names;
-}
-
-bool CStateStore::Restore(Component& component) const {
+void CStateStore::Restore(Component& component) const {
+    if (component.isReported) {
+        component.isReported = registry_.GetBool(Key(component, "reported"), false);
+        component.config.designation = registry_.Get(Key(component, "designation")).value_or(component.config.name);
+    }
     const std::int64_t status = registry_.GetNumber(Key(component, "status"), -1);
     if (status < 0 || status > kCritical) {
-        return false;  // none, or rubbish
+        return;  // none, or rubbish
     }
     component.status = static_cast<ComponentStatus>(status);
     component.since = registry_.GetNumber(Key(component, "since"), 0);
@@ -64,7 +61,7 @@ bool CStateStore::Restore(Component& component) const {
     }
     const bool isTold = registry_.GetBool(Key(component, "told"), false);
     component.isRestored = isTold && component.since != 0;
-    return !isTold && component.since != 0;
+    component.isMailDue = !isTold && component.since != 0;
 }
 
 void CStateStore::Put(const std::string& key, const std::string& value) {
@@ -83,6 +80,7 @@ void CStateStore::Keep(const Component& component) {
     put("effective", std::to_string(component.effective));
     put("since", std::to_string(component.since));
     put("text", component.text);
+    put("designation", component.config.designation);
     flag("told", component.untold == 0 && !component.isMailDue);
     flag("pending", component.isPending);
     flag("reported", component.isReported);

@@ -19,12 +19,12 @@ public:
     /// @throw CAgentError when another service uses it
     explicit CStateStore(const std::string& directory);
 
-    /// The components that the last run knew by reports alone.
-    std::vector<std::string> Reported() const;
+    /// The components that the last run knew.
+    std::vector<std::string> Known() const { return registry_.Children("components"); }
 
-    /// Gives a component what the last run knew of it.
-    /// @return true when it has to be told: its event was not delivered for sure, or no server took its mail
-    bool Restore(Component& component) const;
+    /// Gives a component what the last run knew of it. Its mail is due when its event was not delivered for sure, or no
+    /// server took it. One that no configuration names is told how it came to be known.
+    void Restore(Component& component) const;
 
     void Keep(const Component& component);
 

@@ -98,6 +98,7 @@ command = ["/bin/sh", "-c", "exit 1"]
 interval = "200ms"
 """
         self.start()
+        self.mail_server("--reply", "MAIL=550 no")
         self.submit("other", status=0)
         self.reload(read(self.folder / "em-alertd.toml") + other)  # from here on it is no report's alone
         self.plugin(2, "DISK full")
@@ -112,9 +113,16 @@ interval = "200ms"
         self.service.send_signal(signal.SIGHUP)
         self.awaits(lambda: self.status()["pending"] == 2)
         self.end(signal.SIGTERM)
-        (self.folder / "em-alertd.toml").write_text("")
+        (self.folder / "em-alertd.toml").write_text("[alerts]\nmail = true\nseverity = 1\n")
+        (self.folder / "log").write_text("")
         self.start()
         self.assertEqual(self.status()["components"], [])
+        self.awaits(lambda: all(f"{name}: no server took the mail; it is tried again" in read(self.folder / "log")
+                                for name in ("disk", "other")))
+        self.end()
+        server = self.mail_server(offline=True)
+        self.start()
+        self.awaits(lambda: len(server.mails()) == 2 and "components/" not in read(self.folder / "state/registry"))
 
     def test_what_is_acknowledged_while_its_reminder_waits_stays_so(self):
         self.start(alerts='severity = 2\nreminder = "100ms"')
