@@ -21,9 +21,9 @@ class Alerts(ServiceTest):
         self.start(attempts=3, more="unknown = 3")
         server = self.mail_server()
         self.awaits(lambda: self.component()["status"] == 1)
-        self.plugin(2, "DISK \x1b[31mfull\x9b\xff | free=0 | used=1\nmore | lines")
+        self.plugin(2, "DISK w\udce4rme \x1b[31mfull\x9b\xff | free=0 | used=1\nmore | lines")
         self.awaits(lambda: self.component()["status"] == 3)
-        self.assertEqual(self.component()["text"], "DISK ?[31mfull?\xff")
+        self.assertEqual(self.component()["text"], "DISK w?rme ?[31mfull?\xff")
         self.assertEqual((self.status()["system"], self.status()["pending"]), (3, 1))
         self.submit("raid")
         self.awaits(lambda: len(server.mails()) == 2 and not self.untold())
@@ -36,7 +36,7 @@ class Alerts(ServiceTest):
             self.awaits(lambda: self.status()["pending"] == 2)
             self.submit("raid")  # news of what is told already
         self.assertEqual(self.component("fan")["status"], 1)
-        self.assertIn('"severity":"error"', self.command("--json", "pending")[1].replace(": ", ":"))
+        self.assertRegex(self.command("--json", "pending")[1], '"severity": ?"error".*"text": ?"DISK gone"')
         self.assertEqual(self.ask({"acknowledge": True})[0]["alerts"], 2)
         self.assertEqual((self.status()["pending"], len(server.mails())), (0, 2))
         self.submit("raid", status=0)
@@ -180,10 +180,12 @@ interval = "200ms"
         self.assertIn("none answers at /no/socket: ", self.run_command("--socket", "/no/socket", "check-config")[1])
         self.assertNotIn("none answers", self.run_command("--module", LIBRARY, "check-config")[1])
         self.assertEqual(self.command("reset", "mail")[0], 0)
-        self.ask({"set": {"OC": "0xE001", "OE": "0x0411", "OI": 5, "DA": 1}})  # of one object: until the end
+        self.ask({"set": {"OC": "0xE001", "OE": "0x0411", "OI": 5, "DA": 1}},  # of one object: until the end
+                 {"set": {"OC": "0xE001", "OE": 9999, "DA": "theirs"}})
         self.end()
         self.start()
         self.assertRegex(self.command("setting")[1], "(?s)mail +on.*severity +2")
+        self.assertIn("theirs", str(self.ask({"ask": "settings"})))
         self.configure(more='[alertmanager]\nurls = []')
         config = self.folder / "em-alertd.toml"
         config.write_text(read(config).replace("subject =", "# ").replace('"$(ComponentDesignation)', '"by file: $(ComponentName)'))

@@ -22,7 +22,7 @@ class Checks(ServiceTest):
         missing.chmod(0o755)
         self.start(more=configuration("failing-checks", sleep=sleep, missing=missing))
         expected = {"hangs": (0, "ended after 0.3 s without an answer"), "silent": (1, "no output, exit status 0"),
-                    "missing": (2, f"{missing} cannot be started: No such file or directory"), "loud": (2, "y"),
+                    "missing": (2, f"{missing} cannot be started: No such file or directory"), "loud": (2, "loud"),
                     "updates": (0, "ended after 0.3 s without an answer"),
                     "reported": (2, "no report has come within the time set for it")}
         self.awaits(lambda: all((one := self.component(name))["checked"] and (one["status"], one["text"]) == told
@@ -55,9 +55,10 @@ if-installed = true
                       self.command("check-config", config)[1])
         once = subprocess.run([SERVICE, "--config", config, "--once"], capture_output=True, text=True)
         self.assertEqual((once.returncode, once.stdout), (0, "disk: OK - DISK OK\n"))
-        slow = self.file("slow.toml", '[[check]]\nname = "slow"\ncommand = ["/bin/sleep", "9"]\ntimeout = "100ms"\n')
+        slow = self.file("slow.toml", '[[check]]\nname = "slow"\ncommand = ["/bin/sleep", "9"]\ntimeout = "100ms"\n'
+                                      '[[check]]\nname = "fine"\ncommand = ["/bin/sh", "-c", "sleep 0.5; echo fine"]\n')
         once = subprocess.run([SERVICE, "--config", slow, "--once"], capture_output=True, text=True)
-        self.assertEqual((once.returncode, once.stdout), (1, "slow: UNKNOWN - ended after 0.1 s without an answer\n"))
+        self.assertEqual((once.returncode, once.stdout), (1, "slow: UNKNOWN - ended after 0.1 s without an answer\nfine: OK - fine\n"))
         self.start()
         self.file("em-alertd.toml", "check = 1")
         self.service.send_signal(signal.SIGHUP)

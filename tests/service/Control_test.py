@@ -78,6 +78,8 @@ class Control(ServiceTest):
             self.assertEqual([json.loads(answers.readline())["kind"] for _ in range(7)], ["error"] * 6 + ["notified"])
             client.sendall(b'{"check":"disk"}\n' * 2)  # each is answered, also by one result
             self.assertEqual([json.loads(answers.readline())["kind"] for _ in range(2)], ["checked"] * 2)
+            self.plugin(2, "DISK fuller")
+            self.awaits(lambda: self.component()["text"] == "DISK fuller")
             client.sendall(b'{"ask":"pending"}\n')
             self.assertEqual(json.loads(answers.readline())["kind"], "pending")  # and no more than once
             client.sendall(b'{"ask":"%s"}\n' % (b"x" * 65536))
@@ -161,13 +163,16 @@ textfile = "{self.folder}/em_alert.prom"
         self.submit('C:\\ "data"', status=0)
         self.awaits(lambda: r'status{component="C:\\ \"data\""} 1' in read(self.folder / "em_alert.prom"))
         self.awaits(lambda: len(server.mails()) == 2)  # the status, and the number of updates
+        self.plugin(3, "apt-get ended with 100")
+        self.awaits(lambda: self.component()["text"].endswith("100"))
+        self.assertNotIn("updates=100", read(self.folder / "state/registry"))
         labels = {"alertname": "ComponentStatus", "instance": socket.gethostname(), "component": "disk"}
 
         def lasts(severity, lasting):
             return any(alert["labels"] == labels | {"severity": severity} and ("endsAt" not in alert) == lasting
                        for path, alerts in Fleet.told if path == "/fleet/api/v2/alerts" for alert in alerts)
         self.awaits(lambda: lasts("warning", True))
-        self.plugin(2, "5 packages available")
+        self.plugin(2, "9 packages available")
         self.awaits(lambda: lasts("critical", True) and lasts("warning", False))
         self.plugin(0, "0 packages available")
         self.awaits(lambda: lasts("critical", False))

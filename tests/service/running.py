@@ -66,7 +66,7 @@ class ServiceTest(ProgramTest):
 
     def plugin(self, status, says):
         for name, text in (("says", says), ("exit", str(status))):
-            (self.folder / "new").write_text(text)
+            (self.folder / "new").write_text(text, errors="surrogateescape")
             (self.folder / "new").rename(self.folder / name)
 
     def preload(self, library, **environment):
