@@ -39,9 +39,9 @@ std::optional<std::string> Unescape(std::string_view text) {
             continue;
         }
         const std::size_t size = result.size();
-        const std::string_view letter = text.substr(++at, 1);
+        const std::string_view rest = text.substr(++at);
         for (const Escape& escape : kEscapes) {
-            if (letter.starts_with(escape.letter)) {
+            if (rest.starts_with(escape.letter)) {
                 result += escape.byte;
             }
         }

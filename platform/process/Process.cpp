@@ -62,8 +62,7 @@ public:
             ::posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0),
             ::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1),
         };
-        const int* const failed = std::ranges::find_if(errors, [](int error) { return error != 0; });
-        return failed == std::end(errors) ? 0 : *failed;
+        return std::ranges::max(errors);  // any of them, if there is one
     }
 
     int Spawn(pid_t& pid, const std::vector<std::string>& command) const {
@@ -149,10 +148,11 @@ std::vector<pid_t> FindTree(pid_t root) {
         if (ReadRegularFile(directory + "/stat", kMaxProcFileSize, text) == 0) {
             pid_t pid{};
             pid_t parent{};
+            char close{};
             char state{};
             std::istringstream(text) >> pid;
-            text.erase(0, text.rfind(')') + 1);
-            if (std::istringstream(text) >> state >> parent) {
+            text.erase(0, text.rfind(')'));
+            if (std::istringstream(text) >> close >> state >> parent) {
                 children.emplace(parent, pid);
             }
         }

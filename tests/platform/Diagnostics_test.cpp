@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <ctime>
 #include <new>
 #include <optional>
@@ -83,8 +84,8 @@ TEST_F(TraceFiles, AreLookedAtAgainAfterTheInterval) {
         Write("m.ini", LevelText("1"));
         Start("", row[1]);
         Write("m.ini", LevelText("2"), 2000);
-        int seconds = 1;
-        while (LevelAfter(1) == 1 && seconds < 30) {
+        int seconds = 0;
+        while (LevelAfter(std::min(seconds, 1)) == 1 && seconds < 30) {
             ++seconds;
         }
         EXPECT_EQ(seconds, std::stoi(row[3])) << row[2];

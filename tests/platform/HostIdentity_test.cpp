@@ -124,6 +124,8 @@ TEST(HostIpAddress, CountsEthernetInterfacesThatHaveAnAddress) {
                           EXPECT_EQ(CHostIPAddress::GetHostIPAddress(0, v6), "");
                       }
                       failing = {};
+                      garbled = {4, NLMSG_ERROR};  // with a negative number behind it
+                      EXPECT_EQ(CHostIPAddress::GetHostIPAddress(0, v6), "");
                   }),
                   ReadFile(EM_TEST_DATA "/host_address.traces"));
     });

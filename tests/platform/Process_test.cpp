@@ -155,6 +155,7 @@ TEST(Process, EndsTheWholeGroup) {
 }
 
 TEST(Process, ThatNothingEndsIsReapedLater) {
+    const int descriptor = CUniqueFd(::dup(0)).Get();
     CProcess process = RunShell("sleep 99");
     const pid_t pid = process.GetPid();
     isHeld = true;
@@ -165,6 +166,7 @@ TEST(Process, ThatNothingEndsIsReapedLater) {
     EXPECT_EQ(::kill(pid, 0), 0);  // nobody has waited for it
     EXPECT_EQ(process.Start({}), EINVAL);
     EXPECT_NE(::kill(pid, 0), 0);
+    EXPECT_EQ(CUniqueFd(::dup(0)).Get(), descriptor);
 }
 
 TEST(Process, IsNotStartedWithoutTheDescriptorsThatItTakes) {

@@ -2,6 +2,7 @@
 #include "platform/ini/Registry.h"
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include "Platform.h"
 
@@ -67,6 +68,7 @@ ssize_t __wrap_read(int fd, void* buffer, std::size_t size) {
 }
 
 TEST(Registry, KeepsATreeOfAnyBytes) {
+    ::close(STDIN_FILENO);  // 0 is a file's descriptor like any other
     const CTempDirectory directory;
     CRegistry registry(directory / "");
     EXPECT_TRUE(registry.Load().problem.empty() && registry.Children("").empty());

@@ -164,7 +164,7 @@ textfile = "{self.folder}/em_alert.prom"
         self.awaits(lambda: r'status{component="C:\\ \"data\""} 1' in read(self.folder / "em_alert.prom"))
         self.awaits(lambda: len(server.mails()) == 2)  # the status, and the number of updates
         self.plugin(3, "apt-get ended with 100")
-        self.awaits(lambda: self.component()["text"].endswith("100"))
+        self.awaits(lambda: 'status{component="disk"} 0\n' in read(self.folder / "em_alert.prom"))
         self.assertNotIn("updates=100", read(self.folder / "state/registry"))
         labels = {"alertname": "ComponentStatus", "instance": socket.gethostname(), "component": "disk"}
 
@@ -193,6 +193,9 @@ textfile = "{self.folder}/em_alert.prom"
             return [after - before for before, after in itertools.pairwise(fed)]
         self.awaits(lambda: min(pauses(), default=1) < 0.6)  # twice in the time that is set
         self.assertNotIn("cannot write", read(self.folder / "log"))
+        begun = time.monotonic()
+        self.end(signal.SIGTERM)  # also while one of the Alertmanagers says nothing
+        self.assertLess(time.monotonic() - begun, 4)
 
 
 if __name__ == "__main__":

@@ -85,7 +85,9 @@ class ServiceTest(ProgramTest):
         threading.Thread(target=fleet.serve_forever, daemon=True).start()
         self.addCleanup(fleet.server_close)
         self.addCleanup(fleet.shutdown)
-        return f'[alertmanager]\nurls = ["http://127.0.0.1:1", "http://127.0.0.1:{fleet.server_port}/fleet/"]'
+        silent = self.enterContext(socket.create_server(("127.0.0.1", 0))).getsockname()[1]
+        return f'[alertmanager]\nurls = ["http://127.0.0.1:1", "http://127.0.0.1:{silent}", ' \
+               f'"http://127.0.0.1:{fleet.server_port}/fleet/"]'
 
     def configure(self, head="", alerts="severity = 2", more="", attempts=1):
         return self.file("em-alertd.toml", CONFIG.format(head=head, alerts=alerts, more=more, attempts=attempts,
