@@ -112,6 +112,7 @@ bool CLocalModule::Unload() {
         failed_ = !agent_->Unload() || agent_->HasFailed() || !transcript_.IsComplete() || failed_;
         agent_.reset();
         speaker_.reset();
+        late_.clear();
     }
     return !failed_;
 }
@@ -136,8 +137,9 @@ ModuleAnswer CLocalModule::Ask(Command request) {
     request.ca = agent_->Cabinet();
     TranscriptPattern reply{.kind = "reply", .step = {}, .command = MakeCommand(*request.oc)};
     reply.command.oe.reset();
+    std::size_t& late = late_[*request.oc];
     while (agent_->Await(reply, milliseconds(0))) {
-        // a late reply to an earlier request
+        late -= late > 0 ? 1 : 0;
     }
     record_.Clear();
     SipJson message;
@@ -149,13 +151,19 @@ ModuleAnswer CLocalModule::Ask(Command request) {
     }
     const auto deadline = CTranscript::Clock::now() + std::chrono::seconds(kLongestAnswerSeconds);
     while (CTranscript::Clock::now() < deadline) {
-        if (auto found = agent_->Await(reply, kInterval)) {
+        const auto found = agent_->Await(reply, kInterval);
+        if (found && late == 0) {
             return {.command = *found, .traces = record_.Get()};
         }
-        if (!GoesOn(record_.Get())) {
+        if (found) {
+            --late;
+            record_.Clear();
+        } else if (!GoesOn(record_.Get())) {
+            ++late;
             throw CBrokenOff();
         }
     }
+    ++late;
     throw CAgentError("the module has not answered within " + std::to_string(kLongestAnswerSeconds) + " seconds");
 }
 

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -75,7 +78,8 @@ private:
     CTraceRecord record_;
     CTranscript transcript_;
     std::unique_ptr<CBusIoDriver> speaker_;
-    std::unique_ptr<CAgent> agent_;        // loaded exactly while there is one; gone before the speaker is
-    std::vector<std::string> components_;  // an object id is a place in here, counted from 1
+    std::unique_ptr<CAgent> agent_;              // loaded exactly while there is one; gone before the speaker is
+    std::vector<std::string> components_;        // an object id is a place in here, counted from 1
+    std::map<std::uint32_t, std::size_t> late_;  // replies that are to come to requests that were broken off
     bool failed_ = false;
 };

@@ -168,6 +168,23 @@ class Console(ProgramTest):
                 session.ends()
                 self.assertIn('"step":"unmapped","result":true', read(self.folder / "transcript"))
 
+    def test_an_interrupt_ends_a_wait_and_the_next_one_is_for_its_own_answer(self):
+        hanging, server = self.serve("--hang", "DOT"), self.serve()
+        for words in ("host 1 127.0.0.1", f"port 1 {hanging.port}", "sender a@example.net", "recipients b@example.net"):
+            self.assertEqual(run(self, f"--module {LIBRARY} set {words}")[0], 0)
+        session = Session(self, LIBRARY)
+        session.type("test-mail\n")
+        while "DATA" not in read(hanging.folder / "commands"):
+            select.select([], [], [], 0.01)
+        session.program.send_signal(signal.SIGINT)
+        session.sees("waiting was broken off")
+        session.type(f"set port 1 {server.port}\ntest-mail\n")
+        session.sees("mail server 1 of 1")
+        hanging.process.kill()  # now the first mail is answered, for which nobody waits
+        session.sees("The mail was sent.")
+        session.type("quit\n")
+        session.ends()
+
     def test_switches_are_shown_as_the_module_takes_them(self):
         state = self.file("state", '[{"OC":57345,"OE":1024,"DA":256},{"OC":57345,"OE":1040,"DA":257}]')
         session = Session(self, LIBRARY, "--state", state, terminal=False, program=AGENT)
@@ -293,6 +310,7 @@ class SingleCommands(ProgramTest):
         self.assertEqual(done.returncode, 0)
         self.assertRegex(listed, "error +Fan +F\n$")
         self.assertIn("No alert is pending.", after)  # the module was loaded again
+        self.assertIn("### Starting module EM_ALERT", done.stderr)
 
     def test_output_that_stands_nowhere_is_a_failure(self):
         for words in (["get"], ["--help"], []):
@@ -309,6 +327,7 @@ class SingleCommands(ProgramTest):
         done = subprocess.run(["groff", "-mandoc", "-ww", "-Tascii"], input=page, capture_output=True, text=True,
                               check=True)
         self.assertEqual(done.stderr, "")
+        self.assertRegex(done.stdout, r"mail\s+texts\s+\\n\s+is\s+a\s+line\s+break")
         for name in run(self, "--complete ''")[1].split():
             self.assertIn(".It Ic " + name.replace("-", "\\-"), page)
         for option in re.findall("^  (--?[a-z-]+)", run(self, "--help")[1], re.M):
@@ -318,7 +337,7 @@ class SingleCommands(ProgramTest):
 COMPONENT = {"name": "root", "designation": "file system /", "status": 2, "text": "95 % full",
              "since": "2026-11-25T08:00:00Z", "checked": None, "next": None}
 NEW = COMPONENT | {"name": "lüfter", "status": 0, "text": "", "since": None, "next": "2020-01-01T00:00:00Z"}
-WELL = COMPONENT | {"name": "well", "status": 1}
+WELL = COMPONENT | {"name": "well", "status": 1, "next": time.strftime("%FT%TZ", time.gmtime(time.time() + 9000))}
 STATUS = {"system": 2, "pending": 1, "components": [WELL, COMPONENT, NEW], "mail": {"sent": 3, "failed": 1, "last": None}}
 ALERT = {"name": "root", "designation": "file system /", "severity": "warning", "since": "2026-11-25T08:00:00Z",
          "text": "95 % full"}
@@ -383,7 +402,7 @@ class Service(ProgramTest):
         for command, status, words in (
                 ("status", 0, "This server: warning, 1 alert is pending\n"
                               "Since                Status   Next check  Component\n"
-                              "2026-11-25 13:30:00  OK       -           well            file system /: 95 % full\n"
+                              "2026-11-25 13:30:00  OK       in 2 h      well            file system /: 95 % full\n"
                               "2026-11-25 13:30:00  warning  -           root            file system /: 95 % full\n"
                               "-                    unknown  now         lüfter          file system /\n"
                               "Mails about alerts: 3 sent, 1 failed"),
@@ -402,11 +421,11 @@ class Service(ProgramTest):
         with socket.socket(socket.AF_UNIX) as listener:
             listener.bind(str(self.folder / "hangs"))
             listener.listen()
-            for request, ending in (("status", (1, True)), ("watch", (0, False))):
+            for request, ending in (("status", (1, True)), ("watch", (0, False)), ("pending", (1, False))):
                 with subprocess.Popen([COMMAND, "--socket", self.folder / "hangs", request], stderr=subprocess.PIPE,
                                       text=True) as command, listener.accept()[0] as connection:
                     connection.recv(100)
-                    command.send_signal(signal.SIGINT)
+                    command.send_signal(signal.SIGINT) if request != "pending" else connection.shutdown(socket.SHUT_RDWR)
                     self.assertEqual((command.wait(20), "was broken off" in command.stderr.read()), ending, request)
 
     def view(self, columns, environment):
@@ -436,6 +455,8 @@ class Service(ProgramTest):
             self.assertEqual(seen[5], "2026-11-25 13:30:00  error    root            file system /: 95 % full\n")
             watch.send_signal(signal.SIGINT)
             self.assertEqual(watch.wait(20), 0)
+        with open("/dev/full", "w") as full:
+            self.assertEqual(subprocess.run([COMMAND, "--socket", self.path, "watch"], stdout=full, timeout=20).returncode, 1)
 
 
 unittest.main()

@@ -93,7 +93,7 @@ if-installed = true
             self.reload(config.replace('command = ["/bin/sleep", "99"]', ""))  # others report it from here on
             self.assertIn("there is no check rare any more", answers.readline())
         self.assertIsNone(self.component("rare")["next"])
-        self.end(signal.SIGTERM)  # with its checks, which write into the folder
+        self.assertEqual(self.end(signal.SIGINT), 0)  # with its checks, which write into the folder
 
     def test_what_the_package_brings_is_in_order(self):
         unit = self.file("em-alertd.service", read(FILES / "em-alertd.service").replace("/usr/bin/em-alertd", SERVICE))
