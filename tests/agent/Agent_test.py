@@ -59,7 +59,7 @@ class Scenarios(ProgramTest):
             status, output = self.run_scenario(state, scenario)
             self.assertEqual(status, 1, words)
             self.assertIn(words, output)
-            self.assertEqual('"unmapped"' in output, '"dlopen"' in output, "left loaded: " + words)
+            self.assertEqual('"EM_Delete"' in output and '"unmapped"' in output, '"dlopen"' in output, "left loaded: " + words)
         for option in ("--state", "--scenario"):  # a directory can be opened, and holds nothing
             status, output = self.run_scenario("[]", "", option, "/etc")
             self.assertEqual((status, "em-alert-agent: cannot read /etc: Is a directory" in output), (1, True), output)

@@ -39,8 +39,7 @@ class Session:
         else:
             ours, theirs = socket.socketpair()
         self.end = ours
-        environment = os.environ | {"TERM": "xterm", "HOME": test.folder, "LC_ALL": "C.UTF-8",
-                                    "NO_COLOR": "1"}
+        environment = os.environ | {"TERM": "xterm", "HOME": test.folder, "LC_ALL": "C.UTF-8", "NO_COLOR": "1"}
         with theirs:
             self.program = subprocess.Popen([program, "--module", module, *options], stdin=theirs, stdout=theirs,
                                             stderr=theirs, start_new_session=True, env=environment)
@@ -101,8 +100,7 @@ class Console(ProgramTest):
         session.sees("No alert is pending.")
         session.ends()
         mail = server.mails()[2]
-        self.assertEqual((mail["from"], mail["to"]),
-                         ("alerts@example.net", ["anna@example.net", "bert@example.net"]))
+        self.assertEqual((mail["from"], mail["to"]), ("alerts@example.net", ["anna@example.net", "bert@example.net"]))
         self.assertIn(b"\r\nSubject: =?utf-8?Q?=C3=84rger_mit_Fan_1?=\r\n", base64.b64decode(mail["data"]))
 
     def test_what_is_right_is_told(self):
@@ -170,8 +168,7 @@ class Console(ProgramTest):
 
     def test_an_interrupt_ends_a_wait_and_the_next_one_is_for_its_own_answer(self):
         hanging, server = self.serve("--hang", "DOT"), self.serve()
-        for words in ("host 1 127.0.0.1", f"port 1 {hanging.port}", "sender a@example.net", "recipients b@example.net"):
-            self.assertEqual(run(self, f"--module {LIBRARY} set {words}")[0], 0)
+        set_up(self, hanging)
         session = Session(self, LIBRARY)
         session.type("test-mail\n")
         while "DATA" not in read(hanging.folder / "commands"):
@@ -227,6 +224,11 @@ def run(test, line, text="", **environment):
     return done.returncode, done.stdout
 
 
+def set_up(test, server):
+    for words in ("host 1 127.0.0.1", f"port 1 {server.port}", "sender 'A <a@example.net>'", "recipients b@example.net"):
+        test.assertEqual(run(test, f"--module {LIBRARY} set {words}")[0], 0)
+
+
 class SingleCommands(ProgramTest):
     def test_each_does_one_thing_and_tells_by_its_status(self):
         names = {"LIBRARY": LIBRARY, "SPAM": self.serve("--reply", "DOT=554 spam").port,
@@ -251,8 +253,7 @@ class SingleCommands(ProgramTest):
 
     def test_a_second_signal_ends_it_while_a_mail_hangs(self):
         server = self.serve("--hang", "DOT")
-        for words in ("host 1 127.0.0.1", f"port 1 {server.port}", "sender 'A <a@example.net>'", "recipients b@example.net"):
-            self.assertEqual(run(self, f"--module {LIBRARY} set {words}")[0], 0)
+        set_up(self, server)
         with subprocess.Popen([COMMAND, "--module", LIBRARY, "test-mail"], env=os.environ | {"HOME": self.folder}) as command:
             while command.poll() is None and "DATA" not in read(server.folder / "commands"):
                 select.select([], [], [], 0.01)
@@ -324,8 +325,7 @@ class SingleCommands(ProgramTest):
         self.assertEqual(run(self, "--complete set smtps ''"), (0, "1\n2\n"))
         self.assertEqual(run(self, "--complete reset mail ''"), (0, ""))
         page = run(self, "--man")[1]
-        done = subprocess.run(["groff", "-mandoc", "-ww", "-Tascii"], input=page, capture_output=True, text=True,
-                              check=True)
+        done = subprocess.run(["groff", "-mandoc", "-ww", "-Tascii"], input=page, capture_output=True, text=True, check=True)
         self.assertEqual(done.stderr, "")
         self.assertRegex(done.stdout, r"mail\s+texts\s+\\n\s+is\s+a\s+line\s+break")
         for name in run(self, "--complete ''")[1].split():

@@ -50,8 +50,7 @@ class Alerts(ServiceTest):
         self.assertEqual(self.command("setting", "new-updates", "on")[0], 0)
         self.plugin(2, "DISK full, 3 updates")
         for subject in ("disk", "disk/updates"):
-            self.awaits(lambda: f"{subject}: no server took the mail; it is tried again in 1 min" in
-                        read(self.folder / "log"))
+            self.awaits(lambda: f"{subject}: no server took the mail; it is tried again in 1 min" in self.logged())
         self.assertEqual(self.command("test-mail")[0], 1)
         with self.client() as client:
             client.sendall(b'{"request":{"OC":"0x2242"}}\n')
@@ -91,33 +90,26 @@ class Alerts(ServiceTest):
         self.awaits(lambda: len(server.mails()) == 1)
 
     def test_what_is_no_longer_watched_is_over(self):
-        other = f"""
-[[check]]
-name = "other"
-command = ["/bin/sh", "-c", "exit 1"]
-interval = "200ms"
-"""
+        other = '[[check]]\nname = "other"\ncommand = ["/bin/sh", "-c", "exit 1"]\ninterval = "200ms"\n'
         self.start()
         self.mail_server("--reply", "MAIL=550 no")
         self.submit("other", status=0)
-        self.reload(read(self.folder / "em-alertd.toml") + other)  # from here on it is no report's alone
+        self.reload(read(self.config) + other)  # from here on it is no report's alone
         self.plugin(2, "DISK full")
         self.awaits(lambda: self.status()["pending"] == 2)
-        (self.folder / "em-alertd.toml").write_text(other)
-        self.service.send_signal(signal.SIGHUP)
-        self.awaits(lambda: [one["name"] for one in self.status()["components"]] == ["other"])
-        (self.folder / "em-alertd.toml").write_text("")
-        self.service.send_signal(signal.SIGHUP)  # nothing is bad any more
+        text = read(self.config)
+        self.reload(other)
+        self.assertEqual([one["name"] for one in self.status()["components"]], ["other"])
+        self.reload("")  # nothing is bad any more
         self.awaits(lambda: (self.status()["system"], self.status()["pending"]) == (1, 0))
-        self.configure(more=other)
-        self.service.send_signal(signal.SIGHUP)
+        self.reload(text)
         self.awaits(lambda: self.status()["pending"] == 2)
         self.end(signal.SIGTERM)
-        (self.folder / "em-alertd.toml").write_text("[alerts]\nmail = true\nseverity = 1\n")
+        self.config.write_text("[alerts]\nmail = true\nseverity = 1\n")
         (self.folder / "log").write_text("")
         self.start()
         self.assertEqual(self.status()["components"], [])
-        self.awaits(lambda: all(f"{name}: no server took the mail; it is tried again" in read(self.folder / "log")
+        self.awaits(lambda: all(f"{name}: no server took the mail; it is tried again" in self.logged()
                                 for name in ("disk", "other")))
         self.end()
         server = self.mail_server(offline=True)
@@ -134,7 +126,7 @@ interval = "200ms"
         self.awaits(lambda: time.monotonic() > begun + 0.3)  # for the reminder of the other one
         with self.client() as client:
             client.sendall(b'{"acknowledge":true}\n')
-            self.awaits(lambda: "control socket: acknowledge" in read(self.folder / "log"))
+            self.awaits(lambda: "control socket: acknowledge" in self.logged())
             server.process.kill()
             self.assertEqual(json.loads(client.makefile().readline())["kind"], "acknowledged")
         self.submit("psu")
@@ -147,7 +139,7 @@ interval = "200ms"
         self.plugin(3, "DISK unreadable")
         self.awaits(lambda: self.component()["text"] == "DISK unreadable")
         for counts, pending in ((3, 1), (1, 0)):
-            self.reload(re.sub("unknown = .", f"unknown = {counts}", read(self.folder / "em-alertd.toml")))
+            self.reload(re.sub("unknown = .", f"unknown = {counts}", read(self.config)))
             self.awaits(lambda: (self.status()["system"], self.status()["pending"]) == (counts, pending))
         for counts, pending in ((3, 1), (1, 0)):
             self.end(signal.SIGTERM)
@@ -187,11 +179,8 @@ interval = "200ms"
         self.start()
         self.assertRegex(self.command("setting")[1], "(?s)mail +on.*severity +2")
         self.assertIn("theirs", str(self.ask({"ask": "settings"})))
-        self.configure(more='[alertmanager]\nurls = []')
-        config = self.folder / "em-alertd.toml"
-        config.write_text(read(config).replace("subject =", "# ").replace('"$(ComponentDesignation)', '"by file: $(ComponentName)'))
-        self.service.send_signal(signal.SIGHUP)
-        self.awaits(lambda: "read again" in read(self.folder / "log"))
+        text = read(self.configure(more='[alertmanager]\nurls = []'))
+        self.reload(text.replace("subject =", "# ").replace('"$(ComponentDesignation)', '"by file: $(ComponentName)'))
         self.plugin(1, "DISK low")
         self.awaits(lambda: len(server.mails()) == 2)
         mail = base64.b64decode(server.mails()[1]["data"])
@@ -208,7 +197,7 @@ interval = "200ms"
 
         def heard(name, tone):
             self.submit(name, status=1)
-            self.awaits(lambda: f"speaker: {tone} Hz" in read(self.folder / "log"))
+            self.awaits(lambda: f"speaker: {tone} Hz" in self.logged())
         heard("fan", 700)
         self.awaits(lambda: len(server.mails()) == 1)
         self.assertIn(b"low:", base64.b64decode(server.mails()[0]["data"]))

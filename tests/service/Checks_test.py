@@ -35,8 +35,7 @@ class Checks(ServiceTest):
 
     def test_a_configuration_is_refused_as_a_whole(self):
         config = self.configure(head='parallel = "many"', more="\n" + configuration("mistakes"))
-        run = subprocess.run([SERVICE, "--config", config, "--socket", self.socket, "--state", self.folder,
-                              "--module", LIBRARY], capture_output=True, text=True)
+        run = subprocess.run(self.words(), capture_output=True, text=True)
         self.assertEqual(run.returncode, 2)
         checked = self.command("check-config", config)[1]
         mistakes = ((2, "parallel is a whole number"), (18, r"\[\[check]] freshness is a"), (19, "taken"),
@@ -58,11 +57,12 @@ if-installed = true
         slow = self.file("slow.toml", '[[check]]\nname = "slow"\ncommand = ["/bin/sleep", "9"]\ntimeout = "100ms"\n'
                                       '[[check]]\nname = "fine"\ncommand = ["/bin/sh", "-c", "sleep 0.5; echo fine"]\n')
         once = subprocess.run([SERVICE, "--config", slow, "--once"], capture_output=True, text=True)
-        self.assertEqual((once.returncode, once.stdout), (1, "slow: UNKNOWN - ended after 0.1 s without an answer\nfine: OK - fine\n"))
+        self.assertEqual((once.returncode, once.stdout),
+                         (1, "slow: UNKNOWN - ended after 0.1 s without an answer\nfine: OK - fine\n"))
         self.start()
         self.file("em-alertd.toml", "check = 1")
         self.service.send_signal(signal.SIGHUP)
-        self.awaits(lambda: "em-alertd.toml:1: each check" in read(self.folder / "log"))
+        self.awaits(lambda: "em-alertd.toml:1: each check" in self.logged())
         self.awaits(lambda: self.component()["status"] == 1)
 
     def test_reloads_put_nothing_off(self):
@@ -106,7 +106,7 @@ if-installed = true
 
     def test_others_report(self):
         self.start(alerts='severity = 2\nreminder = "1d"')
-        self.reload(read(self.folder / "em-alertd.toml").replace('"1d"', '"200ms"'))
+        self.reload(read(self.config).replace('"1d"', '"200ms"'))
         server = self.mail_server()
 
         def told_of(name):

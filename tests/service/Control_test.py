@@ -50,7 +50,7 @@ class Control(ServiceTest):
         for order, kind, _ in orders:
             self.assertEqual(self.ask(order)[0]["kind"], kind)
         self.assertEqual(re.findall(r"(?m)^em-alertd: root \(process \d+\) at the control socket: (.*)$",
-                                    read(self.folder / "log")), [change for _, _, change in orders if change])
+                                    self.logged()), [change for _, _, change in orders if change])
 
     def test_hostile_clients_delay_nothing(self):
         self.start()
@@ -90,9 +90,7 @@ class Control(ServiceTest):
         for state, control, reason in (("state", "other", "another service keeps its state in"),
                                        ("other", "control", "another service answers at"),
                                        ("other", "says", "something else than a socket has this name")):
-            run = subprocess.run([SERVICE, "--config", self.folder / "em-alertd.toml", "--module", LIBRARY, "--state",
-                                  self.folder / state, "--socket", self.folder / control],
-                                 capture_output=True, text=True, timeout=20)
+            run = subprocess.run(self.words(state, control), capture_output=True, text=True, timeout=20)
             self.assertEqual((run.returncode, reason in run.stderr), (1, True), run.stderr)
         self.assertEqual(read(self.folder / "says"), "DISK OK")
 
@@ -100,10 +98,7 @@ class Control(ServiceTest):
         reader, log = os.pipe()
         os.close(reader)
         self.addCleanup(os.close, log)
-        self.service = subprocess.Popen([SERVICE, "--config", self.configure(), "--socket", self.socket, "--state",
-                                         self.folder / "state", "--module", LIBRARY], stderr=log)
-        self.addCleanup(self.end)
-        self.awaits(lambda: self.service.poll() is not None or self.answers())
+        self.start(log)
         self.submit("fan")
         self.service.terminate()
         self.assertEqual((self.service.wait(20), self.socket.exists()), (0, False))
@@ -117,18 +112,18 @@ class Control(ServiceTest):
         for name in ("a", "b", "c"):
             self.submit(name)
         told = [f"cannot save the state in {self.folder}/state: No space left", f"cannot write {self.folder}/full/metrics"]
-        self.awaits(lambda: all(words in read(self.folder / "log") for words in told))
+        self.awaits(lambda: all(words in self.logged() for words in told))
         self.submit("d")
         subprocess.run(["mount", "-o", "remount,ro", self.folder / "full"], check=True)
         self.submit("other reasons")
-        self.awaits(lambda: read(self.folder / "log").count("Read-only") == 2)
+        self.awaits(lambda: self.logged().count("Read-only") == 2)
         subprocess.run(["mount", "-o", "remount,rw,nr_inodes=100", self.folder / "full"], check=True)
         self.submit("e")
-        self.awaits(lambda: "is saved again" in read(self.folder / "log") and "is written again" in read(self.folder / "log"))
-        self.assertEqual([read(self.folder / "log").count(words) for words in told], [1, 2])  # once for each reason
+        self.awaits(lambda: "is saved again" in self.logged() and "is written again" in self.logged())
+        self.assertEqual([self.logged().count(words) for words in told], [1, 2])  # once for each reason
         subprocess.run(["mount", "-o", "remount,ro", self.folder / "full"], check=True)
         self.submit("late")
-        self.awaits(lambda: read(self.folder / "log").count("Read-only") == 4)
+        self.awaits(lambda: self.logged().count("Read-only") == 4)
         subprocess.run(["mount", "-o", "remount,rw", self.folder / "full"], check=True)
         self.end(signal.SIGTERM)
         self.assertIn("components/late/", read(self.folder / "state/registry"))
@@ -179,9 +174,9 @@ textfile = "{self.folder}/em_alert.prom"
         self.plugin(2, "5 packages available")
         self.awaits(lambda: self.component()["status"] == 3)
         Fleet.told.clear()
-        self.reload(re.sub(r"(?s)\[\[check.*?(?=\[alertm)|\[metrics.*", "", read(self.folder / "em-alertd.toml")))
+        self.reload(re.sub(r"(?s)\[\[check.*?(?=\[alertm)|\[metrics.*", "", read(self.config)))
         self.awaits(lambda: lasts("critical", False))  # it hears of what a reload ends
-        log = read(self.folder / "log")
+        log = self.logged()
         self.assertIn("http://127.0.0.1:1 does not take alerts (Couldn't connect to server); they are sent again", log)
         for line in ("<4>disk: 09 packages available", "<5>disk: 0 packages available", "<6>root (process ",
                      "<7>EM_ALERT            : Add warning alert to be acknowledged\n"):
@@ -192,7 +187,7 @@ textfile = "{self.folder}/em_alert.prom"
             fed = [at for word, at in heard if word == b"WATCHDOG=1"]
             return [after - before for before, after in itertools.pairwise(fed)]
         self.awaits(lambda: min(pauses(), default=1) < 0.6)  # twice in the time that is set
-        self.assertNotIn("cannot write", read(self.folder / "log"))
+        self.assertNotIn("cannot write", self.logged())
         begun = time.monotonic()
         self.end(signal.SIGTERM)  # also while one of the Alertmanagers says nothing
         self.assertLess(time.monotonic() - begun, 4)

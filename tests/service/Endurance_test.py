@@ -146,7 +146,7 @@ freshness = "1h"
         self.assertEqual(self.command("check", "job")[0], 0)
         move(0, 3000)
         self.pass_timers()
-        self.reload(read(self.folder / "em-alertd.toml").replace(rarely, 'freshness = "1h"\n'))
+        self.reload(read(self.config).replace(rarely, 'freshness = "1h"\n'))
         for timers, status in ((6000, 1), (6700, 2)):
             move(0, timers)
             self.pass_timers()
@@ -163,7 +163,7 @@ freshness = "1h"
         for tries, minutes in enumerate((1, 5, 15, 60), 1):
             for subject in ("raid", "disk/updates"):
                 line = f"{subject}: no server took the mail; it is tried again in {minutes} min\n"
-                self.awaits(lambda: line in read(self.folder / "log"))
+                self.awaits(lambda: line in self.logged())
             passed += minutes * 60
             move(0, passed - 20)
             self.pass_timers()
@@ -178,7 +178,7 @@ freshness = "1h"
         self.mail_server("--reply", "MAIL=550 no")
         self.assertEqual(self.command("setting", "severity", "1")[0], 0)
         self.submit("raid", status=0)  # the mail that all is well
-        self.awaits(lambda: read(self.folder / "log").count("raid: no server took the mail; it is tried again in 1 min") == 2)
+        self.awaits(lambda: self.logged().count("raid: no server took the mail; it is tried again in 1 min") == 2)
         server = self.mail_server()
         move(0, passed + DAY + 61)
         self.awaits(lambda: len(server.mails()) == 1)

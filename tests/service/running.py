@@ -60,6 +60,7 @@ class Fleet(http.server.BaseHTTPRequestHandler):
 class ServiceTest(ProgramTest):
     def setUp(self):
         super().setUp()
+        self.config = self.folder / "em-alertd.toml"
         self.socket = self.folder / "control"
         self.environment = {}
         self.plugin(0, "DISK OK")
@@ -74,10 +75,10 @@ class ServiceTest(ProgramTest):
                             "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"}
 
     def reload(self, config):
-        told = read(self.folder / "log").count("read again")
+        told = self.logged().count("read again")
         self.file("em-alertd.toml", config)
         self.service.send_signal(signal.SIGHUP)
-        self.awaits(lambda: read(self.folder / "log").count("read again") > told)
+        self.awaits(lambda: self.logged().count("read again") > told)
 
     def fleet(self):
         fleet = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Fleet)
@@ -93,16 +94,20 @@ class ServiceTest(ProgramTest):
         return self.file("em-alertd.toml", CONFIG.format(head=head, alerts=alerts, more=more, attempts=attempts,
                                                          folder=self.folder))
 
-    def start(self, **parts):
-        self.log = open(self.folder / "log", "a")
-        self.addCleanup(self.log.close)
-        config = self.configure(**parts) if parts or not (self.folder / "em-alertd.toml").exists() else \
-            self.folder / "em-alertd.toml"
-        self.service = subprocess.Popen([SERVICE, "--config", config, "--socket", self.socket, "--state",
-                                         self.folder / "state", "--module", LIBRARY], stderr=self.log,
-                                        env=os.environ | self.environment)
+    def words(self, state="state", control="control"):
+        return [SERVICE, "--config", self.config, "--socket", self.folder / control, "--state", self.folder / state,
+                "--module", LIBRARY]
+
+    def start(self, log=None, **parts):
+        self.log = log or self.enterContext(open(self.folder / "log", "a"))
+        if parts or not self.config.exists():
+            self.configure(**parts)
+        self.service = subprocess.Popen(self.words(), stderr=self.log, env=os.environ | self.environment)
         self.addCleanup(self.end)
-        self.awaits(self.answers)
+        self.awaits(lambda: self.service.poll() is not None or self.answers())
+
+    def logged(self):
+        return read(self.folder / "log")
 
     def client(self):
         with contextlib.ExitStack() as unless_it_answers:
@@ -134,7 +139,7 @@ class ServiceTest(ProgramTest):
         self.service.send_signal(sent)
         status = self.service.wait(20)
         if sent == signal.SIGTERM:  # a sanitizer has its say then
-            self.assertEqual(status, 0, read(self.folder / "log"))
+            self.assertEqual(status, 0, self.logged())
         return status
 
     def run_command(self, *words):
@@ -155,7 +160,7 @@ class ServiceTest(ProgramTest):
         deadline = time.monotonic() + seconds
         while not condition():
             if time.monotonic() > deadline:
-                self.fail(read(self.folder / "log"))
+                self.fail(self.logged())
             time.sleep(0.05)
 
     def mail_server(self, *options, offline=False):
