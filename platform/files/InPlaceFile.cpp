@@ -35,7 +35,6 @@ std::size_t WriteAt(int file, std::string_view bytes, std::size_t offset) {
 bool CInPlaceFile::Load(const char* path, std::string& text, int flags) {
     // O_NONBLOCK: opening a pipe of that name must not wait for its other end.
     file_.Reset(::open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0644));
-    text.clear();
     if (file_ && flags == O_RDONLY) {
         // What reads short of a small buffer is a whole file: asking for its size would cost as much as reading it.
         char small[kSmallFile];

@@ -11,6 +11,7 @@ class CInPlaceFile {
 public:
     /// Opens the file and reads it at one go. A directory, an empty device or pipe and a file beyond 64 MiB are
     /// refused, and for writing anything but a regular file.
+    /// @param text  is empty, and gets the bytes
     /// @param flags  O_RDONLY, O_RDWR ...; always close-on-exec and never waiting
     bool Load(const char* path, std::string& text, int flags = 0);
 

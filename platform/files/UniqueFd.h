@@ -23,16 +23,17 @@ public:
 
     explicit operator bool() const noexcept { return fd_ >= 0; }
     int Get() const noexcept { return fd_; }
-    int Release() noexcept { return std::exchange(fd_, -1); }
+    int Release() noexcept { return std::exchange(fd_, kNone); }
 
     /// Closes the held descriptor and takes `fd` instead.
     /// @return the result of close, 0 when nothing was held.
-    int Reset(int fd = -1) noexcept {
+    int Reset(int fd = kNone) noexcept {
         const CCancellationPause pause;  // close is a place where a thread can be cancelled
         const int old = std::exchange(fd_, fd);
         return old >= 0 ? ::close(old) : 0;
     }
 
 private:
-    int fd_ = -1;
+    static constexpr int kNone = -1;
+    int fd_ = kNone;
 };

@@ -88,7 +88,7 @@ TEST(HostIpAddress, CountsEthernetInterfacesThatHaveAnAddress) {
         }
         CIPAddress address;  // a short text is a success that fills nothing in
         EXPECT_TRUE(CHostIPAddress::GetHostIPv4Address(address, 1) && address.GetString().empty());
-        EXPECT_TRUE(CHostIPAddress::GetHostIPv4Address(address, 0) && address.GetString() == "10.0.0.5");
+        EXPECT_TRUE(CHostIPAddress::GetHostIPv4Address(address, 0) && address.GetString() == "10.1.2.5");
         EXPECT_TRUE(CHostIPAddress::GetHostIPv6Address(address, 1) && address.GetString() == "fd00::5");
         EXPECT_TRUE(!CHostIPAddress::GetHostIPv4Address(address, 2) && address.Bytes().size() == 16);
         address.SetBytes({1, 2, 3, 4, 5});

@@ -84,7 +84,7 @@ TEST(Registry, KeepsATreeOfAnyBytes) {
     ASSERT_EQ(registry.Save(), 0);
     EXPECT_EQ(std::filesystem::status(directory / "registry").permissions(), std::filesystem::perms(0600));
 
-    CRegistry copy(directory / "");
+    CRegistry copy(directory / ".");  // without a slash at its end
     const auto loaded = copy.Load();
     EXPECT_TRUE(loaded.source == CRegistry::ESource::Current && loaded.problem.empty()) << loaded.problem;
     EXPECT_TRUE(copy.Get(any) == any + any && copy.Get("alerts") == "" && !copy.Get("alerts/pending"));
