@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/checks/CheckRunner.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -21,8 +22,9 @@ std::string Seconds(std::chrono::milliseconds time) {
 
 }  // namespace
 
-CCheckRun::CCheckRun(CLoop& loop, const std::vector<std::string>& command, std::chrono::milliseconds timeout, Done done)
-    : loop_(loop), timeout_(timeout), done_(std::move(done)) {
+CCheckRun::CCheckRun(CLoop& loop, const std::vector<std::string>& command, std::chrono::milliseconds timeout, Done done,
+                     Done onHeld)
+    : loop_(loop), timeout_(timeout), done_(std::move(done)), onHeld_(std::move(onHeld)) {
     if (const int error = process_.Start(command); error != 0) {
         const std::string text = command.front() + " cannot be started: " + std::generic_category().message(error);
         timer_ = loop.After(std::chrono::milliseconds(0), [this, text] {
@@ -53,7 +55,7 @@ void CCheckRun::OnEnd() {
     CheckResult result{.status = ComponentStatus::Unknown,
                        .text = FirstLine(output_),
                        .took = std::chrono::steady_clock::now() - begun_};
-    if (isLate_) {
+    if (signals_ > 0) {
         result.isAnswer = false;
         result.text = "ended after " + Seconds(timeout_) + " without an answer";
     } else if (!end || end->how != CProcess::CEnd::EHow::Exited) {
@@ -70,13 +72,16 @@ void CCheckRun::OnEnd() {
 }
 
 void CCheckRun::OnTimeout() {
-    if (!std::exchange(isLate_, true)) {
-        process_.Signal(SIGTERM);
-        timer_ = loop_.After(kGrace, [this] { OnTimeout(); });
-        return;
+    const int sent = signals_++;
+    process_.Signal(sent == 0 ? SIGTERM : SIGKILL);
+    const bool isHeld = sent > 1;
+    timer_ = loop_.After(isHeld ? std::max(timeout_, kGrace) : kGrace, [this] { OnTimeout(); });
+    if (isHeld) {
+        onHeld_({.status = ComponentStatus::Unknown,
+                 .text = "does not end, although it was killed after " + Seconds(timeout_) + " without an answer",
+                 .took = std::chrono::steady_clock::now() - begun_,
+                 .isAnswer = false});
     }
-    process_.Signal(SIGKILL);
-    timer_ = {};
 }
 
 void CCheckRun::Finish(const CheckResult& result) {

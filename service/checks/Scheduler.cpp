@@ -17,7 +17,9 @@ void CScheduler::Restart(std::uint32_t parallel) {
     const auto isGone = [this](const std::string& name) { return components_.Find(name) == nullptr; };
     std::erase_if(timers_, [&](const auto& timer) { return isGone(timer.first); });
     std::erase_if(waiting_, isGone);
-    std::erase_if(running_, [&](const auto& run) { return isGone(run.first); });
+    for (auto* const runs : {&running_, &held_}) {
+        std::erase_if(*runs, [&](const auto& run) { return isGone(run.first); });
+    }
     const auto count = static_cast<std::int64_t>(components_.All().size());
     std::int64_t place = 0;
     const auto now = Clock::now();
@@ -53,7 +55,7 @@ void CScheduler::Plan(Component& component, std::chrono::milliseconds delay) {
 }
 
 void CScheduler::CheckNow(const std::string& name) {
-    if (!running_.contains(name) && std::ranges::find(waiting_, name) == waiting_.end()) {
+    if (!running_.contains(name) && !held_.contains(name) && std::ranges::find(waiting_, name) == waiting_.end()) {
         waiting_.push_back(name);
     }
     BeginWaiting();
@@ -73,9 +75,10 @@ void CScheduler::Begin(const std::string& name) {
         return;
     }
     const auto onDone = [this, name](const CheckResult& result) { OnDone(name, result); };
+    const auto onHeld = [this, name](const CheckResult& result) { OnHeld(name, result); };
     try {
         running_[name] =
-            std::make_unique<CCheckRun>(loop_, component->config.command, component->config.timeout, onDone);
+            std::make_unique<CCheckRun>(loop_, component->config.command, component->config.timeout, onDone, onHeld);
     } catch (const std::exception& error) {  // such as no descriptors left
         Plan(*component, component->config.retry);
         onResult_(name, {.status = ComponentStatus::Warning, .text = FirstLine(error.what()), .isAnswer = false});
@@ -84,12 +87,20 @@ void CScheduler::Begin(const std::string& name) {
 
 void CScheduler::OnDone(const std::string& name, const CheckResult& result) {
     running_.erase(name);
+    held_.erase(name);
     if (Component* component = components_.Find(name)) {
         onResult_(name, result);
         if (!component->config.command.empty()) {  // which a reload may have taken
             Plan(*component, component->badInRow > 0 ? component->config.retry : component->config.interval);
         }
     }
+    BeginWaiting();
+}
+
+/// It takes no room from the others: one dead server may hold many.
+void CScheduler::OnHeld(const std::string& name, const CheckResult& result) {
+    held_.insert(running_.extract(name));
+    onResult_(name, result);
     BeginWaiting();
 }
 

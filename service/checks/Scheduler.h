@@ -51,6 +51,7 @@ private:
     void Begin(const std::string& name);
     void BeginWaiting();
     void OnDone(const std::string& name, const CheckResult& result);
+    void OnHeld(const std::string& name, const CheckResult& result);
 
     CLoop& loop_;
     CComponents& components_;
@@ -58,5 +59,6 @@ private:
     std::uint32_t parallel_ = 1;
     std::map<std::string, Timer> timers_;
     std::map<std::string, std::unique_ptr<CCheckRun>> running_;
-    std::deque<std::string> waiting_;  // for room
+    std::map<std::string, std::unique_ptr<CCheckRun>> held_;  // that were killed, and do not go
+    std::deque<std::string> waiting_;                         // for room
 };

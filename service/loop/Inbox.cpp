@@ -2,10 +2,13 @@
 #include "service/loop/Inbox.h"
 
 #include <cerrno>
+#include <exception>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <system_error>
 #include <utility>
+
+#include "service/loop/Journal.h"
 
 CInbox::CInbox(CLoop& loop) : event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (!event_) {
@@ -31,6 +34,10 @@ void CInbox::Drain() {
         work.swap(waiting_);
     }
     for (const auto& one : work) {
-        one();
+        try {
+            one();
+        } catch (const std::exception& error) {  // the others are done all the same
+            Journal(3, error.what());
+        }
     }
 }

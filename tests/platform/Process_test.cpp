@@ -115,10 +115,10 @@ TEST(Process, EndsTheWholeGroup) {
         EXPECT_GT(::read(process.GetOutput(), line, sizeof line - 1), 0);
         return std::stoi(line);
     };
-    CProcess obeys = RunShell("sleep 99 & echo $!; wait");
+    CProcess obeys = RunShell("trap 'sleep 0.2; exit 7' TERM; sleep 99 & echo $!; wait");  // in its own time
     pid_t pid = grandchild(obeys);
     EXPECT_FALSE(obeys.Wait(10ms));
-    EXPECT_EQ(obeys.End(20s), (CProcess::CEnd{EHow::Signalled, SIGTERM}));
+    EXPECT_EQ(obeys.End(20s), (CProcess::CEnd{EHow::Exited, 7}));
     AwaitGone(pid);
     CProcess parts = RunShell("setsid sh -c 'setsid sleep 99 & echo $!; wait' & wait");  // each with a group of its own
     pid = grandchild(parts);

@@ -44,18 +44,12 @@ class Checks(ServiceTest):
                     (31, '"localhost:9093" is no'), (34, "command is a list of texts"))
         for told in (run.stderr, checked):
             self.assertRegex(told, r"(?s)" + ".*".join(f"em-alertd.toml:{line}: [^\n]*{words}" for line, words in mistakes))
-        config = self.configure(more="""
-[[check]]
-name = "left out"
-command = ["/no/such/plugin"]
-if-installed = true
-""")
+        config = self.configure(more=configuration("left-out"))
         self.assertIn(f"{config}: one check; left out, as the program is not installed: left out\n",
                       self.command("check-config", config)[1])
         once = subprocess.run([SERVICE, "--config", config, "--once"], capture_output=True, text=True)
         self.assertEqual((once.returncode, once.stdout), (0, "disk: OK - DISK OK\n"))
-        slow = self.file("slow.toml", '[[check]]\nname = "slow"\ncommand = ["/bin/sleep", "9"]\ntimeout = "100ms"\n'
-                                      '[[check]]\nname = "fine"\ncommand = ["/bin/sh", "-c", "sleep 0.5; echo fine"]\n')
+        slow = self.file("slow.toml", configuration("slow"))
         once = subprocess.run([SERVICE, "--config", slow, "--once"], capture_output=True, text=True)
         self.assertEqual((once.returncode, once.stdout),
                          (1, "slow: UNKNOWN - ended after 0.1 s without an answer\nfine: OK - fine\n"))

@@ -13,7 +13,7 @@ import time
 import unittest
 
 from programs import read
-from running import Fleet, ServiceTest
+from running import Fleet, ServiceTest, configuration
 
 DAY = 86400
 KILLS = int(os.environ.get("EM_KILLS", 12))  # at random moments
@@ -51,9 +51,9 @@ class Endurance(ServiceTest):
         """What moves the service's clocks, by seconds: the one on the wall, and the one that timers go by."""
         file = self.folder / "clocks"
 
-        def move(wall, timers):
+        def move(wall, timers, holds_the_killed=False):
             with open(file, "r+b" if file.exists() else "wb") as clocks:  # which is mapped
-                clocks.write(struct.pack("qq", wall, timers))
+                clocks.write(struct.pack("qqq", wall, timers, holds_the_killed))
         move(0, 0)
         self.preload(os.environ["EM_CLOCKS_LIBRARY"], EM_CLOCKS=str(file))
         return move
@@ -151,6 +151,17 @@ freshness = "1h"
             move(0, timers)
             self.pass_timers()
             self.assertEqual(self.component("job")["status"], status)
+
+    def test_what_cannot_be_killed_is_told_and_takes_no_room(self):
+        move = self.clocks()
+        move(0, 0, holds_the_killed=True)
+        self.start(head="parallel = 1", more=configuration("held"))
+        self.awaits(lambda: "does not end, although it was killed after 0.2 s" in self.component("held")["text"])
+        self.awaits(lambda: self.component("held")["since"])  # told, as it has come twice
+        self.plugin(2, "DISK full")
+        self.awaits(lambda: self.component()["status"] == 3)
+        move(0, 0)
+        self.awaits(lambda: self.component("held")["text"] == "ended after 0.2 s without an answer")
 
     def test_a_lost_mail_is_tried_again_after_its_pauses(self):
         move = self.clocks()

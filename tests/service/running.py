@@ -18,26 +18,6 @@ from programs import COMMAND, LIBRARY, ProgramTest, read
 SERVICE = os.environ["EM_SERVICE"]
 FILES = pathlib.Path(__file__).parents[2] / "service/files"
 
-CONFIG = """
-{head}
-[alerts]
-mail = true
-{alerts}
-subject = "$(ComponentStatus): $(ComponentName)"
-message = "$(ComponentDesignation)\\n"
-
-[[check]]
-name = "disk"
-designation = "file system /"
-command = ["/bin/sh", "-c", "cat {folder}/says; exit $(cat {folder}/exit)"]
-interval = "100ms"
-timeout = "48h"
-attempts = {attempts}
-retry = "100ms"
-{more}
-"""
-
-
 def configuration(name, **values):
     """One of configurations/, with values for its names in braces."""
     return read(pathlib.Path(__file__).parent / f"configurations/{name}.toml").format(**values)
@@ -91,7 +71,7 @@ class ServiceTest(ProgramTest):
                f'"http://127.0.0.1:{fleet.server_port}/fleet/"]'
 
     def configure(self, head="", alerts="severity = 2", more="", attempts=1):
-        return self.file("em-alertd.toml", CONFIG.format(head=head, alerts=alerts, more=more, attempts=attempts,
+        return self.file("em-alertd.toml", configuration("disk", head=head, alerts=alerts, more=more, attempts=attempts,
                                                          folder=self.folder))
 
     def words(self, state="state", control="control"):
