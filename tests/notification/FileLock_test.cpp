@@ -92,6 +92,8 @@ TEST_F(FileLock, AHeldLockFailsAtOnceAndNamesItsHolder) {
     std::filesystem::rename(lockFile_ + ".new", lockFile_);
     holder.UnlockFile(file_.c_str());
     EXPECT_EQ(ReadFile(lockFile_), "another holder");  // not ours to delete
+    trace_.Once("EXISTS!", [&] { std::filesystem::remove(lockFile_); });
+    EXPECT_TRUE(lock.Lock(file_.c_str(), nullptr, 600000));
 }
 
 TEST_F(FileLock, RefusesPathsThatItCannotLockAndKeepsTheLockThatItHas) {

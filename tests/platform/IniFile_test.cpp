@@ -84,6 +84,9 @@ TEST_F(IniFile, NumbersEnumerationAndCopies) {
 TEST_F(IniFile, FilesThatCannotBeUsed) {
     CTraceCapture trace;
     EXPECT_TRUE(ini_.Open(false) && !ini_.Open(true) && !ini_.IsOpen());
+    std::string list = "old";
+    EXPECT_TRUE(!ini_.GetListString(list, "s", "k") && list.empty());
+    trace.Clear();
     EXPECT_EQ(Read("s", "k", "default", 7), "6:defaul\0"s);
     EXPECT_TRUE(ini_.DeleteKey("s", "k") && !std::filesystem::exists(path_));
     EXPECT_EQ(trace.All(), "GetPrivateProfileString: Cannot open " + path_ +
