@@ -127,12 +127,20 @@ private:
     std::vector<CUniqueFd> pidFds_ EM_GUARDED_BY(lock_);
 };
 
-std::vector<pid_t> FindProcesses(const std::function<bool(const std::string& directory)>& isWanted) {
-    std::vector<pid_t> found;
+void ForEachProcess(const std::function<void(pid_t pid, const std::string& directory)>& look) {
     ForEachEntry("/proc", [&](const std::string& name) {
         pid_t pid{};
         const auto parsed = std::from_chars(name.data(), name.data() + name.size(), pid);
-        if (parsed.ec == std::errc() && parsed.ptr == name.data() + name.size() && isWanted("/proc/" + name)) {
+        if (parsed.ec == std::errc() && parsed.ptr == name.data() + name.size()) {
+            look(pid, "/proc/" + name);
+        }
+    });
+}
+
+std::vector<pid_t> FindProcesses(const std::function<bool(const std::string& directory)>& isWanted) {
+    std::vector<pid_t> found;
+    ForEachProcess([&](pid_t pid, const std::string& directory) {
+        if (isWanted(directory)) {
             found.push_back(pid);
         }
     });
@@ -143,20 +151,17 @@ std::vector<pid_t> FindProcesses(const std::function<bool(const std::string& dir
 /// Itself, its children and theirs, as far as no end of one between them has given them to another parent.
 std::vector<pid_t> FindTree(pid_t root) {
     std::multimap<pid_t, pid_t> children;
-    FindProcesses([&children](const std::string& directory) {
+    ForEachProcess([&children](pid_t pid, const std::string& directory) {
         std::string text;  // "4711 (name, which may hold blanks) S 4710 ..."
         if (ReadRegularFile(directory + "/stat", kMaxProcFileSize, text) == 0) {
-            pid_t pid{};
             pid_t parent{};
             char close{};
             char state{};
-            std::istringstream(text) >> pid;
             text.erase(0, text.rfind(')'));
             if (std::istringstream(text) >> close >> state >> parent) {
                 children.emplace(parent, pid);
             }
         }
-        return false;
     });
     std::vector<pid_t> found{root};
     for (std::size_t i = 0; i < found.size(); ++i) {
