@@ -88,9 +88,11 @@ int RunOnce(CCommandContext& context, const std::vector<std::string>& words) {
         outcome.json = "{\"error\":" + JsonString(outcome.failure) + "}";
     }
     const bool closed = context.Close();
-    context.Terminal().Print(!json                  ? outcome.text
-                             : outcome.json.empty() ? std::string(R"({"done":true})") + "\n"
-                                                    : outcome.json + "\n");
+    if (!outcome.isTold) {
+        context.Terminal().Print(!json                  ? outcome.text
+                                 : outcome.json.empty() ? std::string(R"({"done":true})") + "\n"
+                                                        : outcome.json + "\n");
+    }
     if (!outcome.failure.empty()) {
         return Report(outcome.failure, kFailed);
     }

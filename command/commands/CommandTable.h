@@ -15,6 +15,7 @@ struct Outcome {
     std::string text;     ///< for people, lines with their ends
     std::string json;     ///< one value; empty when there is nothing but that it was done
     std::string failure;  ///< why it failed; empty when it did not
+    bool isTold = false;  ///< all that there is to tell was printed as it came
 };
 
 /// What stands behind a command's name.

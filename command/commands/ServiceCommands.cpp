@@ -30,14 +30,22 @@ Outcome ComponentOutcome(CCommandContext& context, const std::string& json) {
     return outcome;
 }
 
-// Nobody reads on where writing has failed: the device is full, say.
-bool Ends() {
-    return CConsoleWait::EndIsAskedFor() || CConsoleWait::TakeInterrupt() || std::ferror(stdout) != 0;
-}
+// A view ends once, whoever sees that first. Nobody reads on where writing has failed: the device is full, say.
+class CEnd {
+public:
+    bool HasCome() {
+        hasCome_ =
+            hasCome_ || CConsoleWait::EndIsAskedFor() || CConsoleWait::TakeInterrupt() || std::ferror(stdout) != 0;
+        return hasCome_;
+    }
+
+private:
+    bool hasCome_ = false;
+};
 
 // @return a component with its newest result; nothing when none came
-std::string WaitForResult(CServiceClient& service, milliseconds time) {
-    for (auto left = time; left.count() > 0 && !Ends(); left -= kSignalInterval) {
+std::string WaitForResult(CServiceClient& service, milliseconds time, CEnd& end) {
+    for (auto left = time; left.count() > 0 && !end.HasCome(); left -= kSignalInterval) {
         if (const auto line = service.NextLine(kSignalInterval)) {
             const auto* component = CRapidJsonUtil::Find(*line, "component");
             if (component != nullptr) {
@@ -50,14 +58,15 @@ std::string WaitForResult(CServiceClient& service, milliseconds time) {
 
 // The whole view, again and again, for people.
 void WatchScreen(CCommandContext& context, CServiceClient& service) {
-    while (!Ends()) {
+    CEnd end;
+    while (!end.HasCome()) {
         winsize size{};
         const bool isKnown = ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > kFoot && size.ws_col > 0;
         const std::size_t rows = isKnown ? size.ws_row - kFoot : SIZE_MAX;
         context.Terminal().Print(kTopOfScreen +
                                  ScreenText(context, service.Status(), rows, isKnown ? size.ws_col : SIZE_MAX) +
                                  "\nCtrl-C ends the view.\n");
-        WaitForResult(service, kRedraw);
+        WaitForResult(service, kRedraw, end);
     }
 }
 
@@ -76,8 +85,9 @@ void WatchLines(CCommandContext& context, CServiceClient& service) {
     if (components != nullptr && components->IsArray()) {
         std::for_each(components->Begin(), components->End(), isNew);
     }
-    while (!Ends()) {
-        const std::string result = WaitForResult(service, kRedraw);
+    CEnd end;
+    while (!end.HasCome()) {
+        const std::string result = WaitForResult(service, kRedraw, end);
         if (result.empty()) {
             continue;
         }
@@ -119,5 +129,8 @@ Outcome RunWatch(CCommandContext& context, const CommandArguments& /*arguments*/
     } catch (const CBrokenOff&) {
         // Ctrl-C ends a view, also while the service has yet to answer.
     }
-    return {};
+    service.HangUp();
+    Outcome outcome;
+    outcome.isTold = true;
+    return outcome;
 }

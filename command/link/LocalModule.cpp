@@ -70,7 +70,9 @@ void CLocalModule::SaveSettings() const {
     for (const Command& answer : answers_.All()) {
         if (answer.oc == kReadConfigurationValue && !answer.oi && answer.oe) {
             lines += (lines.empty() ? "[\n  {\"OC\":" : ",\n  {\"OC\":") + std::to_string(*answer.oc) +
-                     ",\"OE\":" + std::to_string(*answer.oe) + ",\"DA\":" + answer.data + "}";
+                     ",\"OE\":" + std::to_string(*answer.oe) +
+                     (answer.st.value_or(0) == 0 ? "" : ",\"ST\":" + std::to_string(*answer.st)) +
+                     (answer.data.empty() ? "" : ",\"DA\":" + answer.data) + "}";
         }
     }
     ReplaceFile(options_.settingsFile, lines + "\n]\n");

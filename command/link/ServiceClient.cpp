@@ -40,9 +40,8 @@ std::string CommandText(const Command& command) {
     return found != nullptr ? JsonText(*found) : "{}";
 }
 
-}  // namespace
-
-std::unique_ptr<CServiceClient> CServiceClient::Connect(const std::string& path) {
+// @return none when no service answers at this path
+CUniqueFd ConnectTo(const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof address.sun_path) {
@@ -51,20 +50,43 @@ std::unique_ptr<CServiceClient> CServiceClient::Connect(const std::string& path)
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
     CUniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (socket && ::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
-        return std::unique_ptr<CServiceClient>(new CServiceClient(std::move(socket), path));
+        return socket;
     }
     if (errno == ENOENT || errno == ECONNREFUSED || errno == ENOTDIR) {
-        return nullptr;
+        return {};
     }
     throw CAgentError("cannot connect to the service at " + path + ": " + std::generic_category().message(errno) +
                       (errno == EACCES ? " (members of the socket's group may)" : ""));
 }
 
-void CServiceClient::Fail(const std::string& reason) const {
+}  // namespace
+
+std::unique_ptr<CServiceClient> CServiceClient::Connect(const std::string& path) {
+    CUniqueFd socket = ConnectTo(path);
+    return socket ? std::unique_ptr<CServiceClient>(new CServiceClient(std::move(socket), path)) : nullptr;
+}
+
+void CServiceClient::Fail(const std::string& reason) {
+    isOver_ = true;
     throw CAgentError("the service at " + path_ + ": " + reason);
 }
 
+/// The service may have been restarted since the last command of a console.
+void CServiceClient::ConnectAgain() {
+    char next{};
+    if (!isOver_ && ::recv(socket_.Get(), &next, sizeof next, MSG_PEEK | MSG_DONTWAIT) != 0) {
+        return;
+    }
+    socket_ = ConnectTo(path_);
+    read_.clear();
+    isOver_ = false;
+    if (!socket_) {
+        Fail("it does not answer any more");
+    }
+}
+
 void CServiceClient::Send(const std::string& line) {
+    ConnectAgain();
     const std::string text = line + "\n";
     for (std::size_t sent = 0; sent < text.size();) {
         const ssize_t count =
@@ -124,6 +146,7 @@ Document CServiceClient::WaitFor(const std::function<bool(const Document&)>& isW
                 return std::move(*line);
             }
         } else if (!GoesOn(traces_)) {
+            HangUp();
             throw CBrokenOff();
         }
     }

@@ -33,6 +33,10 @@ public:
     /// Has the service tell every change from now on.
     void Subscribe() { Query(R"({"subscribe":true})", "subscribed", "kind"); }
 
+    /// No answer is awaited any more, and no change: what still comes is for nobody, and the next command connects
+    /// anew.
+    void HangUp() { isOver_ = true; }
+
     /// Waits for the next line.
     /// @return nothing when none came in time
     std::optional<CRapidJsonUtil::Document> NextLine(std::chrono::milliseconds time);
@@ -42,10 +46,12 @@ private:
     void Send(const std::string& line);
     CRapidJsonUtil::Document WaitFor(const std::function<bool(const CRapidJsonUtil::Document&)>& isWanted);
     bool ReadMore(std::chrono::milliseconds time);
-    [[noreturn]] void Fail(const std::string& reason) const;
+    void ConnectAgain();
+    [[noreturn]] void Fail(const std::string& reason);
 
     CUniqueFd socket_;
     std::string path_;
     std::string read_;  // and not yet taken
     Traces traces_;     // of the request that is under way
+    bool isOver_ = false;
 };

@@ -77,10 +77,11 @@ void CCheckRun::OnTimeout() {
     const bool isHeld = sent > 1;
     timer_ = loop_.After(isHeld ? std::max(timeout_, kGrace) : kGrace, [this] { OnTimeout(); });
     if (isHeld) {
-        onHeld_({.status = ComponentStatus::Unknown,
-                 .text = "does not end, although it was killed after " + Seconds(timeout_) + " without an answer",
-                 .took = std::chrono::steady_clock::now() - begun_,
-                 .isAnswer = false});
+        const Done onHeld = onHeld_;  // the object may go while it is told
+        onHeld({.status = ComponentStatus::Unknown,
+                .text = "does not end, although it was killed after " + Seconds(timeout_) + " without an answer",
+                .took = std::chrono::steady_clock::now() - begun_,
+                .isAnswer = false});
     }
 }
 

@@ -3,7 +3,6 @@
 
 #include <array>
 #include <cstdio>
-#include <utility>
 
 #include "service/checks/Scheduler.h"
 #include "service/components/Components.h"
@@ -28,18 +27,15 @@ bool CheckOnce(const ServiceConfig& config) {
     }
     left = checks.size();
     runs.resize(checks.size());
-    std::vector<char> isTold(checks.size());
     const std::function<void()> begin = [&] {
         const std::size_t place = next++;
         const CheckConfig& check = *checks[place];
         const auto tell = [&, place](const CheckResult& result) {
-            if (std::exchange(isTold[place], 1) != 0) {
-                return;  // a command that did not end has ended after all
-            }
             isAnswered = isAnswered && result.isAnswer;
             std::printf("%s: %s - %s\n", checks[place]->name.c_str(),
                         kWords.at(static_cast<std::size_t>(result.status)), result.text.c_str());
             std::fflush(stdout);
+            runs[place].reset();  // with its descriptors
             if (--left == 0) {
                 loop.Stop();
             } else if (next < checks.size()) {

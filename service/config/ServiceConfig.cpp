@@ -51,8 +51,9 @@ void ReadAlerts(const toml::table* table, ServiceConfig& config, Mistakes& mista
             continue;
         }
         try {
-            const bool fits = (setting.kind == OperatorSetting::Kind::Switch) == node->is_boolean() &&
-                              (setting.kind == OperatorSetting::Kind::Number) == node->is_integer();
+            const bool fits = setting.kind == OperatorSetting::Kind::Switch   ? node->is_boolean()
+                              : setting.kind == OperatorSetting::Kind::Number ? node->is_integer()
+                                                                              : node->is_string();
             if (!fits) {
                 throw CAgentError(setting.kind == OperatorSetting::Kind::Switch   ? "is true or false"
                                   : setting.kind == OperatorSetting::Kind::Number ? "is a whole number"

@@ -6,6 +6,7 @@
 #include "agent/settings/Settings.h"
 #include "service/components/StatusJson.h"
 #include "service/loop/Journal.h"
+#include "sip/SipJson.h"
 #include "sip/Vocabulary.h"
 
 namespace {
@@ -47,6 +48,14 @@ std::string WhatIsChanged(const CRapidJsonUtil::value& value) {
         }
     }
     return {};
+}
+
+// What is nested too deeply is refused here: the module's thread has nobody to tell.
+Command ParseMessage(const CRapidJsonUtil::value& value) {
+    Command command = ParseCommand(value);
+    SipJson message;
+    BuildMessage(command, message);
+    return command;
 }
 
 constexpr const char* kBusy = "too much waits for the module already; try again later";
@@ -169,7 +178,7 @@ void CControlCommands::Subscribe(CControlClient& client, const Value& /*value*/)
 }
 
 void CControlCommands::Request(CControlClient& client, const Value& value) {
-    const Command request = ParseCommand(value);
+    const Command request = ParseMessage(value);
     news_.AwaitAnswer(client, request);
     const bool isPosted = service_.Ask(
         [request](CDelivery& delivery, CAgent& agent) { return delivery.Request(agent, request); },
@@ -183,7 +192,7 @@ void CControlCommands::Request(CControlClient& client, const Value& value) {
 /// Events and notices.
 void CControlCommands::Deliver(CControlClient& client, const Value& value) {
     const bool isPosted = service_.Ask(
-        [notice = ParseCommand(value)](CDelivery& delivery, CAgent& agent) {
+        [notice = ParseMessage(value)](CDelivery& delivery, CAgent& agent) {
             delivery.Notice(agent, notice);
             return notice;
         },

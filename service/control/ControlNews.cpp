@@ -38,13 +38,6 @@ void CControlNews::OnReturned(std::uint64_t id, const Command& request, const Co
 
 void CControlNews::OnComponent(const Component& component) {
     const std::string json = ComponentJson(component);
-    const auto [begin, end] = checking_.equal_range(component.config.name);
-    for (auto at = begin; at != end; ++at) {
-        if (CControlClient* client = server_.Find(at->second)) {
-            client->Send("{\"kind\":\"checked\",\"component\":" + json + "}");
-        }
-    }
-    checking_.erase(begin, end);
     server_.ForEach([&](CControlClient& client) {
         if (client.isSubscribed) {
             client.Send("{\"kind\":\"component\",\"component\":" + json + "}");
@@ -52,14 +45,25 @@ void CControlNews::OnComponent(const Component& component) {
     });
 }
 
-void CControlNews::OnUnchecked(const std::string& name) {
+void CControlNews::AnswerChecking(const std::string& name, const std::function<void(CControlClient&)>& answer) {
     const auto [begin, end] = checking_.equal_range(name);
     for (auto at = begin; at != end; ++at) {
         if (CControlClient* client = server_.Find(at->second)) {
-            client->SendError("there is no check " + name + " any more");
+            answer(*client);
         }
     }
     checking_.erase(begin, end);
+}
+
+void CControlNews::OnChecked(const Component& component) {
+    AnswerChecking(component.config.name, [json = ComponentJson(component)](CControlClient& client) {
+        client.Send("{\"kind\":\"checked\",\"component\":" + json + "}");
+    });
+}
+
+void CControlNews::OnUnchecked(const std::string& name) {
+    AnswerChecking(name,
+                   [&name](CControlClient& client) { client.SendError("there is no check " + name + " any more"); });
 }
 
 /// @return the client that waits for this reply, 0 when nobody does

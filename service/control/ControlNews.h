@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -17,7 +18,7 @@ public:
     /// @param server  lives longer
     explicit CControlNews(CControlServer& server) : server_(server) {}
 
-    /// The client gets the next result of a component.
+    /// The client gets the next result of a component's check.
     void AwaitCheck(const std::string& name, const CControlClient& client) { checking_.emplace(name, client.Id()); }
 
     /// The client sends a request, and gets the module's errors and mail results until it is answered. To be called
@@ -31,6 +32,7 @@ public:
     void ForgetAnswer(CControlClient& client, const Command& request);
 
     void OnComponent(const Component& component) override;
+    void OnChecked(const Component& component) override;
     void OnUnchecked(const std::string& name) override;
     void OnModuleEntry(const TranscriptEntry& entry) override;
     void OnTrace(const std::string& print) override;
@@ -40,6 +42,7 @@ private:
         std::uint64_t client;
         std::optional<std::uint32_t> operation;
     };
+    void AnswerChecking(const std::string& name, const std::function<void(CControlClient&)>& answer);
     bool Take(std::uint64_t client, const Command& request);
     std::uint64_t TakeAsker(const TranscriptEntry& entry);
 

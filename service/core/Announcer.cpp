@@ -58,6 +58,7 @@ void CAnnouncer::DeliverNext() {
 void CAnnouncer::Deliver(CAgent& agent, const Event& event) {
     bool isWanted = true;
     isMailLost_ = false;
+    isMailTaken_ = false;
     deliverer_ = std::this_thread::get_id();
     try {
         isWanted = !event.isWanted || event.isWanted();
@@ -69,6 +70,9 @@ void CAnnouncer::Deliver(CAgent& agent, const Event& event) {
         isMailLost_ = true;
     }
     deliverer_ = std::thread::id();
+    if (isStopping_ && !isMailTaken_) {
+        return;  // nobody knows whether the module has heard of it: the next run tells it
+    }
     inbox_.Post([this, onTold = event.onTold, isWanted, isLost = isMailLost_.load()] {
         if (isWanted) {
             onTold(isLost);
@@ -79,8 +83,8 @@ void CAnnouncer::Deliver(CAgent& agent, const Event& event) {
 }
 
 void CAnnouncer::OnMail(bool isTaken) {
-    if (!isTaken && deliverer_.load() == std::this_thread::get_id()) {
-        isMailLost_ = true;
+    if (deliverer_.load() == std::this_thread::get_id()) {
+        (isTaken ? isMailTaken_ : isMailLost_) = true;
     }
 }
 
@@ -106,6 +110,11 @@ void CAnnouncer::Tell(Component& component, Telling telling) {
         waiting.isWanted = [this, name = event.name] { return IsListed(ledger_.Pending(), name); };
     }
     Post(event.name, std::move(waiting));
+}
+
+void CAnnouncer::TellNews(Component& component) {
+    retries_.Forget(component.config.name);
+    Tell(component, Telling::News);
 }
 
 void CAnnouncer::TellUpdates(Component& component) {
@@ -146,14 +155,22 @@ void CAnnouncer::DeliverOver(const std::string& name) {
 
 void CAnnouncer::OnOverTold(const std::string& name, bool isMailLost) {
     MarkPending();
-    if (components_.Find(name) == nullptr) {  // else it is watched again
-        retries_.OnTold(name, isMailLost);
-        if (!isMailLost) {
-            over_.erase(name);
-            store_.Forget(name);
-        }
+    if (Component* again = components_.Find(name)) {
+        again->isMailDue = isMailLost;
+        store_.Keep(*again);
+    } else if (!isMailLost) {
+        over_.erase(name);
+        store_.Forget(name);
     }
+    retries_.OnTold(name, isMailLost);
     store_.Save();
+}
+
+void CAnnouncer::TakeBack(Component& component) {
+    if (over_.erase(component.config.name) > 0) {
+        component.isMailDue = true;
+        store_.Keep(component);
+    }
 }
 
 void CAnnouncer::OnTold(const std::string& name, Telling telling, bool isMailLost) {
@@ -181,6 +198,18 @@ void CAnnouncer::OnUpdatesTold(const std::string& name, std::uint32_t updates, b
         store_.Keep(*component);
         store_.Save();
         retries_.OnTold(name + std::string(kUpdates), isMailLost);
+    }
+}
+
+void CAnnouncer::SetReminder(std::chrono::milliseconds interval) {
+    if (std::exchange(reminder_, interval) == interval) {
+        return;
+    }
+    reminders_.clear();
+    for (const Component& component : components_.All()) {
+        if (component.isPending) {
+            Remind(component);
+        }
     }
 }
 

@@ -37,12 +37,19 @@ public:
 
     /// @param module  lives as long as anything is told; null: from here on nothing is, and what waits is for the next
     /// run
-    void Use(CModuleThread* module) { module_ = module; }
+    void Use(CModuleThread* module) {
+        module_ = module;
+        isStopping_ = module == nullptr;
+    }
 
-    /// A component whose alert stays pending is told again after this time; 0: never.
-    void SetReminder(std::chrono::milliseconds interval) { reminder_ = interval; }
+    /// A component whose alert stays pending is told again after this time; 0: never. A new time begins now for those
+    /// that are pending.
+    void SetReminder(std::chrono::milliseconds interval);
 
     void Tell(Component& component, Telling telling);
+
+    /// A status has settled. Its mail has all its tries, whatever became of the last one's.
+    void TellNews(Component& component);
 
     /// The number of updates that the component knows of is new.
     void TellUpdates(Component& component);
@@ -50,6 +57,9 @@ public:
     /// A component that is no longer watched: it is well from now on, which is told if something else was, and tried
     /// until a server takes the mail.
     void TellOver(const Component& gone);
+
+    /// A component that is watched again takes over the mail that is due about its end.
+    void TakeBack(Component& component);
 
     /// The module has sent a mail. Any thread; what was not sent by the one that delivers an event is no mail about it.
     /// @param isTaken  by a server
@@ -92,4 +102,6 @@ private:
     CLoopSource nextTry_;
     std::atomic<std::thread::id> deliverer_{};
     std::atomic<bool> isMailLost_{false};  // during the delivery that is under way
+    std::atomic<bool> isMailTaken_{false};
+    std::atomic<bool> isStopping_{false};  // the module may ignore what it gets
 };

@@ -34,7 +34,7 @@ CService::CService(CLoop& loop, ServiceOptions options, ServiceConfig config)
       inbox_(loop),
       store_(options_.state),
       scheduler_(loop, components_,
-                 [this](const std::string& name, const CheckResult& result) { OnResult(name, result); }),
+                 [this](const std::string& name, const CheckResult& result) { OnChecked(name, result); }),
       fleet_(loop, components_, ledger_),
       announcer_(loop, inbox_, components_, store_, ledger_, delivery_, [this] { fleet_.Update(); }) {
     tones_ = alertAnswers_.Configure(config_.alerts);
@@ -113,7 +113,8 @@ void CService::Reload() {
         announcer_.TellOver(gone);
         listener_->OnUnchecked(gone.config.name);
     }
-    for (const Component& component : components_.All()) {
+    for (Component& component : components_.All()) {
+        announcer_.TakeBack(component);
         if (component.config.command.empty()) {
             listener_->OnUnchecked(component.config.name);
         }
@@ -139,7 +140,7 @@ void CService::OnResult(const std::string& name, const CheckResult& result) {
             break;
         case Consequence::Settled:
             Journal(component->IsBad() ? 4 : 5, name + ": " + component->text);
-            announcer_.Tell(*component, CAnnouncer::Telling::News);
+            announcer_.TellNews(*component);
             break;
         case Consequence::Again:
             announcer_.Tell(*component, CAnnouncer::Telling::Relisting);
@@ -150,6 +151,13 @@ void CService::OnResult(const std::string& name, const CheckResult& result) {
     }
     listener_->OnComponent(*component);
     fleet_.Update();
+}
+
+void CService::OnChecked(const std::string& name, const CheckResult& result) {
+    OnResult(name, result);
+    if (const Component* component = components_.Find(name)) {
+        listener_->OnChecked(*component);
+    }
 }
 
 void CService::FollowUpdates(Component& component) {
@@ -180,6 +188,7 @@ void CService::Notice(const std::vector<AlertSettingValue>& settings) {
 Component* CService::Submit(const std::string& name, const CheckResult& result) {
     Component* component = components_.FindOrMake(name);
     if (component != nullptr) {
+        announcer_.TakeBack(*component);
         OnResult(name, result);
         scheduler_.OnReport(*component);
     }
@@ -202,11 +211,7 @@ bool CService::Acknowledge(std::function<void(std::size_t)> done) {
             *count = ledger_.Pending().size();
             return delivery.Request(agent, MakeCommand(kAcknowledgeAlerts));
         },
-        [this, count, done = std::move(done)](const Command& /*answer*/) {
-            announcer_.MarkPending();
-            store_.Save();
-            done(*count);
-        });
+        [count, done = std::move(done)](const Command& /*answer*/) { done(*count); });
 }
 
 std::string CService::Status() const {
@@ -242,6 +247,13 @@ void CService::OnTrace(const std::string& print) {
 void CService::OnEntry(const TranscriptEntry& entry) {
     if (entry.kind == "event") {
         ledger_.OnModuleEvent(entry.command);
+    }
+    if (entry.kind == "event" && entry.command.oc == kAcknowledgeAlerts) {  // by whatever way it was asked for
+        inbox_.Post([this] {
+            announcer_.MarkPending();
+            store_.Save();
+            fleet_.Update();
+        });
     }
     if (entry.kind == "event" || entry.kind == "reply") {
         inbox_.Post([this, entry] { listener_->OnModuleEntry(entry); });

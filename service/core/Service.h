@@ -30,6 +30,8 @@ class CIServiceListener {
 public:
     virtual ~CIServiceListener() = default;
     virtual void OnComponent(const Component& component) = 0;
+    /// What a check has just told of a component, behind OnComponent.
+    virtual void OnChecked(const Component& component) = 0;
     /// A reload has left nothing that checks this component.
     virtual void OnUnchecked(const std::string& name) = 0;
     virtual void OnModuleEntry(const TranscriptEntry& entry) = 0;
@@ -84,6 +86,7 @@ public:
 
 private:
     void OnResult(const std::string& name, const CheckResult& result);
+    void OnChecked(const std::string& name, const CheckResult& result);
     void FollowUpdates(Component& component);
     void Notice(const std::vector<AlertSettingValue>& settings);
     void OnTrace(const std::string& print);

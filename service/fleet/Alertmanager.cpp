@@ -98,7 +98,10 @@ void CAlertmanager::Run(const std::stop_token& stop) {
         isNew_ = false;
         const std::string body = Body();
         guard.unlock();
-        const std::string problem = body == "[]" ? "" : Post(body, stop);
+        if (body == "[]") {
+            continue;
+        }
+        const std::string problem = Post(body, stop);
         if (problem.empty() != worked && !stop.stop_requested()) {
             Journal(worked ? 4 : 5, url_ + (worked ? " does not take alerts (" + problem + "); they are sent again"
                                                    : " takes alerts again"));

@@ -375,7 +375,7 @@ class Service(ProgramTest):
     def serve_all(self, listener):
         while listener.fileno() >= 0:
             with contextlib.suppress(OSError):  # the client, or the listener, is gone
-                connection = listener.accept()[0]
+                connection = self.connection = listener.accept()[0]
                 with connection, connection.makefile("rw") as stream:
                     for line in stream:
                         self.answer(stream, json.loads(line))
@@ -427,6 +427,19 @@ class Service(ProgramTest):
                     connection.recv(100)
                     command.send_signal(signal.SIGINT) if request != "pending" else connection.shutdown(socket.SHUT_RDWR)
                     self.assertEqual((command.wait(20), "was broken off" in command.stderr.read()), ending, request)
+
+    def test_a_console_goes_on_after_a_view_and_after_a_restart_of_the_service(self):
+        session = Session(self, LIBRARY, "--socket", self.path)
+        for _ in range(2):
+            session.type("watch\n")
+            session.sees("Ctrl-C ends the view.")
+            session.program.send_signal(signal.SIGINT)
+            session.type("check root\n")
+            session.sees("warning  root")
+        self.connection.shutdown(socket.SHUT_RDWR)
+        session.type("ack\nquit\n")
+        session.sees("The 2 pending alerts are acknowledged")
+        session.ends()
 
     def view(self, columns, environment):
         """The lines of the first view on a terminal of 8 rows."""

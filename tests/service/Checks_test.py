@@ -34,11 +34,11 @@ class Checks(ServiceTest):
         self.assertEqual(json.loads(self.command("--json", "submit", "reported", "0", "well")[1])["status"], 1)
 
     def test_a_configuration_is_refused_as_a_whole(self):
-        config = self.configure(head='parallel = "many"', more="\n" + configuration("mistakes"))
+        config = self.configure(head='parallel = "many"', alerts='word-ok = ["OK"]', more="\n" + configuration("mistakes"))
         run = subprocess.run(self.words(), capture_output=True, text=True)
         self.assertEqual(run.returncode, 2)
         checked = self.command("check-config", config)[1]
-        mistakes = ((2, "parallel is a whole number"), (18, r"\[\[check]] freshness is a"), (19, "taken"),
+        mistakes = ((2, "parallel is a whole number"), (5, "word-ok is a text"), (18, r"\[\[check]] freshness is a"), (19, "taken"),
                     (21, "no program /no/such/plugin"), (22, "speed is not known"), (23, "fleet is not known"),
                     (25, "name is one line"), (26, "begins with a program"), (29, "no program no-such-plugin"),
                     (31, '"localhost:9093" is no'), (34, "command is a list of texts"))
@@ -84,6 +84,7 @@ class Checks(ServiceTest):
         with self.client() as client, client.makefile() as answers:
             client.sendall(b'{"check":"rare"}\n{"ask":"pending"}\n')
             answers.readline()
+            self.submit("rare", status=0)  # which is no answer of the check
             self.reload(config.replace('command = ["/bin/sleep", "99"]', ""))  # others report it from here on
             self.assertIn("there is no check rare any more", answers.readline())
         self.assertIsNone(self.component("rare")["next"])
@@ -100,7 +101,6 @@ class Checks(ServiceTest):
 
     def test_others_report(self):
         self.start(alerts='severity = 2\nreminder = "1d"')
-        self.reload(read(self.config).replace('"1d"', '"200ms"'))
         server = self.mail_server()
 
         def told_of(name):
@@ -111,6 +111,8 @@ class Checks(ServiceTest):
         subprocess.run([FILES / "smartd-exec"], env=path | smart, check=True, stdout=subprocess.DEVNULL)
         told = self.component("smart-sda")
         self.assertEqual((told["status"], told["text"]), (3, "CurrentPendingSector: 8 sectors"))
+        self.awaits(lambda: self.status()["pending"] == 1)
+        self.reload(read(self.config).replace('"1d"', '"200ms"'))
         self.awaits(lambda: told_of(b"smart-sda") >= 3)  # reminders, until it is well
         self.assertEqual(self.command("submit", "smart-sda", "0", "replaced")[0], 0)
         reminders = told_of(b"smart-sda")

@@ -72,10 +72,11 @@ class Control(ServiceTest):
         self.awaits(lambda: (self.component() or {}).get("status") == 3)
         with self.client() as client:
             for line in ('{', '{"ask":"weather"}', '{"ask":"status","check":"disk"}', '{"submit":{"name":"a/b","status":1}}',
-                         '{"submit":{"name":"a","status":9}}', '{"notify":"shutdown"}', '{"notify":131073}'):
+                         '{"submit":{"name":"a","status":9}}', '{"request":{"OC":1,"DA":' + "[" * 61 + "]" * 61 + "}}",
+                         '{"notify":"shutdown"}', '{"notify":131073}'):
                 client.sendall(line.encode() + b"\n")
             answers = client.makefile()
-            self.assertEqual([json.loads(answers.readline())["kind"] for _ in range(7)], ["error"] * 6 + ["notified"])
+            self.assertEqual([json.loads(answers.readline())["kind"] for _ in range(8)], ["error"] * 7 + ["notified"])
             client.sendall(b'{"check":"disk"}\n' * 2)  # each is answered, also by one result
             self.assertEqual([json.loads(answers.readline())["kind"] for _ in range(2)], ["checked"] * 2)
             self.plugin(2, "DISK fuller")
@@ -169,6 +170,8 @@ textfile = "{self.folder}/em_alert.prom"
         self.awaits(lambda: lasts("warning", True))
         self.plugin(2, "9 packages available")
         self.awaits(lambda: lasts("critical", True) and lasts("warning", False))
+        self.ask({"request": {"OC": "0x2241"}})
+        self.awaits(lambda: "components/disk/pending=false" in read(self.folder / "state/registry"))
         self.plugin(0, "0 packages available")
         self.awaits(lambda: lasts("critical", False))
         self.plugin(2, "5 packages available")
