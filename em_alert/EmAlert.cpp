@@ -22,9 +22,9 @@ bool EM_Create(CIExtensionModule** out, void* agentParameter) {
         return true;
     }
     EM_TRACE(2, "\nEM DLL (%-10s) : Create module", GetModuleName());
-    CreateExtensionModule(&moduleInstance.module, agentParameter);
+    const bool isCreated = CreateExtensionModule(&moduleInstance.module, agentParameter);
     *out = moduleInstance.module;
-    if (moduleInstance.module == nullptr) {
+    if (!isCreated) {
         EM_TRACE(1, "\nEM DLL (%-10s) : ## ERROR: Module could not be created!\n", GetModuleName());
         return false;
     }

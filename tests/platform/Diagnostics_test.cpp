@@ -116,6 +116,9 @@ TEST_F(TraceFiles, AClosedSectionHoldsNoNumber) {
     file.CloseSectionInIniFile();
     EXPECT_FALSE(file.GetNumberFromIniFile("FileDebugLevel", level));
     EXPECT_EQ(file.CheckForChange(), CDebugTraceConfigFile::Change::Newer);
+    EXPECT_TRUE(file.OpenSectionInIniFile("EM_ALERT", "a.ini", Path("").c_str()));
+    EXPECT_FALSE(file.OpenSectionInIniFile("EM_ALERT", "b.ini", Path("").c_str()) ||
+                 file.GetNumberFromIniFile("FileDebugLevel", level));
 }
 
 TEST(Trace, FiltersByLevelAndEvaluatesNothingWhenOff) {
