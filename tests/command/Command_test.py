@@ -32,7 +32,7 @@ class Session:
 
     def __init__(self, test, module, *options, terminal=True, program=COMMAND):
         self.test = test
-        self.output = b""
+        self.output = self.shown = b""
         if terminal:
             ours, theirs = map(os.fdopen, pty.openpty(), ("r+b", "r+b"), (0, 0))
             termios.tcsetwinsize(theirs, (24, 40))
@@ -64,6 +64,7 @@ class Session:
             if not data:
                 return False
             self.output += data
+            self.shown += data
         self.output = self.output.partition(text.encode())[2]
         return True
 
@@ -99,6 +100,7 @@ class Console(ProgramTest):
         session.type("pending\nquit\n")
         session.sees("No alert is pending.")
         session.ends()
+        self.assertNotIn(b"geheim", session.shown)
         mail = server.mails()[2]
         self.assertEqual((mail["from"], mail["to"]), ("alerts@example.net", ["anna@example.net", "bert@example.net"]))
         self.assertIn(b"\r\nSubject: =?utf-8?Q?=C3=84rger_mit_Fan_1?=\r\n", base64.b64decode(mail["data"]))

@@ -21,7 +21,7 @@ class Alerts(ServiceTest):
         self.start(attempts=3, more="unknown = 3")
         server = self.mail_server()
         self.awaits(lambda: self.component()["status"] == 1)
-        self.plugin(2, "DISK w\udce4rme \x1b[31mfull\x9b\xff | free=0 | used=1\nmore | lines")
+        self.plugin(2, "DISK\tw\udce4rme \x1b[31mfull\x9b\xff | free=0 | used=1\nmore | lines")
         self.awaits(lambda: self.component()["status"] == 3)
         self.assertEqual(self.component()["text"], "DISK w?rme ?[31mfull?\xff")
         self.assertEqual((self.status()["system"], self.status()["pending"]), (3, 1))
@@ -33,6 +33,7 @@ class Alerts(ServiceTest):
             self.assertEqual(self.command("--module", LIBRARY, "get")[0], 0)  # nobody answers, whether a socket is left or not
             self.plugin(exit_status, "DISK gone")  # unknown is as bad: the cause persists, it is listed, not mailed again
             self.start()
+            self.assertEqual(self.status()["system"], 3)
             self.awaits(lambda: self.status()["pending"] == 2)
             self.submit("raid")  # news of what is told already
         self.assertEqual(self.component("fan")["status"], 1)
@@ -99,7 +100,7 @@ class Alerts(ServiceTest):
         self.awaits(lambda: self.status()["pending"] == 2)
         text = read(self.config)
         self.reload(other)
-        self.assertEqual([one["name"] for one in self.status()["components"]], ["other"])
+        self.assertEqual([(one["name"], one["designation"]) for one in self.status()["components"]], [("other", "other")])
         self.reload("")  # nothing is bad any more
         self.awaits(lambda: (self.status()["system"], self.status()["pending"]) == (1, 0))
         self.reload(text)
@@ -169,6 +170,7 @@ class Alerts(ServiceTest):
         self.addCleanup(shutil.rmtree, usual.parent)
         usual.write_text("[alerts]\nmail = true\n")
         self.assertEqual(self.command("setting", "mail", "off")[0], 0)
+        self.reload(read(self.config))
         self.assertRegex(self.command("check-config")[1], "(?s)toml: 0 checks.*not mailed: em-alert setting mail on")
         self.assertIn("none answers at /no/socket: ", self.run_command("--socket", "/no/socket", "check-config")[1])
         self.assertNotIn("none answers", self.run_command("--module", LIBRARY, "check-config")[1])

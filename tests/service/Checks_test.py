@@ -6,6 +6,7 @@ import base64
 import datetime
 import json
 import os
+import re
 import signal
 import subprocess
 import time
@@ -34,14 +35,16 @@ class Checks(ServiceTest):
         self.assertEqual(json.loads(self.command("--json", "submit", "reported", "0", "well")[1])["status"], 1)
 
     def test_a_configuration_is_refused_as_a_whole(self):
-        config = self.configure(head='parallel = "many"', alerts='word-ok = ["OK"]', more="\n" + configuration("mistakes"))
+        config = self.configure(head='metrics = 1\nparallel = "many"', alerts='word-ok = ["OK"]',
+                                more="\n" + configuration("mistakes"))
         run = subprocess.run(self.words(), capture_output=True, text=True)
         self.assertEqual(run.returncode, 2)
         checked = self.command("check-config", config)[1]
-        mistakes = ((2, "parallel is a whole number"), (5, "word-ok is a text"), (18, r"\[\[check]] freshness is a"), (19, "taken"),
-                    (21, "no program /no/such/plugin"), (22, "speed is not known"), (23, "fleet is not known"),
-                    (25, "name is one line"), (26, "begins with a program"), (29, "no program no-such-plugin"),
-                    (31, '"localhost:9093" is no'), (34, "command is a list of texts"))
+        mistakes = ((2, r"\[metrics] is a table"), (3, "parallel is a whole number"), (6, "word-ok is a text"),
+                    (19, r"\[\[check]] freshness is a"), (20, "taken"), (22, "no program /no/such/plugin"),
+                    (23, "speed is not known"), (24, "fleet is not known"), (26, "name is one line"),
+                    (27, "begins with a program"), (30, "no program no-such-plugin"), (32, '"localhost:9093" is no'),
+                    (35, "command is a list of texts"))
         for told in (run.stderr, checked):
             self.assertRegex(told, r"(?s)" + ".*".join(f"em-alertd.toml:{line}: [^\n]*{words}" for line, words in mistakes))
         config = self.configure(more=configuration("left-out"))
@@ -49,6 +52,8 @@ class Checks(ServiceTest):
                       self.command("check-config", config)[1])
         once = subprocess.run([SERVICE, "--config", config, "--once"], capture_output=True, text=True)
         self.assertEqual((once.returncode, once.stdout), (0, "disk: OK - DISK OK\n"))
+        with open("/dev/full", "w") as full:
+            self.assertEqual(subprocess.run([SERVICE, "--config", config, "--once"], stdout=full).returncode, 1)
         slow = self.file("slow.toml", configuration("slow"))
         once = subprocess.run([SERVICE, "--config", slow, "--once"], capture_output=True, text=True)
         self.assertEqual((once.returncode, once.stdout),
@@ -79,15 +84,18 @@ class Checks(ServiceTest):
         for _ in range(2):  # told, and still so: no more retries
             self.awaits(lambda: self.component("rare")["status"] == 2 and rare() > datetime.timedelta(days=29))
             self.assertEqual(self.command("check", "rare")[0], 0)
-        config = config.replace('"/bin/false"', '"/bin/sleep", "99"')
+        config = config.replace('"/bin/false"', f'"/bin/sh", "-c", "echo >>{self.folder}/runs; sleep 99"')
         self.reload(config)
         with self.client() as client, client.makefile() as answers:
+            client.sendall(b'{"check":"rare"}\n')
+            self.awaits((self.folder / "runs").exists)
             client.sendall(b'{"check":"rare"}\n{"ask":"pending"}\n')
             answers.readline()
             self.submit("rare", status=0)  # which is no answer of the check
-            self.reload(config.replace('command = ["/bin/sleep", "99"]', ""))  # others report it from here on
+            self.reload(re.sub("(?m)^command = .*runs.*$", "", config))  # others report it from here on
             self.assertIn("there is no check rare any more", answers.readline())
         self.assertIsNone(self.component("rare")["next"])
+        self.assertEqual(read(self.folder / "runs"), "\n")  # never two at a time
         self.assertEqual(self.end(signal.SIGINT), 0)  # with its checks, which write into the folder
 
     def test_what_the_package_brings_is_in_order(self):

@@ -83,7 +83,7 @@ class Endurance(ServiceTest):
         untold = []  # when a run ended
         for run in range(KILLS):
             self.submit(*(f"report{run}-{n}" for n in range(3)))
-            time.sleep(random.random() / 20)
+            time.sleep(random.random() / 50)
             self.end(random.choice((signal.SIGKILL, signal.SIGTERM)))
             untold += [self.untold()]
             self.start_run(run + 1)
