@@ -27,6 +27,7 @@ class Alerts(ServiceTest):
         self.assertEqual((self.status()["system"], self.status()["pending"]), (3, 1))
         self.submit("raid")
         self.awaits(lambda: len(server.mails()) == 2 and not self.untold())
+        self.assertIn(b"file system /", base64.b64decode(server.mails()[0]["data"]))
         self.submit("fan", status=0)
         for sent, exit_status in ((signal.SIGKILL, 2), (signal.SIGTERM, 3)):
             self.assertEqual(self.end(sent), -9 if sent == signal.SIGKILL else 0)
