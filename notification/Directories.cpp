@@ -9,13 +9,13 @@ int CreateDirectories(const std::string& path) {
         return EINVAL;
     }
     constexpr mode_t kMode = 0711;
-    for (std::size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
+    std::size_t end = 0;
+    do {
+        end = path.find('/', end + 1);
         const std::string component = path.substr(0, end);
         if (::mkdir(component.c_str(), kMode) != 0 && errno != EEXIST) {
             return errno;
         }
-        if (end == std::string::npos) {
-            return 0;
-        }
-    }
+    } while (end != std::string::npos);
+    return 0;
 }

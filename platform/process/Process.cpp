@@ -89,7 +89,7 @@ bool AwaitReadable(int fd, std::chrono::milliseconds limit) {
     const auto end = Clock::now() + std::clamp(limit, 0ms, std::chrono::milliseconds(INT_MAX));
     for (;;) {
         const auto left = std::max(0ms, std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()));
-        pollfd ready{fd, POLLIN, 0};
+        pollfd ready{.fd = fd, .events = POLLIN, .revents = {}};
         const int count = ::poll(&ready, 1, static_cast<int>(left.count()));
         if (count >= 0 || errno != EINTR) {
             return count > 0;
