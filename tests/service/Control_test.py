@@ -159,6 +159,9 @@ textfile = "{self.folder}/em_alert.prom"
         self.plugin(1, "09 packages available")
         self.awaits(lambda: 'status{component="disk"} 2\n' in read(self.folder / "em_alert.prom"))
         self.assertEqual((self.folder / "em_alert.prom").stat().st_mode & 0o777, 0o644)
+        stamp = re.compile(r'result_timestamp_seconds{component="disk"} (\S+)')
+        first = stamp.search(read(self.folder / "em_alert.prom"))[1]
+        self.awaits(lambda: stamp.search(read(self.folder / "em_alert.prom"))[1] != first)
         self.submit('C:\\ "data"', status=0)
         self.awaits(lambda: r'status{component="C:\\ \"data\""} 1' in read(self.folder / "em_alert.prom"))
         self.awaits(lambda: len(server.mails()) == 2)  # the status, and the number of updates
