@@ -67,9 +67,9 @@ public:
 
     int Spawn(pid_t& pid, const std::vector<std::string>& command) const {
         std::vector<char*> words;
-        for (const std::string& word : command) {
-            words.push_back(const_cast<char*>(word.c_str()));  // the C library promises not to write
-        }
+        std::ranges::transform(command, std::back_inserter(words), [](const std::string& word) {
+            return const_cast<char*>(word.c_str());  // the C library promises not to write
+        });
         words.push_back(nullptr);
         return ::posix_spawnp(&pid, words.front(), &actions_, &attributes_, words.data(), environ);
     }

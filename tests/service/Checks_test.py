@@ -85,6 +85,7 @@ class Checks(ServiceTest):
             self.awaits(lambda: self.component("rare")["status"] == 2 and rare() > datetime.timedelta(days=29))
             self.assertEqual(self.command("check", "rare")[0], 0)
         config = config.replace('"/bin/false"', f'"/bin/sh", "-c", "echo >>{self.folder}/runs; sleep 99"')
+        config = config.replace("parallel = 1", "parallel = 9")
         self.reload(config)
         with self.client() as client, client.makefile() as answers:
             client.sendall(b'{"check":"rare"}\n')
