@@ -233,9 +233,9 @@ def set_up(test, server):
 
 class SingleCommands(ProgramTest):
     def test_each_does_one_thing_and_tells_by_its_status(self):
-        names = {"LIBRARY": LIBRARY, "SPAM": self.serve("--reply", "DOT=554 spam").port,
-                 "GOOD": self.serve("--reply", "RCPT:bert@example.net=550 5.1.1 nobody",
-                                    "--reply", "RCPT:carl@example.net=450 4.2.1 later").port,
+        good = self.serve("--reply", "RCPT:bert@example.net=550 5.1.1 nobody",
+                          "--reply", "RCPT:carl@example.net=450 4.2.1 later")
+        names = {"LIBRARY": LIBRARY, "SPAM": self.serve("--reply", "DOT=554 spam").port, "GOOD": good.port,
                  "STRICT": self.serve("--reply", "RCPT:anna@example.net=550 no", "--reply", "DOT=554 no").port}
         output = ""
         for row in lines(re.sub("@([A-Z]+)@", lambda match: names[match[1]], read(TESTS / "commands"))):
@@ -252,6 +252,8 @@ class SingleCommands(ProgramTest):
             elif mark == "=":
                 self.assertEqual(status, int(text), f"{command}: {output}")
         self.assertEqual((self.folder / ".local/state").stat().st_mode & 0o777, 0o700)
+        mails = [base64.b64decode(mail["data"]) for mail in good.mails()]
+        self.assertEqual(sum(re.search(rb"\nSubject: \S*TEST.MAIL:", mail) is None for mail in mails), 2)  # sent, and an alert
 
     def test_a_second_signal_ends_it_while_a_mail_hangs(self):
         server = self.serve("--hang", "DOT")
@@ -443,15 +445,15 @@ class Service(ProgramTest):
         session.sees("The 2 pending alerts are acknowledged")
         session.ends()
 
-    def view(self, columns, environment):
+    def view(self, columns, environment, *options):
         """The lines of the first view on a terminal of 8 rows."""
         ours, theirs = pty.openpty()
         termios.tcsetwinsize(theirs, (8, columns))
-        with subprocess.Popen([COMMAND, "--socket", self.path, "watch"], stdin=theirs, stdout=theirs,
+        with subprocess.Popen([COMMAND, *options, "--socket", self.path, "watch"], stdin=theirs, stdout=theirs,
                               env=environment) as watch, os.fdopen(ours, "rb", 0) as screen:
             os.close(theirs)
             shown = b""
-            while b"Ctrl-C" not in shown:
+            while b"Ctrl-C" not in shown and b"}" not in shown:
                 shown += screen.read(1000)
             watch.send_signal(signal.SIGINT)
         return shown.decode().split("\r\n")
@@ -461,6 +463,7 @@ class Service(ProgramTest):
         lines = self.view(50, plain)
         self.assertEqual(lines[2:5], ["2026-11-25 13:30:00  warning  -           root    ", "2 more, 1 of them not OK",
                                       "Mails about alerts: 3 sent, 1 failed"])
+        self.assertEqual(self.view(50, plain, "--json")[0][:2], '{"')
         del plain["NO_COLOR"]
         self.assertEqual(self.view(24, plain)[2], "2026-11-25 13:30:00  \033[33mwar\033[0m")  # nothing else is coloured
 
