@@ -56,8 +56,8 @@ void CControlNews::AnswerChecking(const std::string& name, const std::function<v
 }
 
 void CControlNews::OnChecked(const Component& component) {
-    AnswerChecking(component.config.name, [json = ComponentJson(component)](CControlClient& client) {
-        client.Send("{\"kind\":\"checked\",\"component\":" + json + "}");
+    AnswerChecking(component.config.name, [&component](CControlClient& client) {
+        client.Send("{\"kind\":\"checked\",\"component\":" + ComponentJson(component) + "}");
     });
 }
 
