@@ -42,8 +42,8 @@ public:
         isStopping_ = module == nullptr;
     }
 
-    /// A component whose alert stays pending is told again after this time; 0: never. A new time begins now for those
-    /// that are pending.
+    /// A component whose alert stays pending is told again after this time; 0: never. When it is another than before,
+    /// it begins now for those that are pending.
     void SetReminder(std::chrono::milliseconds interval);
 
     void Tell(Component& component, Telling telling);

@@ -50,7 +50,7 @@ void CStateStore::Restore(Component& component) const {
     const std::int64_t effective = registry_.GetNumber(Key(component, "effective"), 0);
     if (effective >= kOk && effective <= kCritical) {
         component.effective = static_cast<std::uint32_t>(effective);
-    } else if (component.since != 0) {  // a state of before effective was kept, or rubbish
+    } else if (component.since != 0) {  // kept of what is unknown only
         component.effective = EffectiveOf(component.status, component.config);
     }
     component.text = registry_.Get(Key(component, "text")).value_or("");
@@ -77,10 +77,8 @@ void CStateStore::Keep(const Component& component) {
     const auto put = [&](const char* what, const std::string& value) { Put(Key(component, what), value); };
     const auto flag = [&](const char* what, bool value) { put(what, value ? "true" : "false"); };
     put("status", std::to_string(static_cast<std::uint32_t>(component.status)));
-    put("effective", std::to_string(component.effective));
     put("since", std::to_string(component.since));
     put("text", component.text);
-    put("designation", component.config.designation);
     flag("told", component.untold == 0 && !component.isMailDue);
     flag("pending", component.isPending);
     flag("reported", component.isReported);
@@ -88,6 +86,16 @@ void CStateStore::Keep(const Component& component) {
     if (component.updates) {
         put("updates", std::to_string(*component.updates));
     }
+    // Written only where they tell something: each save writes the whole state.
+    const auto putIf = [&](bool isNews, const char* what, const std::string& value) {
+        if (isNews) {
+            put(what, value);
+        } else if (registry_.Get(Key(component, what))) {
+            Take(Key(component, what));
+        }
+    };
+    putIf(component.status == ComponentStatus::Unknown, "effective", std::to_string(component.effective));
+    putIf(component.config.designation != component.config.name, "designation", component.config.designation);
 }
 
 std::vector<std::uint32_t> CStateStore::Settings() const {
