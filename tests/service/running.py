@@ -46,9 +46,8 @@ class ServiceTest(ProgramTest):
         self.plugin(0, "DISK OK")
 
     def plugin(self, status, says):
-        for name, text in (("says", says), ("exit", str(status))):
-            (self.folder / "new").write_text(text, errors="surrogateescape")
-            (self.folder / "new").rename(self.folder / name)
+        (self.folder / "new").write_text(f"{status}\n{says}", errors="surrogateescape")
+        (self.folder / "new").rename(self.folder / "says")  # at once, or a run could say the one and mean the other
 
     def preload(self, library, **environment):
         self.environment = {"LD_PRELOAD": library, **environment,
