@@ -18,6 +18,9 @@
 
 namespace {
 
+// First results of checks come by the hundred after a start, and each save writes the whole state.
+constexpr std::chrono::milliseconds kFirstResults{1000};
+
 // "5 packages available for upgrade"
 std::optional<std::uint32_t> FirstNumber(const std::string& text) {
     std::uint32_t number{};
@@ -29,7 +32,8 @@ std::optional<std::uint32_t> FirstNumber(const std::string& text) {
 }  // namespace
 
 CService::CService(CLoop& loop, ServiceOptions options, ServiceConfig config)
-    : options_(std::move(options)),
+    : loop_(loop),
+      options_(std::move(options)),
       config_(std::move(config)),
       inbox_(loop),
       store_(options_.state),
@@ -135,7 +139,7 @@ void CService::OnResult(const std::string& name, const CheckResult& result) {
         case Consequence::None:
             store_.Keep(*component);  // a text alone is written with the next change, or at the stop
             if (component->since != since) {
-                store_.Save();
+                KeepFirst(*component);
             }
             break;
         case Consequence::Settled:
@@ -151,6 +155,17 @@ void CService::OnResult(const std::string& name, const CheckResult& result) {
     }
     listener_->OnComponent(*component);
     fleet_.Update();
+}
+
+void CService::KeepFirst(const Component& component) {
+    if (component.config.command.empty()) {
+        store_.Save();  // nobody will report it again just because the service has ended
+    } else if (!saving_.IsSet()) {
+        saving_ = loop_.After(kFirstResults, [this] {
+            saving_ = {};
+            store_.Save();
+        });
+    }
 }
 
 void CService::OnChecked(const std::string& name, const CheckResult& result) {

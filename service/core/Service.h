@@ -86,12 +86,14 @@ public:
 
 private:
     void OnResult(const std::string& name, const CheckResult& result);
+    void KeepFirst(const Component& component);
     void OnChecked(const std::string& name, const CheckResult& result);
     void FollowUpdates(Component& component);
     void Notice(const std::vector<AlertSettingValue>& settings);
     void OnTrace(const std::string& print);
     void OnEntry(const TranscriptEntry& entry);
 
+    CLoop& loop_;
     const ServiceOptions options_;
     ServiceConfig config_;
     CInbox inbox_;
@@ -105,6 +107,7 @@ private:
     CIServiceListener* listener_ = nullptr;
     CFleet fleet_;
     CAnnouncer announcer_;
+    CLoopSource saving_;                     // a first result waits for it
     std::vector<Component> over_;            // watched by the last run, and by nobody any more
     std::vector<AlertSettingValue> tones_;   // the module never asks for them
     std::unique_ptr<CModuleThread> module_;  // last: its thread uses the others
