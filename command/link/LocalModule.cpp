@@ -47,7 +47,11 @@ CLocalModule::~CLocalModule() {
 }
 
 void CLocalModule::LoadAnswers() {
-    answers_.Load(options_.answers.empty() ? kDefaultAnswers : options_.answers);
+    if (options_.answers.empty()) {
+        SetDefaultAnswers(answers_);
+    } else {
+        answers_.Load(options_.answers);
+    }
     if (options_.settingsFile.empty() || ::access(options_.settingsFile.c_str(), F_OK) != 0) {
         return;
     }

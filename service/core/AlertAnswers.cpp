@@ -10,8 +10,8 @@
 #include "sip/Vocabulary.h"
 
 CAlertAnswers::CAlertAnswers(CAnswerTable& answers, CStateStore& store) : answers_(answers), store_(store) {
-    defaults_.Load(kDefaultAnswers);
-    answers_.Load(kDefaultAnswers);
+    SetDefaultAnswers(defaults_);
+    SetDefaultAnswers(answers_);
     AnswerMachineQuestions(answers_);
 }
 

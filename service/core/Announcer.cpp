@@ -205,7 +205,6 @@ void CAnnouncer::SetReminder(std::chrono::milliseconds interval) {
     if (std::exchange(reminder_, interval) == interval) {
         return;
     }
-    reminders_.clear();
     for (const Component& component : components_.All()) {
         if (component.isPending) {
             Remind(component);

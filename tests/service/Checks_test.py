@@ -63,6 +63,9 @@ class Checks(ServiceTest):
         self.service.send_signal(signal.SIGHUP)
         self.awaits(lambda: "em-alertd.toml:1: each check" in self.logged())
         self.awaits(lambda: self.component()["status"] == 1)
+        for name in ("disk", "later"):  # a first result outlives a kill soon
+            self.awaits(lambda: f"components/{name}/told=true" in read(self.folder / "state/registry"))
+            self.reload(read(self.configure()).replace('"disk"', '"later"'))
 
     def test_reloads_put_nothing_off(self):
         alone = f"mkdir {self.folder}/at || echo >>{self.folder}/not-alone; sleep 0.05; rmdir {self.folder}/at"
