@@ -192,7 +192,8 @@ void CAgent::AnswerAsyncRequests() {
         const std::string text = answers_.Answer(request->text, request->commandIndex).text;
         SipJson answer;
         if (!answer.Parse(text.data(), text.size())) {
-            throw CAgentError("the answer to an asynchronous request is nested too deeply");
+            throw CAgentError(
+                "the answer to an asynchronous request is nested too deeply, or holds what is no character");
         }
         answer.SetCmdIndex(request->commandIndex);
         SendNotice(answer);

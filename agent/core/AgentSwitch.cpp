@@ -58,7 +58,7 @@ void CAgentSwitch::SyncRequest(CIExtensionModule* /*module*/, SipJson& message, 
         entry.given = std::move(answered.given);
         entry.answer = std::move(answered.text);
         if (!message.Parse(entry.answer.data(), entry.answer.size())) {
-            throw CAgentError("the answer is nested too deeply");
+            throw CAgentError("the answer is nested too deeply, or holds what is no character");
         }
         transcript_.Write(entry);
     });

@@ -54,14 +54,19 @@ Command ParseAnswer(const CRapidJsonUtil::value& object) {
 }
 
 void CAnswerTable::Load(std::string_view text) {
+    const auto refuse = [text](std::size_t at, const std::string& why) {
+        const auto line = 1 + std::ranges::count(text.substr(0, at), '\n');
+        throw CAgentError("line " + std::to_string(line) + ": " + why);
+    };
+    if (const std::size_t at = TooDeepAt(text); at != std::string_view::npos) {
+        refuse(at, TooDeepText());
+    }
     rapidjson::MemoryStream stream(text.data(), text.size());
     std::vector<Command> answers;
     try {
-        RefuseDeepNesting(text);
         answers = ParseAnswers(stream);
     } catch (const CAgentError& error) {
-        const auto line = 1 + std::ranges::count(text.substr(0, stream.Tell()), '\n');
-        throw CAgentError("line " + std::to_string(line) + ": " + error.what());
+        refuse(stream.Tell(), error.what());
     }
     const std::lock_guard guard(lock_);
     answers_ = std::move(answers);

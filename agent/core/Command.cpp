@@ -125,7 +125,7 @@ Command MakeObjectCommand(std::uint32_t operation, std::uint32_t object, std::st
 void BuildMessage(const Command& command, SipJson& message) {
     const std::string text = MessageText(command);
     if (!message.Parse(text.data(), text.size())) {
-        throw CAgentError("the message is nested too deeply");
+        throw CAgentError("the message is nested too deeply, or holds what is no character");
     }
 }
 

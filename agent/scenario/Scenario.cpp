@@ -28,7 +28,7 @@ void ReadMessage(const CRapidJsonUtil::value& value, SipJson& message) {
     const bool whole = CRapidJsonUtil::Find(value, "SIP") != nullptr;
     const std::string text = whole ? JsonText(value) : MessageText(ParseCommand(value));
     if (!message.Parse(text.data(), text.size())) {
-        throw CAgentError("the message is nested too deeply");
+        throw CAgentError("the message is nested too deeply, or holds what is no character");
     }
 }
 

@@ -213,9 +213,11 @@ std::string SettingData(const OperatorSetting& setting, std::span<const std::str
     switch (setting.kind) {
         case Kind::Text:
         case Kind::Secret:
-            return JsonString(text);
         case Kind::Lines:
-            return JsonString(WithLineBreaks(text));
+            if (!IsValidUtf8(text)) {
+                Refuse(setting, "a text in UTF-8");
+            }
+            return JsonString(setting.kind == Kind::Lines ? WithLineBreaks(text) : text);
         case Kind::Number: {
             const auto number = ParseNumber(text);
             if (!number || *number < setting.lowest || *number > setting.highest) {

@@ -84,6 +84,10 @@ Outcome RunSendMail(CCommandContext& context, const CommandArguments& arguments)
     if (mail.empty()) {
         throw CAgentError("There is no mail in " + (isInput ? "standard input" : path) + ": it is empty.");
     }
+    if (!IsValidUtf8(mail)) {
+        throw CAgentError("The mail in " + (isInput ? "standard input" : path) +
+                          " holds bytes that are no UTF-8; convert it (iconv -t UTF-8).");
+    }
     Command request;
     request.oc = CM_SendMail;
     request.data = JsonString(mail);

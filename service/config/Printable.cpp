@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/config/Printable.h"
 
-#include <rapidjson/encodings.h>
-#include <rapidjson/memorystream.h>
-#include <rapidjson/stringbuffer.h>
+#include "agent/core/Json.h"
 
 namespace {
 
@@ -20,18 +18,15 @@ bool IsControl(unsigned int character) {
 std::string Printable(std::string_view text, std::size_t longest) {
     std::string line;
     while (!text.empty() && line.size() < longest) {
-        rapidjson::MemoryStream stream(text.data(), text.size());
-        unsigned int character = 0;
-        const bool isValid = rapidjson::UTF8<>::Decode(stream, &character) && stream.Tell() <= text.size();
-        const std::size_t length = isValid ? stream.Tell() : 1;
-        if (!isValid) {
-            line += '?';
-        } else if (IsControl(character)) {
-            line += character == '\t' ? ' ' : '?';
+        std::string_view rest = text;
+        const auto character = TakeCharacter(rest);
+        const std::size_t length = text.size() - rest.size();
+        if (!character || IsControl(*character)) {
+            line += character == unsigned{'\t'} ? ' ' : '?';
         } else if (line.size() + length <= longest) {
             line += text.substr(0, length);
         }
-        text.remove_prefix(length);
+        text = rest;
     }
     return line;
 }

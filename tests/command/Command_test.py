@@ -222,7 +222,8 @@ class Console(ProgramTest):
 def run(test, line, text="", **environment):
     """One command, as a shell starts it: its exit status, and both outputs."""
     done = subprocess.run([COMMAND, *shlex.split(line)], input=text, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          text=True, timeout=60, check=False, env=os.environ | {"HOME": str(test.folder)} | environment)
+                          text=True, errors="surrogateescape", timeout=60, check=False,
+                          env=os.environ | {"HOME": str(test.folder)} | environment)
     return done.returncode, done.stdout
 
 
@@ -235,7 +236,7 @@ class SingleCommands(ProgramTest):
     def test_each_does_one_thing_and_tells_by_its_status(self):
         good = self.serve("--reply", "RCPT:bert@example.net=550 5.1.1 nobody",
                           "--reply", "RCPT:carl@example.net=450 4.2.1 later")
-        names = {"LIBRARY": LIBRARY, "SPAM": self.serve("--reply", "DOT=554 spam").port, "GOOD": good.port,
+        names = {"LIBRARY": LIBRARY, "SPAM": self.serve("--reply", "DOT=554 spam").port, "GOOD": good.port, "LATIN": "K\udce4se",
                  "STRICT": self.serve("--reply", "RCPT:anna@example.net=550 no", "--reply", "DOT=554 no").port}
         output = ""
         for row in lines(re.sub("@([A-Z]+)@", lambda match: names[match[1]], read(TESTS / "commands"))):
