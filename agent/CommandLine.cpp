@@ -119,13 +119,12 @@ CommandLine ParseCommandLine(int argc, char** argv) {
     CommandLine line;
     opterr = 0;
     for (;;) {
-        const int current = optind;
         // NOLINTNEXTLINE(concurrency-mt-unsafe): there is no other thread yet
-        const int letter = ::getopt_long(argc, argv, ":h", kOptions.data(), nullptr);
+        const int letter = ::getopt_long(argc, argv, "+:h", kOptions.data(), nullptr);
         if (letter < 0) {
             break;
         }
-        Take(line, letter, argv[current]);
+        Take(line, letter, argv[optind - 1]);
     }
     if (line.help || line.version) {
         return line;

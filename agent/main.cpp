@@ -111,6 +111,10 @@ bool RunAgentConsole(const CommandLine& line) {
     if (!line.traceFile && IsAtTerminal() && ::isatty(STDERR_FILENO) == 1) {
         Debug.UseTerminal(terminal.get());
     }
+    CAnswerTable answers;
+    if (!line.state.empty()) {
+        LoadState(answers, line.state);  // tells what is wrong in which file
+    }
     ContextOptions options;
     options.isConsole = true;
     options.module = {.agent = line.agent,
@@ -127,6 +131,9 @@ bool RunAgentConsole(const CommandLine& line) {
         return false;
     }
     terminal->Print("The module is stopped and unloaded.\n");
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        throw CAgentError("standard output cannot be written");
+    }
     return worked;
 }
 
@@ -134,6 +141,7 @@ bool RunAgentConsole(const CommandLine& line) {
 
 int main(int argc, char** argv) {
     KeepStandardDescriptors();
+    std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away leaves a module to be stopped
     CommandLine line;
     try {
         line = ParseCommandLine(argc, argv);

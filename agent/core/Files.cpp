@@ -90,7 +90,8 @@ void ReplaceFile(const std::string& path, const std::string& text, mode_t mode) 
 
 void KeepStandardDescriptors() {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
-        if (::fcntl(fd, F_GETFD) < 0 && ::open("/dev/null", O_RDWR) != fd) {
+        // For reading alone: what is written to a closed output fails, as it does without this.
+        if (::fcntl(fd, F_GETFD) < 0 && ::open("/dev/null", O_RDONLY) != fd) {
             std::abort();  // lower ones are taken: the system has no /dev/null
         }
     }

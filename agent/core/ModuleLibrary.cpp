@@ -7,6 +7,7 @@
 #include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
+#include <link.h>
 #include <utility>
 
 #include "agent/core/Json.h"
@@ -71,20 +72,20 @@ bool CModuleLibrary::Open(const std::string& path, std::string& error) {
     handle_ = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle_ == nullptr) {
         error = LoaderError();
+        return false;
     }
-    return handle_ != nullptr;
+    const link_map* loaded = nullptr;
+    if (::dlinfo(handle_, RTLD_DI_LINKMAP, &loaded) == 0) {
+        mappedPath_ = MappedPathAt(std::bit_cast<std::uintptr_t>(loaded->l_ld));
+    }
+    return true;
 }
 
 bool CModuleLibrary::FindExports(std::string& error) {
     decltype(&EM_SetupAction) setupAction = nullptr;
-    const bool found = FindExport(handle_, "EM_Create", create_, error) &&
-                       FindExport(handle_, "EM_Delete", delete_, error) &&
-                       FindExport(handle_, "EM_GetModuleName", name_, error) &&
-                       FindExport(handle_, "EM_SetupAction", setupAction, error);
-    if (create_ != nullptr) {
-        mappedPath_ = MappedPathAt(std::bit_cast<std::uintptr_t>(create_));
-    }
-    return found;
+    return FindExport(handle_, "EM_Create", create_, error) && FindExport(handle_, "EM_Delete", delete_, error) &&
+           FindExport(handle_, "EM_GetModuleName", name_, error) &&
+           FindExport(handle_, "EM_SetupAction", setupAction, error);
 }
 
 bool CModuleLibrary::Close(std::string& error) {

@@ -49,9 +49,21 @@ std::string Describe(const Command& command) {
     return text;
 }
 
+// UTF-8, cut between characters.
+std::string Shortened(const std::string& data) {
+    constexpr std::size_t kLongest = 100;
+    if (data.size() <= kLongest) {
+        return data;
+    }
+    std::size_t end = kLongest;
+    while ((data[end] & 0xC0) == 0x80) {
+        --end;
+    }
+    return data.substr(0, end) + "...";
+}
+
 // Status and data: what an answer adds to its request.
 std::string Outcome(const Command& command) {
-    constexpr std::size_t kLongest = 100;
     std::string text;
     if (command.st) {
         text = StatusText(*command.st);
@@ -59,9 +71,7 @@ std::string Outcome(const Command& command) {
     if (!command.data.empty()) {
         const bool secret = IsValueAccess(command.oc.value_or(0)) && command.oe == kServerPassword;
         text += (text.empty() ? "" : ", ") + std::string("data ");
-        text += secret                           ? "hidden"
-                : command.data.size() > kLongest ? command.data.substr(0, kLongest) + "..."
-                                                 : command.data;
+        text += secret ? "hidden" : Shortened(command.data);
     }
     return text.empty() ? "no status, no data" : text;
 }

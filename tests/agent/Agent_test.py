@@ -47,7 +47,8 @@ class Scenarios(ProgramTest):
 
     def test_a_story_cuts_data_behind_100_characters_and_hides_passwords(self):
         quoted = r'\"' + "[" * 65  # no nesting: it stands in a text
-        for text, told in (("x" * 98, "x" * 98 + '"'), ("x" * 99, "x" * 99 + "..."), (quoted, quoted + '"')):
+        for text, told in (("x" * 98, "x" * 98 + '"'), ("x" * 99, "x" * 99 + "..."),
+                           ("x" * 98 + "\u00e4", "x" * 98 + "..."), (quoted, quoted + '"')):
             output = self.run_scenario("[]", f'{{"request":{{"OC":1,"DA":"{text}"}}}}', "--story")[1]
             self.assertIn(f'data "{told}, refused', output)
         for code in ("0xE001", "0xE002"):
@@ -63,6 +64,7 @@ class Scenarios(ProgramTest):
         for option in ("--state", "--scenario"):  # a directory can be opened, and holds nothing
             status, output = self.run_scenario("[]", "", option, "/etc")
             self.assertEqual((status, "em-alert-agent: cannot read /etc: Is a directory" in output), (1, True), output)
+        self.assertIn("state.json, line 1: the state is", agent("--module", FAKE_MODULE, "--state", self.file("state.json", "{}"))[1])
         self.assertEqual(self.run_scenario("[]", "", "--transcript", "/dev/full")[0], 1)
         for arguments, words in rows(RUNS / "command-lines"):
             status, output = agent(*arguments.split())
