@@ -19,7 +19,7 @@ bool TakeText(const SipJson& answer, std::string& text) {
 }  // namespace
 
 unsigned int DataNumber(const SipJson& message) {
-    unsigned int number = 0;
+    unsigned int number{};
     message.GetCmdUIntData(message.GetCmdIndex(), number);
     return number;
 }
