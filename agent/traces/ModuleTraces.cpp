@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/traces/ModuleTraces.h"
 
+#include <array>
 #include <charconv>
 #include <cstdlib>
 #include <string_view>
@@ -9,7 +10,11 @@ namespace {
 
 constexpr const char* kTraceLevel = "LUME_LOG_DEBUG_LEVEL";
 constexpr unsigned kLevelOfMailResults = 2;
-constexpr std::string_view kMailResult = "Mail return code: ";
+// Whole prints: a component's name may hold anything, and is traced as well.
+constexpr auto kMailResults = std::to_array<std::string_view>({
+    "EM_ALERT            : Send System Status Mail return code: ",
+    "EM_ALERT            : Send Update Mail return code: ",
+});
 
 }  // namespace
 
@@ -28,11 +33,12 @@ void ReplaceTraceLevel(unsigned level) {
 }
 
 std::optional<int> MailReturnCode(const std::string& print) {
-    const auto at = print.find(kMailResult);
-    if (at == std::string::npos) {
-        return std::nullopt;
+    for (const std::string_view result : kMailResults) {
+        int code = 0;
+        if (print.starts_with(result)) {
+            std::from_chars(print.data() + result.size(), print.data() + print.size(), code);
+            return code;
+        }
     }
-    int code = 0;
-    std::from_chars(print.data() + at + kMailResult.size(), print.data() + print.size(), code);
-    return code;
+    return std::nullopt;
 }

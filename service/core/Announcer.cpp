@@ -103,9 +103,8 @@ void CAnnouncer::Tell(Component& component, Telling telling) {
                                   .status = component.effective,
                                   .systemStatus = components_.SystemStatus(),
                                   .withoutMail = telling == Telling::Relisting};
-    Event waiting = {
-        .deliver = [this, event](CAgent& agent) { delivery_.Deliver(agent, event); },
-        .onTold = [this, name = event.name, telling](bool isMailLost) { OnTold(name, telling, isMailLost); }};
+    Event waiting = {.deliver = [this, event](CAgent& agent) { delivery_.Deliver(agent, event); },
+                     .onTold = [this, event, telling](bool isMailLost) { OnTold(event, telling, isMailLost); }};
     if (telling == Telling::Reminder) {
         waiting.isWanted = [this, name = event.name] { return IsListed(ledger_.Pending(), name); };
     }
@@ -123,7 +122,8 @@ void CAnnouncer::TellUpdates(Component& component) {
     store_.Save();
     const std::uint32_t updates = *component.updates;
     Post(component.config.name,
-         {.deliver = [this, updates](CAgent& agent) { delivery_.DeliverUpdates(agent, updates); },
+         {.deliver = [this, updates, systemStatus = components_.SystemStatus()](
+                         CAgent& agent) { delivery_.DeliverUpdates(agent, updates, systemStatus); },
           .onTold = [this, name = component.config.name,
                      updates](bool isMailLost) { OnUpdatesTold(name, updates, isMailLost); }});
 }
@@ -173,8 +173,11 @@ void CAnnouncer::TakeBack(Component& component) {
     }
 }
 
-void CAnnouncer::OnTold(const std::string& name, Telling telling, bool isMailLost) {
-    Component* component = components_.Find(name);
+void CAnnouncer::OnTold(const ComponentEvent& event, Telling telling, bool isMailLost) {
+    Component* component = components_.Find(event.name);
+    if (component != nullptr && component->id != event.id) {
+        component = nullptr;  // another one of that name, which came after this one's end
+    }
     if (component != nullptr && telling == Telling::Relisting) {
         component->isRelisting = false;
     }
@@ -186,7 +189,7 @@ void CAnnouncer::OnTold(const std::string& name, Telling telling, bool isMailLos
         component->isMailDue = isMailLost;
         store_.Keep(*component);
         Remind(*component);
-        retries_.OnTold(name, isMailLost);
+        retries_.OnTold(event.name, isMailLost);
     }
     store_.Save();
 }
@@ -217,7 +220,9 @@ void CAnnouncer::Remind(const Component& component) {
     reminders_.erase(name);
     if (component.IsBad() && reminder_.count() > 0) {
         reminders_[name] = loop_.After(reminder_, [this, name] {
-            if (Component* still = components_.Find(name); still != nullptr && still->IsBad() && still->isPending) {
+            Component* still = components_.Find(name);
+            // A mail that is tried again reminds by itself.
+            if (still != nullptr && still->IsBad() && still->isPending && !retries_.IsNear(name)) {
                 Tell(*still, Telling::Reminder);
             }
         });
@@ -234,7 +239,7 @@ void CAnnouncer::TellAgain(const std::string& subject) {
         }
         return;
     }
-    if (isUpdate && component->isUpdateDue) {
+    if (isUpdate && component->isUpdateDue && component->config.isUpdate) {
         TellUpdates(*component);
     } else if (!isUpdate && (component->IsBad() || component->isMailDue)) {
         Tell(*component, Telling::News);

@@ -80,7 +80,7 @@ private:
     void Deliver(CAgent& agent, const Event& event);
     void DeliverOver(const std::string& name);
     void OnOverTold(const std::string& name, bool isMailLost);
-    void OnTold(const std::string& name, Telling telling, bool isMailLost);
+    void OnTold(const ComponentEvent& event, Telling telling, bool isMailLost);
     void OnUpdatesTold(const std::string& name, std::uint32_t updates, bool isMailLost);
     void Remind(const Component& component);
     void TellAgain(const std::string& subject);

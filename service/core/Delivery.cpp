@@ -49,7 +49,8 @@ void CDelivery::Deliver(CAgent& agent, const ComponentEvent& event) {
     }
 }
 
-void CDelivery::DeliverUpdates(CAgent& agent, std::uint32_t updates) {
+void CDelivery::DeliverUpdates(CAgent& agent, std::uint32_t updates, std::uint32_t systemStatus) {
+    answers_.Set(MakeObjectCommand(kReadSystemStatus, 0, std::to_string(systemStatus)));
     Command command = MakeObjectCommand(CM_UmServerUpdateAlert, 0, UpdateRecord(updates));
     command.ca = agent.Cabinet();
     command.st = kEvent;

@@ -27,7 +27,7 @@ public:
     void Deliver(CAgent& agent, const ComponentEvent& event);
 
     /// @param updates  how many are available
-    void DeliverUpdates(CAgent& agent, std::uint32_t updates);
+    void DeliverUpdates(CAgent& agent, std::uint32_t updates, std::uint32_t systemStatus);
 
     /// @return what the module answers
     Command Request(CAgent& agent, Command request);

@@ -7,6 +7,8 @@
 
 namespace {
 
+constexpr std::chrono::seconds kLongestMail{32};  // two servers that say nothing
+
 constexpr auto kPauses = std::to_array<std::chrono::minutes>({
     std::chrono::minutes(1),
     std::chrono::minutes(5),
@@ -29,5 +31,12 @@ void CMailRetries::OnTold(const std::string& subject, bool isLost) {
     }
     const auto pause = kPauses.at(plan.lostMails++);
     Journal(4, subject + ": no server took the mail; it is tried again in " + std::to_string(pause.count()) + " min");
+    plan.due = std::chrono::steady_clock::now() + pause;
     plan.timer = loop_.After(pause, [this, subject] { tellAgain_(subject); });
+}
+
+bool CMailRetries::IsNear(const std::string& subject) const {
+    const auto plan = plans_.find(subject);
+    return plan != plans_.end() && plan->second.timer.IsSet() &&
+           plan->second.due - std::chrono::steady_clock::now() < kLongestMail;
 }

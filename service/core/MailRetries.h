@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <map>
@@ -26,11 +27,15 @@ public:
     /// @param isLost  no server took its mail
     void OnTold(const std::string& subject, bool isLost);
 
+    /// @return whether its mail is tried again before another one, which begins now, would have an end
+    bool IsNear(const std::string& subject) const;
+
     void Forget(const std::string& subject) { plans_.erase(subject); }
 
 private:
     struct Plan {
         CLoopSource timer;
+        std::chrono::steady_clock::time_point due;
         std::size_t lostMails = 0;  // in a row
     };
 

@@ -21,6 +21,8 @@ namespace {
 // First results of checks come by the hundred after a start, and each save writes the whole state.
 constexpr std::chrono::milliseconds kFirstResults{1000};
 
+constexpr std::chrono::milliseconds kBusyModule{1000};
+
 // "5 packages available for upgrade"
 std::optional<std::uint32_t> FirstNumber(const std::string& text) {
     std::uint32_t number{};
@@ -85,7 +87,7 @@ void CService::Start(CIServiceListener& listener) {
             // Nobody will report it again just because the service has begun anew.
             announcer_.Tell(component, CAnnouncer::Telling::Relisting);
         }
-        if (component.isUpdateDue) {
+        if (component.isUpdateDue && component.config.isUpdate) {
             announcer_.TellUpdates(component);
         }
     }
@@ -138,7 +140,7 @@ void CService::OnResult(const std::string& name, const CheckResult& result) {
     switch (CComponents::Take(*component, result)) {
         case Consequence::None:
             store_.Keep(*component);  // a text alone is written with the next change, or at the stop
-            if (component->since != since) {
+            if (component->since != since || !store_.IsSaved()) {
                 KeepFirst(*component);
             }
             break;
@@ -190,13 +192,22 @@ void CService::FollowUpdates(Component& component) {
 }
 
 void CService::Notice(const std::vector<AlertSettingValue>& settings) {
-    for (const AlertSettingValue& setting : settings) {
-        Ask(
-            [setting](CDelivery& delivery, CAgent& agent) {
+    notices_.insert(notices_.end(), settings.begin(), settings.end());
+    SendNotices();
+}
+
+void CService::SendNotices() {
+    for (; !notices_.empty(); notices_.pop_front()) {
+        const bool isPosted = Ask(
+            [setting = notices_.front()](CDelivery& delivery, CAgent& agent) {
                 delivery.Notice(agent, MakeCommand(kWriteConfigurationValue, setting.id, setting.data));
                 return Command();
             },
             {});
+        if (!isPosted) {
+            noticing_ = loop_.After(kBusyModule, [this] { SendNotices(); });  // clients ask too much of the module
+            return;
+        }
     }
 }
 

@@ -61,7 +61,7 @@ void CStateStore::Restore(Component& component) const {
     }
     const bool isTold = registry_.GetBool(Key(component, "told"), false);
     component.isRestored = isTold && component.since != 0;
-    component.isMailDue = !isTold && component.since != 0;
+    component.isMailDue = !isTold;
 }
 
 void CStateStore::Put(const std::string& key, const std::string& value) {

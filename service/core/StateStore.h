@@ -45,6 +45,9 @@ public:
     /// Writes what has changed. Some milliseconds: two syncs.
     void Save();
 
+    /// @return false when the last Save failed: what has changed since the one before waits for another
+    bool IsSaved() const { return saveError_ == 0; }
+
 private:
     static std::string SettingKey(std::uint32_t id) { return "settings/" + std::to_string(id); }
     void Put(const std::string& key, const std::string& value);

@@ -121,6 +121,52 @@ class Alerts(ServiceTest):
         self.start()
         self.awaits(lambda: len(server.mails()) == 2 and "components/disk" not in read(self.folder / "state/registry"))
 
+    def test_what_comes_again_is_told_as_its_own(self):
+        nobody = '[alerts]\nmail = true\nseverity = 1\nsubject = "$(ComponentStatus)"\n'
+        other = nobody + '[[check]]\nname = "other"\n'
+        self.file("em-alertd.toml", other)
+        self.start()
+        server, hanging = self.mail_server(), self.serve("--hang", "DOT")
+        server.process.send_signal(signal.SIGSTOP)
+        self.submit("other", status=1)
+        self.reload(nobody)
+        self.reload(other)
+        self.submit("other")  # another one; the mail about the first one has yet to go out
+        with self.client() as client:
+            client.sendall(b'{"request":{"OC":"0xE002","OE":"0x0432","DA":%s}}\n{"ask":"pending"}\n' % hanging.port.encode())
+            client.makefile().readline()  # the request waits for the module
+            server.process.send_signal(signal.SIGCONT)
+            self.awaits(lambda: "DATA" in read(hanging.folder / "commands"))
+        self.end()
+        server = self.mail_server(offline=True)
+        self.start()
+        self.awaits(lambda: len(server.mails()) == 1 and self.status()["pending"] == 1)
+        server.process.kill()
+        self.reload(nobody)
+        self.awaits(lambda: "other: no server took the mail" in self.logged())
+        self.reload(other)  # which knows nothing of it yet but the mail that is due
+        self.end(signal.SIGTERM)
+        server = self.mail_server(offline=True)
+        self.start()
+        self.awaits(lambda: len(server.mails()) == 1 and not self.untold())
+
+    def test_a_busy_module_hears_of_settings_later(self):
+        self.environment = {"LUME_LOG_DEBUG_LEVEL": "3"}
+        self.start()
+        server = self.mail_server()
+        server.process.send_signal(signal.SIGSTOP)
+        self.submit("Mail return code: 7")  # a name that a trace may hold
+        with self.client() as client:
+            client.sendall(b'{"notice":{"OC":1}}\n' * 10001)
+            self.awaits(lambda: b"too much waits" in client.recv(99999))
+            self.reload(read(self.config).replace("mail = true", "mail = false"))
+            server.process.send_signal(signal.SIGCONT)
+            begun = time.monotonic()
+            self.awaits(lambda: time.monotonic() > begun + 1.5)  # it tries again each second
+        self.submit("not mailed")
+        self.awaits(lambda: self.status()["pending"] == 2)
+        self.assertEqual([self.status()["mail"][word] for word in ("sent", "failed")], [1, 0])
+
     def test_what_is_acknowledged_while_its_reminder_waits_stays_so(self):
         self.start(alerts='severity = 2\nreminder = "100ms"')
         self.submit("fan", "raid")

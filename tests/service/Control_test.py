@@ -122,7 +122,6 @@ class Control(ServiceTest):
         self.submit("other reasons")
         self.awaits(lambda: self.logged().count("Read-only") == 2)
         subprocess.run(["mount", "-o", "remount,rw,nr_inodes=100", self.folder / "full"], check=True)
-        self.submit("e")
         self.awaits(lambda: "is saved again" in self.logged() and "is written again" in self.logged())
         self.assertEqual([self.logged().count(words) for words in told], [1, 2])  # once for each reason
         subprocess.run(["mount", "-o", "remount,ro", self.folder / "full"], check=True)

@@ -188,12 +188,15 @@ freshness = "1h"
         self.assertEqual((self.failed(), len(server.mails())), (8, 2))
         self.mail_server("--reply", "MAIL=550 no")
         self.assertEqual(self.command("setting", "severity", "1")[0], 0)
+        self.reload(read(self.config).replace("[alerts]", '[alerts]\nreminder = "1min"'))
         for tries, status in enumerate((0, 1), 2):  # the mail that all is well is lost, and news begins anew
             self.submit("raid", status=status)
             self.awaits(lambda: self.logged().count("raid: no server took the mail; it is tried again in 1 min") == tries)
         server = self.mail_server()
         move(0, passed + DAY + 61)
-        self.awaits(lambda: len(server.mails()) == 1)
+        self.awaits(lambda: len(server.mails()) == 1 and not self.untold())
+        self.pass_timers()
+        self.assertEqual(len(server.mails()), 1)  # which is the reminder as well
 
     def memory(self):
         status = read(pathlib.Path(f"/proc/{self.service.pid}/status"))
