@@ -27,9 +27,11 @@ std::string PendingJson(const CComponents& components, const CLedger& ledger) {
     std::string list;
     for (const CLedger::Alert& alert : ledger.Pending()) {
         const Component* component = components.Find(alert.name);
+        // One that was listed again after a start, or for a reminder, is older than its place in the list.
+        const bool isSettled = component != nullptr && component->since != 0 && component->effective == alert.status;
         list += std::string(list.empty() ? "" : ",") + "{\"name\":" + JsonString(alert.name) +
                 ",\"designation\":" + JsonString(alert.designation) + ",\"severity\":" + JsonString(alert.Severity()) +
-                ",\"since\":" + JsonTime(alert.since) +
+                ",\"since\":" + JsonTime(isSettled ? component->since : alert.since) +
                 ",\"text\":" + JsonString(component != nullptr ? component->text : "") + "}";
     }
     return "[" + list + "]";

@@ -29,6 +29,7 @@ class Alerts(ServiceTest):
         self.awaits(lambda: len(server.mails()) == 2 and not self.untold())
         self.assertIn(b"file system /", base64.b64decode(server.mails()[0]["data"]))
         self.submit("fan", status=0)
+        since = self.component("raid")["since"]
         for sent, exit_status in ((signal.SIGKILL, 2), (signal.SIGTERM, 3)):
             self.assertEqual(self.end(sent), -9 if sent == signal.SIGKILL else 0)
             self.assertEqual(self.command("--module", LIBRARY, "get")[0], 0)  # nobody answers, whether a socket is left or not
@@ -37,6 +38,7 @@ class Alerts(ServiceTest):
             self.awaits(lambda: self.status()["pending"] == 2)
             self.submit("raid")  # news of what is told already
         self.assertEqual(self.component("fan")["status"], 1)
+        self.assertIn((since, "raid"), [(one["since"], one["name"]) for one in self.ask({"ask": "pending"})[0]["alerts"]])
         self.assertRegex(self.command("--json", "pending")[1], '"severity": ?"error".*"text": ?"DISK gone"')
         self.assertEqual(self.ask({"acknowledge": True})[0]["alerts"], 2)
         self.assertEqual((self.status()["pending"], len(server.mails())), (0, 2))
