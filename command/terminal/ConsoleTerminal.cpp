@@ -15,11 +15,9 @@ namespace {
 /// Standard input without echo, while it lives.
 class CNoEcho {
 public:
-    CNoEcho() {
+    explicit CNoEcho(std::string prompt) : prompt_(std::move(prompt)) {
         ::tcgetattr(STDIN_FILENO, &before_);
-        termios silent = before_;
-        silent.c_lflag = (silent.c_lflag & ~static_cast<tcflag_t>(ECHO)) | ECHONL | ICANON;
-        ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
+        Begin(TCSAFLUSH);
     }
     ~CNoEcho() { ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &before_); }
     CNoEcho(const CNoEcho&) = delete;
@@ -27,14 +25,30 @@ public:
     CNoEcho(CNoEcho&&) = delete;
     CNoEcho& operator=(CNoEcho&&) = delete;
 
+    /// Once the terminal was given back to the program: whoever has had it shows what is typed.
+    void BeginAgain() const {
+        std::fputs("\r", stderr);
+        Begin(TCSANOW);
+    }
+
 private:
+    void Begin(int when) const {
+        termios silent = before_;
+        silent.c_lflag = (silent.c_lflag & ~static_cast<tcflag_t>(ECHO)) | ECHONL | ICANON;
+        ::tcsetattr(STDIN_FILENO, when, &silent);
+        std::fputs(prompt_.c_str(), stderr);
+        std::fflush(stderr);
+    }
+
+    const std::string prompt_;
     termios before_{};
 };
 
 /// Lines from standard input, as they come.
 class CLineReader {
 public:
-    explicit CLineReader(CConsoleWait& wait) : wait_(wait) {}
+    /// @param silence  for a line that nobody may see
+    explicit CLineReader(CConsoleWait& wait, const CNoEcho* silence = nullptr) : wait_(wait), silence_(silence) {}
 
     std::optional<std::string> Read() {
         for (;;) {
@@ -49,7 +63,11 @@ public:
             if (ended_ || CConsoleWait::EndIsAskedFor() || CConsoleWait::TakeInterrupt()) {
                 return std::nullopt;
             }
-            if (wait_.ForInput()) {
+            const bool hasInput = wait_.ForInput();
+            if (silence_ != nullptr && CConsoleWait::TakeTerminalChange()) {
+                silence_->BeginAgain();
+            }
+            if (hasInput) {
                 ReadMore();
             }
         }
@@ -67,6 +85,7 @@ private:
     }
 
     CConsoleWait& wait_;
+    const CNoEcho* const silence_;
     std::string read_;  // and not yet returned
     bool ended_ = false;
 };
@@ -121,9 +140,6 @@ std::unique_ptr<CIConsoleTerminal> MakePlainTerminal(CConsoleWait& wait) {
 }
 
 std::optional<std::string> ReadHiddenLine(CConsoleWait& wait, const std::string& prompt) {
-    const CNoEcho silence;
-    std::fputs(prompt.c_str(), stderr);
-    std::fflush(stderr);
-    CLineReader lines(wait);
-    return lines.Read();
+    const CNoEcho silence(prompt);
+    return CLineReader(wait, &silence).Read();
 }

@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <system_error>
+#include <termios.h>
 #include <unistd.h>
 
 #include "agent/core/Json.h"
@@ -20,6 +21,8 @@ volatile std::sig_atomic_t editsLines = 0;
 volatile std::sig_atomic_t hasTraceFile = 0;
 volatile std::sig_atomic_t terminalHasChanged = 0;
 volatile std::sig_atomic_t wakeUpDescriptor = -1;
+volatile std::sig_atomic_t readsTerminal = 0;
+termios terminalBefore;  // never written while a handler may run
 
 void AddWakeUp(int descriptor) {
     const int errorBefore = errno;
@@ -29,8 +32,28 @@ void AddWakeUp(int descriptor) {
     errno = errorBefore;
 }
 
+// Stops or ends the program, and leaves the terminal as it was found: it may be without echo. In the background it is
+// somebody else's. A process group without a shell cannot be stopped, and goes on at once.
+void LeaveTerminal(int signal) {
+    const int errorBefore = errno;
+    const pid_t foreground = ::tcgetpgrp(STDIN_FILENO);  // -1 when it is not the controlling terminal
+    if (readsTerminal != 0 && (foreground < 0 || foreground == ::getpgrp())) {
+        ::tcsetattr(STDIN_FILENO, TCSANOW, &terminalBefore);
+    }
+    struct sigaction ours {};
+    struct sigaction byDefault {};
+    byDefault.sa_handler = SIG_DFL;
+    ::sigaction(signal, &byDefault, &ours);
+    ::raise(signal);
+    ::sigaction(signal, &ours, nullptr);
+    errno = errorBefore;
+}
+
 void OnSignal(int signal) {
-    if (signal == SIGCONT || signal == SIGWINCH) {
+    if (signal == SIGTSTP || signal == SIGQUIT) {
+        LeaveTerminal(signal);
+        terminalHasChanged = 1;
+    } else if (signal == SIGCONT || signal == SIGWINCH) {
         terminalHasChanged = 1;
     } else if (signal == SIGHUP && hasTraceFile != 0) {
         Debug.ReopenFile();
@@ -56,11 +79,16 @@ CConsoleWait::CConsoleWait(Options options) : wakeUps_(::eventfd(0, EFD_CLOEXEC 
     editsLines = options.editsLines ? 1 : 0;
     hasTraceFile = options.hasTraceFile ? 1 : 0;
     wakeUpDescriptor = wakeUps_.Get();
+    readsTerminal = ::tcgetattr(STDIN_FILENO, &terminalBefore) == 0 ? 1 : 0;
     for (std::size_t i = 0; i < kSignals.size(); ++i) {
+        const int signal = kSignals.at(i);
         struct sigaction action {};
         action.sa_handler = OnSignal;
-        action.sa_flags = SA_RESTART;
-        ::sigaction(kSignals.at(i), &action, &before_.at(i));
+        action.sa_flags = SA_RESTART | SA_NODEFER;  // which lets LeaveTerminal raise its own signal
+        ::sigaction(signal, &action, &before_.at(i));
+        if ((signal == SIGTSTP || signal == SIGQUIT) && before_.at(i).sa_handler == SIG_IGN) {
+            ::sigaction(signal, &before_.at(i), nullptr);
+        }
     }
 }
 

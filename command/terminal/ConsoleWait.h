@@ -9,7 +9,8 @@
 /// What the command waits for: input, a thread that wakes it, and signals. While the object lives, SIGTERM and SIGHUP
 /// ask for an end in good order, and so does SIGINT; for people who edit lines it is the second SIGINT in a row, the
 /// first one is an interrupt. What comes after the wish to end ends the program at once. SIGHUP has the trace file
-/// opened anew instead, where there is one. One object at a time.
+/// opened anew instead, where there is one. What stops or ends the program from the keyboard gives the terminal back as
+/// it was. One object at a time.
 class CConsoleWait {
 public:
     struct Options {
@@ -46,7 +47,7 @@ public:
     static bool TakeTerminalChange();
 
 private:
-    static constexpr std::array<int, 5> kSignals = {SIGINT, SIGTERM, SIGHUP, SIGCONT, SIGWINCH};
+    static constexpr std::array<int, 7> kSignals = {SIGINT, SIGTERM, SIGHUP, SIGCONT, SIGWINCH, SIGTSTP, SIGQUIT};
 
     CUniqueFd wakeUps_;
     std::array<struct sigaction, kSignals.size()> before_{};

@@ -148,6 +148,19 @@ class Console(ProgramTest):
         self.assertNotIn("password", read(history))
         self.assertEqual(history.stat().st_mode & 0o777, 0o600)
 
+    def test_the_keyboard_leaves_no_password_in_sight_and_no_terminal_without_echo(self):
+        session = Session(self, FAKE_MODULE)
+        session.type("set password 1\n")
+        session.sees("password 1: ")
+        session.program.send_signal(signal.SIGTSTP)  # no shell is there: it goes on at once
+        session.sees("\rpassword 1: ")
+        session.type("geheim\n")
+        session.sees("status 20", "> ")
+        self.assertNotIn(b"geheim", session.shown)
+        session.program.send_signal(signal.SIGQUIT)
+        session.ends(-signal.SIGQUIT)
+        self.assertTrue(termios.tcgetattr(session.end)[3] & termios.ECHO)
+
     def test_signals_end_it_in_good_order(self):
         for terminal in (False, True):
             for number in (signal.SIGINT, signal.SIGTERM):
