@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdio>
 #include <exception>
 #include <string_view>
 #include <thread>
@@ -108,7 +109,8 @@ void CScenario::Run(std::istream& lines, const std::string& name) {
             throw CAgentError(name + ", line " + std::to_string(number) + ": " + error.what());
         }
     }
-    if (lines.bad()) {
+    // std::cin tells a failure as its end, and leaves it to the C stream to know better.
+    if (lines.bad() || std::ferror(stdin) != 0) {
         throw CAgentError(name + " could not be read behind line " + std::to_string(number));
     }
 }

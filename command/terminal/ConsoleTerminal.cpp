@@ -1,13 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command/terminal/ConsoleTerminal.h"
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <mutex>
+#include <system_error>
 #include <termios.h>
 #include <unistd.h>
 #include <utility>
 
+#include "agent/core/Json.h"
 #include "command/terminal/ConsoleEditor.h"
 
 namespace {
@@ -52,13 +56,9 @@ public:
 
     std::optional<std::string> Read() {
         for (;;) {
-            if (const auto end = read_.find('\n'); end != std::string::npos) {
-                std::string line = read_.substr(0, end);
-                read_.erase(0, end + 1);
-                return line;
-            }
-            if (ended_ && !read_.empty()) {
-                return std::exchange(read_, {});
+            const auto end = read_.find('\n');
+            if (end != std::string::npos || (ended_ && !read_.empty())) {
+                return TakeLine(std::min(end, read_.size()));
             }
             if (ended_ || CConsoleWait::EndIsAskedFor() || CConsoleWait::TakeInterrupt()) {
                 return std::nullopt;
@@ -74,14 +74,24 @@ public:
     }
 
 private:
+    // A line of another system ends with "\r\n".
+    std::string TakeLine(std::size_t length) {
+        std::string line = read_.substr(0, length);
+        read_.erase(0, length + 1);
+        if (line.ends_with('\r')) {
+            line.pop_back();
+        }
+        return line;
+    }
+
     void ReadMore() {
         std::array<char, 4096> buffer{};
         const ssize_t count = ::read(STDIN_FILENO, buffer.data(), buffer.size());
-        if (count <= 0) {
-            ended_ = true;
-        } else {
-            read_.append(buffer.data(), static_cast<std::size_t>(count));
+        if (count < 0 && errno != EAGAIN && errno != EINTR) {
+            throw CAgentError("cannot read standard input: " + std::generic_category().message(errno));
         }
+        ended_ = count == 0;
+        read_.append(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     }
 
     CConsoleWait& wait_;

@@ -249,14 +249,15 @@ class SingleCommands(ProgramTest):
     def test_each_does_one_thing_and_tells_by_its_status(self):
         good = self.serve("--reply", "RCPT:bert@example.net=550 5.1.1 nobody",
                           "--reply", "RCPT:carl@example.net=450 4.2.1 later")
-        names = {"LIBRARY": LIBRARY, "SPAM": self.serve("--reply", "DOT=554 spam").port, "GOOD": good.port, "LATIN": "K\udce4se",
+        names = {"LIBRARY": LIBRARY, "SPAM": self.serve("--reply", "DOT=554 spam").port, "GOOD": good.port,
+                 "AUTH": self.serve("--auth", "anna:geheim").port, "LATIN": "K\udce4se",
                  "STRICT": self.serve("--reply", "RCPT:anna@example.net=550 no", "--reply", "DOT=554 no").port}
         output = ""
         for row in lines(re.sub("@([A-Z]+)@", lambda match: names[match[1]], read(TESTS / "commands"))):
             mark, text = row[0], row[2:]
             if mark == "$":
                 command, _, given = text.partition(" < ")
-                status, output = run(self, command, given.replace("\\n", "\n"))
+                status, output = run(self, command, given.replace("\\n", "\n").replace("\\r", "\r"))
                 rest = output
             elif mark == "<":
                 self.assertIn(text, rest, f"{command}: {output}")
@@ -315,11 +316,12 @@ class SingleCommands(ProgramTest):
             status, output = run(self, "set sender a@example.net")
             self.assertEqual((status, "held by somebody #1" in output), (1, True), output)
 
-    def test_closed_input_ends_the_console(self):
-        for program in (COMMAND, AGENT):
-            command = f'exec "{program}" --module "{LIBRARY}" <&-'
-            done = subprocess.run(["sh", "-c", command], stdout=subprocess.PIPE, timeout=20, check=False)
-            self.assertEqual(done.returncode, 0)
+    def test_closed_input_is_an_end_and_what_cannot_be_read_a_failure(self):
+        scenario = f'--scenario - --state {self.file("state", "[]")}'
+        for program, (source, status) in itertools.product((COMMAND, AGENT, f"{AGENT} {scenario}"), (("&-", 0), ("/etc", 1))):
+            command = f'exec {program} --module "{LIBRARY}" <{source}'
+            done = subprocess.run(["sh", "-c", command], capture_output=True, timeout=20, check=False)
+            self.assertEqual((done.returncode, b"standard input" in done.stderr), (status, status == 1), command)
 
     def test_a_console_without_a_service_keeps_what_it_has_told(self):
         done = subprocess.run([COMMAND, "--module", LIBRARY, "--socket", self.folder / "none"], text=True, timeout=60,
