@@ -20,7 +20,6 @@ using std::chrono::milliseconds;
 constexpr milliseconds kRedraw{1000};
 constexpr milliseconds kSignalInterval{100};
 
-constexpr std::size_t kFoot = 3;  // rows below the components: an empty one, a hint, the cursor's
 constexpr const char* kTopOfScreen = "\033[H\033[J";
 
 Outcome ComponentOutcome(CCommandContext& context, const std::string& json) {
@@ -61,13 +60,12 @@ void WatchScreen(CCommandContext& context, CServiceClient& service) {
     CEnd end;
     while (!end.HasCome()) {
         winsize size{};
-        const bool isKnown = ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > kFoot && size.ws_col > 0;
-        const std::size_t rows = isKnown ? size.ws_row - kFoot : SIZE_MAX;
-        context.Terminal().Print(kTopOfScreen +
-                                 ScreenText(context, service.Status(), rows, isKnown ? size.ws_col : SIZE_MAX) +
-                                 "\nCtrl-C ends the view.\n");
+        const bool isKnown = ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0 && size.ws_col > 0;
+        context.Terminal().Print(kTopOfScreen + ScreenText(context, service.Status(), isKnown ? size.ws_row : SIZE_MAX,
+                                                           isKnown ? size.ws_col : SIZE_MAX));
         WaitForResult(service, kRedraw, end);
     }
+    context.Terminal().Print("\n");
 }
 
 // A line for each change, for pipes: most results say what the one before them said.

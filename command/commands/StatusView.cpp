@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <array>
+#include <clocale>
 #include <ctime>
+#include <cwchar>
 #include <sstream>
 #include <vector>
 
@@ -37,10 +39,63 @@ std::string LocalTime(const std::string& text) {
     return shown.data();
 }
 
-// As wide as characters, of which UTF-8 begins each with another byte than it goes on with.
+/// While it lives, the C library knows the characters of UTF-8 on this thread.
+class CCharacters {
+public:
+    CCharacters() : utf8_(::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr)), before_(::uselocale(utf8_)) {}
+    ~CCharacters() {
+        ::uselocale(before_);
+        if (utf8_ != nullptr) {
+            ::freelocale(utf8_);
+        }
+    }
+    CCharacters(const CCharacters&) = delete;
+    CCharacters& operator=(const CCharacters&) = delete;
+    CCharacters(CCharacters&&) = delete;
+    CCharacters& operator=(CCharacters&&) = delete;
+
+private:
+    const locale_t utf8_;  // null where the system lacks it: each byte is a character then
+    const locale_t before_;
+};
+
+struct Extent {
+    std::size_t bytes = 0;
+    std::size_t columns = 0;
+};
+
+// The first character of a text. A colour takes no room, a byte that belongs to no character takes a column.
+Extent FirstCharacter(std::string_view text) {
+    if (text[0] == '\033') {
+        return {.bytes = std::min(text.find('m'), text.size() - 1) + 1, .columns = 0};
+    }
+    wchar_t character = 0;
+    std::mbstate_t state{};
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the state is our own
+    const std::size_t bytes = std::mbrtowc(&character, text.data(), text.size(), &state);
+    if (bytes == 0 || bytes > text.size()) {
+        return {.bytes = 1, .columns = 1};
+    }
+    return {.bytes = bytes, .columns = static_cast<std::size_t>(std::max(0, ::wcwidth(character)))};
+}
+
+// As much of a text as there is room for.
+Extent Fitting(std::string_view text, std::size_t width) {
+    const CCharacters characters;
+    Extent fitting;
+    while (fitting.bytes < text.size()) {
+        const Extent next = FirstCharacter(text.substr(fitting.bytes));
+        if (next.columns > width - fitting.columns) {
+            break;
+        }
+        fitting.bytes += next.bytes;
+        fitting.columns += next.columns;
+    }
+    return fitting;
+}
+
 std::string Column(std::string text, std::size_t width) {
-    const auto shown = static_cast<std::size_t>(
-        std::ranges::count_if(text, [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+    const std::size_t shown = Fitting(text, SIZE_MAX).columns;
     return text.append(std::max(shown + 2, width) - shown, ' ');
 }
 
@@ -101,17 +156,10 @@ std::string MailLine(const Value& mail) {
            "\n";
 }
 
-// Colours take no room, and end with the line.
+// A colour ends with its line.
 std::string Cut(const std::string& line, std::size_t width) {
-    std::size_t shown = 0;
-    for (std::size_t at = 0; at < line.size(); ++at) {
-        if (line[at] == '\033') {
-            at = std::min(line.find('m', at), line.size());
-        } else if ((static_cast<unsigned char>(line[at]) & 0xC0) != 0x80 && ++shown > width) {
-            return line.substr(0, at) + (line.find('\033') < at ? "\033[0m" : "");
-        }
-    }
-    return line;
+    const std::size_t bytes = Fitting(line, width).bytes;
+    return line.substr(0, bytes) + (bytes < line.size() && line.find('\033') < bytes ? "\033[0m" : "");
 }
 
 // Leaves out as many components as there is no room for, the well ones first.
@@ -165,7 +213,11 @@ std::string ScreenText(const CCommandContext& context, const std::string& json, 
     std::istringstream text(StatusText(context, json, true));
     std::vector<std::string> lines;
     for (std::string line; std::getline(text, line);) {
-        lines.push_back(Cut(line, columns));
+        lines.push_back(line);
+    }
+    constexpr std::size_t kEnoughRows = 8;  // on fewer a component is worth more than a hint
+    if (rows >= kEnoughRows) {
+        lines.insert(lines.end(), {"", "Ctrl-C ends the view."});
     }
     const Value* components = CRapidJsonUtil::Find(status, "components");
     if (lines.size() > rows && components != nullptr && components->IsArray() && !components->Empty()) {
@@ -176,9 +228,10 @@ std::string ScreenText(const CCommandContext& context, const std::string& json, 
         LeaveOut(shown, *components, rows - std::min(rows, others));
         lines.insert(lines.erase(first, last), shown.begin(), shown.end());
     }
+    lines.resize(std::min(lines.size(), rows));
     std::string screen;
     for (const std::string& line : lines) {
-        screen += line + "\n";
+        screen += (screen.empty() ? "" : "\n") + Cut(line, columns);
     }
     return screen;
 }

@@ -11,7 +11,9 @@
 /// @return a table of the components, and what there is besides
 std::string StatusText(const CCommandContext& context, const std::string& json, bool withNext);
 
-/// The same for a screen: lines are cut at its columns, and components that are OK give way to those that are not.
+/// The same for a screen that is cleared before: lines are cut at its columns, components that are OK give way to those
+/// that are not, and where there is no room for the rest, its first lines remain. The last line has no end, which would
+/// scroll a full screen.
 std::string ScreenText(const CCommandContext& context, const std::string& json, std::size_t rows, std::size_t columns);
 
 /// @param json  one component of that object

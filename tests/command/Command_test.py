@@ -356,7 +356,7 @@ class SingleCommands(ProgramTest):
 
 COMPONENT = {"name": "root", "designation": "file system /", "status": 2, "text": "95 % full",
              "since": "2026-11-25T08:00:00Z", "checked": None, "next": None}
-NEW = COMPONENT | {"name": "lüfter", "status": 0, "text": "", "since": None, "next": "2020-01-01T00:00:00Z"}
+NEW = COMPONENT | {"name": "lüfter扇", "status": 0, "text": "", "since": None, "next": "2020-01-01T00:00:00Z"}
 WELL = COMPONENT | {"name": "well", "status": 1, "next": time.strftime("%FT%TZ", time.gmtime(time.time() + 9000))}
 STATUS = {"system": 2, "pending": 1, "components": [WELL, COMPONENT, NEW], "mail": {"sent": 3, "failed": 1, "last": None}}
 ALERT = {"name": "root", "designation": "file system /", "severity": "warning", "since": "2026-11-25T08:00:00Z",
@@ -424,7 +424,7 @@ class Service(ProgramTest):
                               "Since                Status   Next check  Component\n"
                               "2026-11-25 13:30:00  OK       in 2 h      well            file system /: 95 % full\n"
                               "2026-11-25 13:30:00  warning  -           root            file system /: 95 % full\n"
-                              "-                    unknown  now         lüfter          file system /\n"
+                              "-                    unknown  now         lüfter扇        file system /\n"
                               "Mails about alerts: 3 sent, 1 failed"),
                 ("--json status", 0, json.dumps(STATUS, separators=(",", ":"), ensure_ascii=False)),
                 ("pending", 0, "2026-11-25 13:30:00  warning  root            file system /: 95 % full\n"
@@ -461,27 +461,29 @@ class Service(ProgramTest):
         session.sees("The 2 pending alerts are acknowledged")
         session.ends()
 
-    def view(self, columns, environment, *options):
-        """The lines of the first view on a terminal of 8 rows."""
+    def view(self, size, environment, *options):
+        """The lines of the first view on a terminal with these rows and columns."""
         ours, theirs = pty.openpty()
-        termios.tcsetwinsize(theirs, (8, columns))
-        with subprocess.Popen([COMMAND, *options, "--socket", self.path, "watch"], stdin=theirs, stdout=theirs,
-                              env=environment) as watch, os.fdopen(ours, "rb", 0) as screen:
+        termios.tcsetwinsize(theirs, size)
+        with os.fdopen(ours, "rb", 0) as screen, subprocess.Popen([COMMAND, *options, "--socket", self.path, "watch"],
+                                                                  stdin=theirs, stdout=theirs, env=environment) as watch:
             os.close(theirs)
             shown = b""
-            while b"Ctrl-C" not in shown and b"}" not in shown:
+            while shown.count(b"\033[H\033[J") < 2 and b"}" not in shown:
                 shown += screen.read(1000)
             watch.send_signal(signal.SIGINT)
-        return shown.decode().split("\r\n")
+        return shown.decode(errors="ignore").split("\033[H\033[J", 2)[-2:][0].split("\r\n")
 
     def test_a_view_fits_its_terminal(self):
         plain = os.environ | {"TERM": "xterm", "NO_COLOR": "1"}
-        lines = self.view(50, plain)
-        self.assertEqual(lines[2:5], ["2026-11-25 13:30:00  warning  -           root    ", "2 more, 1 of them not OK",
-                                      "Mails about alerts: 3 sent, 1 failed"])
-        self.assertEqual(self.view(50, plain, "--json")[0][:2], '{"')
+        lines = self.view((5, 50), plain)
+        self.assertEqual(lines[2:], ["2026-11-25 13:30:00  warning  -           root    ", "2 more, 1 of them not OK",
+                                     "Mails about alerts: 3 sent, 1 failed"])
+        self.assertEqual(self.view((3, 9), plain), ["This serv", "Since    ", "3 more, 2"])
+        self.assertEqual(self.view((9, 49), plain)[4], "-                    unknown  now         lüfter")
+        self.assertEqual(self.view((7, 50), plain, "--json")[0][:2], '{"')
         del plain["NO_COLOR"]
-        self.assertEqual(self.view(24, plain)[2], "2026-11-25 13:30:00  \033[33mwar\033[0m")  # nothing else is coloured
+        self.assertEqual(self.view((5, 24), plain)[2], "2026-11-25 13:30:00  \033[33mwar\033[0m")  # nothing else is coloured
 
     def test_a_view_in_a_pipe_has_a_line_for_each_change(self):
         with subprocess.Popen([COMMAND, "--socket", self.path, "watch"], stdout=subprocess.PIPE, text=True) as watch:
