@@ -84,6 +84,7 @@ CConsoleEditor::~CConsoleEditor() {
 }
 
 std::optional<std::string> CConsoleEditor::ReadLine() {
+    CConsoleWait::ForgetInterrupts();  // an earlier one has ended a wait or a view
     ::el_resize(editor_.get());
     StartEditing();
     int count = 0;

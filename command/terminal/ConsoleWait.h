@@ -40,7 +40,7 @@ public:
     /// True once after an interrupt.
     static bool TakeInterrupt();
 
-    /// Something was typed: the next SIGINT is the first one again.
+    /// A line begins, or something was typed: the next SIGINT is the first one again.
     static void ForgetInterrupts();
 
     /// True once after the terminal was given back to the program, or has changed its size.

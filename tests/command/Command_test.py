@@ -452,8 +452,10 @@ class Service(ProgramTest):
         session = Session(self, LIBRARY, "--socket", self.path)
         for _ in range(2):
             session.type("watch\n")
-            session.sees("Ctrl-C ends the view.")
-            session.program.send_signal(signal.SIGINT)
+            for shown in ("Ctrl-C ends the view.", "> "):  # the view's end is none of the two that end the console
+                session.sees(shown)
+                session.program.send_signal(signal.SIGINT)
+            session.sees("^C\r\n")
             session.type("check root\n")
             session.sees("warning  root")
         self.connection.shutdown(socket.SHUT_RDWR)
