@@ -5,7 +5,11 @@
 #include <clocale>
 #include <cstdlib>
 #include <cwchar>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <termios.h>
 #include <unistd.h>
 #include <utility>
@@ -57,9 +61,7 @@ CConsoleEditor::CConsoleEditor(CConsoleWait& wait, ConsoleCompletion complete, s
     HistEvent event{};
     ::history(history_.get(), &event, H_SETSIZE, kHistorySize);
     ::history(history_.get(), &event, H_SETUNIQUE, 1);
-    if (!historyFile_.empty()) {
-        ::history(history_.get(), &event, H_LOAD, historyFile_.c_str());
-    }
+    ::history(history_.get(), &event, H_LOAD, historyFile_.c_str());
     EditLine* editor = editor_.get();
     ::el_set(editor, EL_CLIENTDATA, this);
     ::el_set(editor, EL_PROMPT, &Prompt);
@@ -72,14 +74,31 @@ CConsoleEditor::CConsoleEditor(CConsoleWait& wait, ConsoleCompletion complete, s
 }
 
 CConsoleEditor::~CConsoleEditor() {
-    HistEvent event{};
     try {
-        if (!historyFile_.empty()) {
-            ReplaceFile(historyFile_, "");  // with its directory, for its owner alone
-            ::history(history_.get(), &event, H_SAVE, historyFile_.c_str());
+        if (!historyFile_.empty() && !entered_.empty()) {
+            SaveHistory();
         }
     } catch (...) {  // a read-only home: the session was not worse for it
         LetCancellationPass();
+    }
+}
+
+// What was entered here goes behind what the file holds by now: another console may have ended meanwhile.
+void CConsoleEditor::SaveHistory() {
+    // The file is replaced, so its folder is locked. While that is missing, nothing can be lost.
+    const CUniqueFd folder(::open(std::filesystem::path(historyFile_).parent_path().c_str(), O_RDONLY | O_CLOEXEC));
+    TEMP_FAILURE_RETRY(::flock(folder.Get(), LOCK_EX));
+    HistEvent event{};
+    ::history(history_.get(), &event, H_CLEAR);
+    ::history(history_.get(), &event, H_LOAD, historyFile_.c_str());
+    for (const std::string& line : entered_) {
+        ::history(history_.get(), &event, H_ENTER, line.c_str());
+    }
+    // libedit empties a file before it writes, and does not see that a disk is full.
+    const CUniqueFd memory(::memfd_create("history", MFD_CLOEXEC));
+    const std::string copy = "/proc/self/fd/" + std::to_string(memory.Get());
+    if (::history(history_.get(), &event, H_SAVE, copy.c_str()) >= 0) {
+        ReplaceFile(historyFile_, ReadWholeFile(copy));  // with its directory, for its owner alone
     }
 }
 
@@ -99,6 +118,7 @@ std::optional<std::string> CConsoleEditor::ReadLine() {
     if (line.find_first_not_of(' ') != std::string::npos && line.find("password") == std::string::npos) {
         HistEvent event{};
         ::history(history_.get(), &event, H_ENTER, line.c_str());
+        entered_.push_back(line);
     }
     return line;
 }

@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "command/terminal/ConsoleTerminal.h"
 
@@ -17,7 +18,7 @@ public:
     /// @param historyFile  where the history is kept, and found; empty for nowhere
     /// @throw CAgentError when the terminal cannot be edited on
     CConsoleEditor(CConsoleWait& wait, ConsoleCompletion complete, std::string historyFile);
-    /// Keeps the history, if that can be.
+    /// Adds what was entered to the history that is kept, if that can be.
     ~CConsoleEditor() override;
     CConsoleEditor(const CConsoleEditor&) = delete;
     CConsoleEditor& operator=(const CConsoleEditor&) = delete;
@@ -35,6 +36,7 @@ private:
     static int OnRead(EditLine* editor, wchar_t* character) noexcept;
     static unsigned char OnTab(EditLine* editor, int key) noexcept;
 
+    void SaveHistory();
     int ReadCharacter(wchar_t& character);
     unsigned char Complete();
     void ClearLine();
@@ -50,6 +52,7 @@ private:
     const std::string historyFile_;
     const std::unique_ptr<History, void (*)(History*)> history_;
     const std::unique_ptr<EditLine, void (*)(EditLine*)> editor_;
+    std::vector<std::string> entered_;
 
     std::mutex lock_;  // guards all below
     bool editing_ = false;

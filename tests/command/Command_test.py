@@ -138,12 +138,14 @@ class Console(ProgramTest):
 
     def test_the_history_is_kept_without_passwords(self):
         for keys, shown in (("help pending\n set  password 1 x\n", "status 20"), ("\033[A\033[A", "help pending")):
-            session = Session(self, FAKE_MODULE)
+            session, other = Session(self, FAKE_MODULE), Session(self, FAKE_MODULE)
+            other.sees("> ")
             session.sees("> ")
             session.type(keys)
             session.sees(shown)
-            session.type("\025quit\n")
-            session.ends()
+            for console in (session, other):
+                console.type("\025quit\n")
+                console.ends()
         history = self.folder / ".local/state/em-alert/history"
         self.assertNotIn("password", read(history))
         self.assertEqual(history.stat().st_mode & 0o777, 0o600)
