@@ -73,8 +73,8 @@ void CServiceClient::Fail(const std::string& reason) {
 
 /// The service may have been restarted since the last command of a console.
 void CServiceClient::ConnectAgain() {
-    char next{};
-    if (!isOver_ && ::recv(socket_.Get(), &next, sizeof next, MSG_PEEK | MSG_DONTWAIT) != 0) {
+    pollfd polled = {.fd = socket_.Get(), .events = POLLRDHUP, .revents = 0};
+    if (!isOver_ && ::poll(&polled, 1, 0) == 0) {
         return;
     }
     socket_ = ConnectTo(path_);

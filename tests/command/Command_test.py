@@ -460,6 +460,7 @@ class Service(ProgramTest):
             session.sees("^C\r\n")
             session.type("check root\n")
             session.sees("warning  root")
+        self.connection.sendall(b"{}\n")  # which nobody reads any more
         self.connection.shutdown(socket.SHUT_RDWR)
         session.type("ack\nquit\n")
         session.sees("The 2 pending alerts are acknowledged")
