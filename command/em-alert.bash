@@ -5,10 +5,17 @@ _em_alert() {
     local words=("${COMP_WORDS[@]:1:COMP_CWORD}") skip=0
     while [[ ${words[skip]} == -* && $skip -lt $((COMP_CWORD - 1)) ]]; do
         case ${words[skip]} in
-            --module | --socket | --state | --trace | --trace-file) ((skip += 2)) ;;
+            --module | --socket | --state | --trace | --trace-file)
+                [[ ${words[skip + 1]} != = ]] || ((skip += 1))
+                ((skip += 2))
+                ;;
             *) ((skip += 1)) ;;
         esac
     done
+    if ((skip >= COMP_CWORD)); then # the value of an option
+        compopt -o default
+        return
+    fi
     local word=${COMP_WORDS[COMP_CWORD]}
     if [[ $word == - || $word == --* ]] && ((skip == COMP_CWORD - 1)); then
         local options

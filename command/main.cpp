@@ -136,7 +136,7 @@ int Run(int argc, char** argv) {
             line += (line.empty() ? "" : " ") + word;
         }
         std::string text;
-        for (const std::string& word : CompleteLine(line)) {
+        for (const std::string& word : CompleteArguments(line)) {
             text += word + "\n";
         }
         return PrintText(text);

@@ -204,3 +204,11 @@ std::vector<std::string> CompleteLine(std::string_view line) {
     std::erase_if(candidates, [&](const std::string& word) { return !word.starts_with(line.substr(start)); });
     return candidates;
 }
+
+std::vector<std::string> CompleteArguments(std::string_view line) {
+    Words candidates = CompleteLine(line);
+    if (line.find(' ') == std::string_view::npos) {
+        std::erase_if(candidates, [](const std::string& name) { return FindCommandRow(name).needs == Needs::Console; });
+    }
+    return candidates;
+}

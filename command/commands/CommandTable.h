@@ -52,8 +52,11 @@ std::span<const CommandRow> CommandTable();
 /// @throw CUsageError for a name that no command has
 const CommandRow& FindCommandRow(std::string_view name);
 
-/// @return what may stand in place of the last word of an unfinished line
+/// @return what may stand in place of the last word of an unfinished line of the console
 std::vector<std::string> CompleteLine(std::string_view line);
+
+/// The same for a shell's line, behind the program's name and options.
+std::vector<std::string> CompleteArguments(std::string_view line);
 
 /// @return the commands with their sentences, and the first steps
 std::string CommandList();
