@@ -118,13 +118,21 @@ bool CServiceClient::ReadMore(milliseconds time) {
     return true;
 }
 
+Document CServiceClient::ParseLine(const std::string& line) {
+    try {
+        return ParseJson(line);
+    } catch (const CAgentError& error) {
+        Fail(std::string("it has sent a line that is ") + error.what());
+    }
+}
+
 std::optional<Document> CServiceClient::NextLine(milliseconds time) {
     const auto deadline = std::chrono::steady_clock::now() + time;
     for (;;) {
         if (const auto end = read_.find('\n'); end != std::string::npos) {
             const std::string line = read_.substr(0, end);
             read_.erase(0, end + 1);
-            return ParseJson(line);
+            return ParseLine(line);
         }
         const auto left = std::chrono::duration_cast<milliseconds>(deadline - std::chrono::steady_clock::now());
         if (left.count() < 0 || !ReadMore(left)) {

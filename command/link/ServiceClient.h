@@ -45,6 +45,7 @@ private:
     CServiceClient(CUniqueFd socket, std::string path) : socket_(std::move(socket)), path_(std::move(path)) {}
     void Send(const std::string& line);
     CRapidJsonUtil::Document WaitFor(const std::function<bool(const CRapidJsonUtil::Document&)>& isWanted);
+    CRapidJsonUtil::Document ParseLine(const std::string& line);
     bool ReadMore(std::chrono::milliseconds time);
     void ConnectAgain();
     [[noreturn]] void Fail(const std::string& reason);
