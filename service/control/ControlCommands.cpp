@@ -22,7 +22,7 @@ const CRapidJsonUtil::value& Member(const CRapidJsonUtil::value& object, const c
 
 std::string TextOf(const CRapidJsonUtil::value& value, const char* what) {
     if (!value.IsString() || value.GetStringLength() == 0) {
-        throw CAgentError(std::string(what) + " is a text");
+        throw CAgentError(std::string(what) + " is a text that is not empty");
     }
     return {value.GetString(), value.GetStringLength()};
 }

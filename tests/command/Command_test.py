@@ -344,6 +344,7 @@ class SingleCommands(ProgramTest):
 
     def test_the_words_of_completion_and_manual_are_those_of_the_table(self):
         self.assertEqual(run(self, "--complete se"), (0, "send-mail\nset\nsetting\n"))
+        self.assertEqual(run(self, "--complete t"), (0, "test-mail\n"))  # "trace" is for the console
         self.assertEqual(run(self, "--complete set smtps ''"), (0, "1\n2\n"))
         self.assertEqual(run(self, "--complete reset mail ''"), (0, ""))
         page = run(self, "--man")[1]
@@ -373,7 +374,8 @@ SERVICE = {  # what a service answers to the first member of a line
     "ask": {"status": [{"kind": "status", "status": STATUS},
                        {"kind": "component", "component": COMPONENT | {"checked": "2026-11-25T08:01:00Z"}},
                        {"kind": "component", "component": COMPONENT | {"status": 3}}],
-            "pending": [{"kind": "pending", "alerts": [ALERT, ALERT | {"severity": "ok"}]}]},
+            "pending": [{"kind": "pending", "alerts": [ALERT, ALERT | {"severity": "ok"}]}],
+            "settings": [float("nan")]},  # which no JSON can be
     "acknowledge": [{"kind": "acknowledged", "alerts": 2}],
     "check": [{"kind": "checked", "component": COMPONENT}],
     "submit": [{"kind": "error", "error": "there is no component \"x\""}],
@@ -433,6 +435,7 @@ class Service(ProgramTest):
                                "2026-11-25 13:30:00  OK       root            file system /: 95 % full\n"),
                 ("ack", 0, "The 2 pending alerts are acknowledged"),
                 ("check root", 0, "warning  root"),
+                ("setting mail", 1, f"the service at {self.path}: it has sent a line that is not valid JSON"),
                 ("submit x 2 'no tape'", 1, 'there is no component "x"'),
                 ("test-mail", 1, "server 1, m:25: did not take the mail at step MAIL: 550 not you (no)")):
             self.assertEqual((status, words in (output := run(self, f"--socket {self.path} {command}"))[1]),

@@ -52,6 +52,7 @@ class Control(ServiceTest):
                   ({"subscribe": True}, "subscribed", None))
         for order, kind, _ in orders:
             self.assertEqual(self.ask(order)[0]["kind"], kind)
+        self.assertEqual(self.ask({"check": ""})[0]["error"], '"check" is a text that is not empty')
         self.assertEqual(re.findall(r"(?m)^em-alertd: root \(process \d+\) at the control socket: (.*)$",
                                     self.logged()), [change for _, _, change in orders if change])
 
