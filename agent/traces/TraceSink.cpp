@@ -63,25 +63,37 @@ void CTraceSink::Print(const char* format, va_list arguments, const char* /*modu
         (*listener_)(print.substr(print.starts_with('\n') ? 1 : 0));
     }
     if (shown_) {
-        Write(times_ ? WithTimes(print) : print);
+        Write(print);
     }
 }
 
-void CTraceSink::Write(const std::string& text) {
-    if (CITextOutput* terminal = terminal_) {
-        terminal->Print(text.substr(text.starts_with('\n') ? 1 : 0) + "\n");
+void CTraceSink::Write(const std::string& print) {
+    if (file_ == nullptr) {
+        WriteLines(print);
         return;
     }
-    if (path_ != nullptr && reopen_.exchange(false)) {
+    if (reopen_.exchange(false)) {
         try {
             OpenFile();
         } catch (const CAgentError& error) {  // the old file goes on
             std::fprintf(stderr, "traces: %s\n", error.what());
         }
     }
-    std::FILE* file = file_ != nullptr ? file_ : stderr;
-    std::fwrite(text.data(), 1, text.size(), file);
-    std::fflush(file);
+    const std::string text = times_ ? WithTimes(print) : print;
+    std::fwrite(text.data(), 1, text.size(), file_);
+    std::fflush(file_);
+}
+
+// Where other text goes as well, nothing may follow a print in its line.
+void CTraceSink::WriteLines(const std::string& print) {
+    std::string text = (print.starts_with('\n') ? "" : "\n") + print;
+    text.erase(text.size() - (text.size() > 1 && text.ends_with('\n') ? 1 : 0));
+    text = (times_ ? WithTimes(text) : text).substr(1) + "\n";
+    if (CITextOutput* terminal = terminal_) {
+        terminal->Print(text);
+    } else {
+        std::fputs(text.c_str(), stderr);
+    }
 }
 
 void CTraceSink::OpenFile() {

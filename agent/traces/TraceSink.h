@@ -11,8 +11,9 @@
 
 class CITextOutput;
 
-/// Writes the prints of modules to standard error, a file or a terminal, each line behind the time of day. Its one
-/// object is exported under the name by which modules look it up. Any thread, unless stated.
+/// Writes the prints of modules to standard error, a file or a terminal, each line behind the time of day. A file takes
+/// them as they are, and most have no newline at their end. Its one object is exported under the name by which modules
+/// look it up. Any thread, unless stated.
 class CTraceSink final : public CIDebugSink {
 public:
     bool IsActive() const override { return true; }
@@ -42,7 +43,8 @@ public:
     void Listen(Listener listener);
 
 private:
-    void Write(const std::string& text);
+    void Write(const std::string& print);
+    void WriteLines(const std::string& print);
     void OpenFile();
 
     std::atomic<CITextOutput*> terminal_{nullptr};
@@ -51,7 +53,7 @@ private:
     std::atomic<bool> reopen_{false};
 
     std::mutex lock_;              // guards all below, and keeps prints whole
-    std::FILE* file_ = nullptr;    // null is standard error
+    std::FILE* file_ = nullptr;    // null is the terminal, or standard error
     std::string* path_ = nullptr;  // with the file, for good: prints come until the process ends
     Listener* listener_ = nullptr;
 };
