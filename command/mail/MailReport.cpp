@@ -2,32 +2,63 @@
 #include "command/mail/MailReport.h"
 
 #include <algorithm>
-#include <regex>
+#include <array>
+#include <optional>
+#include <string_view>
+#include <utility>
 
 #include "agent/core/Json.h"
 
+// Texts are searched by hand: the library's regular expressions recurse at each character, and a name or an answer that
+// is long enough ends the stack.
+
 namespace {
 
+using View = std::string_view;
+
+/// @return what stands before the first `mark`, which is cut off `text` together with it; nothing without a mark
+std::optional<View> CutOff(View& text, View mark) {
+    const auto at = text.find(mark);
+    if (at == View::npos) {
+        return std::nullopt;
+    }
+    const View before = text.substr(0, at);
+    text.remove_prefix(at + mark.size());
+    return before;
+}
+
+// The failure of a transfer: the server's address, the step, libcurl's words with its code, and the server's words.
+bool ReadTransferFailure(View text, ServerResult& result) {
+    constexpr View kScheme = "smtp://";
+    if (!CutOff(text, "ERROR! Server \"")) {
+        return false;
+    }
+    const auto url = CutOff(text, "\", step ");
+    const auto step = CutOff(text, ": ");
+    if (!url || !step) {
+        return false;
+    }
+    const auto beforeRefusal = CutOff(text, "), last refusal: ");
+    const View explanation = beforeRefusal.value_or(text);
+    const View words = explanation.substr(0, explanation.rfind(" ("));
+    result.server = url->substr(url->starts_with(kScheme) ? kScheme.size() : 0);
+    result.step = *step;
+    result.words = beforeRefusal ? std::string(text) + " (" + std::string(words) + ")" : words;
+    return true;
+}
+
 // The failure of one server, as the module prints it.
-bool ReadServerFailure(const std::string& trace, ServerResult& result) {
-    static const std::regex kFailure(
-        R"regex(ERROR! Server "(.*)", step (\S+): (.*) \(-?\d+\)(?:, last refusal: (.*))?$)regex");
-    std::smatch found;
-    if (std::regex_search(trace, found, kFailure)) {
-        const std::string url = found[1];
-        result.server = url.starts_with("smtp://") ? url.substr(7) : url;
-        result.step = found[2];
-        result.words = found[4].matched ? found[4].str() + " (" + found[3].str() + ")" : found[3].str();
+bool ReadServerFailure(View text, ServerResult& result) {
+    if (ReadTransferFailure(text, result)) {
         return true;
     }
-    static const std::regex kUnusable(R"regex(ERROR! Unusable server name: "(.*)")regex");
-    if (std::regex_search(trace, found, kUnusable)) {
-        result.server = found[1];
+    if (View name = text; CutOff(name, "ERROR! Unusable server name: \"")) {
+        result.server = name.substr(0, name.rfind('"'));
         result.step = "connect";
         result.words = "the name holds blanks or control characters";
         return true;
     }
-    if (trace.find("ERROR! The mail has no usable recipient!") != std::string::npos) {
+    if (text.find("ERROR! The mail has no usable recipient!") != View::npos) {
         result.step = "connect";
         result.words = "there is no recipient that can be used, so it was not tried";
         return true;
@@ -35,26 +66,37 @@ bool ReadServerFailure(const std::string& trace, ServerResult& result) {
     return false;
 }
 
-bool ReadRefusal(const std::string& trace, std::string& refusal) {
-    static const std::regex kRefusal(R"(ERROR! Recipient (.*) refused: (.*)$)");
-    std::smatch found;
-    if (!std::regex_search(trace, found, kRefusal)) {
+bool ReadRefusal(View text, std::string& refusal) {
+    if (!CutOff(text, "ERROR! Recipient ")) {
         return false;
     }
-    refusal = found[1].str() + ": " + found[2].str();
-    return true;
+    const auto recipient = CutOff(text, " refused: ");
+    refusal = recipient ? std::string(*recipient) + ": " + std::string(text) : std::string();
+    return recipient.has_value();
 }
 
-bool ReadNote(const std::string& trace, std::string& note) {
-    static const std::regex kNote(
-        R"(Unusable recipient left out: .*|\S+ is held by .*|\S+ cannot be taken: .*|File ".*" not loaded: .*|)"
-        R"(FAILED to lock notification configuration file|missing parameter: email sender)");
-    std::smatch found;
-    if (!std::regex_search(trace, found, kNote)) {
-        return false;
+bool ReadNote(View text, std::string& note) {
+    struct Row {
+        View mark;
+        View opening;  // the note begins with the last one before its mark, or behind it where that is a blank
+    };
+    static constexpr auto kRows = std::to_array<Row>({{"Unusable recipient left out: ", ""},
+                                                      {" is held by ", " "},
+                                                      {" cannot be taken: ", " "},
+                                                      {"\" not loaded: ", "File \""},
+                                                      {"FAILED to lock notification configuration file", ""},
+                                                      {"missing parameter: email sender", ""}});
+    for (const auto& [mark, opening] : kRows) {
+        const auto at = text.find(mark);
+        if (at == View::npos || (at == 0 && !opening.empty())) {
+            continue;
+        }
+        const auto begin = opening.empty() ? at : text.rfind(opening, at - 1) + (opening == " " ? 1 : 0);
+        text.remove_prefix(begin == View::npos ? at : begin);
+        note = text.substr(0, text.find('\n'));
+        return true;
     }
-    note = found[0];
-    return true;
+    return false;
 }
 
 }  // namespace

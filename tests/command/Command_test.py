@@ -288,6 +288,13 @@ class SingleCommands(ProgramTest):
         self.assertEqual(run(self, f"--module {LIBRARY} --trace-file {traces} get", LUME_LOG_DEBUG_LEVEL="5")[0], 0)
         self.assertIn("apply file lock using file", read(traces))
 
+    def test_a_name_may_be_long(self):
+        set_up(self, self.serve())
+        for words, told in (("recipients b@e.net," + 9999 * "\x7f", f'left out: "{9999 * "?"}"\n'),
+                            (f"host 1 '{99999 * 'h'} x'", "did not take the mail at step connect: the name holds blanks")):
+            run(self, f"--module {LIBRARY} set {words}")
+            self.assertIn(told, run(self, f"--module {LIBRARY} test-mail")[1])
+
     def test_settings_are_kept_where_it_is_said(self):
         xdg = {"XDG_STATE_HOME": str(self.folder / "xdg")}
         for words, environment, place in (("", {}, ".local/state/em-alert"), ("", xdg, "xdg/em-alert"),
