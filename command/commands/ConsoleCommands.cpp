@@ -15,24 +15,23 @@ Outcome Said(std::string text) {
 Outcome RunTrace(CCommandContext& context, const CommandArguments& arguments) {
     constexpr std::uint32_t kHighestLevel = 5;
     const std::string& word = arguments.words[0];
-    if (word == "on" || word == "off") {
-        Debug.Show(word == "on");
-        return Said(word == "on" ? "Traces are shown.\n" : "Traces are hidden.\n");
-    }
+    const bool isSwitch = word == "on" || word == "off";
     const auto level = ParseNumber(word);
-    if (!level || *level > kHighestLevel) {
+    if (!isSwitch && (!level || *level > kHighestLevel)) {
         throw CUsageError("The trace level is a number from 0 (none) to 5 (device detail); or say on or off.");
     }
     CLocalModule* module = context.Local();
     if (module == nullptr) {
         throw CAgentError("The module is loaded by the service, whose journal holds the traces.");
     }
-    Debug.Show(true);
-    const bool prints = module->Reload(*level);
-    std::string text = "The module is loaded again, with trace level " + word + "; no alert is pending any more.\n";
-    if (!prints && *level != 0) {
-        const std::string reason = WhyTracesAreSilent();
-        text += "But it prints nothing" + (reason.empty() ? std::string(".\n") : ": " + reason + ".\n");
+    Debug.Show(word != "off");
+    std::string text = word == "on" ? "Traces are shown.\n" : "Traces are hidden.\n";
+    if (!isSwitch) {
+        module->Reload(*level);
+        text = "The module is loaded again, with trace level " + word + "; no alert is pending any more.\n";
+    }
+    if (word != "off" && word != "0" && !module->HearsModule()) {
+        text += "But it prints nothing: " + WhyNothingIsHeard(*module) + ".\n";
     }
     return Said(text);
 }

@@ -37,7 +37,7 @@ Outcome SendDirectly(CCommandContext& context, const CommandArguments& arguments
     const std::vector<NumberedServer> servers = ServersToTry(context.Link(), arguments);
     MailReport report;
     if (mail.Sender().empty() || servers.empty()) {
-        return MailOutcome(ReadReport(context, {}, servers, false));
+        return MailOutcome(ReportWhatIsMissing(context.Link(), servers));
     }
     const bool tells = arguments.verbose && !context.Options().json;
     for (const NumberedServer& server : servers) {

@@ -9,23 +9,6 @@
 #include "platform/diagnostics/DebugTraceConfig.h"
 #include "sip/Vocabulary.h"
 
-namespace {
-
-// What is missing for a mail to be sent at all.
-void NoteWhatIsMissing(CIModuleLink& link, std::size_t servers, MailReport& report) {
-    if (servers == 0) {
-        report.notes.emplace_back("no mail server is set up: em-alert set host 1 NAME");
-    }
-    if (MailSettingText(link, kSender).empty()) {
-        report.notes.emplace_back("no sender is set up: em-alert set sender ADDRESS");
-    }
-    if (MailSettingText(link, kRecipients).empty() && MailSettingText(link, kRecipientsCc).empty()) {
-        report.notes.emplace_back("no recipient is set up: em-alert set recipients ADDRESS");
-    }
-}
-
-}  // namespace
-
 CMailWait::CMailWait(CCommandContext& context, std::size_t servers) : context_(context), servers_(servers) {
     context_.Link().SetWaiting([this](const Traces& traces) { return Tell(traces); });
 }
@@ -47,8 +30,23 @@ bool CMailWait::Tell(const Traces& traces) {
     return CCommandContext::GoesOn(traces);
 }
 
+MailReport ReportWhatIsMissing(CIModuleLink& link, const std::vector<NumberedServer>& servers) {
+    MailReport report;
+    if (servers.empty()) {
+        report.notes.emplace_back("no mail server is set up: em-alert set host 1 NAME");
+    }
+    if (MailSettingText(link, kSender).empty()) {
+        report.notes.emplace_back("no sender is set up: em-alert set sender ADDRESS");
+    }
+    if (MailSettingText(link, kRecipients).empty() && MailSettingText(link, kRecipientsCc).empty()) {
+        report.notes.emplace_back("no recipient is set up: em-alert set recipients ADDRESS");
+    }
+    return report;
+}
+
 MailReport ReadReport(CCommandContext& context, const Traces& traces, const std::vector<NumberedServer>& servers,
                       bool sent) {
+    CIModuleLink& link = context.Link();
     std::vector<ServerResult> titles;
     for (const NumberedServer& server : servers) {
         ServerResult title;
@@ -58,21 +56,19 @@ MailReport ReadReport(CCommandContext& context, const Traces& traces, const std:
     }
     MailReport report = ReadMailReport(traces, titles, sent);
     if (!sent && report.servers.empty() && report.notes.empty()) {
-        NoteWhatIsMissing(context.Link(), servers.size(), report);
-        const std::string silence = context.Link().IsService() ? "" : WhyTracesAreSilent();
-        if (!silence.empty()) {
-            report.notes.push_back("what the servers said is not known: " + silence);
-        }
+        report = ReportWhatIsMissing(link, servers);
+    }
+    if (traces.empty() && report.notes.empty() && !link.HearsModule()) {
+        report = {.sent = sent,
+                  .isKnown = false,
+                  .notes = {"what the servers said is not known: " + WhyNothingIsHeard(link) +
+                            "; \"test-mail -v\" hears them itself"}};
     }
     return report;
 }
 
 Outcome MailOutcome(const MailReport& report) {
-    return {.text = MailReportText(report),
-            .json = MailReportJson(report),
-            .failure = report.IsWhole() ? ""
-                       : report.sent    ? "the mail was not sent to everybody"
-                                        : "the mail was not sent"};
+    return {.text = MailReportText(report), .json = MailReportJson(report), .failure = report.Failure()};
 }
 
 std::string WhyTracesAreSilent() {
@@ -86,4 +82,11 @@ std::string WhyTracesAreSilent() {
     return holdsNone ? std::string(CDebugTraceConfig::kDirectory) +
                            " is there and holds no .ini file, which switches all traces off"
                      : std::string();
+}
+
+std::string WhyNothingIsHeard(const CIModuleLink& link) {
+    const std::string silence = link.IsService() ? "" : WhyTracesAreSilent();
+    return !silence.empty()   ? silence
+           : link.IsService() ? "em-alertd was started with the module's traces switched off"
+                              : "the module's traces are off; trace level 1 or above switches them on";
 }

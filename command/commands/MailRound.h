@@ -31,12 +31,18 @@ private:
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
-/// Reads what the module printed about a mail, and finds out why no server was tried.
+/// Reads what the module printed about a mail, and finds out why no server was tried, or why nothing was printed.
 MailReport ReadReport(CCommandContext& context, const Traces& traces, const std::vector<NumberedServer>& servers,
                       bool sent);
+
+/// For a mail that no server was tried with: notes what is missing, if anything is.
+MailReport ReportWhatIsMissing(CIModuleLink& link, const std::vector<NumberedServer>& servers);
 
 /// @return the outcome of a command that sends a mail
 Outcome MailOutcome(const MailReport& report);
 
-/// Why the module prints nothing; empty when nothing is known that keeps it from doing so.
+/// What keeps the module from printing, whatever its trace level; empty when nothing does.
 std::string WhyTracesAreSilent();
+
+/// Why the module is not heard.
+std::string WhyNothingIsHeard(const CIModuleLink& link);

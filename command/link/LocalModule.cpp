@@ -106,7 +106,10 @@ void CLocalModule::Load() {
             }});
     }
     agent_ = std::make_unique<CAgent>(options_.agent, answers_, transcript_);
-    if (!agent_->Load()) {
+    const unsigned long before = record_.Count();
+    const bool isLoaded = agent_->Load();
+    hearsModule_ = record_.Count() != before;
+    if (!isLoaded) {
         Unload();
         failed_ = true;
         throw CAgentError("the module " + options_.agent.library + " could not be loaded and started");
@@ -123,13 +126,11 @@ bool CLocalModule::Unload() {
     return !failed_;
 }
 
-bool CLocalModule::Reload(unsigned traceLevel) {
+void CLocalModule::Reload(unsigned traceLevel) {
     Unload();
     ledger_.OnRestart();
-    const unsigned long before = record_.Count();
     ReplaceTraceLevel(traceLevel);  // the module's threads have ended
     Load();
-    return record_.Count() != before;
 }
 
 void CLocalModule::Settle() {

@@ -39,6 +39,7 @@ public:
     CLocalModule& operator=(const CLocalModule&) = delete;
 
     bool IsService() const override { return false; }
+    bool HearsModule() override { return hearsModule_; }
     ModuleAnswer Ask(Command request) override;
     Command AgentAnswer(const Command& question) override { return answers_.Find(question); }
     void ChangeSetting(std::uint32_t id, const std::string& data) override;
@@ -54,8 +55,7 @@ public:
     bool Unload();
 
     /// Loads the module anew, with another trace level.
-    /// @return whether it has printed anything
-    bool Reload(unsigned traceLevel);
+    void Reload(unsigned traceLevel);
 
     /// A component has a status, 1 to 3, and so has the server from now on: delivers the event.
     /// @return what the module printed
@@ -82,4 +82,5 @@ private:
     std::vector<std::string> components_;        // an object id is a place in here, counted from 1
     std::map<std::uint32_t, std::size_t> late_;  // replies that are to come to requests that were broken off
     bool failed_ = false;
+    bool hearsModule_ = false;
 };

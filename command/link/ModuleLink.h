@@ -45,6 +45,9 @@ public:
 
     void SetWaiting(Waiting waiting) { waiting_ = std::move(waiting); }
 
+    /// False when the module printed nothing as it was loaded: its traces are off, and it tells of no failure either.
+    virtual bool HearsModule() = 0;
+
     /// Sends a request and waits for the answer, or for the reply that follows.
     virtual ModuleAnswer Ask(Command request) = 0;
 

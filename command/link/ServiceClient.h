@@ -19,6 +19,7 @@ public:
     static std::unique_ptr<CServiceClient> Connect(const std::string& path);
 
     bool IsService() const override { return true; }
+    bool HearsModule() override { return Query(R"({"ask":"traces"})", "traces", "heard") == "true"; }
     ModuleAnswer Ask(Command request) override;
     Command AgentAnswer(const Command& question) override;
     void ChangeSetting(std::uint32_t id, const std::string& data) override;

@@ -102,14 +102,21 @@ bool ReadNote(View text, std::string& note) {
 }  // namespace
 
 bool MailReport::IsWhole() const {
-    return sent &&
+    return sent && isKnown &&
            std::ranges::none_of(servers,
                                 [](const ServerResult& server) { return server.taken && !server.refused.empty(); }) &&
            notes.empty();
 }
 
+std::string MailReport::Failure() const {
+    return IsWhole()  ? ""
+           : !sent    ? "the mail was not sent"
+           : !isKnown ? "it is not known whether the mail was sent to everybody"
+                      : "the mail was not sent to everybody";
+}
+
 MailReport ReadMailReport(const Traces& traces, const std::vector<ServerResult>& servers, bool sent) {
-    MailReport report{.sent = sent, .servers = {}, .notes = {}};
+    MailReport report{.sent = sent};
     ServerResult current;
     const auto named = [&](ServerResult result) {
         const std::size_t place = report.servers.size();
@@ -150,9 +157,10 @@ std::string MailReportText(const MailReport& report) {
             text += "  recipient refused: " + refused + "\n";
         }
     }
-    return text + (report.IsWhole() ? "The mail was sent.\n"
-                   : report.sent    ? "The mail was sent, but not to everybody.\n"
-                                    : "The mail was not sent.\n");
+    return text + (report.IsWhole()  ? "The mail was sent.\n"
+                   : !report.sent    ? "The mail was not sent.\n"
+                   : !report.isKnown ? "The mail was sent; whether to everybody is not known.\n"
+                                     : "The mail was sent, but not to everybody.\n");
 }
 
 std::string MailReportJson(const MailReport& report) {

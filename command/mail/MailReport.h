@@ -19,11 +19,15 @@ struct ServerResult {
 /// What became of a mail, server by server.
 struct MailReport {
     bool sent = false;
-    std::vector<ServerResult> servers;  // those that were tried
-    std::vector<std::string> notes;     // what kept the servers from being tried, and addresses that cannot be used
+    bool isKnown = true;                  // what the servers said; false when the module tells nothing of it
+    std::vector<ServerResult> servers{};  // those that were tried
+    std::vector<std::string> notes{};     // what kept the servers from being tried, and addresses that cannot be used
 
     /// True when every recipient was taken by a server.
     bool IsWhole() const;
+
+    /// What is missing to that; empty when it is whole.
+    std::string Failure() const;
 };
 
 /// Reads what the module printed while it sent a mail.

@@ -127,8 +127,10 @@ void CControlCommands::Ask(CControlClient& client, const Value& value) {
             }
         }
         client.Send("{\"kind\":\"settings\",\"answers\":[" + answers + "]}");
+    } else if (what == "traces") {
+        client.Send(std::string(R"({"kind":"traces","heard":)") + (service_.HearsModule() ? "true}" : "false}"));
     } else {
-        client.SendError("\"ask\" is for \"status\", \"pending\" or \"settings\"");
+        client.SendError("\"ask\" is for \"status\", \"pending\", \"settings\" or \"traces\"");
     }
 }
 

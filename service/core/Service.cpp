@@ -250,6 +250,7 @@ std::string CService::Pending() const {
 
 /// On any of the module's threads.
 void CService::OnTrace(const std::string& print) {
+    hearsModule_ = true;
     const auto code = MailReturnCode(print);
     const bool isError = print.find("ERROR!") != std::string::npos;
     if (code) {

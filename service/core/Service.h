@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <atomic>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -82,6 +83,9 @@ public:
     /// The configuration's value holds again, and the module is told.
     void ResetSetting(std::uint32_t id) { Notice(alertAnswers_.Reset(id)); }
 
+    /// False when the module's traces are off, and with them what it tells of failures.
+    bool HearsModule() const { return hearsModule_; }
+
     /// How long the module has been at one call.
     std::chrono::seconds ModuleBusy() const { return module_ != nullptr ? module_->Busy() : std::chrono::seconds(0); }
 
@@ -103,6 +107,7 @@ private:
     CAnswerTable answers_;
     CAlertAnswers alertAnswers_{answers_, store_};
     CLedger ledger_;
+    std::atomic<bool> hearsModule_{false};
     CDelivery delivery_{answers_, ledger_};
     CComponents components_;
     CScheduler scheduler_;

@@ -56,6 +56,15 @@ class Control(ServiceTest):
         self.assertEqual(re.findall(r"(?m)^em-alertd: root \(process \d+\) at the control socket: (.*)$",
                                     self.logged()), [change for _, _, change in orders if change])
 
+    def test_what_the_service_does_not_hear_is_not_told(self):
+        for level, result in (("0", (1, "The mail was sent; whether to everybody is not known.")), ("1", (0, "The mail was sent."))):
+            self.environment = {"LUME_LOG_DEBUG_LEVEL": level}
+            self.start()
+            self.mail_server()
+            status, told = self.command("test-mail")
+            self.assertEqual((status, [line for line in told.splitlines() if line.startswith("The")]), (result[0], [result[1]]))
+            self.end()
+
     def test_hostile_clients_delay_nothing(self):
         self.start()
         clients = [socket.socket(socket.AF_UNIX) for _ in range(300)]
