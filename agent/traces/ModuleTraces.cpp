@@ -42,3 +42,7 @@ std::optional<int> MailReturnCode(const std::string& print) {
     }
     return std::nullopt;
 }
+
+bool IsMailSkipped(const std::string& print) {
+    return print.find("Mail alert skipped") != std::string::npos;
+}

@@ -17,3 +17,6 @@ void ReplaceTraceLevel(unsigned level);
 /// The result of a mail that the module sent by itself.
 /// @return nothing when the print is about something else
 std::optional<int> MailReturnCode(const std::string& print);
+
+/// Whether the module tells that it sends no mail about an event.
+bool IsMailSkipped(const std::string& print);

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <array>
 #include <ctime>
 
 #include "agent/core/Story.h"
+#include "agent/settings/Settings.h"
 #include "agent/traces/ModuleTraces.h"
 #include "command/commands/CommandContext.h"
 #include "command/commands/CommandTable.h"
@@ -12,6 +14,51 @@
 #include "sip/Vocabulary.h"
 
 namespace {
+
+bool AreAlertsMailed(CLocalModule& module) {
+    const OperatorSetting& mail = FindSetting(AlertSettings(), "mail");
+    const Command answer = module.AgentAnswer(MakeCommand(kReadConfigurationValue, mail.id));
+    return !answer.data.empty() && ShowSetting(mail, answer.data) == "on";
+}
+
+struct MailServers {
+    std::vector<NumberedServer> servers;
+    std::string fault;  // why they are not known
+};
+
+// What is wrong with the mail servers keeps no alert from being raised.
+MailServers FindMailServers(CLocalModule& module) {
+    try {
+        return {.servers = ReadMailServers(module), .fault = {}};
+    } catch (const CBrokenOff&) {
+        throw;
+    } catch (const CAgentError& error) {
+        return {.servers = {}, .fault = error.what()};
+    }
+}
+
+void TellOfMail(CCommandContext& context, const Traces& traces, const MailServers& mailServers, Outcome& outcome) {
+    bool isKnown = std::ranges::any_of(traces, IsMailSkipped);
+    for (const std::string& trace : traces) {
+        if (const auto code = MailReturnCode(trace)) {
+            const bool sent = *code == 0;
+            const Outcome mail = MailOutcome(
+                mailServers.fault.empty() ? ReadReport(context, traces, mailServers.servers, sent)
+                                          : MailReport{.sent = sent, .isKnown = false, .notes = {mailServers.fault}});
+            outcome.text += mail.text;
+            outcome.json = "{\"mail\":" + mail.json + "}";
+            outcome.failure = mail.failure;
+            isKnown = true;
+        }
+    }
+    if (!isKnown) {
+        const std::string silence = WhyTracesAreSilent();
+        outcome.text += "What became of its mail is not known: " +
+                        (silence.empty() ? "the module tells that from trace level 2 on" : silence) + ".\n";
+        outcome.json = R"({"mail":null})";
+        outcome.failure = "it is not known what became of the mail";
+    }
+}
 
 // What the operator says of a component: the module gets it as an event.
 Outcome TellStatus(CCommandContext& context, const std::vector<std::string>& words) {
@@ -27,20 +74,16 @@ Outcome TellStatus(CCommandContext& context, const std::vector<std::string>& wor
     if (module == nullptr) {
         throw CAgentError("The service knows this server's status; tell it of a component's with \"submit\".");
     }
-    const std::vector<NumberedServer> servers = ReadMailServers(*module);
-    CMailWait wait(context, servers.size());
+    const bool areMailed = AreAlertsMailed(*module);
+    const MailServers mailServers = areMailed ? FindMailServers(*module) : MailServers();
+    CMailWait wait(context, mailServers.servers.size());
     const Traces traces = module->Deliver(words[1], words[2], *status);
     wait.End();
     Outcome outcome;
     outcome.text = "The status of \"" + words[1] + "\" and of the server is now " + std::to_string(*status) + " (" +
                    context.StatusWord(*status) + ").\n";
-    for (const std::string& trace : traces) {
-        if (const auto code = MailReturnCode(trace)) {
-            const Outcome mail = MailOutcome(ReadReport(context, traces, servers, *code == 0));
-            outcome.text += mail.text;
-            outcome.json = "{\"mail\":" + mail.json + "}";
-            outcome.failure = mail.failure;
-        }
+    if (areMailed) {
+        TellOfMail(context, traces, mailServers, outcome);
     }
     return outcome;
 }

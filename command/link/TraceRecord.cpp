@@ -31,7 +31,7 @@ Traces CTraceRecord::Get() const {
 void CTraceRecord::Take(const std::string& print) {
     ++count_;
     const bool matters = print.find("ERROR!") != std::string::npos || print.find("not loaded: ") != std::string::npos ||
-                         MailReturnCode(print);
+                         MailReturnCode(print) || IsMailSkipped(print);
     const std::lock_guard guard(lock_);
     if (matters && traces_.size() < kMostKept) {
         traces_.push_back(print);

@@ -313,6 +313,8 @@ class SingleCommands(ProgramTest):
             status, output = run(self, command)
             self.assertEqual((status, "Notifications.xml" in output), (1, True), output)
             self.assertNotIn("(not set)", output)
+        for mail, told in (("off", "$"), ("on", "[^@]*Notifications.xml[^@]*The mail was not sent")):
+            self.assertRegex(run(self, "", f"setting mail {mail}\nstatus 2 Fan F\n")[1], r"2 \(warning\).\n" + told)
         self.assertIn("one thing is wrong", output)
         path.write_text("<Notifications/>")
         for mode in (0o640, 0o604):
