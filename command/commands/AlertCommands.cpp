@@ -76,7 +76,8 @@ Outcome TellStatus(CCommandContext& context, const std::vector<std::string>& wor
     }
     const bool areMailed = AreAlertsMailed(*module);
     const MailServers mailServers = areMailed ? FindMailServers(*module) : MailServers();
-    CMailWait wait(context, mailServers.servers.size());
+    CMailWait wait(context, mailServers.servers.size(),
+                   "The mail cannot be broken off alone; Ctrl-C again ends the console.\n");
     const Traces traces = module->Deliver(words[1], words[2], *status);
     wait.End();
     Outcome outcome;

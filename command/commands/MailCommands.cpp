@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <mutex>
+
 #include "agent/core/Files.h"
 #include "agent/core/Story.h"
 #include "command/commands/CommandContext.h"
@@ -40,17 +42,26 @@ Outcome SendDirectly(CCommandContext& context, const CommandArguments& arguments
         return MailOutcome(ReportWhatIsMissing(context.Link(), servers));
     }
     const bool tells = arguments.verbose && !context.Options().json;
+    CMailWait wait(context, servers.size());
+    std::mutex screen;  // what is said comes from another thread than the progress
     for (const NumberedServer& server : servers) {
-        report.servers.push_back(SendThrough(server, mail, [&](char speaker, const std::string& line) {
+        const auto tell = [&](char speaker, const std::string& line) {
             if (tells) {
+                const std::lock_guard guard(screen);
                 context.Terminal().Print(std::string(1, speaker) + " " + line + "\n");
             }
-        }));
+        };
+        const auto goesOn = [&] {
+            const std::lock_guard guard(screen);
+            return wait.GoesOn(report.servers.size());
+        };
+        report.servers.push_back(SendThrough(server, mail, tell, goesOn));
         report.sent = report.servers.back().taken;
         if (report.sent) {
             break;
         }
     }
+    wait.End();
     return MailOutcome(report);
 }
 

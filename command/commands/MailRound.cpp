@@ -9,7 +9,8 @@
 #include "platform/diagnostics/DebugTraceConfig.h"
 #include "sip/Vocabulary.h"
 
-CMailWait::CMailWait(CCommandContext& context, std::size_t servers) : context_(context), servers_(servers) {
+CMailWait::CMailWait(CCommandContext& context, std::size_t servers, std::string inVain)
+    : context_(context), servers_(servers), inVain_(std::move(inVain)) {
     context_.Link().SetWaiting([this](const Traces& traces) { return Tell(traces); });
 }
 
@@ -19,15 +20,22 @@ void CMailWait::End() {
 }
 
 bool CMailWait::Tell(const Traces& traces) {
-    const auto failed = static_cast<std::size_t>(std::ranges::count_if(
-        traces, [](const std::string& trace) { return trace.find("ERROR! Server \"") != std::string::npos; }));
+    return GoesOn(static_cast<std::size_t>(std::ranges::count_if(
+        traces, [](const std::string& trace) { return trace.find("ERROR! Server \"") != std::string::npos; })));
+}
+
+bool CMailWait::GoesOn(std::size_t failed) {
     const auto seconds =
         std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start_).count();
     if (servers_ != 0) {
         context_.Terminal().ShowProgress("mail server " + std::to_string(std::min(failed + 1, servers_)) + " of " +
                                          std::to_string(servers_) + ", " + std::to_string(seconds) + " s");
     }
-    return CCommandContext::GoesOn(traces);
+    const bool goesOn = CCommandContext::GoesOn({});
+    if (!goesOn && !inVain_.empty() && !CConsoleWait::EndIsAskedFor()) {
+        context_.Terminal().Print(inVain_);
+    }
+    return goesOn;
 }
 
 MailReport ReportWhatIsMissing(CIModuleLink& link, const std::vector<NumberedServer>& servers) {

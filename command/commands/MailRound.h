@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <string>
 #include <vector>
 
 #include "command/commands/CommandContext.h"
@@ -14,7 +15,8 @@
 class CMailWait {
 public:
     /// @param servers  how many are set up
-    CMailWait(CCommandContext& context, std::size_t servers);
+    /// @param inVain  tells people that an interrupt ends nothing, where that is so
+    CMailWait(CCommandContext& context, std::size_t servers, std::string inVain = {});
     ~CMailWait() { End(); }
     CMailWait(const CMailWait&) = delete;
     CMailWait& operator=(const CMailWait&) = delete;
@@ -23,11 +25,17 @@ public:
 
     void End();
 
+    /// For a wait that is not the link's: shows how it stands.
+    /// @param failed  how many servers have not taken the mail
+    /// @return false when a signal has asked for the end
+    bool GoesOn(std::size_t failed);
+
 private:
     bool Tell(const Traces& traces);
 
     CCommandContext& context_;
     const std::size_t servers_;
+    const std::string inVain_;
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 

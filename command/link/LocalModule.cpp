@@ -8,6 +8,7 @@
 #include <future>
 #include <string_view>
 #include <unistd.h>
+#include <utility>
 
 #include "agent/core/Files.h"
 #include "agent/settings/DefaultAnswers.h"
@@ -199,8 +200,13 @@ std::uint32_t CLocalModule::ComponentId(const std::string& name) {
 
 Traces CLocalModule::WaitFor(const std::function<void()>& work) {
     const std::future<void> done = std::async(std::launch::async, work);
+    bool goesOn = true;
     while (done.wait_for(kInterval) != std::future_status::ready) {
-        GoesOn(record_.Get());  // the module's work cannot be broken off
+        const bool wentOn = std::exchange(goesOn, GoesOn(record_.Get()));
+        // An interrupt says no once: of the module's work nothing can be broken off. Who wants the end keeps saying no.
+        if (!wentOn && !goesOn) {
+            agent_->Stop();
+        }
     }
     return record_.Get();
 }

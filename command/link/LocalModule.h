@@ -58,6 +58,7 @@ public:
     void Reload(unsigned traceLevel);
 
     /// A component has a status, 1 to 3, and so has the server from now on: delivers the event.
+    /// Who is asked whether to wait, and says no twice in a row, has the module stopped, which breaks a mail off.
     /// @return what the module printed
     Traces Deliver(const std::string& name, const std::string& designation, std::uint32_t status);
 

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command/mail/DirectMail.h"
 
+#include <atomic>
+#include <chrono>
+#include <future>
 #include <utility>
 
 #include "mail/message/HeaderLines.h"
@@ -37,9 +40,23 @@ ServerResult Failure(const NumberedServer& server, const char* words) {
             .refused = {}};
 }
 
+int PerformWhile(const std::function<bool()>& goesOn, CSmtpTransfer& transfer, std::atomic<bool>& stopping) {
+    constexpr std::chrono::milliseconds kInterval{100};
+    std::future<int> result = std::async(std::launch::async, [&] { return transfer.Perform(); });
+    while (result.wait_for(kInterval) != std::future_status::ready) {
+        stopping = stopping || !goesOn();
+    }
+    const int code = result.get();
+    if (stopping && code != 0) {
+        throw CAgentError("sending was broken off");
+    }
+    return code;
+}
+
 }  // namespace
 
-ServerResult SendThrough(const NumberedServer& server, const CSmtpMessage& mail, CSmtpDialogue::Listener listener) {
+ServerResult SendThrough(const NumberedServer& server, const CSmtpMessage& mail, CSmtpDialogue::Listener listener,
+                         const std::function<bool()>& goesOn) {
     if (HasControlCharacter(server.server.host) || server.server.host.find(' ') != std::string::npos) {
         return Failure(server, "the name holds blanks or control characters");
     }
@@ -47,7 +64,8 @@ ServerResult SendThrough(const NumberedServer& server, const CSmtpMessage& mail,
     if (!envelope.HasRecipients()) {
         return Failure(server, "there is no recipient that can be used, so it was not tried");
     }
-    CSmtpTransfer transfer(nullptr);
+    std::atomic<bool> stopping{false};
+    CSmtpTransfer transfer(&stopping);
     if (!transfer) {
         return Failure(server, "libcurl does not work");
     }
@@ -64,7 +82,7 @@ ServerResult SendThrough(const NumberedServer& server, const CSmtpMessage& mail,
             listener(speaker, line);
         }
     });
-    const int code = transfer.Perform();
+    const int code = PerformWhile(goesOn, transfer, stopping);
     ServerResult result{.number = server.number,
                         .server = server.Title(),
                         .taken = code == 0,

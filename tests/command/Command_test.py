@@ -72,6 +72,12 @@ class Session:
         for text in texts:
             self.test.assertTrue(self.shows(text), f"no {text!r} in {self.output!r}")
 
+    def interrupts_data(self, server, told):
+        while "DATA" not in read(server.folder / "commands"):
+            select.select([], [], [], 0.01)
+        self.program.send_signal(signal.SIGINT)
+        self.sees(told)
+
     def follow(self, name, **names):
         """Types what stands behind "> " in a file of sessions/, and waits for what stands behind "< "."""
         text = re.sub("@([A-Z0-9]+)@", lambda match: names[match[1]], read(SESSIONS / name))
@@ -184,19 +190,20 @@ class Console(ProgramTest):
                 self.assertIn('"step":"unmapped","result":true', read(self.folder / "transcript"))
 
     def test_an_interrupt_ends_a_wait_and_the_next_one_is_for_its_own_answer(self):
-        hanging, server = self.serve("--hang", "DOT"), self.serve()
+        hanging, silent, server = self.serve("--hang", "DOT"), self.serve("--hang", "DOT"), self.serve()
         set_up(self, hanging)
         session = Session(self, LIBRARY)
-        session.type("test-mail\n")
-        while "DATA" not in read(hanging.folder / "commands"):
-            select.select([], [], [], 0.01)
-        session.program.send_signal(signal.SIGINT)
-        session.sees("waiting was broken off")
+        for words, what in (("test-mail -v", "sending"), ("test-mail", "waiting")):
+            session.type(words + "\n")
+            session.interrupts_data(hanging, f"{what} was broken off")
+            (hanging.folder / "commands").write_text("")
         session.type(f"set port 1 {server.port}\ntest-mail\n")
         session.sees("mail server 1 of 1")
         hanging.process.kill()  # now the first mail is answered, for which nobody waits
         session.sees("The mail was sent.")
-        session.type("quit\n")
+        session.type(f"set port 1 {silent.port}\nsetting mail on\nstatus 3 A B\n")
+        for told in ("Ctrl-C again ends the console.", "The mail was not sent."):
+            session.interrupts_data(silent, told)
         session.ends()
 
     def test_switches_are_shown_as_the_module_takes_them(self):
