@@ -41,6 +41,7 @@ Outcome SendDirectly(CCommandContext& context, const CommandArguments& arguments
     if (mail.Sender().empty() || servers.empty()) {
         return MailOutcome(ReportWhatIsMissing(context.Link(), servers));
     }
+    report.notes = LeftOutRecipients(mail);
     const bool tells = arguments.verbose && !context.Options().json;
     CMailWait wait(context, servers.size());
     std::mutex screen;  // what is said comes from another thread than the progress

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command/mail/DirectMail.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <future>
@@ -53,7 +54,24 @@ int PerformWhile(const std::function<bool()>& goesOn, CSmtpTransfer& transfer, s
     return code;
 }
 
+void AddLeftOut(const std::vector<std::string>& all, const std::vector<std::string>& used,
+                std::vector<std::string>& sentences) {
+    for (const std::string& address : all) {
+        if (std::ranges::find(used, address) == used.end()) {
+            sentences.push_back("Unusable recipient left out: \"" + Printable(address) + "\"");
+        }
+    }
+}
+
 }  // namespace
+
+std::vector<std::string> LeftOutRecipients(const CSmtpMessage& mail) {
+    const CMailEnvelope envelope(mail.Sender(), mail);
+    std::vector<std::string> sentences;
+    AddLeftOut(mail.Recipients(), envelope.to, sentences);
+    AddLeftOut(mail.RecipientsCc(), envelope.cc, sentences);
+    return sentences;
+}
 
 ServerResult SendThrough(const NumberedServer& server, const CSmtpMessage& mail, CSmtpDialogue::Listener listener,
                          const std::function<bool()>& goesOn) {

@@ -2,10 +2,15 @@
 #pragma once
 
 #include <functional>
+#include <string>
+#include <vector>
 
 #include "command/mail/MailComposer.h"
 #include "command/mail/MailReport.h"
 #include "mail/smtp/SmtpDialogue.h"
+
+/// @return a sentence, as the module's, for each recipient who is left out of the envelope
+std::vector<std::string> LeftOutRecipients(const CSmtpMessage& mail);
 
 /// Sends a mail through one server alone, from this process, as the module would.
 /// @param listener  hears what client and server say, credentials masked, on a thread of the transfer's; may be empty

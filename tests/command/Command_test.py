@@ -260,7 +260,7 @@ class SingleCommands(ProgramTest):
         good = self.serve("--reply", "RCPT:bert@example.net=550 5.1.1 nobody",
                           "--reply", "RCPT:carl@example.net=450 4.2.1 later")
         names = {"LIBRARY": LIBRARY, "SPAM": self.serve("--reply", "DOT=554 spam").port, "GOOD": good.port,
-                 "AUTH": self.serve("--auth", "anna:geheim").port, "LATIN": "K\udce4se",
+                 "AUTH": self.serve("--auth", "anna:geheim").port, "LATIN": "K\udce4se", "DELETE": "\x7f",
                  "STRICT": self.serve("--reply", "RCPT:anna@example.net=550 no", "--reply", "DOT=554 no").port}
         output = ""
         for row in lines(re.sub("@([A-Z]+)@", lambda match: names[match[1]], read(TESTS / "commands"))):
