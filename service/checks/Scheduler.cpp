@@ -10,6 +10,17 @@ namespace {
 // So that nobody waits hours for the first result of a check that runs once in so long.
 constexpr std::chrono::milliseconds kLongestSpread = std::chrono::minutes(10);
 
+// Of a time that may be over.
+std::chrono::milliseconds Left(std::chrono::steady_clock::time_point begun, std::chrono::milliseconds delay) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(begun + delay - std::chrono::steady_clock::now());
+    return std::max(left, std::chrono::milliseconds(0));
+}
+
+// The wait between the end of one check and the next.
+std::chrono::milliseconds Wait(const Component& component) {
+    return component.badInRow > 0 ? component.config.retry : component.config.interval;
+}
+
 }  // namespace
 
 void CScheduler::Restart(std::uint32_t parallel) {
@@ -22,36 +33,44 @@ void CScheduler::Restart(std::uint32_t parallel) {
     }
     const auto count = static_cast<std::int64_t>(components_.All().size());
     std::int64_t place = 0;
-    const auto now = Clock::now();
     for (Component& component : components_.All()) {
-        const std::string& name = component.config.name;
-        const bool isForReport = component.config.command.empty();
-        const Timer* const timer = Find(name, isForReport);
-        if (isForReport) {
+        const auto known = timers_.find(component.config.name);
+        const bool isKnown = known != timers_.end() && known->second.command == component.config.command;
+        const auto begun = isKnown ? known->second.begun : Clock::now();
+        if (!isKnown) {
+            EndRun(component);
+        }
+        if (component.config.command.empty()) {
             component.next = 0;
-            AwaitReport(component, timer != nullptr ? timer->begun : now);
+            AwaitReport(component, begun);
             continue;
         }
         const std::chrono::milliseconds slot = std::min(component.config.interval, kLongestSpread) * place++ / count;
-        const auto left =
-            timer != nullptr ? std::chrono::duration_cast<std::chrono::milliseconds>(timer->due - now) : slot;
-        Plan(component, std::clamp(left, std::chrono::milliseconds(0), slot));
+        Plan(component, begun, isKnown ? std::min(known->second.delay, Wait(component)) : slot);
     }
     BeginWaiting();
 }
 
-const CScheduler::Timer* CScheduler::Find(const std::string& name, bool isForReport) const {
-    const auto timer = timers_.find(name);
-    return timer != timers_.end() && timer->second.isForReport == isForReport ? &timer->second : nullptr;
+/// What another command has found, or is about to find, says nothing of the component any more.
+void CScheduler::EndRun(Component& component) {
+    component.badInRow = 0;
+    if (running_.erase(component.config.name) + held_.erase(component.config.name) > 0) {
+        waiting_.push_back(component.config.name);  // somebody may wait for its end
+    }
 }
 
-void CScheduler::Plan(Component& component, std::chrono::milliseconds delay) {
-    const std::string& name = component.config.name;
-    const auto now = Clock::now();
-    component.next = std::time(nullptr) + std::chrono::duration_cast<std::chrono::seconds>(delay).count();
-    timers_[name] = {.begun = now, .due = now + delay, .isForReport = false, .source = loop_.After(delay, [this, name] {
-                         CheckNow(name);
-                     })};
+void CScheduler::Plan(Component& component, Clock::time_point begun, std::chrono::milliseconds delay) {
+    const auto left = Left(begun, delay);
+    component.next = std::time(nullptr) + std::chrono::duration_cast<std::chrono::seconds>(left).count();
+    SetTimer(component, begun, delay, [this, name = component.config.name] { CheckNow(name); });
+}
+
+void CScheduler::SetTimer(const Component& component, Clock::time_point begun, std::chrono::milliseconds delay,
+                          std::function<void()> work) {
+    timers_[component.config.name] = {.begun = begun,
+                                      .delay = delay,
+                                      .command = component.config.command,
+                                      .source = loop_.After(Left(begun, delay), std::move(work))};
 }
 
 void CScheduler::CheckNow(const std::string& name) {
@@ -80,7 +99,7 @@ void CScheduler::Begin(const std::string& name) {
         running_[name] =
             std::make_unique<CCheckRun>(loop_, component->config.command, component->config.timeout, onDone, onHeld);
     } catch (const std::exception& error) {  // such as no descriptors left
-        Plan(*component, component->config.retry);
+        Plan(*component, Clock::now(), component->config.retry);
         onResult_(name, {.status = ComponentStatus::Warning, .text = FirstLine(error.what()), .isAnswer = false});
     }
 }
@@ -90,9 +109,7 @@ void CScheduler::OnDone(const std::string& name, const CheckResult& result) {
     held_.erase(name);
     if (Component* component = components_.Find(name)) {
         onResult_(name, result);
-        if (!component->config.command.empty()) {  // which a reload may have taken
-            Plan(*component, component->badInRow > 0 ? component->config.retry : component->config.interval);
-        }
+        Plan(*component, Clock::now(), Wait(*component));
     }
     BeginWaiting();
 }
@@ -116,16 +133,10 @@ void CScheduler::AwaitReport(const Component& component, Clock::time_point begun
         timers_.erase(name);
         return;
     }
-    const auto due = begun + component.config.freshness;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - Clock::now());
-    timers_[name] = {.begun = begun,
-                     .due = due,
-                     .isForReport = true,
-                     .source = loop_.After(std::max(left, std::chrono::milliseconds(0)), [this, name] {
-                         onResult_(name, {.status = ComponentStatus::Warning,
-                                          .text = "no report has come within the time set for it"});
-                         if (const Component* overdue = components_.Find(name)) {
-                             OnReport(*overdue);
-                         }
-                     })};
+    SetTimer(component, begun, component.config.freshness, [this, name] {
+        onResult_(name, {.status = ComponentStatus::Warning, .text = "no report has come within the time set for it"});
+        if (const Component* overdue = components_.Find(name)) {
+            OnReport(*overdue);
+        }
+    });
 }

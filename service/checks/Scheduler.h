@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "service/checks/CheckRunner.h"
 #include "service/components/Components.h"
@@ -23,9 +24,10 @@ public:
     CScheduler(const CScheduler&) = delete;
     CScheduler& operator=(const CScheduler&) = delete;
 
-    /// Goes on with the components as they are. New checks are spread over their intervals, of 10 minutes at most;
-    /// others are not put off, and neither are reports that are due, however often this is called. Runs that are under
-    /// way for components that stay go on.
+    /// Goes on with the components as they are. New checks, and those of another command, are spread over their
+    /// intervals, of 10 minutes at most; others are neither put off nor hastened, unless a shorter interval does it,
+    /// and neither are reports that are due, however often this is called. Runs that are under way go on; of another
+    /// command than now, they end and begin anew.
     /// @param parallel  checks at a time
     void Restart(std::uint32_t parallel);
 
@@ -40,14 +42,16 @@ private:
 
     struct Timer {
         Clock::time_point begun;
-        Clock::time_point due;
-        bool isForReport;
+        std::chrono::milliseconds delay;
+        std::vector<std::string> command;  // empty: a report is awaited
         CLoopSource source;
     };
 
-    const Timer* Find(const std::string& name, bool isForReport) const;
     void AwaitReport(const Component& component, Clock::time_point begun);
-    void Plan(Component& component, std::chrono::milliseconds delay);
+    void Plan(Component& component, Clock::time_point begun, std::chrono::milliseconds delay);
+    void SetTimer(const Component& component, Clock::time_point begun, std::chrono::milliseconds delay,
+                  std::function<void()> work);
+    void EndRun(Component& component);
     void Begin(const std::string& name);
     void BeginWaiting();
     void OnDone(const std::string& name, const CheckResult& result);

@@ -78,6 +78,7 @@ class Checks(ServiceTest):
         self.assertGreaterEqual(len(read(self.folder / "ran")), 2)
         self.assertEqual(self.component("reported")["status"], 2)
         self.assertFalse((self.folder / "not-alone").exists())
+        self.assertEqual(read(self.folder / "patient"), "\n")
 
         def rare():
             now = datetime.datetime.now(datetime.timezone.utc)
@@ -89,9 +90,11 @@ class Checks(ServiceTest):
             self.assertEqual(self.command("check", "rare")[0], 0)
         config = config.replace('"/bin/false"', f'"/bin/sh", "-c", "echo >>{self.folder}/runs; sleep 99"')
         config = config.replace("parallel = 1", "parallel = 9")
-        self.reload(config)
+        self.reload(config.replace("/runs", "/before"))
         with self.client() as client, client.makefile() as answers:
             client.sendall(b'{"check":"rare"}\n')
+            self.awaits((self.folder / "before").exists)
+            self.reload(config)  # the new command, at once
             self.awaits((self.folder / "runs").exists)
             client.sendall(b'{"check":"rare"}\n{"ask":"pending"}\n')
             answers.readline()
