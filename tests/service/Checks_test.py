@@ -136,6 +136,9 @@ class Checks(ServiceTest):
         self.assertEqual(self.command("submit", "smart-0-hpt_1_1_2_SAT", "0", "replaced")[0], 0)
         for words, expected in ((("Fail", "/dev/md0", "/dev/sdb1"), (3, "Fail of /dev/sdb1")),
                                 (("Rebuild40", "/dev/md0"), (2, "Rebuild40")),
+                                (("RebuildFinished", "/dev/md0", " mismatches found: 128 (on raid level 1)"),
+                                 (2, "RebuildFinished: mismatches found: 128 (on raid level 1)")),
+                                (("RebuildFinished", "/dev/md0"), (1, "RebuildFinished")),
                                 (("SpareActive", "/dev/md0", "/dev/sdc1"), (1, "SpareActive of /dev/sdc1")),
                                 (("TestMessage", "/dev/md0"), (1, "SpareActive of /dev/sdc1")),
                                 (("DeviceDisappeared", "/dev/md0"), (3, "DeviceDisappeared"))):
