@@ -39,6 +39,7 @@ class Checks(ServiceTest):
                                 more="\n" + configuration("mistakes"))
         run = subprocess.run(self.words(), capture_output=True, text=True)
         self.assertEqual(run.returncode, 2)
+        self.assertIn(f"RestartPreventExitStatus={run.returncode}\n", read(FILES / "em-alertd.service"))
         checked = self.command("check-config", config)[1]
         mistakes = ((2, r"\[metrics] is a table"), (3, "parallel is a whole number"), (6, "word-ok is a text"),
                     (19, r"\[\[check]] freshness is a"), (20, "taken"), (22, "no program /no/such/plugin"),
@@ -106,6 +107,7 @@ class Checks(ServiceTest):
         self.assertEqual(self.end(signal.SIGINT), 0)  # with its checks, which write into the folder
 
     def test_what_the_package_brings_is_in_order(self):
+        self.assertRegex(read(FILES / "em-alertd.service"), r"(?m)^Before=smartmontools\S+ .* mdmonitor.service ")
         unit = self.file("em-alertd.service", read(FILES / "em-alertd.service").replace("/usr/bin/em-alertd", SERVICE))
         for words in (("verify", "--man=no"), ("security", "--offline=true", "--threshold=30")):
             run = subprocess.run(["systemd-analyze", *words, unit], capture_output=True, text=True)
