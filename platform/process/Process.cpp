@@ -65,16 +65,29 @@ public:
         return std::ranges::max(errors);  // any of them, if there is one
     }
 
-    int Spawn(pid_t& pid, const std::vector<std::string>& command) const {
+    int Spawn(pid_t& pid, const std::vector<std::string>& command, std::span<const std::string_view> hidden) const {
         std::vector<char*> words;
         std::ranges::transform(command, std::back_inserter(words), [](const std::string& word) {
             return const_cast<char*>(word.c_str());  // the C library promises not to write
         });
         words.push_back(nullptr);
-        return ::posix_spawnp(&pid, words.front(), &actions_, &attributes_, words.data(), environ);
+        std::vector<char*> environment = Environment(hidden);
+        return ::posix_spawnp(&pid, words.front(), &actions_, &attributes_, words.data(), environment.data());
     }
 
 private:
+    static std::vector<char*> Environment(std::span<const std::string_view> hidden) {
+        std::vector<char*> entries;
+        for (char* const* entry = environ; *entry != nullptr; ++entry) {
+            const std::string_view text = *entry;
+            if (std::ranges::find(hidden, text.substr(0, text.find('='))) == hidden.end()) {
+                entries.push_back(*entry);
+            }
+        }
+        entries.push_back(nullptr);
+        return entries;
+    }
+
     posix_spawnattr_t attributes_{};
     posix_spawn_file_actions_t actions_{};
 };
@@ -201,7 +214,7 @@ CProcess::~CProcess() {
     End(0ms);
 }
 
-int CProcess::Start(const std::vector<std::string>& command) {
+int CProcess::Start(const std::vector<std::string>& command, std::span<const std::string_view> hidden) {
     const CCancellationPause pause;
     End(0ms);
     output_.Reset();
@@ -221,7 +234,7 @@ int CProcess::Start(const std::vector<std::string>& command) {
     CSpawnPlan plan;
     int error = plan.Make(writing.Get());
     if (error == 0) {
-        error = plan.Spawn(pid_, command);
+        error = plan.Spawn(pid_, command, hidden);
     }
     if (error != 0) {
         return error;

@@ -4,7 +4,9 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <sys/types.h>
 #include <vector>
 
@@ -50,9 +52,10 @@ public:
     /// Starts a command; one that the object still runs is ended first, at once.
     /// @param command  the program, which is looked for in PATH when it has no "/", and its arguments;
     ///                 no shell reads it
+    /// @param hidden  names of environment variables that it does not get
     /// @return 0, else the errno value that tells why it cannot run (ENOENT, EACCES, ENOEXEC ...), with nothing left
     ///         behind; EINVAL for an empty command and for a word that holds a zero byte
-    int Start(const std::vector<std::string>& command);
+    int Start(const std::vector<std::string>& command, std::span<const std::string_view> hidden = {});
 
     /// True from a successful Start until Wait or End has told the end.
     bool IsRunning() const { return static_cast<bool>(pidFd_); }

@@ -14,6 +14,9 @@ namespace {
 
 constexpr std::size_t kKeptOutput = 4096;  // its first line is of interest
 constexpr std::chrono::milliseconds kGrace{1000};
+// Between systemd, the service and its module; a plugin may run what obeys them as well.
+constexpr std::array<std::string_view, 4> kHidden = {"NOTIFY_SOCKET", "WATCHDOG_USEC", "WATCHDOG_PID",
+                                                     "LUME_LOG_DEBUG_LEVEL"};
 
 std::string Seconds(std::chrono::milliseconds time) {
     const std::string text = std::to_string(std::chrono::duration<double>(time).count());
@@ -25,7 +28,7 @@ std::string Seconds(std::chrono::milliseconds time) {
 CCheckRun::CCheckRun(CLoop& loop, const std::vector<std::string>& command, std::chrono::milliseconds timeout, Done done,
                      Done onHeld)
     : loop_(loop), timeout_(timeout), done_(std::move(done)), onHeld_(std::move(onHeld)) {
-    if (const int error = process_.Start(command); error != 0) {
+    if (const int error = process_.Start(command, kHidden); error != 0) {
         const std::string text = command.front() + " cannot be started: " + std::generic_category().message(error);
         timer_ = loop.After(std::chrono::milliseconds(0), [this, text] {
             Finish({.status = ComponentStatus::Warning, .text = text, .isAnswer = false});

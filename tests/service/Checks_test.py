@@ -21,10 +21,11 @@ class Checks(ServiceTest):
         sleep = f"sleep 99.{os.getpid()}"  # no other run's
         missing = self.file("plugin", "#!/no/such/interpreter\n")
         missing.chmod(0o755)
+        self.environment = {"NOTIFY_SOCKET": "/none", "WATCHDOG_USEC": "99000000"}
         self.start(more=configuration("failing-checks", sleep=sleep, missing=missing))
         expected = {"hangs": (0, "ended after 0.3 s without an answer"), "silent": (1, "no output, exit status 0"),
                     "missing": (2, f"{missing} cannot be started: No such file or directory"), "loud": (2, "loud"),
-                    "updates": (0, "ended after 0.3 s without an answer"),
+                    "updates": (0, "ended after 0.3 s without an answer"), "inherits": (1, f"PATH={os.environ['PATH']}"),
                     "reported": (2, "no report has come within the time set for it")}
         self.awaits(lambda: all((one := self.component(name))["checked"] and (one["status"], one["text"]) == told
                                 for name, told in expected.items()))
