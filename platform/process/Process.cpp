@@ -289,6 +289,14 @@ CProcess::CEnd CProcess::End(std::chrono::milliseconds grace) {
     return {CEnd::EHow::Stuck, 0};
 }
 
+void CProcess::Abandon() {
+    const CCancellationPause pause;
+    if (pidFd_) {
+        Signal(SIGKILL);
+        CStrays::Instance().Add(std::move(pidFd_));
+    }
+}
+
 /// Only a command that has ended is reaped here. Until it is, no other group can get its number.
 CProcess::CEnd CProcess::Reap() {
     siginfo_t info{};

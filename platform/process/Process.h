@@ -89,6 +89,10 @@ public:
     ///         any object, once the kernel lets it go
     CEnd End(std::chrono::milliseconds grace);
 
+    /// Kills the group and gives the command away at once, without a wait: it is reaped by a later Start, of any
+    /// object.
+    void Abandon();
+
     /// The processes of a name, as the kernel keeps it: of longer names the first 15 bytes count, on both sides. A
     /// process chooses its own name: use FindByExecutable where that matters.
     /// @return ascending; empty when there is none, or /proc cannot be read

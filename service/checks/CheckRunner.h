@@ -20,7 +20,7 @@ public:
     /// @param onHeld  gets a result a second after the kill, and after each further timeout, while it is still there
     CCheckRun(CLoop& loop, const std::vector<std::string>& command, std::chrono::milliseconds timeout, Done done,
               Done onHeld);
-    ~CCheckRun() = default;
+    ~CCheckRun() { process_.Abandon(); }  // many at once may be held, and the loop must not wait for each
     CCheckRun(const CCheckRun&) = delete;
     CCheckRun& operator=(const CCheckRun&) = delete;
 

@@ -160,6 +160,12 @@ freshness = "1h"
         self.awaits(lambda: self.component("held")["since"])  # told, as it has come twice
         self.plugin(2, "DISK full")
         self.awaits(lambda: self.component()["status"] == 3)
+        more = "".join(configuration("held").replace('"held"', f'"held{number}"') for number in range(8))
+        self.reload(read(self.configure(head="parallel = 9", more=configuration("held") + more)))
+        self.awaits(lambda: self.component("held7")["checked"])
+        begun = time.monotonic()
+        self.reload(read(self.configure(head="parallel = 9", more=configuration("held"))))
+        self.assertLess(time.monotonic() - begun, 4)  # not a second for each of them
         move(0, 0)
         self.awaits(lambda: self.component("held")["text"] == "ended after 0.2 s without an answer")
 
