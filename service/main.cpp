@@ -49,7 +49,8 @@ private:
     CLoopSource timer_;
 };
 
-void BlockSignals() {
+void PrepareSignals() {
+    std::signal(SIGPIPE, SIG_IGN);  // who reads what is printed may go; plugins get the default back
     sigset_t signals;
     ::sigemptyset(&signals);
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
@@ -59,8 +60,6 @@ void BlockSignals() {
 }
 
 void Run(const ServiceOptions& options, ServiceConfig config) {
-    BlockSignals();
-    std::signal(SIGPIPE, SIG_IGN);  // who reads standard error may go; plugins get the default back
     SetTraceLevel(std::nullopt);
     CLoop loop;
     CService service(loop, options, std::move(config));
@@ -107,6 +106,7 @@ int RunCommandLine(int argc, char** argv) {
         }
         return kWrongUse;
     }
+    PrepareSignals();
     if (once) {
         return CheckOnce(config) ? EXIT_SUCCESS : kFailed;
     }

@@ -62,6 +62,7 @@ void CCheckRun::OnEnd() {
         result.isAnswer = false;
         result.text = "ended after " + Seconds(timeout_) + " without an answer";
     } else if (!end || end->how != CProcess::CEnd::EHow::Exited) {
+        result.isAnswer = false;
         result.text = end && end->how == CProcess::CEnd::EHow::Signalled
                           ? "ended by signal " + std::to_string(end->value)
                           : "ended, but how is not known";

@@ -2,6 +2,7 @@
 #include "service/checks/Once.h"
 
 #include <array>
+#include <csignal>
 #include <cstdio>
 
 #include "service/checks/Scheduler.h"
@@ -35,8 +36,8 @@ bool CheckOnce(const ServiceConfig& config) {
             std::printf("%s: %s - %s\n", checks[place]->name.c_str(),
                         kWords.at(static_cast<std::size_t>(result.status)), result.text.c_str());
             std::fflush(stdout);
-            runs[place].reset();  // with its descriptors
-            if (--left == 0) {
+            runs[place].reset();                            // with its descriptors
+            if (std::ferror(stdout) != 0 || --left == 0) {  // nobody reads any more, or all is told
                 loop.Stop();
             } else if (next < checks.size()) {
                 begin();
@@ -44,11 +45,15 @@ bool CheckOnce(const ServiceConfig& config) {
         };
         runs[place] = std::make_unique<CCheckRun>(loop, check.command, check.timeout, tell, tell);
     };
+    std::vector<CLoopSource> ends;
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        ends.push_back(loop.OnSignal(signal, [&loop] { loop.Stop(); }));
+    }
     while (next < checks.size() && next < config.parallel) {
         begin();
     }
     if (left > 0) {
         loop.Run();
     }
-    return isAnswered && std::ferror(stdout) == 0;
+    return left == 0 && isAnswered && std::ferror(stdout) == 0;
 }

@@ -14,7 +14,7 @@ struct CheckResult {
     ComponentStatus status = ComponentStatus::Unknown;
     std::string text;  ///< one line that can be shown anywhere
     std::chrono::duration<double> took{0};
-    bool isAnswer = true;  ///< false: the check could not be started, or was ended
+    bool isAnswer = true;  ///< false: the check could not be started, crashed, or was ended
 };
 
 /// The status for a plugin's exit status: 0 OK, 1 warning, 2 critical; any other is unknown.

@@ -56,10 +56,17 @@ class Checks(ServiceTest):
         self.assertEqual((once.returncode, once.stdout), (0, "disk: OK - DISK OK\n"))
         with open("/dev/full", "w") as full:
             self.assertEqual(subprocess.run([SERVICE, "--config", config, "--once"], stdout=full).returncode, 1)
-        slow = self.file("slow.toml", configuration("slow"))
-        once = subprocess.run([SERVICE, "--config", slow, "--once"], capture_output=True, text=True)
-        self.assertEqual((once.returncode, once.stdout),
-                         (1, "slow: UNKNOWN - ended after 0.1 s without an answer\nfine: OK - fine\n"))
+        for name, told in (("slow", "slow: UNKNOWN - ended after 0.1 s without an answer\nfine: OK - fine\n"),
+                           ("crash", "crash: UNKNOWN - ended by signal 11\n")):
+            once = subprocess.run([SERVICE, "--config", self.file("once.toml", configuration(name)), "--once"],
+                                  capture_output=True, text=True)
+            self.assertEqual((once.returncode, once.stdout), (1, told))
+        seconds = f"99.{os.getpid()}98"  # no other run's
+        hangs = self.file("hangs.toml", configuration("hangs", seconds=seconds))
+        self.service = subprocess.Popen([SERVICE, "--config", hangs, "--once"])
+        self.awaits(lambda: subprocess.run(["pgrep", "-f", seconds]).returncode == 0)
+        self.assertEqual(self.end(signal.SIGINT), 1)
+        self.awaits(lambda: subprocess.run(["pgrep", "-f", seconds]).returncode == 1)
         self.start()
         self.file("em-alertd.toml", "check = 1")
         self.service.send_signal(signal.SIGHUP)
