@@ -69,7 +69,8 @@ void CCheckRun::OnEnd() {
     } else {
         result.status = StatusOfExit(end->value);
         if (result.text.empty()) {
-            result.text = "no output, exit status " + std::to_string(end->value);
+            result.text = (output_.empty() ? "no output" : "no text in the first line of its output") +
+                          std::string(", exit status ") + std::to_string(end->value);
         }
     }
     Finish(result);

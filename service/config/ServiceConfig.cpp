@@ -4,10 +4,13 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <span>
 #include <sstream>
 #include <system_error>
 #include <unistd.h>
+
+#include <curl/curl.h>
 
 #include "agent/core/Files.h"
 #include "agent/core/Json.h"
@@ -18,6 +21,8 @@
 namespace {
 
 using Mistakes = std::vector<ConfigMistake>;
+
+constexpr std::size_t kLongestName = 200;
 
 // The words in which the operator's command would take the value.
 std::vector<std::string> ValueWords(const toml::node& node, OperatorSetting::Kind kind) {
@@ -75,6 +80,12 @@ bool IsProgram(const std::string& path) {
     return ::access(path.c_str(), X_OK) == 0 && !std::filesystem::is_directory(path, ignored);
 }
 
+bool CanBeFile(const std::string& path) {
+    std::error_code ignored;
+    return path.starts_with('/') && !path.ends_with('/') && path.find('\0') == std::string::npos &&
+           !std::filesystem::is_directory(path, ignored);
+}
+
 // Looks where running it would look.
 bool CanRun(const std::string& program) {
     if (program.find('/') != std::string::npos) {
@@ -90,19 +101,17 @@ bool CanRun(const std::string& program) {
     return false;
 }
 
-// Names stand in lists, labels and lines of the state; control characters would break those, and act on terminals.
-void RequireOneLine(CTableReader& reader, const toml::table& table, const char* key, const std::string& text) {
-    constexpr std::size_t kLongest = 200;
-    if (Printable(text, kLongest) != text) {
-        reader.Mistake(*table.get(key), std::string(key) + " is one line of " + std::to_string(kLongest) +
-                                            " bytes at most, without control characters");
-    }
+bool IsBaseAddress(const std::string& url) {
+    const std::unique_ptr<CURLU, decltype(&::curl_url_cleanup)> parsed(::curl_url(), ::curl_url_cleanup);
+    return (url.starts_with("http://") || url.starts_with("https://")) &&
+           url.find_first_of("?#") == std::string::npos &&
+           ::curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), 0) == CURLUE_OK;
 }
 
 void ReadUrls(CTableReader& reader, const toml::table& table, std::vector<std::string>& urls) {
     reader.Texts("urls", urls);
     for (const std::string& url : urls) {
-        if (!url.starts_with("http://") && !url.starts_with("https://")) {
+        if (!IsBaseAddress(url)) {
             reader.Mistake(*table.get("urls"), "\"" + url + R"(" is no base address such as "http://localhost:9093")");
         }
     }
@@ -129,14 +138,21 @@ void ReadCheck(const toml::table& table, ServiceConfig& config, Mistakes& mistak
     bool isLeftOut = false;  // without its program, rather than wrong
     reader.Flag("if-installed", isLeftOut);
     reader.RefuseOthers();
-    if (check.name.empty() || check.name.find('/') != std::string::npos) {
-        reader.Mistake(table, R"(name is missing, or holds a "/": each check has a short name such as "root")");
+    const bool isNamed = IsComponentName(check.name);
+    if (!isNamed) {
+        const toml::node* const name = table.get("name");
+        reader.Mistake(name != nullptr ? *name : table, std::string("name ") + kComponentNameRule);
     }
-    RequireOneLine(reader, table, "name", check.name);
-    RequireOneLine(reader, table, "designation", check.designation);
-    const bool isTwice = std::ranges::find(config.checks, check.name, &CheckConfig::name) != config.checks.end();
-    if (isTwice) {
+    if (Printable(check.designation, kLongestName) != check.designation) {
+        reader.Mistake(*table.get("designation"), "designation is one line of " + std::to_string(kLongestName) +
+                                                      " bytes at most, without control characters");
+    }
+    if (isNamed && std::ranges::find(config.checks, check.name, &CheckConfig::name) != config.checks.end()) {
         reader.Mistake(table, "the name " + check.name + " is taken by a check before this one");
+    }
+    if (table.contains("command") && table.contains("freshness")) {
+        reader.Mistake(*table.get("freshness"),
+                       "freshness is for what others report; a check with a command has interval");
     }
     if (table["command"].is_array() && (check.command.empty() || check.command.front().empty())) {
         reader.Mistake(*table.get("command"),
@@ -183,12 +199,20 @@ void ReadRoot(const toml::table& table, ServiceConfig& config, Mistakes& mistake
     if (const toml::table* metrics = root.Table("metrics")) {
         CTableReader reader(*metrics, "[metrics] ", mistakes);
         reader.Text("textfile", config.metricsFile);
+        if (!config.metricsFile.empty() && !CanBeFile(config.metricsFile)) {
+            reader.Mistake(*metrics->get("textfile"), "textfile is the whole path of a file, from \"/\" on");
+        }
         reader.RefuseOthers();
     }
     root.RefuseOthers();
 }
 
 }  // namespace
+
+bool IsComponentName(std::string_view name) {
+    return !name.empty() && Printable(name, kLongestName) == name &&
+           name.find_first_of("/|") == std::string_view::npos && name.front() != ' ' && name.back() != ' ';
+}
 
 bool ReadServiceConfig(const std::string& path, ServiceConfig& config, std::vector<ConfigMistake>& mistakes) {
     try {

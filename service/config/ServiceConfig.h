@@ -5,7 +5,13 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
+
+/// Whether a component may be called so. Names stand in lists, labels and lines of the state, and on terminals.
+bool IsComponentName(std::string_view name);
+constexpr const char* kComponentNameRule =
+    R"(is one line of 200 bytes at most, such as "root", without "/", "|", control characters and blanks around it)";
 
 /// One component that the service watches.
 struct CheckConfig {

@@ -32,15 +32,16 @@ void CTableReader::Texts(const char* key, std::vector<std::string>& target) {
     target.clear();
     if (const toml::array* list = node->as_array(); list != nullptr) {
         for (const toml::node& item : *list) {
-            if (item.is_string()) {
-                target.push_back(*item.value<std::string>());
+            const auto text = item.is_string() ? item.value<std::string>() : std::nullopt;
+            if (text && text->find('\0') == std::string::npos) {
+                target.push_back(*text);
             }
         }
         if (target.size() == list->size()) {
             return;
         }
     }
-    Mistake(*node, std::string(key) + R"( is a list of texts, such as ["first", "second"])");
+    Mistake(*node, std::string(key) + R"( is a list of texts without zero bytes, such as ["first", "second"])");
 }
 
 void CTableReader::Number(const char* key, std::uint32_t lowest, std::uint32_t highest, std::uint32_t& target) {
@@ -75,7 +76,8 @@ void CTableReader::Duration(const char* key, std::chrono::milliseconds& target) 
     if (time && time->count() > 0) {
         target = *time;
     } else {
-        Mistake(*node, std::string(key) + R"( is a time with its unit in quotes, such as "10s", "1min" or "24h")");
+        Mistake(*node, std::string(key) +
+                           R"( is a time with its unit in quotes, such as "10s" or "24h", from "1ms" to "366d")");
     }
 }
 

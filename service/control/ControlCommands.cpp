@@ -161,8 +161,8 @@ void CControlCommands::Submit(CControlClient& client, const Value& value) {
     if (!status || *status > kUnknownReport) {
         throw CAgentError("\"status\" is that of a plugin: 0 OK, 1 warning, 2 critical, 3 unknown");
     }
-    if (name.find('/') != std::string::npos || FirstLine(name) != name) {
-        throw CAgentError("\"name\" is one short line without \"/\" and \"|\"");
+    if (!IsComponentName(name)) {
+        throw CAgentError(std::string("\"name\" ") + kComponentNameRule);
     }
     const Value& text = Member(value, "text");
     const Component* component = service_.Submit(

@@ -26,6 +26,7 @@ class Checks(ServiceTest):
         expected = {"hangs": (0, "ended after 0.3 s without an answer"), "silent": (1, "no output, exit status 0"),
                     "missing": (2, f"{missing} cannot be started: No such file or directory"), "loud": (2, "loud"),
                     "updates": (0, "ended after 0.3 s without an answer"), "inherits": (1, f"PATH={os.environ['PATH']}"),
+                    "windows": (1, "well"), "figures": (1, "no text in the first line of its output, exit status 0"),
                     "reported": (2, "no report has come within the time set for it")}
         self.awaits(lambda: all((one := self.component(name))["checked"] and (one["status"], one["text"]) == told
                                 for name, told in expected.items()))
@@ -46,7 +47,10 @@ class Checks(ServiceTest):
                     (19, r"\[\[check]] freshness is a"), (20, "taken"), (22, "no program /no/such/plugin"),
                     (23, "speed is not known"), (24, "fleet is not known"), (26, "name is one line"),
                     (27, "begins with a program"), (30, "no program no-such-plugin"), (32, '"localhost:9093" is no'),
-                    (35, "command is a list of texts"))
+                    (32, '"http://" is no'), (32, '"http://a b:1" is no'), (32, '"http://h:99999" is no'),
+                    (32, '"http://h/.x" is no'), (35, "command is a list of texts"), (37, "name is one"), (39, "name is one"),
+                    (40, "name is one"), (41, 'interval is .* to "366d"'), (42, r"name is one[^\n]*\n[^\n]*:43: [^\n]*retry is"),
+                    (46, "command is a list of texts"), (47, "freshness is for what others report"))
         for told in (run.stderr, checked):
             self.assertRegex(told, r"(?s)" + ".*".join(f"em-alertd.toml:{line}: [^\n]*{words}" for line, words in mistakes))
         config = self.configure(more=configuration("left-out"))
@@ -68,9 +72,9 @@ class Checks(ServiceTest):
         self.assertEqual(self.end(signal.SIGINT), 1)
         self.awaits(lambda: subprocess.run(["pgrep", "-f", seconds]).returncode == 1)
         self.start()
-        self.file("em-alertd.toml", "check = 1")
+        self.file("em-alertd.toml", 'check = 1\nmetrics = {textfile = "/tmp"}')
         self.service.send_signal(signal.SIGHUP)
-        self.awaits(lambda: "em-alertd.toml:1: each check" in self.logged())
+        self.awaits(lambda: re.search(r"toml:1: each check[^\n]*\n.*toml:2: .* textfile is the", self.logged()))
         self.awaits(lambda: self.component()["status"] == 1)
         for name in ("disk", "later"):  # a first result outlives a kill soon
             self.awaits(lambda: f"components/{name}/told=true" in read(self.folder / "state/registry"))
