@@ -108,8 +108,10 @@ void CScheduler::OnDone(const std::string& name, const CheckResult& result) {
     running_.erase(name);
     held_.erase(name);
     if (Component* component = components_.Find(name)) {
+        Component after = *component;
+        CComponents::Take(after, result);
+        Plan(*component, Clock::now(), Wait(after));  // now, as what is told of the result names the next time
         onResult_(name, result);
-        Plan(*component, Clock::now(), Wait(*component));
     }
     BeginWaiting();
 }
@@ -117,6 +119,9 @@ void CScheduler::OnDone(const std::string& name, const CheckResult& result) {
 /// It takes no room from the others: one dead server may hold many.
 void CScheduler::OnHeld(const std::string& name, const CheckResult& result) {
     held_.insert(running_.extract(name));
+    if (Component* component = components_.Find(name)) {
+        component->next = 0;
+    }
     onResult_(name, result);
     BeginWaiting();
 }
