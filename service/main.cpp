@@ -11,6 +11,7 @@
 #include "agent/core/ModuleLibrary.h"
 #include "agent/traces/ModuleTraces.h"
 #include "agent/traces/TraceSink.h"
+#include "platform/diagnostics/DebugTraceConfig.h"
 #include "service/checks/Once.h"
 #include "service/control/ControlCommands.h"
 #include "service/core/Service.h"
@@ -49,6 +50,14 @@ private:
     CLoopSource timer_;
 };
 
+void WarnOfSilence() {
+    if (CDebugTraceConfig::IsOffBy(CDebugTraceConfig::kDirectory)) {
+        Journal(4, std::string("the results of mails are not known, and none is tried again: ") +
+                       CDebugTraceConfig::kDirectory +
+                       " is there and holds no .ini file, which switches all traces off");
+    }
+}
+
 void PrepareSignals() {
     std::signal(SIGPIPE, SIG_IGN);  // who reads what is printed may go; plugins get the default back
     sigset_t signals;
@@ -61,6 +70,7 @@ void PrepareSignals() {
 
 void Run(const ServiceOptions& options, ServiceConfig config) {
     SetTraceLevel(std::nullopt);
+    WarnOfSilence();
     CLoop loop;
     CService service(loop, options, std::move(config));
     CControlCommands commands(loop, service, options.socket);

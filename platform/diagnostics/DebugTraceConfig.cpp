@@ -38,6 +38,11 @@ void ReadEnvironment(const char* name, unsigned int& value) {
 
 }  // namespace
 
+bool CDebugTraceConfig::IsOffBy(const char* directory) {
+    std::vector<std::string> files;
+    return ListTraceFiles(directory, files) && files.empty();
+}
+
 void CDebugTraceConfig::Initialise(const char* directory) {
     const CMutexLock lock(rereadLock_);
     directory_ = directory;

@@ -24,6 +24,9 @@ public:
     /// What a file holds that sets no level, or no interval, at the load; later on it is a number like any other.
     static constexpr unsigned int kNotSet = 0xFFFFFFFF;
 
+    /// Whether the directory can be read but holds no ".ini" file, which leaves tracing off.
+    static bool IsOffBy(const char* directory);
+
     explicit CDebugTraceConfig(const char* moduleName) : moduleName_(moduleName) {}
     CDebugTraceConfig(const CDebugTraceConfig&) = delete;
     CDebugTraceConfig& operator=(const CDebugTraceConfig&) = delete;

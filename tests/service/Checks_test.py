@@ -22,6 +22,8 @@ class Checks(ServiceTest):
         missing = self.file("plugin", "#!/no/such/interpreter\n")
         missing.chmod(0o755)
         self.environment = {"NOTIFY_SOCKET": "/none", "WATCHDOG_USEC": "99000000"}
+        os.makedirs(traces := "/etc/kestrel/HostwardenSuite/TraceConfig")
+        self.addCleanup(os.rmdir, traces)
         self.start(more=configuration("failing-checks", sleep=sleep, missing=missing))
         expected = {"hangs": (0, "ended after 0.3 s without an answer"), "silent": (1, "no output, exit status 0"),
                     "missing": (2, f"{missing} cannot be started: No such file or directory"), "loud": (2, "loud"),
@@ -30,6 +32,7 @@ class Checks(ServiceTest):
                     "reported": (2, "no report has come within the time set for it")}
         self.awaits(lambda: all((one := self.component(name))["checked"] and (one["status"], one["text"]) == told
                                 for name, told in expected.items()))
+        self.assertIn(f"{traces} is there and holds no .ini file", self.logged())
         self.awaits(lambda: "components/updates/told" in read(self.folder / "state/registry"))
         self.assertNotIn("components/updates/updates=", read(self.folder / "state/registry"))  # it told of no number
         # Each run of it ends with its children, until the next one begins.
