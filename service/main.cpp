@@ -97,9 +97,12 @@ int RunCommandLine(int argc, char** argv) {
                            .module = {},
                            .showsTraces = IsTraceLevelSet()};
     bool once = false;
-    app.add_option("--config", options.config, "the configuration")->capture_default_str();
-    app.add_option("--socket", options.socket, "where em-alert connects")->capture_default_str();
-    app.add_option("--state", options.state, "the directory of what outlives a restart")->capture_default_str();
+    const CLI::Validator path([](const std::string& text) { return text.empty() ? "a path is not empty" : ""; }, "");
+    app.add_option("--config", options.config, "the configuration")->capture_default_str()->check(path);
+    app.add_option("--socket", options.socket, "where em-alert connects")->capture_default_str()->check(path);
+    app.add_option("--state", options.state, "the directory of what outlives a restart")
+        ->capture_default_str()
+        ->check(path);
     app.add_option("--module", options.module, "the alert module; the installed one unless told otherwise");
     app.add_flag("--once", once, "run each check once, tell the result and end");
     app.set_version_flag("--version", EM_VERSION);
