@@ -84,7 +84,7 @@ class Control(ServiceTest):
             self.plugin(2, "DISK full")
         self.awaits(lambda: (self.component() or {}).get("status") == 3)
         with self.client() as client:
-            for line in ('{', '{"ask":"weather"}', '{"ask":"status","check":"disk"}', '{"submit":{"name":" a","status":1}}',
+            for line in ('{', '{"ask":"weather"}', '{"ask":"status","check":"disk"}', '{"submit":{"name":"a/b","status":1}}',
                          '{"submit":{"name":"a","status":9}}', '{"request":{"OC":1,"DA":' + "[" * 61 + "]" * 61 + "}}",
                          '{"notify":"shutdown"}', '{"notify":131073}'):
                 client.sendall(line.encode() + b"\n")
