@@ -53,7 +53,9 @@ void CScheduler::Restart(std::uint32_t parallel) {
 
 /// What another command has found, or is about to find, says nothing of the component any more.
 void CScheduler::EndRun(Component& component) {
-    component.badInRow = 0;
+    if (timers_.erase(component.config.name) > 0) {
+        component.badInRow = 0;
+    }
     if (running_.erase(component.config.name) + held_.erase(component.config.name) > 0) {
         waiting_.push_back(component.config.name);  // somebody may wait for its end
     }
