@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <pwd.h>
+#include <string_view>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <utility>
@@ -47,36 +48,27 @@ void CControlClient::OnReady() {
     }
 }
 
-/// One piece at a time: others are served in between.
+/// One line at a time, which leaves what follows it in the socket: others are served in between.
 void CControlClient::Read() {
     std::array<char, 16384> piece{};
-    const ssize_t count = ::recv(socket_.Get(), piece.data(), piece.size(), MSG_DONTWAIT);
-    if (count > 0) {
-        in_.append(piece.data(), static_cast<std::size_t>(count));
-        TakeLines();
-    } else if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
-        Drop();
-    }
-}
-
-void CControlClient::TakeLines() {
-    std::size_t begin = 0;
-    while (!isDropped_) {
-        const auto end = in_.find('\n', begin);
-        const std::string line = in_.substr(begin, end - begin);
-        if (line.size() > kLongestLine) {
-            SendError("a line is 65536 bytes long at most");
+    const ssize_t count = ::recv(socket_.Get(), piece.data(), piece.size(), MSG_DONTWAIT | MSG_PEEK);
+    if (count <= 0) {
+        if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
             Drop();
         }
-        if (end == std::string::npos || isDropped_) {
-            break;
-        }
-        begin = end + 1;
-        if (!line.empty()) {
-            onLine_(*this, line);
-        }
+        return;
     }
-    in_.erase(0, begin);
+    const std::string_view seen(piece.data(), static_cast<std::size_t>(count));
+    const std::string_view part = seen.substr(0, seen.find('\n'));
+    const bool isLine = part.size() < seen.size();
+    ::recv(socket_.Get(), piece.data(), part.size() + (isLine ? 1 : 0), MSG_DONTWAIT);
+    in_ += part;
+    if (in_.size() > kLongestLine) {
+        SendError("a line is 65536 bytes long at most");
+        Drop();
+    } else if (isLine && !in_.empty()) {
+        onLine_(*this, std::exchange(in_, {}));
+    }
 }
 
 void CControlClient::Send(const std::string& json) {

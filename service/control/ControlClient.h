@@ -40,7 +40,6 @@ public:
 private:
     void OnReady();
     void Read();
-    void TakeLines();
     void Flush();
     void Drop();
 

@@ -99,6 +99,13 @@ class Control(ServiceTest):
             client.sendall(b'{"ask":"%s"}\n' % (b"x" * 65536))
             self.assertRegex(answers.read(), "^[^\n]*65536 bytes[^\n]*\n$")  # and hangs up
 
+    def test_a_client_that_asks_for_much_waits_for_others(self):
+        self.start()
+        with self.client() as greedy:
+            greedy.sendall(b'{"set":{"OC":"0xE001","OE":"0x0411","DA":3}}\n{"reset":"0x0411"}\n' * 200)
+            self.ask({"ask": "status"})
+            self.assertLess(greedy.recv(1 << 20).count(b"\n"), 200)
+
     def test_two_services_do_not_meet(self):
         self.start()
         for state, control, reason in (("state", "other", "another service keeps its state in"),
