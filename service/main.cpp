@@ -12,6 +12,7 @@
 #include "agent/traces/ModuleTraces.h"
 #include "agent/traces/TraceSink.h"
 #include "platform/diagnostics/DebugTraceConfig.h"
+#include "platform/process/Process.h"
 #include "service/checks/Once.h"
 #include "service/control/ControlCommands.h"
 #include "service/core/Service.h"
@@ -134,6 +135,7 @@ int RunCommandLine(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     KeepStandardDescriptors();
+    CProcess::RaiseDescriptorLimit();
     try {
         return RunCommandLine(argc, argv);
     } catch (const std::exception& error) {

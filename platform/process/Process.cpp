@@ -14,6 +14,7 @@
 #include <poll.h>
 #include <spawn.h>
 #include <sstream>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -30,6 +31,8 @@ using namespace std::chrono_literals;
 constexpr auto kKillTime = 1s;  // what a killed process takes at most, unless a device holds it
 constexpr std::size_t kMaxNameSize = 15;
 constexpr std::size_t kMaxProcFileSize = 4096;
+
+std::optional<rlimit> commandDescriptors;  // nothing: this program's limit
 
 /// What the child does between its birth and the program.
 class CSpawnPlan {
@@ -214,6 +217,15 @@ CProcess::~CProcess() {
     End(0ms);
 }
 
+void CProcess::RaiseDescriptorLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        commandDescriptors = limit;
+        limit.rlim_cur = limit.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
 int CProcess::Start(const std::vector<std::string>& command, std::span<const std::string_view> hidden) {
     const CCancellationPause pause;
     End(0ms);
@@ -245,6 +257,9 @@ int CProcess::Start(const std::vector<std::string>& command, std::span<const std
         ::kill(-pid_, SIGKILL);
         TEMP_FAILURE_RETRY(::waitpid(pid_, nullptr, 0));
         return error;
+    }
+    if (commandDescriptors) {
+        ::prlimit(pid_, RLIMIT_NOFILE, &*commandDescriptors, nullptr);  // its program is at its very beginning
     }
     output_ = std::move(reading);
     return 0;

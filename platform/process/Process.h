@@ -42,6 +42,10 @@ public:
         std::uint64_t virtualBytes{};
     };
 
+    /// Lets this program have as many descriptors as it may: its limit becomes the hard one. Commands get the limit of
+    /// before, which they may go by: select() takes 1,024 at most. To be called before other threads begin.
+    static void RaiseDescriptorLimit();
+
     CProcess() = default;
     CProcess(CProcess&& other) noexcept = default;
     CProcess& operator=(CProcess&& other) noexcept;

@@ -11,13 +11,16 @@
 #include <sys/un.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 #include "agent/core/Json.h"
+#include "service/loop/Journal.h"
 
 namespace {
 
 constexpr std::size_t kMostClients = 100;
 constexpr int kBacklog = 64;
+constexpr std::chrono::milliseconds kPause{1000};
 constexpr mode_t kSocketMode = 0660;
 constexpr const char* kGroup = "em-alert";
 
@@ -83,6 +86,7 @@ CControlServer::CControlServer(CLoop& loop, std::string path, CControlClient::On
         Fail(path_);
     }
     source_ = loop.Watch(socket_.Get(), EPOLLIN, [this] { Accept(); });
+    pause_ = loop.After(kPause, [] {});  // timers have their descriptor from here on
 }
 
 CControlServer::~CControlServer() {
@@ -96,11 +100,25 @@ CControlClient* CControlServer::Find(std::uint64_t id) {
     return found != clients_.end() ? found->second.get() : nullptr;
 }
 
+/// What waits to be accepted would call Accept again and again.
+void CControlServer::Pause(int error) {
+    if (std::exchange(acceptError_, error) != error) {
+        Journal(3, "no connection can be taken at " + path_ + ": " + std::generic_category().message(error) +
+                       "; tried again every second");
+    }
+    pause_ = loop_.After(kPause, [this] { CLoop::ChangeEvents(source_, EPOLLIN); });
+    CLoop::ChangeEvents(source_, 0);
+}
+
 void CControlServer::Accept() {
     CUniqueFd socket(::accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!socket) {
+        if (errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) {
+            Pause(errno);
+        }
         return;
     }
+    acceptError_ = 0;
     if (clients_.size() >= kMostClients) {
         constexpr std::string_view kBusy = "{\"kind\":\"error\",\"error\":\"too many connections; try again later\"}\n";
         ::send(socket.Get(), kBusy.data(), kBusy.size(), MSG_DONTWAIT | MSG_NOSIGNAL);

@@ -31,6 +31,7 @@ public:
 
 private:
     void Accept();
+    void Pause(int error);
 
     CLoop& loop_;
     const std::string path_;
@@ -39,4 +40,6 @@ private:
     std::map<std::uint64_t, std::unique_ptr<CControlClient>> clients_;
     std::uint64_t lastId_ = 0;
     CLoopSource source_;
+    CLoopSource pause_;
+    int acceptError_ = 0;  // as it was told
 };

@@ -7,6 +7,7 @@ import itertools
 import json
 import os
 import re
+import resource
 import signal
 import socket
 import subprocess
@@ -105,6 +106,18 @@ class Control(ServiceTest):
             greedy.sendall(b'{"set":{"OC":"0xE001","OE":"0x0411","DA":3}}\n{"reset":"0x0411"}\n' * 200)
             self.ask({"ask": "status"})
             self.assertLess(greedy.recv(1 << 20).count(b"\n"), 200)
+
+    def test_without_descriptors_it_waits_for_one(self):
+        self.start(more='[[check]]\nname = "limit"\ncommand = ["sh", "-c", "ulimit -Sn"]\ninterval = "100ms"')
+        self.awaits(lambda: self.component("limit")["text"] == "1000")
+        self.assertGreater(resource.prlimit(self.service.pid, resource.RLIMIT_NOFILE)[0], 1000)
+        resource.prlimit(self.service.pid, resource.RLIMIT_NOFILE, (20, 20))
+        with contextlib.ExitStack() as clients:
+            for _ in range(60):
+                clients.enter_context(self.client())
+            self.awaits(lambda: "no connection can be taken" in self.logged())
+        self.awaits(self.answers)
+        self.assertLess(self.logged().count("no connection can be taken"), 3)
 
     def test_two_services_do_not_meet(self):
         self.start()
