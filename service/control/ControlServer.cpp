@@ -46,6 +46,17 @@ CUniqueFd MakeSocket(const std::string& path) {
     return socket;
 }
 
+// One that is slow to answer (EAGAIN: too many wait for it) lives all the same.
+void RefuseOther(const std::string& path, const sockaddr_un& address) {
+    const CUniqueFd socket = MakeSocket(path);
+    if (::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 || errno == EAGAIN) {
+        throw CAgentError("another service answers at " + path);
+    }
+    if (errno != ECONNREFUSED && errno != ENOENT) {
+        Fail(path);
+    }
+}
+
 void GiveToGroup(const std::string& path) {
     group entry{};
     group* found = nullptr;
@@ -63,9 +74,7 @@ CControlServer::CControlServer(CLoop& loop, std::string path, CControlClient::On
     : loop_(loop), path_(std::move(path)), onLine_(std::move(onLine)) {
     const sockaddr_un address = AddressOf(path_);
     const auto* const where = reinterpret_cast<const sockaddr*>(&address);
-    if (::connect(MakeSocket(path_).Get(), where, sizeof address) == 0) {
-        throw CAgentError("another service answers at " + path_);
-    }
+    RefuseOther(path_, address);
     struct stat status {};
     if (::lstat(path_.c_str(), &status) == 0) {
         if (!S_ISSOCK(status.st_mode)) {
@@ -81,6 +90,9 @@ CControlServer::CControlServer(CLoop& loop, std::string path, CControlClient::On
     if (!isBound) {
         Fail(path_);
     }
+    if (::lstat(path_.c_str(), &own_) != 0) {
+        Fail(path_);
+    }
     GiveToGroup(path_);
     if (::chmod(path_.c_str(), kSocketMode) != 0 || ::listen(socket_.Get(), kBacklog) != 0) {
         Fail(path_);
@@ -90,7 +102,8 @@ CControlServer::CControlServer(CLoop& loop, std::string path, CControlClient::On
 }
 
 CControlServer::~CControlServer() {
-    if (socket_) {
+    struct stat status {};
+    if (::lstat(path_.c_str(), &status) == 0 && status.st_dev == own_.st_dev && status.st_ino == own_.st_ino) {
         ::unlink(path_.c_str());
     }
 }

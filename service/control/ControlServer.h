@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <sys/stat.h>
 
 #include "service/control/ControlClient.h"
 
@@ -14,7 +15,7 @@ public:
     /// @throw CAgentError when the socket cannot be made, and when another service answers there
     CControlServer(CLoop& loop, std::string path, CControlClient::OnLine onLine);
 
-    /// Removes the socket.
+    /// Removes the socket, unless another service has put its own in its place.
     ~CControlServer();
     CControlServer(const CControlServer&) = delete;
     CControlServer& operator=(const CControlServer&) = delete;
@@ -37,6 +38,7 @@ private:
     const std::string path_;
     const CControlClient::OnLine onLine_;
     CUniqueFd socket_;
+    struct stat own_ {};  // of the socket that it has made
     std::map<std::uint64_t, std::unique_ptr<CControlClient>> clients_;
     std::uint64_t lastId_ = 0;
     CLoopSource source_;
