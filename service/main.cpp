@@ -135,6 +135,7 @@ int RunCommandLine(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     KeepStandardDescriptors();
+    std::signal(SIGCHLD, SIG_DFL);  // ignored, as a program before may have left it, it would hide how plugins end
     CProcess::RaiseDescriptorLimit();
     try {
         return RunCommandLine(argc, argv);

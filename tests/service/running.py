@@ -82,8 +82,8 @@ class ServiceTest(ProgramTest):
         self.log = log or self.enterContext(open(self.folder / "log", "a"))
         if parts or not self.config.exists():
             self.configure(**parts)
-        self.service = subprocess.Popen(self.words(), stderr=self.log, env=os.environ | self.environment, preexec_fn=lambda:
-                                        resource.setrlimit(resource.RLIMIT_NOFILE, (1000, 10000)))
+        self.service = subprocess.Popen(self.words(), stderr=self.log, env=os.environ | self.environment, preexec_fn=lambda: [
+            resource.setrlimit(resource.RLIMIT_NOFILE, (1000, 10000)), signal.signal(signal.SIGCHLD, signal.SIG_IGN)])
         self.addCleanup(self.end)
         self.awaits(lambda: self.service.poll() is not None or self.answers())
 
