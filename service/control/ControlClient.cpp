@@ -14,7 +14,8 @@
 namespace {
 
 constexpr std::size_t kLongestLine = 65536;
-constexpr std::size_t kMostUnread = std::size_t{1} << 20;
+constexpr std::size_t kUnreadBeforePause = 65536;
+constexpr std::size_t kMostUnread = std::size_t{4} << 20;
 
 std::string PeerOf(int socket) {
     ucred credentials{};
@@ -42,8 +43,13 @@ CControlClient::CControlClient(CLoop& loop, CUniqueFd socket, std::uint64_t id, 
       source_(loop.Watch(socket_.Get(), EPOLLIN, [this] { OnReady(); })) {}
 
 void CControlClient::OnReady() {
+    const bool isReading = MayRead();
+    if (!isReading && out_.empty()) {
+        Drop();  // it has hung up: that is always told
+        return;
+    }
     Flush();
-    if (!isDropped_) {
+    if (isReading && !isDropped_) {
         Read();
     }
 }
@@ -72,13 +78,12 @@ void CControlClient::Read() {
 }
 
 void CControlClient::Send(const std::string& json) {
-    if (isDropped_) {
-        return;
-    }
-    out_ += json + "\n";
-    Flush();
     if (out_.size() > kMostUnread) {
         Drop();
+    }
+    if (!isDropped_) {
+        out_ += json + "\n";
+        Flush();
     }
 }
 
@@ -101,8 +106,18 @@ void CControlClient::Flush() {
         }
         out_.erase(0, static_cast<std::size_t>(count));
     }
+    Watch();
+}
+
+bool CControlClient::MayRead() const {
+    return out_.size() < kUnreadBeforePause;
+}
+
+void CControlClient::Watch() {
     if (!isDropped_) {
-        CLoop::ChangeEvents(source_, out_.empty() ? std::uint32_t{EPOLLIN} : std::uint32_t{EPOLLIN | EPOLLOUT});
+        const auto in = MayRead() ? std::uint32_t{EPOLLIN} : 0;
+        const auto out = out_.empty() ? 0 : std::uint32_t{EPOLLOUT};
+        CLoop::ChangeEvents(source_, in | out);
     }
 }
 

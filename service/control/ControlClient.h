@@ -8,8 +8,9 @@
 #include "platform/files/UniqueFd.h"
 #include "service/loop/Loop.h"
 
-/// One connection to the control socket: a line in, lines out. It is dropped when it sends a line of more than 64 KiB
-/// or does not read what it is sent (1 MiB). One thread, the loop's.
+/// One connection to the control socket: a line in, lines out, of any length. Its next line waits while it has much
+/// (64 KiB) to read. It is dropped when it sends a line of more than 64 KiB, and when there is news for one that has 4
+/// MiB to read. One thread, the loop's.
 class CControlClient {
 public:
     using OnLine = std::function<void(CControlClient& client, const std::string& line)>;
@@ -41,6 +42,8 @@ private:
     void OnReady();
     void Read();
     void Flush();
+    bool MayRead() const;
+    void Watch();
     void Drop();
 
     CLoop& loop_;

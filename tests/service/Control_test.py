@@ -34,7 +34,8 @@ class Control(ServiceTest):
     def test_each_order_is_answered_and_each_change_is_logged(self):
         self.environment = {"JOURNAL_STREAM": "1:2"}  # of the session, which writes somewhere else
         (self.folder / "state").mkdir()
-        self.file("state/registry.default", "".join(f"components/{i}/reported=true\n" for i in range(999)))
+        known = f"reported=true told=true status=1 since=1 text={'x' * 3000}".split()  # and the status is 3 MB long
+        self.file("state/registry.default", "".join(f"components/{i}/{what}\n" for i in range(999) for what in known))
         self.start()
         severity = {"OE": "0x0411", "DA": 3}
         orders = (({"ask": "status"}, "status", None),
