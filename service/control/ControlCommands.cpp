@@ -12,6 +12,8 @@
 namespace {
 
 constexpr std::uint32_t kUnknownReport = 3;
+constexpr std::size_t kLongestValue = 16384;
+constexpr std::size_t kMostSet = 1000;
 
 const CRapidJsonUtil::value& Member(const CRapidJsonUtil::value& object, const char* key) {
     static const CRapidJsonUtil::value none;
@@ -228,11 +230,29 @@ void CControlCommands::Notify(CControlClient& client, const Value& value) {
     }
 }
 
+/// What is set stays in memory, and a setting in the state.
+void CControlCommands::RefuseTooMuch(Command answer) {
+    if (answer.data.size() > kLongestValue) {
+        throw CAgentError("\"DA\" has more than " + std::to_string(kLongestValue) + " bytes");
+    }
+    if (!CAlertAnswers::IsSetting(answer)) {
+        answer.data.clear();
+        answer.st.reset();
+        const std::string asked = MessageText(answer);
+        if (set_.size() >= kMostSet && !set_.contains(asked)) {
+            throw CAgentError("answers to " + std::to_string(kMostSet) +
+                              " questions are set already, besides settings");
+        }
+        set_.insert(asked);
+    }
+}
+
 void CControlCommands::Set(CControlClient& client, const Value& value) {
     const Command answer = ParseAnswer(value);
     if (answer.oc == kReadConfigurationValue && answer.data.empty()) {
         throw CAgentError(R"(a setting is set with "DA", its value; "reset" takes back what was set)");
     }
+    RefuseTooMuch(answer);
     service_.ChangeSetting(answer);
     client.SendMessage("set", MessageText(answer));
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -32,10 +33,12 @@ private:
     void Request(CControlClient& client, const Value& value);
     void Notify(CControlClient& client, const Value& value);
     void Set(CControlClient& client, const Value& value);
+    void RefuseTooMuch(Command answer);
     void Reset(CControlClient& client, const Value& value);
     void Deliver(CControlClient& client, const Value& value);
 
     CService& service_;
     CControlServer server_;
     CControlNews news_{server_};
+    std::set<std::string> set_;  // the questions that are answered so, but for settings
 };

@@ -55,9 +55,14 @@ std::vector<AlertSettingValue> CAlertAnswers::Configure(std::vector<AlertSetting
     return changed;
 }
 
+bool CAlertAnswers::IsSetting(const Command& answer) {
+    return answer.oc == kReadConfigurationValue && answer.oe && !answer.oi && !answer.ca &&
+           std::ranges::find(AlertSettings(), *answer.oe, &OperatorSetting::id) != AlertSettings().end();
+}
+
 void CAlertAnswers::Change(const Command& answer) {
     answers_.Set(answer);
-    if (answer.oc == kReadConfigurationValue && answer.oe && !answer.oi && !answer.ca) {  // of all, as settings are
+    if (IsSetting(answer)) {
         store_.KeepSetting(*answer.oe, answer.data);
         store_.Save();
     }

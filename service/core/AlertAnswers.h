@@ -19,6 +19,9 @@ public:
     /// @return the values that are others now, for the module to be told
     std::vector<AlertSettingValue> Configure(std::vector<AlertSettingValue> configured);
 
+    /// Whether it answers for one of the alert settings, and for all objects.
+    static bool IsSetting(const Command& answer);
+
     /// Sets a value at run time, for good. Any other answer holds until the service ends.
     void Change(const Command& answer);
 

@@ -6,6 +6,7 @@ import contextlib
 import itertools
 import json
 import os
+import pathlib
 import re
 import resource
 import signal
@@ -17,6 +18,9 @@ import unittest
 
 from programs import LIBRARY, read
 from running import SERVICE, Fleet, ServiceTest
+
+
+REFUSED = pathlib.Path(__file__).with_name("refused")
 
 
 class Control(ServiceTest):
@@ -50,6 +54,7 @@ class Control(ServiceTest):
                   ({"notice": {"OC": "0xE002", **severity}}, "delivered", "notice severity"),
                   ({"notify": 5}, "notified", "notify"),
                   ({"set": {"OC": "0xE001", **severity}}, "set", "set severity"),
+                  ({"set": {"OC": "0xE001", "OE": 1, "DA": 3}}, "set", "set"),
                   ({"reset": 0x0411}, "reset", "reset severity"),
                   ({"subscribe": True}, "subscribed", None))
         for order, kind, _ in orders:
@@ -57,6 +62,7 @@ class Control(ServiceTest):
         self.assertEqual(self.ask({"check": ""})[0]["error"], '"check" is a text that is not empty')
         self.assertEqual(re.findall(r"(?m)^em-alertd: root \(process \d+\) at the control socket: (.*)$",
                                     self.logged()), [change for _, _, change in orders if change])
+        self.assertNotIn("settings/1=", read(self.folder / "state/registry"))
 
     def test_what_the_service_does_not_hear_is_not_told(self):
         for level, result in (("0", (1, "The mail was sent; whether to everybody is not known.")), ("1", (0, "The mail was sent."))):
@@ -86,12 +92,12 @@ class Control(ServiceTest):
             self.plugin(2, "DISK full")
         self.awaits(lambda: (self.component() or {}).get("status") == 3)
         with self.client() as client:
-            for line in ('{', '{"ask":"weather"}', '{"ask":"status","check":"disk"}', '{"submit":{"name":"a/b","status":1}}',
-                         '{"submit":{"name":"a","status":9}}', '{"request":{"OC":1,"DA":' + "[" * 61 + "]" * 61 + "}}",
-                         '{"notify":"shutdown"}', '{"notify":131073}'):
-                client.sendall(line.encode() + b"\n")
+            refused = re.findall("(?m)^{.*", read(REFUSED).replace("@DEEP@", "[" * 61 + "]" * 61).replace("@LONG@", "x" * 16384))
+            several = ['{"set":{"OC":"0x2242","OI":%d,"DA":1}}' % n for n in range(1000)]
+            client.sendall("\n".join([*several, *refused, '{"notify":131073}', ""]).encode())
             answers = client.makefile()
-            self.assertEqual([json.loads(answers.readline())["kind"] for _ in range(8)], ["error"] * 7 + ["notified"])
+            kinds = [json.loads(answers.readline())["kind"] for _ in range(len(several) + len(refused) + 1)]
+            self.assertEqual(kinds, ["set"] * len(several) + ["error"] * len(refused) + ["notified"])
             client.sendall(b'{"check":"disk"}\n' * 2)  # each is answered, also by one result
             self.assertEqual([json.loads(answers.readline())["kind"] for _ in range(2)], ["checked"] * 2)
             self.plugin(2, "DISK fuller")
