@@ -16,11 +16,21 @@ std::string Head(const std::string& name, const char* type, const char* help) {
     return "# HELP " + name + " " + help + "\n# TYPE " + name + " " + type + "\n";
 }
 
+// After a restart the status is known before a result comes.
+bool HasStatus(const Component& component) {
+    return component.checked != 0 || component.since != 0;
+}
+
+bool HasResult(const Component& component) {
+    return component.checked != 0;
+}
+
 template <typename Value>
-std::string PerComponent(const CComponents& components, const std::string& name, const char* help, Value value) {
+std::string PerComponent(const CComponents& components, const std::string& name, const char* help,
+                         bool (*isKnown)(const Component&), Value value) {
     std::string text = Head(name, "gauge", help);
     for (const Component& component : components.All()) {
-        if (component.checked != 0) {
+        if (isKnown(component)) {
             text += name + Label(component.config.name) + " " + std::to_string(value(component)) + "\n";
         }
     }
@@ -31,12 +41,12 @@ std::string PerComponent(const CComponents& components, const std::string& name,
 
 std::string MetricsText(const CComponents& components, const CLedger& ledger) {
     const CLedger::Mails mails = ledger.MailCounts();
-    return PerComponent(components, "em_alert_component_status", "0 unknown, 1 OK, 2 warning, 3 critical.",
+    return PerComponent(components, "em_alert_component_status", "0 unknown, 1 OK, 2 warning, 3 critical.", HasStatus,
                         [](const Component& one) { return static_cast<unsigned>(one.status); }) +
            PerComponent(components, "em_alert_component_last_result_timestamp_seconds", "Time of the newest result.",
-                        [](const Component& one) { return one.checked; }) +
+                        HasResult, [](const Component& one) { return one.checked; }) +
            PerComponent(components, "em_alert_component_check_duration_seconds", "Time that the newest check took.",
-                        [](const Component& one) { return one.took.count(); }) +
+                        HasResult, [](const Component& one) { return one.took.count(); }) +
            Head("em_alert_pending_alerts", "gauge", "Alerts that nobody has acknowledged.") +
            "em_alert_pending_alerts " + std::to_string(ledger.Pending().size()) + "\n" +
            Head("em_alert_mails_total", "counter", "Mails about alerts, by what became of them.") +

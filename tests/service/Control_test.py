@@ -176,6 +176,10 @@ class Control(ServiceTest):
         subprocess.run(["mount", "-o", "remount,rw", self.folder / "full"], check=True)
         self.end(signal.SIGTERM)
         self.assertIn("components/late/", read(self.folder / "state/registry"))
+        (self.folder / "full/metrics").unlink()
+        self.start()
+        self.awaits((self.folder / "full/metrics").exists)
+        self.assertIn('status{component="late"} 3\n', read(self.folder / "full/metrics"))
 
     def test_fleet_watchdog_and_updates(self):
         notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
