@@ -48,7 +48,7 @@ void CAlertmanager::Update(const CComponents& components) {
         }
     }
     for (auto [key, alert] : alerts_) {
-        if (!next.contains(key) && (!alert.ended || *alert.ended + kToldAfterEnd > now)) {
+        if (!next.contains(key)) {
             alert.ended = alert.ended.value_or(now);
             next[key] = alert;
         }
@@ -71,7 +71,10 @@ std::string CAlertmanager::Times(const Alert& alert) {
            (alert.ended ? ",\"endsAt\":" + JsonTime(last) : "");
 }
 
-std::string CAlertmanager::Body() const {
+std::string CAlertmanager::Body() {
+    std::erase_if(alerts_, [now = Clock::now()](const auto& one) {
+        return one.second.ended && *one.second.ended + kToldAfterEnd <= now;
+    });
     std::string body;
     for (const auto& [key, alert] : alerts_) {
         body += std::string(body.empty() ? "" : ",") + R"({"labels":{"alertname":"ComponentStatus","instance":)" +

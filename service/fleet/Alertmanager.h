@@ -47,7 +47,7 @@ private:
 
     void Run(const std::stop_token& stop);
     static std::string Times(const Alert& alert);
-    std::string Body() const;
+    std::string Body();
     std::string Post(const std::string& body, const std::stop_token& stop) const;
 
     const std::string url_;
