@@ -9,6 +9,7 @@
 #include <curl/curl.h>
 
 #include "agent/core/Json.h"
+#include "platform/diagnostics/WithoutPassword.h"
 #include "service/loop/Journal.h"
 
 namespace {
@@ -106,8 +107,9 @@ void CAlertmanager::Run(const std::stop_token& stop) {
         }
         const std::string problem = Post(body, stop);
         if (problem.empty() != worked && !stop.stop_requested()) {
-            Journal(worked ? 4 : 5, url_ + (worked ? " does not take alerts (" + problem + "); they are sent again"
-                                                   : " takes alerts again"));
+            Journal(worked ? 4 : 5,
+                    WithoutPassword(url_) + (worked ? " does not take alerts (" + problem + "); they are sent again"
+                                                    : " takes alerts again"));
         }
         worked = problem.empty();
     }
