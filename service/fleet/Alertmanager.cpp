@@ -129,6 +129,7 @@ std::string CAlertmanager::Post(const std::string& body, const std::stop_token& 
     ::curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDS, body.c_str());
     ::curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT, kLongestTransfer);
     ::curl_easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
+    ::curl_easy_setopt(curl.get(), CURLOPT_QUICK_EXIT, 1L);  // waits for no resolver: the loop may wait for this thread
     ::curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, Swallow);
     ::curl_easy_setopt(curl.get(), CURLOPT_NOPROGRESS, 0L);
     ::curl_easy_setopt(curl.get(), CURLOPT_XFERINFOFUNCTION, MayGoOn);
