@@ -3,7 +3,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <climits>
+#include <exception>
+#include <filesystem>
+#include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -16,6 +21,25 @@ namespace {
 
 constexpr std::chrono::milliseconds kMetricsDelay{500};  // several results make one file
 constexpr mode_t kReadableByAll = 0644;
+
+std::string Reason(const std::string& path) {
+    return path + ": " + std::generic_category().message(errno);
+}
+
+// One that is made here would be open to this service alone.
+void RequireFolder(const std::string& file) {
+    struct stat status {};
+    if (::stat((std::filesystem::path(file).parent_path() / ".").c_str(), &status) != 0) {
+        throw CAgentError("cannot write " + Reason(file));
+    }
+}
+
+// What it tells would seem to hold for ever.
+void Remove(const std::string& file) {
+    if (!file.empty() && ::unlink(file.c_str()) != 0 && ::access(file.c_str(), F_OK) == 0) {
+        Journal(4, "cannot remove " + Reason(file));
+    }
+}
 
 }  // namespace
 
@@ -32,8 +56,9 @@ void CFleet::Configure(const std::vector<std::string>& alertmanagers, const std:
     }
     alertmanagers_ = std::move(next);
     metricsTimer_ = {};  // was for the file of before, which may be none now
-    if (std::exchange(metricsFile_, metricsFile) != metricsFile) {
+    if (const std::string before = std::exchange(metricsFile_, metricsFile); before != metricsFile) {
         metricsProblem_.clear();
+        Remove(before);
     }
     Update();
 }
@@ -53,8 +78,9 @@ void CFleet::Update() {
 void CFleet::WriteMetrics() {
     std::string problem;
     try {
+        RequireFolder(metricsFile_);
         ReplaceFile(metricsFile_, MetricsText(components_, ledger_), kReadableByAll);
-    } catch (const CAgentError& error) {
+    } catch (const std::exception& error) {
         problem = error.what();
     }
     if (std::exchange(metricsProblem_, problem) != problem) {  // once, not with each result

@@ -19,7 +19,7 @@ public:
     CFleet(const CFleet&) = delete;
     CFleet& operator=(const CFleet&) = delete;
 
-    /// Alertmanagers that stay hear of what is over now as well.
+    /// Alertmanagers that stay hear of what is over now as well; a metrics file that is another now is removed.
     void Configure(const std::vector<std::string>& alertmanagers, const std::string& metricsFile);
 
     /// Something has changed: Alertmanagers are told at once, the file half a second later.

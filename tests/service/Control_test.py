@@ -180,6 +180,10 @@ class Control(ServiceTest):
         self.start()
         self.awaits((self.folder / "full/metrics").exists)
         self.assertIn('status{component="late"} 3\n', read(self.folder / "full/metrics"))
+        for path, problem in (("x" * 300 + "/metrics", "File name too long"), ("none/metrics", "No such file or directory")):
+            self.reload(re.sub(r"(?<=textfile = ).*", f'"{self.folder}/{path}"', read(self.config)))
+            self.awaits(lambda: f"cannot write {self.folder}/{path}: {problem}" in self.logged())
+        self.assertFalse((self.folder / "full/metrics").exists() or (self.folder / "none").exists())
 
     def test_fleet_watchdog_and_updates(self):
         notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
