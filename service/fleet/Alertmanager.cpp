@@ -54,8 +54,12 @@ void CAlertmanager::Update(const CComponents& components) {
             next[key] = alert;
         }
     }
-    if (next != alerts_) {
-        alerts_ = std::move(next);
+    const bool isNew = !std::ranges::equal(next, alerts_, [](const auto& one, const auto& other) {
+        return one.first == other.first && one.second.starts == other.second.starts &&
+               one.second.ended == other.second.ended;
+    });
+    alerts_ = std::move(next);
+    if (isNew) {
         isNew_ = true;
         changed_.notify_all();
     }

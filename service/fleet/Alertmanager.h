@@ -13,10 +13,10 @@
 
 #include "service/components/Components.h"
 
-/// Tells one Alertmanager (its API v2) of every component that is not OK: at once when something changes, and again
-/// each minute, as it forgets what it is not told again. A thread of its own, so that an outage there delays nothing
-/// here. An alert's labels are alertname, instance, component and severity: a change of severity ends one alert and
-/// begins another.
+/// Tells one Alertmanager (its API v2) of every component that is not OK: at once when a status changes, and again each
+/// minute, as it forgets what it is not told again; texts of unchanged statuses wait for that. A thread of its own, so
+/// that an outage there delays nothing here. An alert's labels are alertname, instance, component and severity: a
+/// change of severity ends one alert and begins another.
 class CAlertmanager {
 public:
     /// @param url  the base address, such as http://localhost:9093, without a slash at its end
@@ -41,7 +41,6 @@ private:
         std::string text;
         std::time_t starts;
         std::optional<Clock::time_point> ended;  // nothing: it lasts
-        bool operator==(const Alert&) const = default;
     };
     using Key = std::pair<std::string, bool>;  // the component, and whether it is critical
 

@@ -22,7 +22,7 @@ public:
     /// Alertmanagers that stay hear of what is over now as well; a metrics file that is another now is removed.
     void Configure(const std::vector<std::string>& alertmanagers, const std::string& metricsFile);
 
-    /// Something has changed: Alertmanagers are told at once, the file half a second later.
+    /// Something has changed: Alertmanagers are told, of a status at once, and half a second later the file.
     void Update();
 
 private:

@@ -229,6 +229,11 @@ textfile = "{self.folder}/em_alert.prom"
         self.awaits(lambda: lasts("warning", True))
         self.plugin(2, "9 packages available")
         self.awaits(lambda: lasts("critical", True) and lasts("warning", False))
+        told = len(Fleet.told)
+        for look in range(5):
+            self.plugin(2, f"9 packages available, look {look}")
+            self.awaits(lambda: self.component()["text"].endswith(str(look)))
+        self.assertLess(len(Fleet.told), told + 3)  # one may have been due
         self.ask({"request": {"OC": "0x2241"}})
         self.awaits(lambda: "components/disk/pending=false" in read(self.folder / "state/registry"))
         self.plugin(0, "0 packages available")
