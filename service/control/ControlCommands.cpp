@@ -29,6 +29,28 @@ std::string TextOf(const CRapidJsonUtil::value& value, const char* what) {
     return {value.GetString(), value.GetStringLength()};
 }
 
+void RequireTrue(const CRapidJsonUtil::value& value, const char* what) {
+    if (!value.IsTrue()) {
+        throw CAgentError(std::string(what) + " is true");
+    }
+}
+
+// A report of which some is left aside would be another one.
+void RequireReport(const CRapidJsonUtil::value& value) {
+    if (!value.IsObject()) {
+        throw CAgentError("\"submit\" is an object");
+    }
+    for (const auto& [key, member] : value.GetObject()) {
+        const std::string_view name(key.GetString(), key.GetStringLength());
+        if (name != "name" && name != "status" && name != "text") {
+            throw CAgentError("a report has no " + JsonString(name) + "; its members are name, status and text");
+        }
+        if (name == "text" && !member.IsString()) {
+            throw CAgentError("\"text\" is a text");
+        }
+    }
+}
+
 // A request that only asks.
 bool IsQuestion(std::string_view key, const CRapidJsonUtil::value& value) {
     const auto operation = ReadNumber(Member(value, "OC"));
@@ -136,7 +158,8 @@ void CControlCommands::Ask(CControlClient& client, const Value& value) {
     }
 }
 
-void CControlCommands::Acknowledge(CControlClient& client, const Value& /*value*/) {
+void CControlCommands::Acknowledge(CControlClient& client, const Value& value) {
+    RequireTrue(value, "\"acknowledge\"");
     const bool isPosted = service_.Acknowledge([this, id = client.Id()](std::size_t alerts) {
         if (CControlClient* still = server_.Find(id)) {
             still->Send("{\"kind\":\"acknowledged\",\"alerts\":" + std::to_string(alerts) + "}");
@@ -158,6 +181,7 @@ void CControlCommands::Check(CControlClient& client, const Value& value) {
 }
 
 void CControlCommands::Submit(CControlClient& client, const Value& value) {
+    RequireReport(value);
     const std::string name = TextOf(Member(value, "name"), "\"name\"");
     const auto status = ReadNumber(Member(value, "status"));
     if (!status || *status > kUnknownReport) {
@@ -176,7 +200,8 @@ void CControlCommands::Submit(CControlClient& client, const Value& value) {
     client.Send("{\"kind\":\"submitted\",\"component\":" + ComponentJson(*component) + "}");
 }
 
-void CControlCommands::Subscribe(CControlClient& client, const Value& /*value*/) {
+void CControlCommands::Subscribe(CControlClient& client, const Value& value) {
+    RequireTrue(value, "\"subscribe\"");
     client.isSubscribed = true;
     client.Send("{\"kind\":\"subscribed\"}");
 }
