@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::size_t kLongestLine = 65536;
 constexpr std::size_t kUnreadBeforePause = 65536;
+constexpr std::uint32_t kMostOwed = 16;
 constexpr std::size_t kMostUnread = std::size_t{4} << 20;
 
 std::string PeerOf(int socket) {
@@ -59,7 +60,9 @@ void CControlClient::Read() {
     std::array<char, 16384> piece{};
     const ssize_t count = ::recv(socket_.Get(), piece.data(), piece.size(), MSG_DONTWAIT | MSG_PEEK);
     if (count <= 0) {
-        if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
+        isAtEnd_ = count == 0;
+        Watch();
+        if (count < 0 && errno != EAGAIN && errno != EINTR) {
             Drop();
         }
         return;
@@ -110,10 +113,28 @@ void CControlClient::Flush() {
 }
 
 bool CControlClient::MayRead() const {
-    return out_.size() < kUnreadBeforePause;
+    return !isAtEnd_ && owed_ < kMostOwed && out_.size() < kUnreadBeforePause;
+}
+
+void CControlClient::Owe() {
+    ++owed_;
+    Watch();
+}
+
+void CControlClient::Settle() {
+    --owed_;
+    Watch();
+}
+
+void CControlClient::EndRequest() {
+    --requests_;
+    Watch();
 }
 
 void CControlClient::Watch() {
+    if (isAtEnd_ && owed_ == 0 && requests_ == 0 && out_.empty() && !isSubscribed) {
+        Drop();
+    }
     if (!isDropped_) {
         const auto in = MayRead() ? std::uint32_t{EPOLLIN} : 0;
         const auto out = out_.empty() ? 0 : std::uint32_t{EPOLLOUT};

@@ -9,8 +9,8 @@
 #include "service/loop/Loop.h"
 
 /// One connection to the control socket: a line in, lines out, of any length. Its next line waits while it has much
-/// (64 KiB) to read. It is dropped when it sends a line of more than 64 KiB, and when there is news for one that has 4
-/// MiB to read. One thread, the loop's.
+/// (64 KiB) to read. It is dropped when it sends a line of more than 64 KiB, when there is news for one that has 4 MiB
+/// to read, and when one that has sent its last line has all its answers. One thread, the loop's.
 class CControlClient {
 public:
     using OnLine = std::function<void(CControlClient& client, const std::string& line)>;
@@ -35,8 +35,18 @@ public:
 
     void SendError(const std::string& sentence);
 
+    /// An answer comes later. With many owed (16), the next line waits.
+    void Owe();
+
+    /// One of those is sent, or does not come after all.
+    void Settle();
+
+    /// A request to the module has begun, and has been answered.
+    void BeginRequest() { ++requests_; }
+    void EndRequest();
+    bool HasRequests() const { return requests_ > 0; }
+
     bool isSubscribed = false;
-    std::uint32_t underWay = 0;  ///< requests that are not answered yet
 
 private:
     void OnReady();
@@ -54,6 +64,9 @@ private:
     const std::string peer_;
     std::string in_;
     std::string out_;
+    std::uint32_t owed_ = 0;      // answers that come later
+    std::uint32_t requests_ = 0;  // whose answers the module sends when it likes
+    bool isAtEnd_ = false;        // it sends no more lines, but reads
     bool isDropped_ = false;
     CLoopSource source_;
     CLoopSource dropping_;

@@ -14,6 +14,7 @@ namespace {
 constexpr std::uint32_t kUnknownReport = 3;
 constexpr std::size_t kLongestValue = 16384;
 constexpr std::size_t kMostSet = 1000;
+constexpr std::size_t kMostUnderWay = 1000;  // of 64 KiB each
 
 const CRapidJsonUtil::value& Member(const CRapidJsonUtil::value& object, const char* key) {
     static const CRapidJsonUtil::value none;
@@ -158,16 +159,36 @@ void CControlCommands::Ask(CControlClient& client, const Value& value) {
     }
 }
 
+/// What the module's work calls in the loop when it is done.
+/// @throw CAgentError when too much is under way
+template <typename Answer>
+auto CControlCommands::Later(CControlClient& client, Answer answer) {
+    if (underWay_ >= kMostUnderWay) {
+        throw CAgentError(kBusy);
+    }
+    return [this, id = client.Id(), answer](const auto& result) {
+        --underWay_;
+        if (CControlClient* still = server_.Find(id)) {
+            answer(*still, result);
+            still->Settle();
+        }
+    };
+}
+
+void CControlCommands::OnPosted(CControlClient& client, bool isPosted) {
+    if (!isPosted) {
+        throw CAgentError(kBusy);
+    }
+    ++underWay_;
+    client.Owe();
+}
+
 void CControlCommands::Acknowledge(CControlClient& client, const Value& value) {
     RequireTrue(value, "\"acknowledge\"");
-    const bool isPosted = service_.Acknowledge([this, id = client.Id()](std::size_t alerts) {
-        if (CControlClient* still = server_.Find(id)) {
-            still->Send("{\"kind\":\"acknowledged\",\"alerts\":" + std::to_string(alerts) + "}");
-        }
-    });
-    if (!isPosted) {
-        client.SendError(kBusy);
-    }
+    const bool isPosted = service_.Acknowledge(Later(client, [](CControlClient& still, std::size_t alerts) {
+        still.Send("{\"kind\":\"acknowledged\",\"alerts\":" + std::to_string(alerts) + "}");
+    }));
+    OnPosted(client, isPosted);
 }
 
 void CControlCommands::Check(CControlClient& client, const Value& value) {
@@ -208,14 +229,18 @@ void CControlCommands::Subscribe(CControlClient& client, const Value& value) {
 
 void CControlCommands::Request(CControlClient& client, const Value& value) {
     const Command request = ParseMessage(value);
+    const auto settle = Later(client, [](CControlClient& /*still*/, const Command& /*answer*/) {});
     news_.AwaitAnswer(client, request);
-    const bool isPosted = service_.Ask(
-        [request](CDelivery& delivery, CAgent& agent) { return delivery.Request(agent, request); },
-        [this, id = client.Id(), request](const Command& answer) { news_.OnReturned(id, request, answer); });
+    const bool isPosted =
+        service_.Ask([request](CDelivery& delivery, CAgent& agent) { return delivery.Request(agent, request); },
+                     [this, id = client.Id(), request, settle](const Command& answer) {
+                         news_.OnReturned(id, request, answer);
+                         settle(answer);
+                     });
     if (!isPosted) {
         news_.ForgetAnswer(client, request);
-        throw CAgentError(kBusy);
     }
+    OnPosted(client, isPosted);
 }
 
 /// Events and notices.
@@ -225,14 +250,10 @@ void CControlCommands::Deliver(CControlClient& client, const Value& value) {
             delivery.Notice(agent, notice);
             return notice;
         },
-        [this, id = client.Id()](const Command& delivered) {
-            if (CControlClient* still = server_.Find(id)) {
-                still->SendMessage("delivered", MessageText(delivered));
-            }
-        });
-    if (!isPosted) {
-        throw CAgentError(kBusy);
-    }
+        Later(client, [](CControlClient& still, const Command& delivered) {
+            still.SendMessage("delivered", MessageText(delivered));
+        }));
+    OnPosted(client, isPosted);
 }
 
 void CControlCommands::Notify(CControlClient& client, const Value& value) {
@@ -245,14 +266,9 @@ void CControlCommands::Notify(CControlClient& client, const Value& value) {
             agent.Notify(*code);
             return Command();
         },
-        [this, id = client.Id()](const Command& /*nothing*/) {
-            if (CControlClient* still = server_.Find(id)) {
-                still->Send("{\"kind\":\"notified\"}");
-            }
-        });
-    if (!isPosted) {
-        throw CAgentError(kBusy);
-    }
+        Later(client,
+              [](CControlClient& still, const Command& /*nothing*/) { still.Send("{\"kind\":\"notified\"}"); }));
+    OnPosted(client, isPosted);
 }
 
 /// What is set stays in memory, and a setting in the state.

@@ -33,6 +33,9 @@ private:
     void Request(CControlClient& client, const Value& value);
     void Notify(CControlClient& client, const Value& value);
     void Set(CControlClient& client, const Value& value);
+    template <typename Answer>
+    auto Later(CControlClient& client, Answer answer);
+    void OnPosted(CControlClient& client, bool isPosted);
     void RefuseTooMuch(Command answer);
     void Reset(CControlClient& client, const Value& value);
     void Deliver(CControlClient& client, const Value& value);
@@ -40,5 +43,6 @@ private:
     CService& service_;
     CControlServer server_;
     CControlNews news_{server_};
+    std::size_t underWay_ = 0;   // what the module has to do for clients
     std::set<std::string> set_;  // the questions that are answered so, but for settings
 };

@@ -6,8 +6,14 @@
 #include "service/components/StatusJson.h"
 #include "sip/Vocabulary.h"
 
+void CControlNews::AwaitCheck(const std::string& name, CControlClient& client) {
+    std::erase_if(checking_, [this](const auto& one) { return server_.Find(one.second) == nullptr; });
+    checking_.emplace(name, client.Id());
+    client.Owe();
+}
+
 void CControlNews::AwaitAnswer(CControlClient& client, const Command& request) {
-    ++client.underWay;
+    client.BeginRequest();
     waiting_.push_back({.client = client.Id(), .operation = request.oc});
 }
 
@@ -24,7 +30,7 @@ bool CControlNews::Take(std::uint64_t client, const Command& request) {
 
 void CControlNews::ForgetAnswer(CControlClient& client, const Command& request) {
     Take(client.Id(), request);
-    --client.underWay;
+    client.EndRequest();
 }
 
 void CControlNews::OnReturned(std::uint64_t id, const Command& request, const Command& answer) {
@@ -32,7 +38,9 @@ void CControlNews::OnReturned(std::uint64_t id, const Command& request, const Co
     CControlClient* client = server_.Find(id);
     if (client != nullptr) {
         client->SendMessage("returned", MessageText(answer));
-        client->underWay -= isAnswer ? 1 : 0;
+    }
+    if (client != nullptr && isAnswer) {
+        client->EndRequest();
     }
 }
 
@@ -50,6 +58,7 @@ void CControlNews::AnswerChecking(const std::string& name, const std::function<v
     for (auto at = begin; at != end; ++at) {
         if (CControlClient* client = server_.Find(at->second)) {
             answer(*client);
+            client->Settle();
         }
     }
     checking_.erase(begin, end);
@@ -85,7 +94,7 @@ void CControlNews::OnModuleEntry(const TranscriptEntry& entry) {
             client.SendMessage(entry.kind, entry.message);
         }
         if (client.Id() == asker) {
-            --client.underWay;
+            client.EndRequest();
         }
     });
 }
@@ -93,7 +102,7 @@ void CControlNews::OnModuleEntry(const TranscriptEntry& entry) {
 void CControlNews::OnTrace(const std::string& print) {
     const std::string line = "{\"kind\":\"trace\",\"level\":1,\"text\":" + JsonString(print) + "}";
     server_.ForEach([&](CControlClient& client) {
-        if (client.underWay > 0) {
+        if (client.HasRequests()) {
             client.Send(line);
         }
     });

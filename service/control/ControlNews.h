@@ -19,7 +19,7 @@ public:
     explicit CControlNews(CControlServer& server) : server_(server) {}
 
     /// The client gets the next result of a component's check.
-    void AwaitCheck(const std::string& name, const CControlClient& client) { checking_.emplace(name, client.Id()); }
+    void AwaitCheck(const std::string& name, CControlClient& client);
 
     /// The client sends a request, and gets the module's errors and mail results until it is answered. To be called
     /// before the module is asked: its reply may overtake the request's return.

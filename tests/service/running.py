@@ -17,11 +17,12 @@ import time
 from programs import COMMAND, LIBRARY, ProgramTest, read
 
 SERVICE = os.environ["EM_SERVICE"]
-FILES = pathlib.Path(__file__).parents[2] / "service/files"
+HERE = pathlib.Path(__file__).parent
+FILES = HERE.parents[1] / "service/files"
 
 def configuration(name, **values):
     """One of configurations/, with values for its names in braces."""
-    return read(pathlib.Path(__file__).parent / f"configurations/{name}.toml").format(**values)
+    return read(HERE / f"configurations/{name}.toml").format(**values)
 
 
 class Fleet(http.server.BaseHTTPRequestHandler):
