@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <mutex>
 
-#include "agent/core/Files.h"
 #include "agent/core/Story.h"
 #include "command/commands/CommandContext.h"
 #include "command/commands/CommandTable.h"
 #include "command/commands/MailRound.h"
 #include "command/mail/DirectMail.h"
+#include "command/mail/MailFile.h"
 #include "mail/smtp/MailEnvelope.h"
 #include "mail/smtp/MailPayload.h"
 #include "sip/Vocabulary.h"
@@ -88,18 +88,10 @@ Outcome RunTestMail(CCommandContext& context, const CommandArguments& arguments)
 
 Outcome RunSendMail(CCommandContext& context, const CommandArguments& arguments) {
     const std::string& path = arguments.words[0];
-    const bool isInput = path == "-";
-    if (isInput && context.Options().isConsole) {
+    if (path == "-" && context.Options().isConsole) {
         throw CUsageError("Standard input holds the commands; put the mail into a file.");
     }
-    const std::string mail = ReadWholeFile(isInput ? "/dev/stdin" : path);
-    if (mail.empty()) {
-        throw CAgentError("There is no mail in " + (isInput ? "standard input" : path) + ": it is empty.");
-    }
-    if (!IsValidUtf8(mail)) {
-        throw CAgentError("The mail in " + (isInput ? "standard input" : path) +
-                          " holds bytes that are no UTF-8; convert it (iconv -t UTF-8).");
-    }
+    const std::string mail = ReadMailFile(path, [] { return CCommandContext::GoesOn({}); });
     Command request;
     request.oc = CM_SendMail;
     request.data = JsonString(mail);

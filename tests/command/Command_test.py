@@ -201,6 +201,11 @@ class Console(ProgramTest):
         session.sees("mail server 1 of 1")
         hanging.process.kill()  # now the first mail is answered, for which nobody waits
         session.sees("The mail was sent.")
+        os.mkfifo(pipe := self.folder / "pipe")
+        session.type(f"send-mail {pipe}\n")
+        with open(pipe, "w"):
+            session.program.send_signal(signal.SIGINT)
+            session.sees("was broken off")
         session.type(f"set port 1 {silent.port}\nsetting mail on\nstatus 3 A B\n")
         for told in ("Ctrl-C again ends the console.", "The mail was not sent."):
             session.interrupts_data(silent, told)
@@ -260,7 +265,7 @@ class SingleCommands(ProgramTest):
         good = self.serve("--reply", "RCPT:bert@example.net=550 5.1.1 nobody",
                           "--reply", "RCPT:carl@example.net=450 4.2.1 later")
         names = {"LIBRARY": LIBRARY, "SPAM": self.serve("--reply", "DOT=554 spam").port, "GOOD": good.port,
-                 "AUTH": self.serve("--auth", "anna:geheim").port, "LATIN": "K\udce4se", "DELETE": "\x7f",
+                 "AUTH": self.serve("--auth", "anna:geheim").port, "LATIN": "K\udce4se", "DELETE": "\x7f", "LONG": 99999 * "h",
                  "STRICT": self.serve("--reply", "RCPT:anna@example.net=550 no", "--reply", "DOT=554 no").port}
         output = ""
         for row in lines(re.sub("@([A-Z]+)@", lambda match: names[match[1]], read(TESTS / "commands"))):
@@ -291,17 +296,17 @@ class SingleCommands(ProgramTest):
                 select.select([], [], [], 0.05)
         self.assertEqual(command.returncode, -signal.SIGTERM)
 
+    def test_a_mail_comes_from_a_socket(self):
+        ours, theirs = map(self.enterContext, socket.socketpair())
+        ours.sendall("\ufeffFrom: a@example.net\n\n".encode())
+        ours.close()
+        done = subprocess.run([COMMAND, "--module", LIBRARY, "send-mail", "-"], stdin=theirs, capture_output=True, text=True)
+        self.assertIn("no recipient is set up", done.stdout + done.stderr)
+
     def test_the_environment_sets_the_trace_level(self):
         traces = self.folder / "traces"
         self.assertEqual(run(self, f"--module {LIBRARY} --trace-file {traces} get", LUME_LOG_DEBUG_LEVEL="5")[0], 0)
         self.assertIn("apply file lock using file", read(traces))
-
-    def test_a_name_may_be_long(self):
-        set_up(self, self.serve())
-        for words, told in (("recipients b@e.net," + 9999 * "\x7f", f'left out: "{9999 * "?"}"\n'),
-                            (f"host 1 '{99999 * 'h'} x'", "did not take the mail at step connect: the name holds blanks")):
-            run(self, f"--module {LIBRARY} set {words}")
-            self.assertIn(told, run(self, f"--module {LIBRARY} test-mail")[1])
 
     def test_settings_are_kept_where_it_is_said(self):
         xdg = {"XDG_STATE_HOME": str(self.folder / "xdg")}
