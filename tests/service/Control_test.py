@@ -47,12 +47,11 @@ class Control(ServiceTest):
         self.assertNotIn("settings/1=", read(self.folder / "state/registry"))
 
     def test_what_the_service_does_not_hear_is_not_told(self):
-        for level, result in (("0", (1, "The mail was sent; whether to everybody is not known.")), ("1", (0, "The mail was sent."))):
+        for level, told in (("0", "The mail was sent; whether to everybody is not known.\n"), ("1", "The mail was sent.\n")):
             self.environment = {"LUME_LOG_DEBUG_LEVEL": level}
             self.start()
             self.mail_server()
-            status, told = self.command("test-mail")
-            self.assertEqual((status, [line for line in told.splitlines() if line.startswith("The")]), (result[0], [result[1]]))
+            self.assertIn(told, self.command("test-mail")[1])
             self.end()
 
     def test_hostile_clients_delay_nothing(self):
