@@ -21,8 +21,6 @@ namespace {
 // First results of checks come by the hundred after a start, and each save writes the whole state.
 constexpr std::chrono::milliseconds kFirstResults{1000};
 
-constexpr std::chrono::milliseconds kBusyModule{1000};
-
 // "5 packages available for upgrade"
 std::optional<std::uint32_t> FirstNumber(const std::string& text) {
     std::uint32_t number{};
@@ -192,22 +190,13 @@ void CService::FollowUpdates(Component& component) {
 }
 
 void CService::Notice(const std::vector<AlertSettingValue>& settings) {
-    notices_.insert(notices_.end(), settings.begin(), settings.end());
-    SendNotices();
-}
-
-void CService::SendNotices() {
-    for (; !notices_.empty(); notices_.pop_front()) {
-        const bool isPosted = Ask(
-            [setting = notices_.front()](CDelivery& delivery, CAgent& agent) {
+    for (const AlertSettingValue& setting : settings) {
+        Ask(
+            [setting](CDelivery& delivery, CAgent& agent) {
                 delivery.Notice(agent, MakeCommand(kWriteConfigurationValue, setting.id, setting.data));
                 return Command();
             },
             {});
-        if (!isPosted) {
-            noticing_ = loop_.After(kBusyModule, [this] { SendNotices(); });  // clients ask too much of the module
-            return;
-        }
     }
 }
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <atomic>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <string>
@@ -95,7 +94,6 @@ private:
     void OnChecked(const std::string& name, const CheckResult& result);
     void FollowUpdates(Component& component);
     void Notice(const std::vector<AlertSettingValue>& settings);
-    void SendNotices();
     void OnTrace(const std::string& print);
     void OnEntry(const TranscriptEntry& entry);
 
@@ -114,8 +112,6 @@ private:
     CIServiceListener* listener_ = nullptr;
     CFleet fleet_;
     CAnnouncer announcer_;
-    std::deque<AlertSettingValue> notices_;  // that the module has yet to hear of
-    CLoopSource noticing_;
     CLoopSource saving_;                     // a first result waits for it
     std::vector<Component> over_;            // watched by the last run, and by nobody any more
     std::vector<AlertSettingValue> tones_;   // the module never asks for them
