@@ -288,6 +288,13 @@ void CControlCommands::RefuseTooMuch(Command answer) {
     }
 }
 
+/// @throw CAgentError when a restart would undo what has just been set
+void CControlCommands::RequireKept() const {
+    if (!service_.IsStateSaved()) {
+        throw CAgentError("it holds until the service ends: the state cannot be saved, and the journal tells why");
+    }
+}
+
 void CControlCommands::Set(CControlClient& client, const Value& value) {
     const Command answer = ParseAnswer(value);
     if (answer.oc == kReadConfigurationValue && answer.data.empty()) {
@@ -295,6 +302,7 @@ void CControlCommands::Set(CControlClient& client, const Value& value) {
     }
     RefuseTooMuch(answer);
     service_.ChangeSetting(answer);
+    RequireKept();
     client.SendMessage("set", MessageText(answer));
 }
 
@@ -304,5 +312,6 @@ void CControlCommands::Reset(CControlClient& client, const Value& value) {
         throw CAgentError("\"reset\" is the number of a configuration value");
     }
     service_.ResetSetting(*id);
+    RequireKept();
     client.Send(R"({"kind":"reset"})");
 }

@@ -32,6 +32,7 @@ private:
     void Subscribe(CControlClient& client, const Value& value);
     void Request(CControlClient& client, const Value& value);
     void Notify(CControlClient& client, const Value& value);
+    void RequireKept() const;
     void Set(CControlClient& client, const Value& value);
     template <typename Answer>
     auto Later(CControlClient& client, Answer answer);

@@ -76,6 +76,9 @@ public:
     /// @param done  gets how many alerts were pending
     bool Acknowledge(std::function<void(std::size_t)> done);
 
+    /// @return false when a restart would forget what has changed since
+    bool IsStateSaved() const { return store_.IsSaved(); }
+
     /// A setting that the module follows: answered like this from here on, also after a restart of the service.
     void ChangeSetting(const Command& answer) { alertAnswers_.Change(answer); }
 

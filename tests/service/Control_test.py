@@ -146,6 +146,8 @@ class Control(ServiceTest):
         subprocess.run(["mount", "-o", "remount,ro", self.folder / "full"], check=True)
         self.submit("late")
         self.awaits(lambda: self.logged().count("Read-only") == 4)
+        status, told = self.command("setting", "severity", "3")
+        self.assertEqual((status, "it holds until the service ends" in told), (1, True), told)
         subprocess.run(["mount", "-o", "remount,rw", self.folder / "full"], check=True)
         self.end(signal.SIGTERM)
         self.assertIn("components/late/", read(self.folder / "state/registry"))
