@@ -33,6 +33,10 @@ void MakeDirectories(const std::filesystem::path& directory) {
 
 }  // namespace
 
+void MakeParentDirectory(const std::string& path) {
+    MakeDirectories(std::filesystem::path(path).parent_path());
+}
+
 std::ifstream OpenInput(const std::string& path) {
     std::error_code ignored;
     if (std::filesystem::is_directory(path, ignored)) {
@@ -71,7 +75,7 @@ OwnedFile OpenOutput(const std::string& path, bool append) {
 }
 
 void ReplaceFile(const std::string& path, const std::string& text, mode_t mode) {
-    MakeDirectories(std::filesystem::path(path).parent_path());
+    MakeParentDirectory(path);
     std::string unfinished = path + ".XXXXXX";
     const int fd = ::mkostemp(unfinished.data(), O_CLOEXEC);  // with mode 0600
     OwnedFile file(fd < 0 ? nullptr : ::fdopen(fd, "w"), std::fclose);

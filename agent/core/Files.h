@@ -11,6 +11,9 @@ using OwnedFile = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 /// Each of these throws CAgentError that names the path and the system's reason; a directory is refused.
 
+/// Makes the directory that a file belongs into, with all that are missing on the way, with mode 0700.
+void MakeParentDirectory(const std::string& path);
+
 /// Opens a file that is read bit by bit, such as a pipe.
 std::ifstream OpenInput(const std::string& path);
 

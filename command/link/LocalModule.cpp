@@ -10,10 +10,10 @@
 #include <unistd.h>
 #include <utility>
 
-#include "agent/core/Files.h"
 #include "agent/settings/DefaultAnswers.h"
 #include "agent/traces/ModuleTraces.h"
 #include "agent/traces/TraceSink.h"
+#include "command/link/KeptSettings.h"
 #include "sip/SipJson.h"
 #include "sip/Vocabulary.h"
 
@@ -53,34 +53,21 @@ void CLocalModule::LoadAnswers() {
     } else {
         answers_.Load(options_.answers);
     }
-    if (options_.settingsFile.empty() || ::access(options_.settingsFile.c_str(), F_OK) != 0) {
-        return;
-    }
-    CAnswerTable kept;
-    try {
-        kept.Load(ReadWholeFile(options_.settingsFile));
-    } catch (const CAgentError& error) {
-        throw CAgentError(options_.settingsFile + ", " + error.what());
-    }
-    for (const Command& answer : kept.All()) {
-        answers_.Set(answer);
+    if (options_.settingsFile && !options_.settingsFile->empty()) {
+        for (const Command& answer : CKeptSettings(*options_.settingsFile).Read()) {
+            answers_.Set(answer);
+        }
     }
 }
 
-void CLocalModule::SaveSettings() const {
-    if (options_.settingsFile.empty()) {
+void CLocalModule::KeepSetting(const Command& answer) const {
+    if (!options_.settingsFile) {
         return;
     }
-    std::string lines;
-    for (const Command& answer : answers_.All()) {
-        if (answer.oc == kReadConfigurationValue && !answer.oi && answer.oe) {
-            lines += (lines.empty() ? "[\n  {\"OC\":" : ",\n  {\"OC\":") + std::to_string(*answer.oc) +
-                     ",\"OE\":" + std::to_string(*answer.oe) +
-                     (answer.st.value_or(0) == 0 ? "" : ",\"ST\":" + std::to_string(*answer.st)) +
-                     (answer.data.empty() ? "" : ",\"DA\":" + answer.data) + "}";
-        }
+    if (options_.settingsFile->empty()) {
+        throw CAgentError("there is no place to keep the setting, which is not changed: say where with --state DIR");
     }
-    ReplaceFile(options_.settingsFile, lines + "\n]\n");
+    CKeptSettings(*options_.settingsFile).Change(answer);
 }
 
 void CLocalModule::OnEntry(const TranscriptEntry& entry, const std::string& sentence) {
@@ -177,8 +164,8 @@ ModuleAnswer CLocalModule::Ask(Command request) {
 
 void CLocalModule::ChangeSetting(std::uint32_t id, const std::string& data) {
     const Command answer = MakeCommand(kReadConfigurationValue, id, data);
+    KeepSetting(answer);  // first: what cannot be kept does not hold in a console either
     answers_.Set(answer);
-    SaveSettings();
     if (agent_ == nullptr) {
         return;
     }

@@ -20,8 +20,10 @@
 
 struct LocalModuleOptions {
     AgentSettings agent;
-    std::string answers;       ///< a JSON array; empty for mail texts that a person can read, and no more
-    std::string settingsFile;  ///< where changed settings are kept, and found; empty for nowhere
+    std::string answers;  ///< a JSON array; empty for mail texts that a person can read, and no more
+    /// Where changed settings are kept, and found; empty where there is no place, so that none can be changed. Not
+    /// given, they hold for this run alone.
+    std::optional<std::string> settingsFile;
     std::optional<std::string> transcript;
     bool story = false;  ///< as a listener's sentences, everything
     std::string wav;
@@ -67,7 +69,7 @@ public:
 
 private:
     void LoadAnswers();
-    void SaveSettings() const;
+    void KeepSetting(const Command& answer) const;
     void OnEntry(const TranscriptEntry& entry, const std::string& sentence);
     std::uint32_t ComponentId(const std::string& name);
     Traces WaitFor(const std::function<void()>& work);

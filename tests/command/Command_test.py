@@ -210,6 +210,14 @@ class Console(ProgramTest):
             session.interrupts_data(silent, told)
         session.ends()
 
+    def test_a_setting_made_elsewhere_stays(self):
+        session = Session(self, LIBRARY, terminal=False)
+        session.sees("The module runs.")
+        run(self, f"--module {LIBRARY} setting mail on")
+        session.type("setting beep on\n")
+        session.sees("beep              on")
+        self.assertIn("mail              on", run(self, f"--module {LIBRARY} setting mail")[1])
+
     def test_switches_are_shown_as_the_module_takes_them(self):
         state = self.file("state", '[{"OC":57345,"OE":1024,"DA":256},{"OC":57345,"OE":1040,"DA":257}]')
         session = Session(self, LIBRARY, "--state", state, terminal=False, program=AGENT)
@@ -313,6 +321,7 @@ class SingleCommands(ProgramTest):
             (kept,) = self.folder.rglob("settings.json")
             self.assertEqual(kept.parent, self.folder / place)
             kept.unlink()
+        self.assertEqual(run(self, f"--module {LIBRARY} setting beep off", HOME="")[0], 1)
 
     def test_wrong_causes_are_not_named(self):
         path = pathlib.Path("/etc/kestrel/HostwardenSuite/ManagedNode/Notifications/Notifications.xml")
