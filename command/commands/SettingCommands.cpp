@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
+#include <cstdint>
 #include <optional>
 
 #include "agent/core/Story.h"
@@ -7,6 +8,8 @@
 #include "command/commands/CommandContext.h"
 #include "command/commands/CommandTable.h"
 #include "command/mail/MailSetting.h"
+#include "platform/diagnostics/WithoutPassword.h"
+#include "service/config/Printable.h"
 
 namespace {
 
@@ -18,16 +21,23 @@ std::string TitleOf(const OperatorSetting& setting, unsigned server) {
     return std::string(setting.name) + (setting.IsPerServer() ? " " + std::to_string(server) : "");
 }
 
+// The data as everybody may see them: a host may carry a log-in.
+std::string WithoutSecret(const OperatorSetting& setting, const std::string& data) {
+    if (setting.kind == OperatorSetting::Kind::Secret) {
+        return data.empty() || data == R"("")" ? data : JsonString("(hidden)");
+    }
+    const auto host = setting.id == kServerHost ? AnswerText(MakeCommand(0, 0, data)) : std::nullopt;
+    return host ? JsonString(WithoutPassword(*host)) : data;
+}
+
 // One value, as a line and as a member of an object.
 void AddValue(Outcome& outcome, const std::string& title, const OperatorSetting& setting, const std::string& data) {
+    const std::string seen = WithoutSecret(setting, data);
     std::string line = title;
     line.resize(std::max<std::size_t>(line.size() + 1, 18), ' ');
-    outcome.text += line + (data.empty() ? "(not set)" : ShowSetting(setting, data)) + "\n";
-    const bool isHidden = setting.kind == OperatorSetting::Kind::Secret && !data.empty();
-    outcome.json += (outcome.json.empty() ? "{" : ",") + JsonString(title) + ":" +
-                    (data.empty() ? "null"
-                     : isHidden   ? JsonString("(hidden)")
-                                  : data);
+    outcome.text += line + (seen.empty() ? "(not set)" : Printable(ShowSetting(setting, seen), SIZE_MAX)) + "\n";
+    outcome.json +=
+        (outcome.json.empty() ? "{" : ",") + JsonString(title) + ":" + (seen.empty() ? std::string("null") : seen);
 }
 
 Outcome Finished(Outcome outcome) {
@@ -115,8 +125,8 @@ Outcome RunSet(CCommandContext& context, const CommandArguments& arguments) {
     if (answer.command.st != kDone) {
         throw CAgentError(TitleOf(setting, server) + " was not changed: " + WhyNotWritten(answer));
     }
-    Outcome outcome;
-    AddValue(outcome, TitleOf(setting, server), setting, request.data);
+    Outcome outcome;  // as it is kept: characters that the file cannot hold are dropped, say
+    AddValue(outcome, TitleOf(setting, server), setting, ReadMailSetting(context.Link(), setting.id, server).data);
     return Finished(outcome);
 }
 

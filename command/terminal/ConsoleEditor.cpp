@@ -24,6 +24,13 @@ constexpr const char* kPrompt = "> ";
 constexpr int kPromptWidth = 2;
 constexpr int kHistorySize = 500;
 
+// True for a line that sets a password, also where a host carries it: user:password@host.
+bool HoldsPassword(std::string_view line) {
+    const std::size_t at = line.rfind('@');
+    return line.find("password") != std::string_view::npos ||
+           (line.find("host") != std::string_view::npos && at != std::string_view::npos && line.find(':') < at);
+}
+
 char* Prompt(EditLine* /*editor*/) {
     return const_cast<char*>(kPrompt);  // NOLINT(cppcoreguidelines-pro-type-const-cast): libedit only reads it
 }
@@ -115,7 +122,7 @@ std::optional<std::string> CConsoleEditor::ReadLine() {
     }
     std::string line(read, static_cast<std::size_t>(count));
     line.erase(line.find_last_not_of("\r\n") + 1);
-    if (line.find_first_not_of(' ') != std::string::npos && line.find("password") == std::string::npos) {
+    if (line.find_first_not_of(' ') != std::string::npos && !HoldsPassword(line)) {
         HistEvent event{};
         ::history(history_.get(), &event, H_ENTER, line.c_str());
         entered_.push_back(line);

@@ -143,7 +143,7 @@ class Console(ProgramTest):
         session.ends()
 
     def test_the_history_is_kept_without_passwords(self):
-        for keys, shown in (("help pending\n set  password 1 x\n", "status 20"), ("\033[A\033[A", "help pending")):
+        for keys, shown in (("help pending\nset host 1 u:x@m\n set  password 1 x\n", "status 20"), ("\033[A\033[A", "help pending")):
             session, other = Session(self, FAKE_MODULE), Session(self, FAKE_MODULE)
             other.sees("> ")
             session.sees("> ")
@@ -153,7 +153,7 @@ class Console(ProgramTest):
                 console.type("\025quit\n")
                 console.ends()
         history = self.folder / ".local/state/em-alert/history"
-        self.assertNotIn("password", read(history))
+        self.assertNotRegex(read(history), "password|host")
         self.assertEqual(history.stat().st_mode & 0o777, 0o600)
 
     def test_the_keyboard_leaves_no_password_in_sight_and_no_terminal_without_echo(self):
@@ -278,6 +278,7 @@ class SingleCommands(ProgramTest):
             mark, text = row[0], row[2:]
             if mark == "$":
                 command, _, given = text.partition(" < ")
+                given = re.sub(r"\\x(..)", lambda code: chr(int(code[1], 16)), given)
                 status, output = run(self, command, given.replace("\\n", "\n").replace("\\r", "\r"))
                 rest = output
             elif mark == "<":
