@@ -2,6 +2,7 @@
 #include "command/CommandLine.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
 
 #include "command/ProgramOptionTable.h"
@@ -12,16 +13,24 @@ namespace {
 
 constexpr unsigned kHighestTraceLevel = 5;
 
-// Everything behind the command's name is the command's, but for --json and --help, which people put there.
-void TakeFromWords(ProgramOptions& options) {
-    std::erase_if(options.words, [&](const std::string& word) {
-        const bool json = word == "--json";
-        options.json = options.json || json;
-        return json;
-    });
-    if (options.words.size() == 2 && (options.words[1] == "--help" || options.words[1] == "-h")) {
-        options.words = {"help", options.words[0]};
+// CLI11 would take the next word for the value.
+void RefuseEmptyValues(std::span<char*> words) {
+    for (const std::string_view word : words) {
+        if (word == "--") {
+            return;
+        }
+        if (word.starts_with("--") && word.ends_with('=') && word.find(' ') == std::string_view::npos) {
+            throw CUsageError(std::string(word) + " lacks its value; --help lists the options");
+        }
     }
+}
+
+// Everything behind the command's name is the command's, but for --json, which people put there.
+void TakeFromWords(ProgramOptions& options) {
+    const auto end = std::ranges::find(options.words, "--");
+    const auto rest = std::remove(options.words.begin(), end, "--json");
+    options.json = options.json || rest != end;
+    options.words.erase(rest, end);
 }
 
 }  // namespace
@@ -59,6 +68,7 @@ ProgramOptions ParseProgramOptions(int argc, char** argv) {
     app.add_flag("-h,--help", options.help);
     app.add_flag("--man", options.man);
     app.add_flag("--complete", options.complete);
+    RefuseEmptyValues({argv, static_cast<std::size_t>(argc)});
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -66,7 +76,9 @@ ProgramOptions ParseProgramOptions(int argc, char** argv) {
     }
     options.words = app.remaining();
     if (!options.complete) {
-        if (!options.words.empty() && options.words[0].starts_with('-')) {
+        if (!options.words.empty() && options.words[0] == "--") {
+            options.words.erase(options.words.begin());
+        } else if (!options.words.empty() && options.words[0].starts_with('-')) {
             throw CUsageError(options.words[0] + " is not an option; --help lists them");
         }
         TakeFromWords(options);

@@ -90,6 +90,10 @@ answers at its control socket it is asked; otherwise
 .Nm
 loads the alert module itself, for as long as it runs.
 .Pp
+An argument that looks like an option is refused where it is none; behind
+.Ql \-\-
+every one is taken as it is.
+.Pp
 The options are:
 .Bl -tag -width Ds
 )";

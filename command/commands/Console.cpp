@@ -43,11 +43,34 @@ void CheckWords(const CommandRow& row, const CommandArguments& arguments) {
     }
 }
 
-// Commands with options know where their words end; the words of all others are taken as they are.
+bool IsHelp(const std::string& word) {
+    return word == "-h" || word == "--help";
+}
+
+// Texts have blanks, mostly, and numbers are none.
+bool LooksLikeOption(const std::string& word) {
+    return word.size() > 1 && word[0] == '-' && (word[1] < '0' || word[1] > '9') && word.find(' ') == std::string::npos;
+}
+
+// Of a command without options. A slip must not become a value.
+std::vector<std::string> TextsOf(const CommandRow& row, std::vector<std::string> words) {
+    const auto end = std::ranges::find(words, "--");
+    const auto option = std::find_if(words.begin(), end, LooksLikeOption);
+    if (option != end) {
+        throw CUsageError(*option + " is no option of \"" + std::string(row.name) +
+                          "\"; what only looks like one goes behind --: " + row.Usage());
+    }
+    if (end != words.end()) {
+        words.erase(end);
+    }
+    return words;
+}
+
+// Commands with options know where their words end.
 CommandArguments ParseArguments(const CommandRow& row, const std::vector<std::string>& words) {
     CommandArguments arguments;
     if (row.options == CommandRow::kNoOption) {
-        arguments.words = words;
+        arguments.words = TextsOf(row, words);
         return arguments;
     }
     CLI::App app;
@@ -101,6 +124,9 @@ std::vector<std::string> SplitWords(std::string_view line) {
 
 Outcome RunCommand(CCommandContext& context, const std::vector<std::string>& words) {
     const CommandRow& row = FindCommandRow(words.at(0));
+    if (std::any_of(words.begin(), std::ranges::find(words, "--"), IsHelp)) {
+        return RunHelp(context, {.words = {words[0]}, .server = {}, .language = {}});
+    }
     if (row.needs == CommandRow::Needs::Console && !context.Options().isConsole) {
         throw CUsageError("\"" + words[0] + "\" is a command of the console, which em-alert alone begins.");
     }
