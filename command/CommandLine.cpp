@@ -82,6 +82,9 @@ ProgramOptions ParseProgramOptions(int argc, char** argv) {
             throw CUsageError(options.words[0] + " is not an option; --help lists them");
         }
         TakeFromWords(options);
+        if (options.json && options.words.empty() && !options.help && !options.version && !options.man) {
+            throw CUsageError("--json goes with a command: the console's answers are for people");
+        }
     }
     return options;
 }

@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include "agent/core/Files.h"
-#include "agent/core/ModuleLibrary.h"
 #include "agent/traces/ModuleTraces.h"
 #include "agent/traces/TraceSink.h"
 #include "command/CommandLine.h"
@@ -52,7 +51,8 @@ std::string InFolder(const std::string& folder, const char* name) {
 
 ContextOptions MakeContextOptions(const ProgramOptions& program, bool isConsole) {
     ContextOptions options;
-    options.module.agent.library = program.module.empty() ? FindModule(EM_INSTALLED_MODULE) : program.module;
+    options.module.agent.library = program.module;
+    options.installedModule = EM_INSTALLED_MODULE;
     options.module.settingsFile = InFolder(StateFolder(program), "settings.json");
     options.module.speaks = isConsole;
     options.socket = program.socket.value_or(program.module.empty() ? kUsualSocket : "");
@@ -76,11 +76,12 @@ bool IsOutputWritten() {
     return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
 }
 
-int RunOnce(CCommandContext& context, const std::vector<std::string>& words) {
+int RunOnce(CCommandContext& context, const ProgramOptions& program) {
     const bool json = context.Options().json;
     Outcome outcome;
     try {
-        outcome = RunCommand(context, words);
+        SetUpTraces(program);
+        outcome = RunCommand(context, program.words);
     } catch (const CUsageError&) {
         throw;
     } catch (const std::exception& error) {
@@ -106,15 +107,15 @@ int RunProgram(const ProgramOptions& program) {
     const bool isConsole = program.words.empty();
     const bool edits = isConsole && IsAtTerminal();
     CConsoleWait wait({.editsLines = edits, .hasTraceFile = !program.traceFile.empty()});
-    SetUpTraces(program);
     const auto terminal = edits ? MakeEditingTerminal(wait, CompleteLine, InFolder(StateFolder(program), "history"))
                                 : MakePlainTerminal(wait);
-    if (edits && program.traceFile.empty()) {
-        Debug.UseTerminal(terminal.get());
-    }
     CCommandContext context(MakeContextOptions(program, isConsole), *terminal);
     if (!isConsole) {
-        return RunOnce(context, program.words);
+        return RunOnce(context, program);
+    }
+    SetUpTraces(program);
+    if (edits && program.traceFile.empty()) {
+        Debug.UseTerminal(terminal.get());
     }
     const bool worked = RunConsole(context);
     if (!IsOutputWritten()) {

@@ -3,10 +3,14 @@
 
 #include <array>
 
+#include "agent/core/ModuleLibrary.h"
+
 CIModuleLink& CCommandContext::Link() {
     if (service_ == nullptr && local_ == nullptr) {
         service_ = options_.socket.empty() ? nullptr : CServiceClient::Connect(options_.socket);
         if (service_ == nullptr) {
+            std::string& library = options_.module.agent.library;
+            library = library.empty() ? FindModule(options_.installedModule.c_str()) : library;
             local_ = std::make_unique<CLocalModule>(options_.module, [this](const std::string& sentence) {
                 if (options_.isConsole) {
                     terminal_.Print(sentence);

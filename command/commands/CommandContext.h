@@ -13,7 +13,8 @@
 
 struct ContextOptions {
     LocalModuleOptions module;
-    std::string socket;  ///< of the service; empty to ask none
+    std::string installedModule;  ///< loaded when `module` names none; its path from the program's folder
+    std::string socket;           ///< of the service; empty to ask none
     bool json = false;
     bool colour = false;  ///< on standard output
     bool isConsole = false;
@@ -59,7 +60,7 @@ public:
     std::string StatusWord(std::uint32_t status) const;
 
 private:
-    const ContextOptions options_;
+    ContextOptions options_;
     CIConsoleTerminal& terminal_;
     std::unique_ptr<CServiceClient> service_;
     std::unique_ptr<CLocalModule> local_;

@@ -37,12 +37,16 @@ Outcome RunTrace(CCommandContext& context, const CommandArguments& arguments) {
 }
 
 Outcome RunHelp(CCommandContext& /*context*/, const CommandArguments& arguments) {
+    Outcome outcome;
     if (arguments.words.empty()) {
-        return Said(CommandList());
+        outcome.text = CommandList();
+    } else {
+        const CommandRow& row = FindCommandRow(arguments.words[0]);
+        outcome.text = row.Usage() + ": " + std::string(row.help) + ".\n" + std::string(row.more) +
+                       (row.list != nullptr ? row.list() : "");
     }
-    const CommandRow& row = FindCommandRow(arguments.words[0]);
-    return Said(row.Usage() + ": " + std::string(row.help) + ".\n" + std::string(row.more) +
-                (row.list != nullptr ? row.list() : ""));
+    outcome.json = "{\"help\":" + JsonString(outcome.text) + "}";
+    return outcome;
 }
 
 Outcome RunQuit(CCommandContext& context, const CommandArguments& /*arguments*/) {

@@ -13,6 +13,7 @@ import pty
 import re
 import select
 import shlex
+import shutil
 import signal
 import socket
 import subprocess
@@ -370,6 +371,12 @@ class SingleCommands(ProgramTest):
                 done = subprocess.run([COMMAND, "--module", LIBRARY, *words], stdin=subprocess.DEVNULL, stdout=full,
                                       stderr=subprocess.PIPE, text=True, timeout=20, check=False)
             self.assertEqual((done.returncode, done.stderr), (1, "em-alert: standard output cannot be written\n"))
+
+    def test_the_module_is_looked_for_where_it_is_needed(self):
+        alone = shutil.copy(COMMAND, self.folder)
+        for words, status, kind in (("--socket /none watch", 1, "error"), ("help", 0, "help"), ("get", 1, "error")):
+            done = subprocess.run([alone, "--json", *words.split()], stdout=subprocess.PIPE, timeout=20, check=False)
+            self.assertEqual((done.returncode, [*json.loads(done.stdout)]), (status, [kind]), words)
 
     def test_the_words_of_completion_and_manual_are_those_of_the_table(self):
         self.assertEqual(run(self, "--complete se"), (0, "send-mail\nset\nsetting\n"))
