@@ -4,7 +4,7 @@
 #include <array>
 #include <getopt.h>
 
-#include "agent/core/Command.h"
+#include "agent/settings/Settings.h"
 
 const char* const kUsage =
     "Usage: em-alert-agent --module LIB [--state FILE] [options]\n"
@@ -55,7 +55,7 @@ constexpr auto kOptions = std::to_array<option>({
 });
 
 unsigned int NumberOption(const char* name) {
-    const auto number = ParseNumber(optarg);
+    const auto number = ParseWrittenNumber(optarg);
     if (!number) {
         throw CAgentError(std::string("--") + name + " takes a number from 0 to 4294967295, not \"" + optarg + "\"");
     }

@@ -172,7 +172,7 @@ std::string ToneData(const OperatorSetting& setting, std::span<const std::string
         std::string_view rest = word;
         for (std::size_t i = 0; i < kNumbersOfTone; ++i) {
             const std::size_t end = i + 1 < kNumbersOfTone ? rest.find('/') : rest.size();
-            const auto number = ParseNumber(rest.substr(0, end));
+            const auto number = ParseWrittenNumber(rest.substr(0, end));
             if (end == std::string_view::npos || !number || *number > kHighestOfTone) {
                 Refuse(setting, "a list of tones, each of three numbers up to " + std::to_string(kHighestOfTone) +
                                     ": Hz, milliseconds, milliseconds of pause, such as 2300/150/100");
@@ -208,6 +208,11 @@ const OperatorSetting& FindSetting(std::span<const OperatorSetting> settings, st
     throw CUsageError("there is no \"" + std::string(name) + "\" here; there are " + names);
 }
 
+std::optional<std::uint32_t> ParseWrittenNumber(std::string_view text) {
+    const bool isOctal = text.size() > 1 && text[0] == '0' && text[1] != 'x' && text[1] != 'X';
+    return isOctal ? std::nullopt : ParseNumber(text);
+}
+
 std::string SettingData(const OperatorSetting& setting, std::span<const std::string> words) {
     const std::string text = Joined(words);
     switch (setting.kind) {
@@ -219,10 +224,12 @@ std::string SettingData(const OperatorSetting& setting, std::span<const std::str
             }
             return JsonString(setting.kind == Kind::Lines ? WithLineBreaks(text) : text);
         case Kind::Number: {
-            const auto number = ParseNumber(text);
+            const auto number = ParseWrittenNumber(text);
             if (!number || *number < setting.lowest || *number > setting.highest) {
                 Refuse(setting, "a number from " + std::to_string(setting.lowest) + " to " +
-                                    std::to_string(setting.highest) + " (" + std::string(setting.meaning) + ")");
+                                    std::to_string(setting.highest) +
+                                    (text.starts_with('0') ? ", without a leading 0 (" : " (") +
+                                    std::string(setting.meaning) + ")");
             }
             return std::to_string(*number);
         }

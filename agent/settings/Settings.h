@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -41,6 +42,10 @@ std::span<const OperatorSetting> AlertSettings();
 
 /// @throw CUsageError that lists the names
 const OperatorSetting& FindSetting(std::span<const OperatorSetting> settings, std::string_view name);
+
+/// Reads a number that a person wrote, decimal or "0x" hexadecimal. Another leading "0" is refused: it would make the
+/// number octal, as in messages, and nobody would notice.
+std::optional<std::uint32_t> ParseWrittenNumber(std::string_view text);
 
 /// @param words  the value; the words of a text are joined by blanks
 /// @return the value as "DA" of a message

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <exception>
 
+#include "agent/settings/Settings.h"
+
 namespace {
 
 constexpr unsigned kServers = 2;
@@ -80,7 +82,11 @@ CommandArguments ParseArguments(const CommandRow& row, const std::vector<std::st
         app.add_option("--server", arguments.server)->check(CLI::Range(1U, kServers));
     }
     if ((row.options & CommandRow::kLanguage) != 0) {
-        app.add_option("--language", arguments.language)->check(CLI::Range(0U, kHighestLanguage));
+        app.add_option("--language", arguments.language)
+            ->check(CLI::Range(0U, kHighestLanguage))
+            ->check([](const std::string& text) {
+                return ParseWrittenNumber(text) ? "" : text + " is no number without a leading 0";
+            });
     }
     if ((row.options & CommandRow::kVerbose) != 0) {
         app.add_flag("-v,--verbose", arguments.verbose);
