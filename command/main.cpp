@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -16,6 +17,7 @@
 #include "command/commands/Console.h"
 #include "command/terminal/ConsoleTerminal.h"
 #include "command/terminal/ConsoleWait.h"
+#include "service/config/Printable.h"
 
 namespace {
 
@@ -26,7 +28,7 @@ constexpr const char* kUsualSocket = "/run/em-alert/control";
 
 int Report(const std::string& reason, int status) {
     std::fflush(stdout);
-    std::fprintf(stderr, "em-alert: %s\n", reason.c_str());
+    std::fprintf(stderr, "em-alert: %s\n", Printable(reason, SIZE_MAX).c_str());
     return status;
 }
 

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -19,6 +20,7 @@
 #include "command/mail/MailSetting.h"
 #include "notification/FileLock.h"
 #include "notification/NotificationConfig.h"
+#include "service/config/Printable.h"
 #include "service/config/ServiceConfig.h"
 #include "sip/Vocabulary.h"
 
@@ -226,7 +228,7 @@ Outcome ToOutcome(const Findings& findings) {
         line.resize(7, ' ');
         line += subject;
         line.resize(22, ' ');
-        outcome.text += line + words + "\n";
+        outcome.text += line + Printable(words, SIZE_MAX) + "\n";
         outcome.json += (outcome.json.empty() ? "[{\"subject\":" : ",{\"subject\":") + JsonString(subject) +
                         ",\"state\":" + JsonString(kStates.at(index)) + ",\"text\":" + JsonString(words) + "}";
     }

@@ -4,17 +4,24 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
 
 #include "agent/settings/Settings.h"
+#include "service/config/Printable.h"
 
 namespace {
 
 constexpr unsigned kServers = 2;
 constexpr unsigned kHighestLanguage = 65535;
 
-// @return false for an empty line
+// What failed may be told in the words of a file or of a server.
+void TellFailure(const std::string& reason) {
+    std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, Printable(reason, SIZE_MAX).c_str());
+}
+
+// @return false when it failed
 bool Execute(CCommandContext& context, const std::string& line) {
     const std::vector<std::string> words = SplitWords(line);
     if (words.empty()) {
@@ -22,21 +29,10 @@ bool Execute(CCommandContext& context, const std::string& line) {
     }
     const Outcome outcome = RunCommand(context, words);
     context.Terminal().Print(outcome.text);
-    if (!outcome.failure.empty()) {
-        if (!IsAtTerminal()) {
-            std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, outcome.failure.c_str());
-        }
-        return false;
+    if (!outcome.failure.empty() && !IsAtTerminal()) {
+        TellFailure(outcome.failure);
     }
-    return true;
-}
-
-void TellFailure(CCommandContext& context, const std::string& reason) {
-    if (IsAtTerminal()) {
-        context.Terminal().Print(reason + "\n");
-    } else {
-        std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, reason.c_str());
-    }
+    return outcome.failure.empty();
 }
 
 void CheckWords(const CommandRow& row, const CommandArguments& arguments) {
@@ -158,7 +154,11 @@ bool RunConsole(CCommandContext& context) {
         try {
             worked = Execute(context, *line) && worked;
         } catch (const std::exception& error) {
-            TellFailure(context, error.what());
+            if (IsAtTerminal()) {
+                terminal.Print(Printable(error.what(), SIZE_MAX) + "\n");
+            } else {
+                TellFailure(error.what());
+            }
             worked = false;
         }
         if (CLocalModule* module = context.Quits() ? nullptr : context.Local()) {
