@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <netdb.h>
 #include <optional>
@@ -64,6 +63,8 @@ bool CheckSettingsFile(CCommandContext& context, Findings& findings) {
     } else if (::stat(path.c_str(), &status) == 0 && (status.st_mode & (S_IRGRP | S_IROTH)) != 0) {
         findings.push_back(
             {"settings file", State::Wrong, path + " holds passwords and may be read by others: chmod 600"});
+    } else if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        findings.push_back({"settings file", State::Wrong, path + " may be changed by others: chmod 600"});
     } else {
         findings.push_back({"settings file", State::Ok, path});
     }
@@ -96,19 +97,24 @@ void CheckTraces(Findings& findings) {
                         silence.empty() ? "no file keeps the module from printing" : silence});
 }
 
-void CheckCertificates(Findings& findings) {
+void CheckCertificates(bool isService, Findings& findings) {
     const char* store = ::curl_version_info(CURLVERSION_NOW)->cainfo;
     if (store == nullptr) {
         findings.push_back({"certificates", State::Note, "libcurl names no file of authorities"});
         return;
     }
-    std::string first;
-    std::ifstream file(store);
-    const bool isFine = std::getline(file, first) && !first.empty();
-    findings.push_back({"certificates", isFine ? State::Ok : State::Wrong,
-                        std::string(store) + (isFine ? ""
-                                                     : " is missing or empty: no TLS server will be trusted "
-                                                       "(package ca-certificates)")});
+    constexpr const char* kRemedy = ", so no TLS server is trusted; the package ca-certificates makes it";
+    try {
+        const std::string text = ReadWholeFile(store);
+        const bool holdsAny = text.find("CERTIFICATE-----") != std::string::npos;
+        findings.push_back({"certificates", holdsAny ? State::Ok : State::Wrong,
+                            std::string(store) + (holdsAny ? "" : " holds no certificate" + std::string(kRemedy))});
+    } catch (const CAgentError& error) {
+        // Another user's service may have to do with another answer.
+        const bool mayBeFine = isService && ::access(store, F_OK) == 0;
+        findings.push_back({"certificates", mayBeFine ? State::Note : State::Wrong,
+                            error.what() + std::string(mayBeFine ? "" : kRemedy)});
+    }
 }
 
 Finding CheckSender(const std::string& sender, const std::string& name) {
@@ -247,7 +253,7 @@ Outcome RunCheckConfig(CCommandContext& context, const CommandArguments& argumen
     Try("settings file", findings, [&] { hasSettings = CheckSettingsFile(context, findings) && hasModule; });
     CheckLock(findings);
     CheckTraces(findings);
-    CheckCertificates(findings);
+    CheckCertificates(hasModule && context.Link().IsService(), findings);
     if (hasSettings) {
         Try("addresses", findings, [&] { CheckAddresses(context.Link(), findings); });
         Try("servers", findings, [&] {

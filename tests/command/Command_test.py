@@ -337,9 +337,14 @@ class SingleCommands(ProgramTest):
             self.assertRegex(run(self, "", f"setting mail {mail}\nstatus 2 Fan F\n")[1], r"2 \(warning\).\n" + told)
         self.assertIn("one thing is wrong", output)
         path.write_text("<Notifications/>")
-        for mode in (0o640, 0o604):
+        for mode, words in ((0o640, "holds passwords and may be read"), (0o604, "holds passwords and may be read"),
+                            (0o602, "may be changed"), (0o620, "may be changed")):
             path.chmod(mode)
-            self.assertIn(f"{path} holds passwords and may be read by others: chmod 600", run(self, "check-config")[1])
+            self.assertIn(f"{path} {words} by others: chmod 600", run(self, "check-config")[1])
+        store = pathlib.Path("/etc/ssl/certs/ca-certificates.crt")
+        self.addCleanup(store.write_text, store.read_text())
+        store.write_text("hello")
+        self.assertIn(f"WRONG  certificates   {store} holds no certificate", run(self, "check-config")[1])
         path.unlink()
         with open(f"{path}.lock", "w", encoding="ascii") as lock:
             lock.write("some\nbody #1")
