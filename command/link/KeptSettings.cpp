@@ -34,7 +34,8 @@ CUniqueFd Lock(const std::string& file) {
         }
     }
     if (error != 0) {
-        throw CAgentError("cannot lock " + path + ": " + std::generic_category().message(error));
+        throw CAgentError("cannot lock " + path + ": " +
+                          (error == EWOULDBLOCK ? "another process holds it" : std::generic_category().message(error)));
     }
     return lock;
 }
