@@ -66,10 +66,13 @@ class Checks(ServiceTest):
         self.assertEqual((once.returncode, once.stdout), (0, "disk: OK - DISK OK\n"))
         with open("/dev/full", "w") as full:
             self.assertEqual(subprocess.run([SERVICE, "--config", config, "--once"], stdout=full).returncode, 1)
+        plugin = self.file("plugin", "#!/no/such/interpreter\n")
+        plugin.chmod(0o755)
         for name, told in (("slow", "slow: UNKNOWN - ended after 0.1 s without an answer\nfine: OK - fine\n"),
-                           ("crash", "crash: UNKNOWN - ended by signal 11\n")):
-            once = subprocess.run([SERVICE, "--config", self.file("once.toml", configuration(name)), "--once"],
-                                  capture_output=True, text=True)
+                           ("crash", "crash: UNKNOWN - ended by signal 11\n"),
+                           ("broken", f"broken: WARNING - {plugin} cannot be started: No such file or directory\n")):
+            config = self.file("once.toml", configuration(name, plugin=plugin))
+            once = subprocess.run([SERVICE, "--config", config, "--once"], capture_output=True, text=True)
             self.assertEqual((once.returncode, once.stdout), (1, told))
         hangs = self.file("hangs.toml", configuration("hangs", seconds=(seconds := f"99.{os.getpid()}98")))
         self.service = subprocess.Popen([SERVICE, "--config", hangs, "--once"])
@@ -152,7 +155,8 @@ class Checks(ServiceTest):
         disk = smart | {"SMARTD_DEVICE": "/dev/bus/0", "SMARTD_DEVICESTRING": "/dev/bus/0 [hpt_1/1/2] [SAT]"}
         subprocess.run([FILES / "smartd-exec"], env=path | disk, check=True, stdout=subprocess.DEVNULL)
         self.assertEqual(self.command("submit", "smart-0-hpt_1_1_2_SAT", "0", "replaced")[0], 0)
-        for words, expected in ((("Fail", "/dev/md0", "/dev/sdb1"), (3, "Fail of /dev/sdb1")),
+        for words, expected in ((("DegradedArray", "/dev/md0"), (3, "DegradedArray")),
+                                (("Fail", "/dev/md0", "/dev/sdb1"), (3, "Fail of /dev/sdb1")),
                                 (("Rebuild40", "/dev/md0"), (2, "Rebuild40")),
                                 (("RebuildFinished", "/dev/md0", " mismatches: 8"), (2, "RebuildFinished: mismatches: 8")),
                                 (("SpareActive", "/dev/md0", "/dev/sdc1"), (1, "SpareActive of /dev/sdc1")),
