@@ -59,12 +59,15 @@ void CControlClient::OnReady() {
 void CControlClient::Read() {
     std::array<char, 16384> piece{};
     const ssize_t count = ::recv(socket_.Get(), piece.data(), piece.size(), MSG_DONTWAIT | MSG_PEEK);
-    if (count <= 0) {
-        isAtEnd_ = count == 0;
-        Watch();
-        if (count < 0 && errno != EAGAIN && errno != EINTR) {
+    if (count < 0) {
+        if (errno != EAGAIN && errno != EINTR) {
             Drop();
         }
+        return;
+    }
+    if (count == 0) {
+        isAtEnd_ = true;
+        Watch();
         return;
     }
     const std::string_view seen(piece.data(), static_cast<std::size_t>(count));
