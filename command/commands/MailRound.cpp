@@ -2,7 +2,6 @@
 #include "command/commands/MailRound.h"
 
 #include <algorithm>
-#include <filesystem>
 
 #include "command/commands/CommandTable.h"
 #include "command/mail/MailSetting.h"
@@ -80,16 +79,10 @@ Outcome MailOutcome(const MailReport& report) {
 }
 
 std::string WhyTracesAreSilent() {
-    namespace fs = std::filesystem;
-    std::error_code error;
-    const fs::directory_iterator files(CDebugTraceConfig::kDirectory, error);
-    const bool holdsNone =
-        !error && std::none_of(fs::begin(files), fs::end(files), [](const fs::directory_entry& file) {
-            return file.path().filename().string().find(".ini") != std::string::npos;
-        });
-    return holdsNone ? std::string(CDebugTraceConfig::kDirectory) +
-                           " is there and holds no .ini file, which switches all traces off"
-                     : std::string();
+    const std::string directory = CDebugTraceConfig::kDirectory;
+    return CDebugTraceConfig::IsOffBy(directory.c_str())
+               ? directory + " is there and holds no .ini file, which switches all traces off"
+               : std::string();
 }
 
 std::string WhyNothingIsHeard(const CIModuleLink& link) {
