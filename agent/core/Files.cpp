@@ -6,8 +6,10 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <sstream>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 
 #include "agent/core/Json.h"
@@ -89,6 +91,17 @@ void ReplaceFile(const std::string& path, const std::string& text, mode_t mode) 
             ::unlink(unfinished.c_str());
         }
         Fail("write", path, error);
+    }
+}
+
+int LockWithin(int descriptor, std::chrono::milliseconds time) {
+    constexpr std::chrono::milliseconds kInterval{20};
+    for (std::chrono::milliseconds waited{0};; waited += kInterval) {
+        const int error = ::flock(descriptor, LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
+        if (error != EWOULDBLOCK || waited >= time) {
+            return error;
+        }
+        std::this_thread::sleep_for(kInterval);
     }
 }
 

@@ -4,9 +4,7 @@
 #include <cerrno>
 #include <chrono>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <system_error>
-#include <thread>
 #include <unistd.h>
 
 #include "agent/core/AnswerTable.h"
@@ -15,25 +13,15 @@
 
 namespace {
 
-using std::chrono::milliseconds;
-
 // A change takes a moment; whoever holds the lock for longer has been stopped.
-constexpr milliseconds kLongestWait{5000};
-constexpr milliseconds kInterval{20};
+constexpr std::chrono::milliseconds kLongestWait{5000};
 
 // @return the lock, which is held until it is closed
 CUniqueFd Lock(const std::string& file) {
     MakeParentDirectory(file);
     const std::string path = file + ".lock";  // beside the file, which is replaced
     CUniqueFd lock(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    int error = lock ? EWOULDBLOCK : errno;
-    for (milliseconds waited{0}; error == EWOULDBLOCK && waited < kLongestWait; waited += kInterval) {
-        error = ::flock(lock.Get(), LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
-        if (error != 0) {
-            std::this_thread::sleep_for(kInterval);
-        }
-    }
-    if (error != 0) {
+    if (const int error = lock ? LockWithin(lock.Get(), kLongestWait) : errno; error != 0) {
         throw CAgentError("cannot lock " + path + ": " +
                           (error == EWOULDBLOCK ? "another process holds it" : std::generic_category().message(error)));
     }

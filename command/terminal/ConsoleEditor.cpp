@@ -7,7 +7,6 @@
 #include <cwchar>
 #include <fcntl.h>
 #include <filesystem>
-#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <termios.h>
@@ -23,6 +22,7 @@ namespace {
 constexpr const char* kPrompt = "> ";
 constexpr int kPromptWidth = 2;
 constexpr int kHistorySize = 500;
+constexpr std::chrono::milliseconds kLongestWait{1000};
 
 // True for a line that sets a password, also where a host carries it: user:password@host.
 bool HoldsPassword(std::string_view line) {
@@ -94,7 +94,7 @@ CConsoleEditor::~CConsoleEditor() {
 void CConsoleEditor::SaveHistory() {
     // The file is replaced, so its folder is locked. While that is missing, nothing can be lost.
     const CUniqueFd folder(::open(std::filesystem::path(historyFile_).parent_path().c_str(), O_RDONLY | O_CLOEXEC));
-    TEMP_FAILURE_RETRY(::flock(folder.Get(), LOCK_EX));
+    LockWithin(folder.Get(), kLongestWait);  // a history is worth no more
     HistEvent event{};
     ::history(history_.get(), &event, H_CLEAR);
     ::history(history_.get(), &event, H_LOAD, historyFile_.c_str());
