@@ -521,6 +521,9 @@ class Service(ProgramTest):
             while shown.count(b"\033[H\033[J") < 2 and b"}" not in shown:
                 shown += screen.read(1000)
             watch.send_signal(signal.SIGINT)
+            with contextlib.suppress(OSError):  # the terminal's end: until then it may have to be read
+                while screen.read(1000):
+                    pass
         return shown.decode(errors="ignore").split("\033[H\033[J", 2)[-2:][0].split("\r\n")
 
     def test_a_view_fits_its_terminal(self):
