@@ -44,7 +44,11 @@ void LeaveTerminal(int signal) {
     struct sigaction byDefault {};
     byDefault.sa_handler = SIG_DFL;
     ::sigaction(signal, &byDefault, &ours);
-    ::raise(signal);
+    ::raise(signal);  // waits for the end of its handler, unless it is let through
+    sigset_t own;
+    ::sigemptyset(&own);
+    ::sigaddset(&own, signal);
+    ::pthread_sigmask(SIG_UNBLOCK, &own, nullptr);
     ::sigaction(signal, &ours, nullptr);
     errno = errorBefore;
 }
@@ -84,7 +88,7 @@ CConsoleWait::CConsoleWait(Options options) : wakeUps_(::eventfd(0, EFD_CLOEXEC 
         const int signal = kSignals.at(i);
         struct sigaction action {};
         action.sa_handler = OnSignal;
-        action.sa_flags = SA_RESTART | SA_NODEFER;  // which lets LeaveTerminal raise its own signal
+        action.sa_flags = SA_RESTART;
         ::sigaction(signal, &action, &before_.at(i));
         if ((signal == SIGTSTP || signal == SIGQUIT) && before_.at(i).sa_handler == SIG_IGN) {
             ::sigaction(signal, &before_.at(i), nullptr);
