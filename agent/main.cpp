@@ -48,7 +48,10 @@ void SetUpTraces(const CommandLine& line) {
     Debug.ShowTimes(!line.withoutTraceTimes);
     if (line.traceFile) {
         // Log rotation renames the file; a console has a handler of its own.
-        std::signal(SIGHUP, [](int) { Debug.ReopenFile(); });
+        struct sigaction action {};
+        action.sa_handler = [](int) { Debug.ReopenFile(); };
+        action.sa_flags = SA_RESTART;  // a scenario is read meanwhile
+        ::sigaction(SIGHUP, &action, nullptr);
     }
     if (line.traceLevel) {
         // NOLINTNEXTLINE(concurrency-mt-unsafe): there is no other thread yet
