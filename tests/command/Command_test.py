@@ -169,6 +169,11 @@ class Console(ProgramTest):
         session.program.send_signal(signal.SIGQUIT)
         session.ends(-signal.SIGQUIT)
         self.assertTrue(termios.tcgetattr(session.end)[3] & termios.ECHO)
+        session = Session(self, FAKE_MODULE, "set", "password", "1")
+        session.sees("password 1: ")
+        session.type("geheim\n")
+        session.program.wait(20)
+        self.assertTrue(termios.tcgetattr(session.end)[3] & termios.ECHO)
 
     def test_signals_end_it_in_good_order(self):
         for terminal in (False, True):

@@ -93,6 +93,15 @@ class Control(ServiceTest):
             self.assertEqual(json.loads(answers.readline())["kind"], "pending")  # and no more than once
             client.sendall(b'{"ask":"%s"}\n' % (b"x" * 65536))
             self.assertRegex(answers.read(), "^[^\n]*65536 bytes[^\n]*\n$")  # and hangs up
+        with self.client() as deaf, self.client() as talker, talker.makefile() as answers:
+            deaf.sendall(b'{"subscribe":true}\n')
+            for _ in range(2500):
+                talker.sendall(b'{"submit":{"name":"in between","status":0,"text":"%s"}}\n' % (b'\\"' * 990))
+                answers.readline()
+            size = 0
+            while size < 5 << 20 and (piece := deaf.recv(1 << 20)):
+                size += len(piece)
+            self.assertLess(size, 5 << 20)  # it is hung up on
         self.awaits(lambda: self.component("limit")["text"] == "1000")
         self.assertEqual(*resource.prlimit(self.service.pid, resource.RLIMIT_NOFILE, (20, 10000)))
         [self.enterContext(self.client()) for _ in range(60)]
