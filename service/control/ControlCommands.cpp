@@ -83,8 +83,6 @@ Command ParseMessage(const CRapidJsonUtil::value& value) {
     return command;
 }
 
-constexpr const char* kBusy = "too much waits for the module already; try again later";
-
 }  // namespace
 
 struct CControlCommands::Order {
@@ -159,13 +157,15 @@ void CControlCommands::Ask(CControlClient& client, const Value& value) {
     }
 }
 
-/// What the module's work calls in the loop when it is done.
+/// What the module's work, which is counted and owed from here on, calls in the loop when it is done.
 /// @throw CAgentError when too much is under way
 template <typename Answer>
 auto CControlCommands::Later(CControlClient& client, Answer answer) {
     if (underWay_ >= kMostUnderWay) {
-        throw CAgentError(kBusy);
+        throw CAgentError("too much waits for the module already; try again later");
     }
+    ++underWay_;
+    client.Owe();
     return [this, id = client.Id(), answer](const auto& result) {
         --underWay_;
         if (CControlClient* still = server_.Find(id)) {
@@ -175,20 +175,11 @@ auto CControlCommands::Later(CControlClient& client, Answer answer) {
     };
 }
 
-void CControlCommands::OnPosted(CControlClient& client, bool isPosted) {
-    if (!isPosted) {
-        throw CAgentError(kBusy);
-    }
-    ++underWay_;
-    client.Owe();
-}
-
 void CControlCommands::Acknowledge(CControlClient& client, const Value& value) {
     RequireTrue(value, "\"acknowledge\"");
-    const bool isPosted = service_.Acknowledge(Later(client, [](CControlClient& still, std::size_t alerts) {
+    service_.Acknowledge(Later(client, [](CControlClient& still, std::size_t alerts) {
         still.Send("{\"kind\":\"acknowledged\",\"alerts\":" + std::to_string(alerts) + "}");
     }));
-    OnPosted(client, isPosted);
 }
 
 void CControlCommands::Check(CControlClient& client, const Value& value) {
@@ -231,29 +222,24 @@ void CControlCommands::Request(CControlClient& client, const Value& value) {
     const Command request = ParseMessage(value);
     const auto settle = Later(client, [](CControlClient& /*still*/, const Command& /*answer*/) {});
     news_.AwaitAnswer(client, request);
-    const bool isPosted =
-        service_.Ask([request](CDelivery& delivery, CAgent& agent) { return delivery.Request(agent, request); },
-                     [this, id = client.Id(), request, settle](const Command& answer) {
-                         news_.OnReturned(id, request, answer);
-                         settle(answer);
-                     });
-    if (!isPosted) {
-        news_.ForgetAnswer(client, request);
-    }
-    OnPosted(client, isPosted);
+    service_.Ask([request](CDelivery& delivery, CAgent& agent) { return delivery.Request(agent, request); },
+                 [this, id = client.Id(), request, settle](const Command& answer) {
+                     news_.OnReturned(id, request, answer);
+                     settle(answer);
+                 });
 }
 
 /// Events and notices.
 void CControlCommands::Deliver(CControlClient& client, const Value& value) {
-    const bool isPosted = service_.Ask(
-        [notice = ParseMessage(value)](CDelivery& delivery, CAgent& agent) {
+    const Command notice = ParseMessage(value);
+    service_.Ask(
+        [notice](CDelivery& delivery, CAgent& agent) {
             delivery.Notice(agent, notice);
             return notice;
         },
         Later(client, [](CControlClient& still, const Command& delivered) {
             still.SendMessage("delivered", MessageText(delivered));
         }));
-    OnPosted(client, isPosted);
 }
 
 void CControlCommands::Notify(CControlClient& client, const Value& value) {
@@ -261,14 +247,13 @@ void CControlCommands::Notify(CControlClient& client, const Value& value) {
     if (!code) {
         throw CAgentError("\"notify\" is a number");
     }
-    const bool isPosted = service_.Ask(
+    service_.Ask(
         [code](CDelivery& /*delivery*/, CAgent& agent) {
             agent.Notify(*code);
             return Command();
         },
         Later(client,
               [](CControlClient& still, const Command& /*nothing*/) { still.Send("{\"kind\":\"notified\"}"); }));
-    OnPosted(client, isPosted);
 }
 
 /// What is set stays in memory, and a setting in the state.

@@ -36,7 +36,6 @@ private:
     void Set(CControlClient& client, const Value& value);
     template <typename Answer>
     auto Later(CControlClient& client, Answer answer);
-    void OnPosted(CControlClient& client, bool isPosted);
     void RefuseTooMuch(Command answer);
     void Reset(CControlClient& client, const Value& value);
     void Deliver(CControlClient& client, const Value& value);

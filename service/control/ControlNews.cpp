@@ -28,11 +28,6 @@ bool CControlNews::Take(std::uint64_t client, const Command& request) {
     return isFound;
 }
 
-void CControlNews::ForgetAnswer(CControlClient& client, const Command& request) {
-    Take(client.Id(), request);
-    client.EndRequest();
-}
-
 void CControlNews::OnReturned(std::uint64_t id, const Command& request, const Command& answer) {
     const bool isAnswer = answer.st != kAnswerFollows && Take(id, request);
     CControlClient* client = server_.Find(id);

@@ -28,9 +28,6 @@ public:
     /// The request has come back, as its answer or with the word that one follows.
     void OnReturned(std::uint64_t client, const Command& request, const Command& answer);
 
-    /// The module is not asked after all.
-    void ForgetAnswer(CControlClient& client, const Command& request);
-
     void OnComponent(const Component& component) override;
     void OnChecked(const Component& component) override;
     void OnUnchecked(const std::string& name) override;

@@ -11,7 +11,6 @@ namespace {
 
 constexpr std::uint32_t kOk = 1;
 constexpr std::size_t kMostWaiting = 10000;
-constexpr std::chrono::milliseconds kBusyModule{1000};
 constexpr std::string_view kUpdates = "/updates";  // behind a component's name, which has no "/": what a mail was about
 
 bool IsListed(const std::deque<CLedger::Alert>& pending, const std::string& name) {
@@ -44,14 +43,10 @@ void CAnnouncer::Post(const std::string& subject, Event event) {
 
 void CAnnouncer::DeliverNext() {
     isUnderWay_ = module_ != nullptr && !waiting_.empty();
-    if (!isUnderWay_) {
-        return;
+    if (isUnderWay_) {
+        module_->Post([this, event = std::move(waiting_.front())](CAgent& agent) { Deliver(agent, event); });
+        waiting_.pop_front();
     }
-    if (!module_->Post([this, event = waiting_.front()](CAgent& agent) { Deliver(agent, event); })) {
-        nextTry_ = loop_.After(kBusyModule, [this] { DeliverNext(); });  // clients ask too much of it
-        return;
-    }
-    waiting_.pop_front();
 }
 
 /// On the module's thread.

@@ -99,7 +99,6 @@ private:
     std::map<std::string, Component> over_;  // no longer watched, and not told for sure
     std::deque<Event> waiting_;
     bool isUnderWay_ = false;  // an event is with the module, or what came of it is not kept yet
-    CLoopSource nextTry_;
     std::atomic<std::thread::id> deliverer_{};
     std::atomic<bool> isMailLost_{false};  // during the delivery that is under way
     std::atomic<bool> isMailTaken_{false};

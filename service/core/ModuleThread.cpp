@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr std::size_t kMostWaiting = 10000;
 // Between pieces of work the module's asynchronous requests are answered.
 constexpr std::chrono::milliseconds kIdle{1000};
 
@@ -38,16 +37,12 @@ bool CModuleThread::WaitForLoad() {
     return loaded_ == Loaded::Yes;
 }
 
-bool CModuleThread::Post(Work work) {
+void CModuleThread::Post(Work work) {
     {
         const std::lock_guard guard(lock_);
-        if (waiting_.size() >= kMostWaiting) {
-            return false;
-        }
         waiting_.push_back(std::move(work));
     }
     changed_.notify_all();
-    return true;
 }
 
 std::chrono::seconds CModuleThread::Busy() const {

@@ -32,8 +32,8 @@ public:
     /// @return false when that failed
     bool WaitForLoad();
 
-    /// @return false, with nothing done, when too much (10,000 pieces of work) waits already
-    bool Post(Work work);
+    /// Any thread. What waits is not bounded here: who posts for others counts (CControlCommands).
+    void Post(Work work);
 
     /// How long the thread has been at the piece of work that it is at; 0 when it waits for work.
     std::chrono::seconds Busy() const;

@@ -210,8 +210,8 @@ Component* CService::Submit(const std::string& name, const CheckResult& result) 
     return component;
 }
 
-bool CService::Ask(std::function<Command(CDelivery&, CAgent&)> work, std::function<void(const Command&)> done) {
-    return module_->Post([this, work = std::move(work), done = std::move(done)](CAgent& agent) {
+void CService::Ask(std::function<Command(CDelivery&, CAgent&)> work, std::function<void(const Command&)> done) {
+    module_->Post([this, work = std::move(work), done = std::move(done)](CAgent& agent) {
         const Command answer = work(delivery_, agent);
         if (done) {
             inbox_.Post([done, answer] { done(answer); });
@@ -219,9 +219,9 @@ bool CService::Ask(std::function<Command(CDelivery&, CAgent&)> work, std::functi
     });
 }
 
-bool CService::Acknowledge(std::function<void(std::size_t)> done) {
+void CService::Acknowledge(std::function<void(std::size_t)> done) {
     auto count = std::make_shared<std::size_t>(0);
-    return Ask(
+    Ask(
         [this, count](CDelivery& delivery, CAgent& agent) {
             *count = ledger_.Pending().size();
             return delivery.Request(agent, MakeCommand(kAcknowledgeAlerts));

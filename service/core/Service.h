@@ -70,11 +70,10 @@ public:
     void CheckNow(const std::string& name) { scheduler_.CheckNow(name); }
 
     /// Has work done on the module's thread; `done` is called in the loop with its result.
-    /// @return false when too much waits already
-    bool Ask(std::function<Command(CDelivery&, CAgent&)> work, std::function<void(const Command&)> done);
+    void Ask(std::function<Command(CDelivery&, CAgent&)> work, std::function<void(const Command&)> done);
 
     /// @param done  gets how many alerts were pending
-    bool Acknowledge(std::function<void(std::size_t)> done);
+    void Acknowledge(std::function<void(std::size_t)> done);
 
     /// @return false when a restart would forget what has changed since
     bool IsStateSaved() const { return store_.IsSaved(); }
