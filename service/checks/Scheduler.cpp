@@ -142,9 +142,10 @@ void CScheduler::AwaitReport(const Component& component, Clock::time_point begun
     }
     SetTimer(component, begun, component.config.freshness, [this, name] {
         if (const Component* overdue = components_.Find(name)) {
-            // What was reported as critical is no better for want of a report.
-            onResult_(name, {.status = std::max(overdue->status, ComponentStatus::Warning),
-                             .text = "no report has come within the time set for it"});
+            // What counts as critical is no better for want of a report.
+            onResult_(name,
+                      {.status = std::max(static_cast<ComponentStatus>(overdue->effective), ComponentStatus::Warning),
+                       .text = "no report has come within the time set for it"});
             OnReport(*overdue);
         }
     });
