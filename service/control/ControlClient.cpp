@@ -67,6 +67,9 @@ void CControlClient::Read() {
     }
     if (count == 0) {
         isAtEnd_ = true;
+        if (!in_.empty()) {
+            onLine_(*this, std::exchange(in_, {}));  // the last line needs no end
+        }
         Watch();
         return;
     }

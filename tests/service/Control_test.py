@@ -25,7 +25,8 @@ class Control(ServiceTest):
         with self.client() as client, self.client() as subscriber, subscriber.makefile() as news:
             subscriber.sendall(b'{"subscribe":true}\n')
             news.readline()
-            client.sendall(b'{"request":{"OC":"0x2243"}}\n' * 500)  # whose replies overtake the requests' return
+            # Their replies overtake the requests' return, and the last one's line has no end.
+            client.sendall(b"\n".join([b'{"request":{"OC":"0x2243"}}'] * 500))
             client.shutdown(socket.SHUT_WR)
             answers = client.makefile()
             kinds = [json.loads(answers.readline())["kind"] for _ in range(1000)]
