@@ -10,9 +10,10 @@
 #include "sip/Vocabulary.h"
 
 CAlertAnswers::CAlertAnswers(CAnswerTable& answers, CStateStore& store) : answers_(answers), store_(store) {
-    SetDefaultAnswers(defaults_);
-    SetDefaultAnswers(answers_);
-    AnswerMachineQuestions(answers_);
+    for (CAnswerTable* const table : {&defaults_, &answers_}) {
+        SetDefaultAnswers(*table);
+        AnswerMachineQuestions(*table);
+    }
 }
 
 /// "DA", empty for none.
