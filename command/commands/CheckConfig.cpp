@@ -137,9 +137,11 @@ void CheckAddresses(CIModuleLink& link, Findings& findings) {
     const std::string sender = MailSettingText(link, kSender);
     findings.push_back(CheckSender(sender, MailSettingText(link, kSenderDescription)));
     const std::string recipients = MailSettingText(link, kRecipients);
-    const bool hasAny = !recipients.empty() || !MailSettingText(link, kRecipientsCc).empty();
-    findings.push_back({"recipients", hasAny ? State::Ok : State::Wrong,
-                        hasAny ? recipients : "not set: em-alert set recipients ADDRESS"});
+    const std::string copies = MailSettingText(link, kRecipientsCc);
+    const std::string all =
+        recipients + (recipients.empty() || copies.empty() ? "" : "; ") + (copies.empty() ? "" : "Cc: " + copies);
+    findings.push_back({"recipients", all.empty() ? State::Wrong : State::Ok,
+                        all.empty() ? "not set: em-alert set recipients ADDRESS" : all});
 }
 
 void CheckMail(bool areMailed, const std::string& remedy, Findings& findings) {

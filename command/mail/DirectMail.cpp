@@ -19,9 +19,11 @@ class CRefusals {
 public:
     void Hear(char speaker, const std::string& line) {
         constexpr std::string_view kRecipient = "RCPT TO:";
+        const bool isRefusal = line.starts_with('4') || line.starts_with('5');
+        const bool goesOn = line.find('-', 3) == 3;
         if (speaker == '>') {
             recipient_ = line.starts_with(kRecipient) ? line.substr(kRecipient.size()) : "";
-        } else if (speaker == '<' && !recipient_.empty() && (line.starts_with('4') || line.starts_with('5'))) {
+        } else if (speaker == '<' && !recipient_.empty() && isRefusal && !goesOn) {
             refused.push_back(recipient_ + ": " + line);
         }
     }

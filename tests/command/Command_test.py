@@ -275,7 +275,7 @@ def set_up(test, server):
 class SingleCommands(ProgramTest):
     def test_each_does_one_thing_and_tells_by_its_status(self):
         good = self.serve("--reply", "RCPT:bert@example.net=550 5.1.1 nobody",
-                          "--reply", "RCPT:carl@example.net=450 4.2.1 later")
+                          "--reply", r"RCPT:carl@example.net=450-4.2.1 busy\n450 4.2.1 later")
         names = {"LIBRARY": LIBRARY, "SPAM": self.serve("--reply", "DOT=554 spam").port, "GOOD": good.port,
                  "AUTH": self.serve("--auth", "anna:geheim").port, "LATIN": "K\udce4se", "DELETE": "\x7f", "LONG": 99999 * "h",
                  "STRICT": self.serve("--reply", "RCPT:anna@example.net=550 no", "--reply", "DOT=554 no").port}
