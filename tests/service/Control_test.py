@@ -30,7 +30,10 @@ class Control(ServiceTest):
             client.shutdown(socket.SHUT_WR)
             answers = client.makefile()
             kinds = [json.loads(answers.readline())["kind"] for _ in range(1000)]
-            self.assertTrue(any(json.loads(line)["kind"] == "reply" for line in news))  # between the results of checks
+            self.submit("fan")
+            awaited = {"component", "event", "reply"}
+            while awaited:
+                awaited.discard(json.loads(next(news))["kind"])
         self.assertEqual((kinds.count("returned"), kinds.count("reply")), (500, 500))
 
     def test_each_order_is_answered_and_each_change_is_logged(self):
@@ -41,11 +44,24 @@ class Control(ServiceTest):
         self.start()
         orders = [row.split(" | ") for row in read(HERE / "orders").splitlines()[1:]]
         for order, kind, _ in orders:
-            self.assertEqual(self.ask(json.loads(order))[0]["kind"], kind, order)
+            self.assertEqual(self.ask(json.loads(order.replace("@LONG@", "x" * 16382)))[0]["kind"], kind, order)
         self.assertEqual(self.ask({"check": ""})[0]["error"], '"check" is a text that is not empty')
         self.assertEqual(re.findall(r"(?m)^em-alertd: root \(process \d+\) at the control socket: (.*)$",
                                     self.logged()), [change for _, _, change in orders if change])
         self.assertNotIn("settings/1=", read(self.folder / "state/registry"))
+        with self.client() as client, client.makefile() as answers:  # it is not read while it has much to read
+            client.sendall(b'{"subscribe":true}\n' + b'{"ask":"status"}\n' * 4)
+            self.ask({"check": "disk"}, {"check": "disk"})  # which is news
+            kinds = []
+            while kinds.count("status") < 4:
+                kinds += [json.loads(answers.readline())["kind"]]
+        kinds = []
+        for place in range(101):
+            client = self.enterContext(self.client())
+            if place < 100:  # each is taken before the next one comes
+                client.sendall(b'{"ask":"pending"}\n')
+            kinds += [json.loads(client.makefile().readline())["kind"]]
+        self.assertEqual((kinds, client.recv(1)), (["pending"] * 100 + ["error"], b""))
 
     def test_what_the_service_does_not_hear_is_not_told(self):
         for level, told in (("0", "The mail was sent; whether to everybody is not known.\n"), ("1", "The mail was sent.\n")):
@@ -80,7 +96,8 @@ class Control(ServiceTest):
             self.plugin(2, "DISK full")
         self.awaits(lambda: (self.component() or {}).get("status") == 3)
         with self.client() as client:
-            refused = read(HERE / "refused").replace("@DEEP@", "[" * 61 + "]" * 61).replace("@LONG@", "x" * 16384)
+            refused = read(HERE / "refused").replace("@DEEP@", "[" * 61 + "]" * 61).replace("@LONG@", "x" * 16383)
+            refused = refused.replace("@LINE@", "x" * 65526)
             client.sendall(b"".join(b'{"set":{"OC":"0x2242","OI":%d,"DA":1}}\n' % n for n in range(1000)))
             client.sendall((refused + '{"notify":131073}\n').encode())
             answers = client.makefile()
