@@ -31,7 +31,8 @@ class Fleet(http.server.BaseHTTPRequestHandler):
     told = []
 
     def do_POST(self):
-        Fleet.told += [(self.path, json.loads(self.rfile.read(int(self.headers["Content-Length"]))))]
+        path = self.path if self.headers["Content-Type"] == "application/json" else None
+        Fleet.told += [(path, json.loads(self.rfile.read(int(self.headers["Content-Length"]))))]
         self.send_response(200)
         self.end_headers()
 
@@ -50,6 +51,21 @@ class ServiceTest(ProgramTest):
     def plugin(self, status, says):
         (self.folder / "new").write_text(f"{status}\n{says}", errors="surrogateescape")
         (self.folder / "new").rename(self.folder / "says")  # at once, or a run could say the one and mean the other
+
+    def notices(self, watchdog):
+        """What the service tells systemd, and when."""
+        notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.addCleanup(notify.shutdown, socket.SHUT_RDWR)
+        notify.bind(str(self.folder / "notify"))
+        self.environment |= {"NOTIFY_SOCKET": str(self.folder / "notify"), "WATCHDOG_USEC": str(watchdog)}
+        heard = []
+
+        def listen():
+            with contextlib.suppress(OSError):
+                while True:
+                    heard.append((notify.recv(100), time.monotonic()))
+        threading.Thread(target=listen, daemon=True).start()
+        return heard
 
     def preload(self, library, **environment):
         self.environment = {"LD_PRELOAD": library, **environment,
