@@ -37,7 +37,8 @@ class Settling:
             return
         self.told[name] = status
         self.events += [(name, ("Ok", "Warning", "Critical")[status])]
-        self.pending = (self.pending + [name])[-100:] if any(self.told.values()) else []
+        alert = (name, ("ok", "warning", "error")[status])
+        self.pending = (self.pending + [alert])[-100:] if any(self.told.values()) else []
 
 
 class Endurance(ServiceTest):
@@ -70,7 +71,7 @@ class Endurance(ServiceTest):
             yield int(run), name.decode()
 
     def pending(self):
-        return [alert["name"] for alert in self.ask({"ask": "pending"})[0]["alerts"]]
+        return [(alert["name"], alert["severity"]) for alert in self.ask({"ask": "pending"})[0]["alerts"]]
 
     def start_run(self, run):
         config = read(self.configure())
@@ -131,18 +132,47 @@ freshness = "1h"
             self.submit(name)
             self.awaits(lambda: news.extend(alerts for _, alerts in Fleet.told if f"'{name}'" in str(alerts)) or news)
             self.assertEqual("endsAt" in str(news[0]), timers < 300)  # for so long the end is told
+        for timers, status in ((570, 503), (577, 503), (584, 200)):  # again each minute, and 5 s after a failure
+            Fleet.status, told = status, len(Fleet.told)
+            move(-DAY, timers)
+            self.awaits(lambda: len(Fleet.told) > told)
+        for words in ("fleet does not .* HTTP status 503", "fleet takes alerts again", r":\d+ does not .*Timeout was reached"):
+            self.awaits(lambda: re.search(words, self.logged()))
         self.end(signal.SIGTERM)
         self.start()  # which has been told of times to come
         self.awaits(lambda: self.failed() == 4)
-        for timers, status in ((4000, 1), (4100, 2)):
+        for timers, status in ((4100, 1), (4200, 2)):
             move(-DAY, timers)
             self.pass_timers()
             self.assertEqual(self.component("reports")["status"], status)
 
+    def test_the_watchdog_is_not_fed_when_the_module_is_stuck(self):
+        move = self.clocks()
+        heard = self.notices(watchdog=20000)
+        self.environment |= {"LUME_LOG_DEBUG_LEVEL": "5"}
+        reader, log = os.pipe()
+        self.addCleanup(lambda: [os.close(reader), os.close(log)])
+        self.start(log)
+        with open(os.open(f"/proc/self/fd/{log}", os.O_WRONLY | os.O_NONBLOCK), "wb", buffering=0) as filler:
+            while filler.write(b"x" * 4096):
+                pass
+
+        def news():
+            before = len(heard)
+            self.ask(*[{"check": "disk"}] * 5)
+            return len(heard) > before
+        with self.client() as client:
+            client.sendall(b'{"request":{"OC":"0x2240"}}\n')  # the module prints what it does, and waits for the reader
+            for seconds, is_fed in ((250, True), (310, False)):
+                move(0, seconds)
+                self.awaits(lambda: is_fed == news())
+            os.read(reader, 1 << 20)
+            self.awaits(news)
+
     def test_a_report_is_due_from_when_it_is_asked_for(self):
         move = self.clocks()
         rarely = 'interval = "30d"\ncommand = ["/bin/true"]\n'
-        self.start(more=f'[[check]]\nname = "job"\n{rarely}')
+        self.start(more=f'[[check]]\nname = "job"\n{rarely}[[check]]\nname = "slow"\ncommand = ["/bin/sleep", "99"]')
         self.assertEqual(self.command("check", "job")[0], 0)
         move(0, 3000)
         self.pass_timers()
@@ -151,12 +181,14 @@ freshness = "1h"
             move(0, timers)
             self.pass_timers()
             self.assertEqual(self.component("job")["status"], status)
+        self.awaits(lambda: self.component("slow")["text"] == "ended after 10 s without an answer")
 
     def test_what_cannot_be_killed_is_told_and_takes_no_room(self):
         move = self.clocks()
         move(0, 0, holds_the_killed=True)
         self.start(head="parallel = 1", more=configuration("held"))
-        self.awaits(lambda: "does not end, although it was killed after 0.2 s" in self.component("held")["text"])
+        self.awaits(lambda: "does not end, although it was killed after 0.2 s" in (held := self.component("held"))["text"]
+                    and held["next"] is None)
         self.awaits(lambda: self.component("held")["since"])  # told, as it has come twice
         self.plugin(2, "DISK full")
         self.awaits(lambda: self.component()["status"] == 3)
@@ -185,13 +217,20 @@ freshness = "1h"
             move(0, passed - 20)
             self.pass_timers()
             self.assertEqual(self.failed(), 2 * tries)
-            if minutes == 60:
-                server = self.mail_server()
+            if minutes == 60:  # who acknowledges it has it listed again
+                self.ask({"acknowledge": True})
             move(0, passed)
-        self.awaits(lambda: len(server.mails()) == 2)
+        for subject in ("raid", "disk/updates"):
+            line = f"{subject}: no server took the mail, and it is not tried again before the next event or start\n"
+            self.awaits(lambda: line in self.logged())
+        self.assertEqual(self.pending(), [("raid", "error")])
+        server = self.mail_server()
         move(0, passed + DAY)
         self.pass_timers()
-        self.assertEqual((self.failed(), len(server.mails())), (8, 2))
+        self.assertEqual((self.failed(), len(server.mails())), (10, 0))
+        self.end(signal.SIGTERM)
+        self.start()
+        self.awaits(lambda: len(server.mails()) == 2)
         self.mail_server("--reply", "MAIL=550 no")
         self.assertEqual(self.command("setting", "severity", "1")[0], 0)
         self.reload(read(self.config).replace("[alerts]", '[alerts]\nreminder = "1min"'))
@@ -203,6 +242,10 @@ freshness = "1h"
         self.awaits(lambda: len(server.mails()) == 1 and not self.untold())
         self.pass_timers()
         self.assertEqual(len(server.mails()), 1)  # which is the reminder as well
+        move(0, passed + DAY + 100)
+        self.reload(read(self.config))
+        move(0, passed + DAY + 125)
+        self.awaits(lambda: len(server.mails()) == 2)  # the next one, which a reload has not put off
 
     def memory(self):
         status = read(pathlib.Path(f"/proc/{self.service.pid}/status"))

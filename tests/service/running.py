@@ -29,11 +29,12 @@ class Fleet(http.server.BaseHTTPRequestHandler):
     """What stands for Alertmanager: keeps what it is told."""
 
     told = []
+    status = 200
 
     def do_POST(self):
+        self.send_response(Fleet.status)
         path = self.path if self.headers["Content-Type"] == "application/json" else None
         Fleet.told += [(path, json.loads(self.rfile.read(int(self.headers["Content-Length"]))))]
-        self.send_response(200)
         self.end_headers()
 
     def log_message(self, *_):
