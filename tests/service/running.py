@@ -29,7 +29,6 @@ class Fleet(http.server.BaseHTTPRequestHandler):
     """What stands for Alertmanager: keeps what it is told."""
 
     told = []
-    status = 200
 
     def do_POST(self):
         self.send_response(Fleet.status)
@@ -55,16 +54,15 @@ class ServiceTest(ProgramTest):
 
     def notices(self, watchdog):
         """What the service tells systemd, and when."""
-        notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        notify = self.enterContext(socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM))
         self.addCleanup(notify.shutdown, socket.SHUT_RDWR)
         notify.bind(str(self.folder / "notify"))
         self.environment |= {"NOTIFY_SOCKET": str(self.folder / "notify"), "WATCHDOG_USEC": str(watchdog)}
         heard = []
 
         def listen():
-            with contextlib.suppress(OSError):
-                while True:
-                    heard.append((notify.recv(100), time.monotonic()))
+            for word in iter(lambda: notify.recv(100), b""):
+                heard.append((word, time.monotonic()))
         threading.Thread(target=listen, daemon=True).start()
         return heard
 
@@ -80,7 +78,7 @@ class ServiceTest(ProgramTest):
 
     def fleet(self):
         fleet = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Fleet)
-        Fleet.told = []
+        Fleet.told, Fleet.status = [], 200
         threading.Thread(target=fleet.serve_forever, daemon=True).start()
         self.addCleanup(fleet.server_close)
         self.addCleanup(fleet.shutdown)
