@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: Apache-2.0
-# Runs the agent with scenarios, as those do who test a module.
+# Runs the agent with scenarios, as those do who test a module. Each runs/NAME.scenario is one run with the answers of
+# NAME.state, which NAME.transcript and NAME.story tell.
 
 import os
 import pathlib
@@ -8,87 +9,90 @@ import re
 import select
 import signal
 import subprocess
+import time
 import unittest
 
 from programs import AGENT, FAKE_MODULE, LIBRARY, ProgramTest, read, rows
 
 RUNS = pathlib.Path(__file__).parent / "runs"
-
-
-def agent(*arguments, **environment):
-    """The exit status, and what was written to both outputs, without the transcript's times."""
-    run = subprocess.run([AGENT, *arguments], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False,
-                         env=os.environ | environment)
-    return run.returncode, re.sub(r',"ms":[^}]*', "", run.stdout)
+MANUAL = pathlib.Path(__file__).parents[2] / "docs/em-alert-agent.1"
+TIME = re.compile(r',"ms":(\d+)|^ *(\d+)\.(\d{3}) s  ', re.M)
 
 
 class Scenarios(ProgramTest):
+    def agent(self, *arguments, **environment):
+        """The exit status, and what was written to each output, without the times of a transcript."""
+        begin = time.monotonic()
+        run = subprocess.run([AGENT, *arguments], capture_output=True, text=True, errors="replace", check=False,
+                             env=os.environ | environment)
+        self.times = [int("".join(parts)) for parts in TIME.findall(run.stdout)]
+        limits = [0, *self.times, (time.monotonic() - begin) * 1000]
+        self.assertEqual(limits, sorted(limits))
+        return run.returncode, TIME.sub("", run.stdout), run.stderr
+
     def run_scenario(self, state, scenario, *options, module=FAKE_MODULE, **environment):
-        return agent("--module", module, "--state", self.file("state.json", state), "--scenario",
-                     self.file("run.jsonl", scenario), "--trace-file", self.folder / "traces", *options, **environment)
+        return self.agent("--module", module, "--state", self.file("state.json", state), "--scenario",
+                          self.file("run.jsonl", scenario), *options, **environment)
 
-    def test_a_whole_run_is_written_down_in_order(self):
-        run = self.run_scenario('[{"OC":"0xE001","OE":"0x400","DA":1},{"OC":4660,"ST":12,"DA":"late"}]',
-                                read(RUNS / "whole.scenario"), "--cabinet", "7")
-        self.assertEqual(run, (0, read(RUNS / "whole.transcript")))
+    def test_whole_runs_are_written_down_in_order(self):
+        for path in RUNS.glob("*.scenario"):
+            state, scenario = read(path.with_suffix(".state")), read(path)
+            for form, options in ((".transcript", []), (".story", ["--story"])):
+                run = self.run_scenario(state, scenario, "--cabinet", "7", *options)
+                self.assertEqual(run, (0, read(path.with_suffix(form)), ""), path)
+                self.assertGreaterEqual(self.times[-1], max(map(int, re.findall(r'"wait":(\d+)', scenario)), default=0))
 
-    def test_the_first_entry_that_fits_answers(self):
-        status, output = self.run_scenario(read(RUNS / "answers.state"), read(RUNS / "answers.scenario"))
-        self.assertEqual(re.findall(r'"answer":.*"OC":4660.*?"ST":(.*?)}', output),
-                         ['0,"DA":"exact"', '9', '0,"DA":[1]', '9', '1', '0,"DA":"set"', '9', '1,"DA":"new"'])
-        self.assertEqual(status, 0)
-
-    def test_restart_and_threads(self):
-        status, output = self.run_scenario('[{"OC":57345,"OE":1024,"DA":1}]', read(RUNS / "threads.scenario"))
-        self.assertEqual(status, 0, output)
-        for text, count in (('"step":"unmapped","result":true', 2), ('{"kind":"reply"', 3),
-                            ('{"kind":"event"', 1), ('{"kind":"withheld"', 1)):  # after the restart events are off
-            self.assertEqual(output.count(text), count, text)
-
-    def test_a_story_cuts_data_behind_100_characters_and_hides_passwords(self):
-        quoted = r'\"' + "[" * 65  # no nesting: it stands in a text
-        for text, told in (("x" * 98, "x" * 98 + '"'), ("x" * 99, "x" * 99 + "..."),
-                           ("x" * 98 + "\u00e4", "x" * 98 + "..."), (quoted, quoted + '"')):
-            output = self.run_scenario("[]", f'{{"request":{{"OC":1,"DA":"{text}"}}}}', "--story")[1]
-            self.assertIn(f'data "{told}, refused', output)
-        for code in ("0xE001", "0xE002"):
-            secret = f'{{"request":{{"OC":"{code}","OE":"0x0439","DA":"geheim"}}}}'
-            self.assertIn("data hidden, refused", self.run_scenario("[]", secret, "--story")[1])
+    def test_threads_take_each_reply_once(self):
+        output = self.run_scenario("[]", read(RUNS / "threads.race"))[1]
+        self.assertEqual(output.count('{"kind":"reply"'), 3, output)
 
     def test_what_is_wrong_is_told(self):
         for state, scenario, words in rows(RUNS / "refusals"):
-            status, output = self.run_scenario(state, scenario)
-            self.assertEqual(status, 1, words)
-            self.assertIn(words, output)
+            status, output, errors = self.run_scenario(state, scenario)
+            self.assertEqual((status, words in errors, errors[:16]), (1, True, "em-alert-agent: "), f"{words}, not {errors}")
             self.assertEqual('"EM_Delete"' in output and '"unmapped"' in output, '"dlopen"' in output, "left loaded: " + words)
         for option in ("--state", "--scenario"):  # a directory can be opened, and holds nothing
-            status, output = self.run_scenario("[]", "", option, "/etc")
-            self.assertEqual((status, "em-alert-agent: cannot read /etc: Is a directory" in output), (1, True), output)
-        self.assertIn("state.json, line 1: the state is", agent("--module", FAKE_MODULE, "--state", self.file("state.json", "{}"))[1])
-        self.assertEqual(self.run_scenario("[]", "", "--transcript", "/dev/full")[0], 1)
-        for arguments, words in rows(RUNS / "command-lines"):
-            status, output = agent(*arguments.split())
-            self.assertEqual(status, 2, arguments)
-            self.assertIn(words, output)
-        self.assertEqual(agent("--help")[0], 0)
-        self.assertRegex(agent("--version")[1], "^em-alert-agent [0-9.]+\n$")
+            self.assertIn("em-alert-agent: cannot read /etc: Is a directory\n", self.run_scenario("[]", "", option, "/etc"))
+        for status, arguments, words in rows(RUNS / "command-lines"):
+            names = {"@FAKE@": FAKE_MODULE, "@STATE@": str(self.file("state.json", "[]"))}
+            run = self.agent(*(names.get(word, word) for word in arguments.split()))
+            self.assertEqual((run[0], words in run[1 if run[0] == 0 else 2]), (int(status), True), f"{arguments}: {run}")
+        self.assertRegex(self.agent("--version")[1], "^em-alert-agent [0-9.]+\n$")
+        page, described = read(MANUAL), re.findall("^  .*--([a-z-]+)", self.agent("--help")[1], re.M)
+        self.assertEqual(re.findall(r"(?m)^\.It.* -([a-z-]+)", page), described)
         self.assertEqual(self.run_scenario("[]", "", "--transcript", "/dev/full"),
-                         (1, "em-alert-agent: the transcript could not be written\n"))
-        for library, words in (("/nowhere/libx.so", "dlopen failed: /nowhere/libx.so: cannot open"),
-                               ("libm.so.6", "undefined symbol: EM_Create")):
-            status, output = self.run_scenario("[]", "", module=library)
-            self.assertEqual(status, 1)
-            self.assertIn(words, output)
+                         (1, "", "em-alert-agent: the transcript could not be written\n"))
+        output, errors = self.run_scenario("[]", "", module="/nowhere/lib\udcff.so")[1:]
+        self.assertIn('"note":"/nowhere/lib\ufffd.so: cannot open', output)
+        self.assertIn("em-alert-agent: dlopen failed: /nowhere/lib\ufffd.so: cannot open", errors)
 
     def test_trace_level_and_run_mode_reach_the_module(self):
         log = 'event log source "Hostwarden Agentless Service" registered'
-        self.assertEqual(self.run_scenario("[]", "", "--trace", "4", "--run-mode", "5")[0], 0)
-        self.assertIn(log, read(self.folder / "traces"))
-        self.assertEqual(self.run_scenario("[]", "", "--trace", "4", LUME_LOG_DEBUG_LEVEL="2")[0], 0)
-        first, traces = read(self.folder / "traces").split("*** SCN_SWITCH_SHUTDOWN ***")[:2]  # appended
-        self.assertIn(log, first)
-        self.assertIn("Server cabinet number = 0", traces)
-        self.assertNotIn("event log source", traces)
+        traces = self.folder / "traces"
+        self.assertIn(log, self.run_scenario("[]", "", "--trace", "4", "--run-mode", "5")[2])
+        self.assertEqual(self.run_scenario("[]", "", "--trace", "0")[2], "")
+        for _ in range(2):  # appended
+            self.assertEqual(self.run_scenario("[]", "", "--trace", "4", "--trace-file", traces, LUME_LOG_DEBUG_LEVEL="2")[2], "")
+        self.assertEqual(read(traces).count("Server cabinet number = 0"), 2)
+        self.assertNotIn("event log source", read(traces))
+
+    def test_a_speaker_plays_into_a_sound_file(self):
+        output = self.run_scenario('[{"OC":57345,"OE":1024,"DA":1},{"OC":8975,"DA":2}]', read(RUNS / "tone.jsonl"),
+                                   "--wav", self.folder / "wav", module=LIBRARY)[1]
+        self.assertRegex(output, r'"kind":"tone","note":"2300 Hz for (1[5-9]\d|[2-9]\d\d|\d{4,}) ms"')
+        self.assertGreater((self.folder / "wav").stat().st_size, 0.15 * 88200)
+
+    def test_a_terminal_gets_the_story_and_a_reader_may_go_away(self):
+        ours, theirs = os.openpty()
+        with os.fdopen(ours, "rb", 0) as terminal:
+            self.run_scenario("[]", "", "--transcript", os.ttyname(theirs))
+            os.close(theirs)
+            self.assertTrue(any(line.endswith(b" s  The module is stopped\r\n") for line in terminal))
+        reader, writer = os.pipe()
+        os.close(reader)
+        with os.fdopen(writer) as output:
+            self.assertEqual(subprocess.run([AGENT, "--module", FAKE_MODULE, "--state", self.folder / "state.json",
+                                             "--scenario", "/dev/null"], stdout=output, stderr=subprocess.DEVNULL).returncode, 1)
 
     def test_transcripts_and_traces_are_files_of_their_owner(self):
         transcript, traces = self.folder / "transcript", self.folder / "traces"
@@ -100,7 +104,11 @@ class Scenarios(ProgramTest):
                     select.select([], [], [], 0.01)
                 traces.rename(self.folder / "old")
                 run.send_signal(signal.SIGHUP)
-                run.communicate('{"notify":5}\n')
+                run.stdin.write('{"notify":5}\n')
+                run.stdin.flush()
+                while '"code 5"' not in read(transcript):
+                    select.select([], [], [], 0.01)
+                run.communicate()
             self.assertEqual(run.returncode, 0)
             time = "" if times else r"2\d{3}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}\+0530  "
             for file, words in (("old", r"EM_ALERT            : ## OnSwitchStarted\(\) finished"),

@@ -20,7 +20,7 @@ enum : unsigned int {
     kStayLoaded = 0x99,
     kPendingAlert = 0x2240,  // requests: always pending
     kAskAsync = 0x9001,      // ask without waiting, in a second command
-    kAskSync = 0x9002,       // ask for 0x1234 with the same OE, OI and CA
+    kAskSync = 0x9002,       // ask for 0x1234, all else the same
     kForward = 0x9003,
 };
 
@@ -62,6 +62,8 @@ public:
                 AsyncRequest(question);
                 return message.SetStatus(22);
             case kAskSync:
+                question = message;
+                question.SetCmdElemValue(question.GetCmd(), "OC", 0x1234, false);
                 SyncRequest(question, 5000);
                 return message.SetStatus(0);
             case kForward:
