@@ -18,6 +18,8 @@ RUNS = pathlib.Path(__file__).parent / "runs"
 MANUAL = pathlib.Path(__file__).parents[2] / "docs/em-alert-agent.1"
 TIME = re.compile(r',"ms":(\d+)|^ *(\d+)\.(\d{3}) s  ', re.M)
 
+CLOCK = r"2\d{3}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}\+0530  "
+
 
 class Scenarios(ProgramTest):
     def agent(self, *arguments, **environment):
@@ -69,7 +71,8 @@ class Scenarios(ProgramTest):
     def test_trace_level_and_run_mode_reach_the_module(self):
         log = 'event log source "Hostwarden Agentless Service" registered'
         traces = self.folder / "traces"
-        self.assertIn(log, self.run_scenario("[]", "", "--trace", "4", "--run-mode", "5")[2])
+        self.assertRegex(self.run_scenario("[]", "", "--trace", "4", "--run-mode", "5", module=LIBRARY)[2],
+                         f"^(?:{CLOCK}.*\n)+{CLOCK}.*{log}\n(?:{CLOCK}.*\n)+$")
         self.assertEqual(self.run_scenario("[]", "", "--trace", "0")[2], "")
         for _ in range(2):  # appended
             self.assertEqual(self.run_scenario("[]", "", "--trace", "4", "--trace-file", traces, LUME_LOG_DEBUG_LEVEL="2")[2], "")
@@ -100,20 +103,20 @@ class Scenarios(ProgramTest):
                    "--transcript", transcript, "--trace", "2", "--trace-file", traces]
         for times in ([], ["--no-trace-times"]):
             with subprocess.Popen(command + times, stdin=subprocess.PIPE, text=True, env=os.environ) as run:
-                while '"OnSwitchStarted"' not in read(transcript):
+                while '"OnSwitchStarted"' not in read(transcript) and run.poll() is None:
                     select.select([], [], [], 0.01)
                 traces.rename(self.folder / "old")
                 run.send_signal(signal.SIGHUP)
                 run.stdin.write('{"notify":5}\n')
                 run.stdin.flush()
-                while '"code 5"' not in read(transcript):
+                while '"code 5"' not in read(transcript) and run.poll() is None:
                     select.select([], [], [], 0.01)
                 run.communicate()
             self.assertEqual(run.returncode, 0)
-            time = "" if times else r"2\d{3}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}\+0530  "
+            clock = "" if times else CLOCK
             for file, words in (("old", r"EM_ALERT            : ## OnSwitchStarted\(\) finished"),
                                 ("traces", r"EM_ALERT            : \*\*\* SCN_SWITCH_SHUTDOWN")):
-                self.assertRegex(read(self.folder / file), f"(?m)^{time}{words}")
+                self.assertRegex(read(self.folder / file), f"(?m)^{clock}{words}")
             for file in (transcript, traces):
                 self.assertEqual(file.stat().st_mode & 0o777, 0o600, file)
             traces.unlink()

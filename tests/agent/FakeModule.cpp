@@ -42,8 +42,9 @@ public:
     void OnSwitchStarted(void* /*parameter*/) override {
         SipJson value = Message(0xE001, 0x400, 0, ServerCabinetNumber());
         SyncRequest(value, 5000);
-        unsigned enabled = 0;
-        EnableEvents(value.GetCmdUIntData(0, enabled) && enabled == 1);
+        if (unsigned enabled = 0; value.GetCmdUIntData(0, enabled)) {
+            EnableEvents(enabled == 1);
+        }
     }
     void ApplicationReply(SipJson& message) override {
         if (message.GetCmdElemValue(0, "OC", 0) == 0x2322) {

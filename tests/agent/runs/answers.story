@@ -7,7 +7,6 @@ The module knows the server's cabinet number (7)
 The module is started
 The module has been notified (SCN_SWITCH_REQUEST_ENABLED)
 The module asks for configuration value "beep alert" (0xE001-0x0400). Answer: status 1 (not handled)
-The module disables its events
 The module knows that the agent runs
 The module asks for operation (0x1234-0x0001), object 2. Answer: status 0 (done), data "exact"
 The module answers operation (0x9002-0x0001), object 2: status 0 (done)

@@ -7,7 +7,6 @@ The module knows the server's cabinet number (7)
 The module is started
 The module has been notified (SCN_SWITCH_REQUEST_ENABLED)
 The module asks for configuration value "beep alert" (0xE001-0x0400). Answer: status 1 (not handled)
-The module disables its events
 The module knows that the agent runs
 The module answers operation (0x0001): status 20 (not for this server), data "xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx", refused
 The module answers operation (0x0001): status 20 (not for this server), data "xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx..., refused

@@ -42,3 +42,19 @@ The module is stopped
 The module is deleted
 The library is closed
 The library is gone from memory
+The library is loaded
+Its four functions are found
+It has told its name (FAKE)
+The module is created
+The module has described itself (FAKE: xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx)
+The module knows the server's cabinet number (7)
+The module is started
+The module has been notified (SCN_SWITCH_REQUEST_ENABLED)
+The module asks for configuration value "beep alert" (0xE001-0x0400). Answer: status 0 (done)
+The module knows that the agent runs
+Withheld, the module takes no events: component status (0x2322)
+The module has been notified (SCN_SWITCH_SHUTDOWN)
+The module is stopped
+The module is deleted
+The library is closed
+The library is gone from memory
