@@ -261,10 +261,35 @@ class Console(ProgramTest):
 
 def run(test, line, text="", **environment):
     """One command, as a shell starts it: its exit status, and both outputs."""
-    done = subprocess.run([COMMAND, *shlex.split(line)], input=text, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          text=True, errors="surrogateescape", timeout=60, check=False,
+    done = subprocess.run([COMMAND, *shlex.split(line)], input=text, capture_output=True, text=True,
+                          errors="surrogateescape", timeout=60, check=False,
                           env=os.environ | {"HOME": str(test.folder)} | environment)
-    return done.returncode, done.stdout
+    test.printed, test.errors = done.stdout, done.stderr
+    return done.returncode, done.stdout + done.stderr
+
+
+def follow_rows(test, name, line="", **names):
+    """Runs the commands of a file of rows, which says at its head what they are, behind a line's beginning."""
+    whole = ""
+    for row in lines(re.sub("@([A-Z]+)@", lambda match: str(names[match[1]]), read(TESTS / name))):
+        mark, text = row[0], re.sub(r"\\x(..)", lambda code: chr(int(code[1], 16)), row[2:])
+        if mark == "$":
+            command, _, given = text.partition(" < ")
+            status, output = run(test, line + command, given.replace("\\n", "\n").replace("\\r", "\r"))
+            rest, whole = output, ""
+        elif mark == "<":
+            test.assertIn(text, rest, f"{command}: {output}")
+            rest = rest.partition(text)[2]
+        elif mark == ":":
+            whole += text + "\n"
+        elif mark == "!":
+            test.assertNotIn(text, rest, command)
+        elif mark == "=":
+            test.assertEqual((status, whole or test.printed), (int(text), test.printed), f"{command}: {output}")
+            if not re.search("--trace |--no-", command):
+                test.assertRegex(output if text == "2" else test.errors, r"\A(em-alert: .+\n)%s\Z" % ("{0}", "+", "")[status], command)
+            if "--json" in command and text != "2":
+                json.loads(test.printed)
 
 
 def set_up(test, server):
@@ -272,31 +297,23 @@ def set_up(test, server):
         test.assertEqual(run(test, f"--module {LIBRARY} set {words}")[0], 0)
 
 
+class Mails(ProgramTest):
+    def test_what_becomes_of_a_mail_is_told(self):
+        good = self.serve("--reply", "RCPT:bert@example.net=550 5.1.1 nobody",
+                          "--reply", "RCPT:carl@example.net=450 4.2.1 later")
+        strict = self.serve("--reply", "RCPT:anna@example.net=550 no", "--reply", "DOT=554 no")
+        follow_rows(self, "mails", LIBRARY=LIBRARY, GOOD=good.port, SPAM=self.serve("--reply", "DOT=554 spam").port,
+                    STRICT=strict.port, AUTH=self.serve("--auth", "anna:geheim").port, LONG=99999 * "h", DELETE="\x7f")
+        mails = [base64.b64decode(mail["data"]) for mail in good.mails()]
+        texts = [mail.partition(b"\r\n\r\n")[2] for mail in mails if not re.search(rb"\nSubject: \S*TEST.MAIL:", mail)]
+        self.assertEqual(texts, [b"hello\r\n", b"a\r\r\nb is\r\n", b"a\r\r\nb is\r\n", b"hello\r\n"])
+
+
 class SingleCommands(ProgramTest):
     def test_each_does_one_thing_and_tells_by_its_status(self):
-        good = self.serve("--reply", "RCPT:bert@example.net=550 5.1.1 nobody",
-                          "--reply", r"RCPT:carl@example.net=450-4.2.1 busy\n450 4.2.1 later")
-        names = {"LIBRARY": LIBRARY, "SPAM": self.serve("--reply", "DOT=554 spam").port, "GOOD": good.port,
-                 "AUTH": self.serve("--auth", "anna:geheim").port, "LATIN": "K\udce4se", "DELETE": "\x7f", "LONG": 99999 * "h",
-                 "STRICT": self.serve("--reply", "RCPT:anna@example.net=550 no", "--reply", "DOT=554 no").port}
-        output = ""
-        for row in lines(re.sub("@([A-Z]+)@", lambda match: names[match[1]], read(TESTS / "commands"))):
-            mark, text = row[0], row[2:]
-            if mark == "$":
-                command, _, given = text.partition(" < ")
-                given = re.sub(r"\\x(..)", lambda code: chr(int(code[1], 16)), given)
-                status, output = run(self, command, given.replace("\\n", "\n").replace("\\r", "\r"))
-                rest = output
-            elif mark == "<":
-                self.assertIn(text, rest, f"{command}: {output}")
-                rest = rest.partition(text)[2]
-            elif mark == "!":
-                self.assertNotIn(text, output, command)
-            elif mark == "=":
-                self.assertEqual(status, int(text), f"{command}: {output}")
+        follow_rows(self, "commands", LIBRARY=LIBRARY, FAKE=FAKE_MODULE, FOLDER=self.folder, LONG=99999 * "h",
+                    LATIN="K\udce4se", DELETE="\x7f")
         self.assertEqual((self.folder / ".local/state").stat().st_mode & 0o777, 0o700)
-        mails = [base64.b64decode(mail["data"]) for mail in good.mails()]
-        self.assertEqual(sum(re.search(rb"\nSubject: \S*TEST.MAIL:", mail) is None for mail in mails), 3)  # two sent, and an alert
 
     def test_a_second_signal_ends_it_while_a_mail_hangs(self):
         server = self.serve("--hang", "DOT")
