@@ -136,12 +136,11 @@ Finding CheckSender(const std::string& sender, const std::string& name) {
 void CheckAddresses(CIModuleLink& link, Findings& findings) {
     const std::string sender = MailSettingText(link, kSender);
     findings.push_back(CheckSender(sender, MailSettingText(link, kSenderDescription)));
-    const std::string recipients = MailSettingText(link, kRecipients);
-    const std::string copies = MailSettingText(link, kRecipientsCc);
-    const std::string all =
-        recipients + (recipients.empty() || copies.empty() ? "" : "; ") + (copies.empty() ? "" : "Cc: " + copies);
-    findings.push_back({"recipients", all.empty() ? State::Wrong : State::Ok,
-                        all.empty() ? "not set: em-alert set recipients ADDRESS" : all});
+    std::string recipients = MailSettingText(link, kRecipients);
+    const std::string others = MailSettingText(link, kRecipientsCc);
+    recipients += (recipients.empty() || others.empty() ? "" : ";") + others;
+    findings.push_back({"recipients", recipients.empty() ? State::Wrong : State::Ok,
+                        recipients.empty() ? "not set: em-alert set recipients ADDRESS" : recipients});
 }
 
 void CheckMail(bool areMailed, const std::string& remedy, Findings& findings) {
