@@ -22,7 +22,7 @@ import threading
 import time
 import unittest
 
-from programs import AGENT, COMMAND, FAKE_MODULE, LIBRARY, ProgramTest, lines, read
+from programs import AGENT, COMMAND, FAKE_MODULE, LIBRARY, SMTP_SERVER, ProgramTest, lines, read, rows
 
 TESTS = pathlib.Path(__file__).parent
 SESSIONS = TESTS / "sessions"
@@ -73,11 +73,11 @@ class Session:
         for text in texts:
             self.test.assertTrue(self.shows(text), f"no {text!r} in {self.output!r}")
 
-    def interrupts_data(self, server, told):
+    def interrupts_data(self, server, *told):
         while "DATA" not in read(server.folder / "commands"):
             select.select([], [], [], 0.01)
         self.program.send_signal(signal.SIGINT)
-        self.sees(told)
+        self.sees(*told)
 
     def follow(self, name, **names):
         """Types what stands behind "> " in a file of sessions/, and waits for what stands behind "< "."""
@@ -122,9 +122,13 @@ class Console(ProgramTest):
         session.ends(1)  # commands have failed
 
     def test_lines_are_edited_recalled_and_completed(self):
-        session = Session(self, FAKE_MODULE, "--trace-file", "/dev/null")
+        self.file(".editrc", 'bind -s "^G" "pending"\n')
+        session = Session(self, FAKE_MODULE, "--trace-file", traces := self.folder / "traces")
         session.sees("> ")
+        traces.rename(self.folder / "old")
+        session.program.send_signal(signal.SIGHUP)
         for keys, shown in (
+                ("\a\n", "No alert is pending."),
                 ("pen\t", "ding "),
                 ("\n", "No alert is pending."),
                 ("se\t", "send-mail  set  setting\r\n> se"),
@@ -142,10 +146,11 @@ class Console(ProgramTest):
             session.sees(shown)
         session.type("\025\004")  # control-D
         session.ends()
+        self.assertIn("SCN_SWITCH_SHUTDOWN", read(traces))
 
     def test_the_history_is_kept_without_passwords(self):
         for keys, shown in (("help pending\nset host 1 u:x@m\n set  password 1 x\n", "status 20"), ("\033[A\033[A", "help pending")):
-            session, other = Session(self, FAKE_MODULE), Session(self, FAKE_MODULE)
+            session, other = (Session(self, FAKE_MODULE, "--state", self.folder / "own") for _ in range(2))
             other.sees("> ")
             session.sees("> ")
             session.type(keys)
@@ -153,7 +158,7 @@ class Console(ProgramTest):
             for console in (session, other):
                 console.type("\025quit\n")
                 console.ends()
-        history = self.folder / ".local/state/em-alert/history"
+        history = self.folder / "own/history"
         self.assertNotRegex(read(history), "password|host")
         self.assertEqual(history.stat().st_mode & 0o777, 0o600)
 
@@ -165,6 +170,10 @@ class Console(ProgramTest):
         session.sees("\rpassword 1: ")
         session.type("geheim\n")
         session.sees("status 20", "> ")
+        session.type("set password 1\n")
+        session.sees("password 1: ")
+        session.program.send_signal(signal.SIGINT)
+        session.sees("No password was given, and none is changed.", "> ")
         self.assertNotIn(b"geheim", session.shown)
         session.program.send_signal(signal.SIGQUIT)
         session.ends(-signal.SIGQUIT)
@@ -177,7 +186,7 @@ class Console(ProgramTest):
 
     def test_signals_end_it_in_good_order(self):
         for terminal in (False, True):
-            for number in (signal.SIGINT, signal.SIGTERM):
+            for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
                 session = Session(self, LIBRARY, "--transcript", self.folder / "transcript", terminal=terminal,
                                   program=AGENT)
                 session.sees('Type "help"', *["> "] * terminal)
@@ -206,23 +215,16 @@ class Console(ProgramTest):
         session.type(f"set port 1 {server.port}\ntest-mail\n")
         session.sees("mail server 1 of 1")
         hanging.process.kill()  # now the first mail is answered, for which nobody waits
-        session.sees("The mail was sent.")
+        session.sees("\r\033[K ", "server 1, ", "The mail was sent.")
         os.mkfifo(pipe := self.folder / "pipe")
         session.type(f"send-mail {pipe}\n")
         with open(pipe, "w"):
             session.interrupts_data(hanging, "was broken off")
-        session.type(f"set port 1 {silent.port}\nsetting mail on\nstatus 3 A B\n")
+        session.type(f"set host 1 127.0.0.2\nset host 2 127.0.0.1\nset port 2 {silent.port}\nsetting mail on\nstatus 3 A B\n")
+        session.sees("mail server 2 of 2, ")
         for told in ("Ctrl-C again ends the console.", "The mail was not sent."):
             session.interrupts_data(silent, told)
         session.ends()
-
-    def test_a_setting_made_elsewhere_stays(self):
-        session = Session(self, LIBRARY, terminal=False)
-        session.sees("The module runs.")
-        run(self, f"--module {LIBRARY} setting mail on")
-        session.type("setting beep on\n")
-        session.sees("beep              on")
-        self.assertIn("mail              on", run(self, f"--module {LIBRARY} setting mail")[1])
 
     def test_switches_are_shown_as_the_module_takes_them(self):
         state = self.file("state", '[{"OC":57345,"OE":1024,"DA":256},{"OC":57345,"OE":1040,"DA":257}]')
@@ -320,13 +322,13 @@ class SingleCommands(ProgramTest):
     def test_a_second_signal_ends_it_while_a_mail_hangs(self):
         server = self.serve("--hang", "DOT")
         set_up(self, server)
-        with subprocess.Popen([COMMAND, "--module", LIBRARY, "test-mail"], env=os.environ | {"HOME": self.folder}) as command:
-            while command.poll() is None and "DATA" not in read(server.folder / "commands"):
-                select.select([], [], [], 0.01)
-            while command.poll() is None:
-                command.send_signal(signal.SIGTERM)
-                select.select([], [], [], 0.05)
-        self.assertEqual(command.returncode, -signal.SIGTERM)
+        session = Session(self, LIBRARY, "test-mail")
+        session.sees("mail server 1 of 1, ")
+        session.interrupts_data(server)
+        while session.program.poll() is None:
+            session.program.send_signal(signal.SIGTERM)
+            select.select([], [], [], 0.05)
+        session.ends(-signal.SIGTERM)
 
     def test_a_mail_comes_from_a_socket(self):
         session = Session(self, LIBRARY, "send-mail", "-", terminal=False)
@@ -336,18 +338,33 @@ class SingleCommands(ProgramTest):
 
     def test_the_environment_sets_the_trace_level(self):
         traces = self.folder / "traces"
-        self.assertEqual(run(self, f"--module {LIBRARY} --trace-file {traces} get", LUME_LOG_DEBUG_LEVEL="5")[0], 0)
-        self.assertIn("apply file lock using file", read(traces))
+        for _ in range(2):
+            self.assertEqual(run(self, f"--module {LIBRARY} --trace 1 --trace-file {traces} get servers", LUME_LOG_DEBUG_LEVEL="5"),
+                             (0, "servers           0\n"))
+        self.assertRegex(read(traces), "(?s)(Create module.*apply file lock using file.*){2}")
 
     def test_settings_are_kept_where_it_is_said(self):
         xdg = {"XDG_STATE_HOME": str(self.folder / "xdg")}
-        for words, environment, place in (("", {}, ".local/state/em-alert"), ("", xdg, "xdg/em-alert"),
+        for words, environment, place in (("", {"XDG_STATE_HOME": ""}, ".local/state/em-alert"), ("", xdg, "xdg/em-alert"),
                                           (f"--state {self.folder}/own", xdg, "own")):
             self.assertEqual(run(self, f"--module {LIBRARY} {words} setting beep off", **environment)[0], 0)
             (kept,) = self.folder.rglob("settings.json")
             self.assertEqual(kept.parent, self.folder / place)
             kept.unlink()
-        self.assertEqual(run(self, f"--module {LIBRARY} setting beep off", HOME="")[0], 1)
+        self.assertEqual(run(self, f"--module {LIBRARY}", "setting beep off\nsetting beep\n", HOME="", XDG_STATE_HOME="")[1].partition("\n")[2],
+                         "beep              (not set)\nem-alert: there is no place to keep the setting, which is not "
+                         "changed: say where with --state DIR\n")
+
+    def test_settings_are_changed_one_after_the_other(self):
+        with open(f"{self.folder}/settings.json.lock", "w") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            command = subprocess.Popen([COMMAND, "--module", LIBRARY, "--state", self.folder, "setting", "beep", "on"],
+                                       stdout=subprocess.DEVNULL)
+            with self.assertRaises(subprocess.TimeoutExpired):
+                command.wait(0.5)
+            self.file("settings.json", '[{"OC":57345,"OE":1040,"DA":1}]')
+        self.assertEqual(command.wait(20), 0)
+        self.assertRegex(run(self, f"--module {LIBRARY} --state {self.folder} setting")[1], "(?s)beep +on.*mail +on")
 
     def test_wrong_causes_are_not_named(self):
         path = pathlib.Path("/etc/kestrel/HostwardenSuite/ManagedNode/Notifications/Notifications.xml")
@@ -376,6 +393,7 @@ class SingleCommands(ProgramTest):
             fcntl.flock(lock, fcntl.LOCK_EX)
             status, output = run(self, "set sender a@example.net")
             self.assertEqual((status, "held by some?body #1" in output), (1, True), output)
+            self.assertIn(f"WRONG  lock           {path}.lock is held by some?body #1\n", run(self, "check-config")[1])
 
     def test_closed_input_is_an_end_and_what_cannot_be_read_a_failure(self):
         scenario = f'--scenario - --state {self.file("state", "[]")}'
@@ -383,16 +401,6 @@ class SingleCommands(ProgramTest):
             command = f'exec {program} --module "{LIBRARY}" <{source}'
             done = subprocess.run(["sh", "-c", command], capture_output=True, timeout=20, check=False)
             self.assertEqual((done.returncode, b"standard input" in done.stderr), (status, status == 1), command)
-
-    def test_a_console_without_a_service_keeps_what_it_has_told(self):
-        done = subprocess.run([COMMAND, "--module", LIBRARY, "--socket", self.folder / "none"], text=True, timeout=60,
-                              input="status 3 Fan F\npending\ntrace 3\npending\n", capture_output=True, check=False,
-                              env=os.environ | {"HOME": str(self.folder)})
-        listed, _, after = done.stdout.partition('"ack" acknowledges it.')
-        self.assertEqual(done.returncode, 0)
-        self.assertRegex(listed, "error +Fan +F\n$")
-        self.assertIn("No alert is pending.", after)  # the module was loaded again
-        self.assertIn("### Starting module EM_ALERT", done.stderr)
 
     def test_output_that_stands_nowhere_is_a_failure(self):
         for words in (["get"], ["--help"], []):
@@ -421,11 +429,27 @@ class SingleCommands(ProgramTest):
         for option in re.findall("^  (--?[a-z-]+)", run(self, "--help")[1], re.M):
             self.assertIn(".It Cm " + option.replace("-", "\\-"), page)
 
+    def test_a_shell_completes(self):
+        script = pathlib.Path(SMTP_SERVER).parents[1] / "command/em-alert.bash"
+        program = 'compopt() { COMPREPLY=(-"$@"); }; . "$0"; COMP_WORDS=("" "$@"); COMP_CWORD=$#; _em_alert; echo ${COMPREPLY[@]}'
+        for words, found in rows(SESSIONS / "shell"):
+            done = subprocess.run(["bash", "-c", program, script, *words.split()], capture_output=True, text=True, check=True,
+                                  env=os.environ | {"PATH": f"{os.path.dirname(COMMAND)}:/usr/bin:/bin"})
+            self.assertEqual((done.stdout, done.stderr), (found + "\n", ""), words)
+
+
+def compact(value):
+    return json.dumps(value, separators=(",", ":"), ensure_ascii=False)
+
+
+def after(seconds):
+    return time.strftime("%FT%TZ", time.gmtime(time.time() + seconds))
+
 
 COMPONENT = {"name": "root", "designation": "file system /", "status": 2, "text": "95 % full",
              "since": "2026-11-25T08:00:00Z", "checked": None, "next": None}
 NEW = COMPONENT | {"name": "lüfter扇", "status": 0, "text": "", "since": None, "next": "2020-01-01T00:00:00Z"}
-WELL = COMPONENT | {"name": "well", "status": 1, "next": time.strftime("%FT%TZ", time.gmtime(time.time() + 9000))}
+WELL = COMPONENT | {"name": "well", "status": 1, "next": after(9000)}
 STATUS = {"system": 2, "pending": 1, "components": [WELL, COMPONENT, NEW], "mail": {"sent": 3, "failed": 1, "last": "2026-11-25T08:00:09Z"}}
 ALERT = {"name": "root", "designation": "file system /", "severity": "warning", "since": "2026-11-25T08:00:00Z",
          "text": "95 % full"}
@@ -489,7 +513,12 @@ class Service(ProgramTest):
 
     def test_it_is_asked_and_told(self):
         follow_rows(self, "service", f"--socket {self.path} ", FOLDER=self.folder,
-                    STATUS=json.dumps(STATUS, separators=(",", ":"), ensure_ascii=False))
+                    STATUS=compact(STATUS))
+
+    def test_a_view_tells_when_each_is_checked_next(self):
+        for left, shown in ((110, r"in \d+ s"), (7000, r"in 1\d\d min"), (171000, "in 47 h"), (302400, "in 3 d"), (9000, "in 2 h")):
+            WELL["next"] = after(left)
+            self.assertRegex(run(self, f"--socket {self.path} status")[1], f" OK +{shown} +well ")
 
     def test_a_service_that_hangs_holds_nobody(self):
         with socket.socket(socket.AF_UNIX) as listener:
@@ -501,6 +530,12 @@ class Service(ProgramTest):
                     connection.recv(100)
                     command.send_signal(signal.SIGINT) if request != "pending" else connection.shutdown(socket.SHUT_RDWR)
                     self.assertEqual((command.wait(20), "was broken off" in command.stderr.read()), ending, request)
+
+    def test_what_is_no_service_is_told(self):
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as other:
+            other.bind(path := f"{self.folder}/other")
+            self.assertEqual(run(self, f"--socket {path} get"), (1, f"em-alert: cannot connect to the service at {path}: "
+                                                                 "Protocol wrong type for socket\n"))
 
     def test_a_console_goes_on_after_a_view_and_after_a_restart_of_the_service(self):
         session = Session(self, LIBRARY, "--socket", self.path)
@@ -514,8 +549,12 @@ class Service(ProgramTest):
             session.sees("warning  root")
         self.connection.sendall(b"{}\n")  # which nobody reads any more
         self.connection.shutdown(socket.SHUT_RDWR)
-        session.type("ack\nquit\n")
+        session.type("ack\n")
         session.sees("The 2 pending alerts are acknowledged")
+        self.path.unlink()
+        self.connection.shutdown(socket.SHUT_RDWR)
+        session.type("ack\nquit\n")
+        session.sees(f"the service at {self.path}: it does not answer any more")
         session.ends()
 
     def view(self, size, environment, *options):
@@ -546,11 +585,11 @@ class Service(ProgramTest):
         self.assertEqual(self.view((5, 24), plain)[2], "2026-11-25 13:30:00  \033[33mwar\033[0m")  # nothing else is coloured
 
     def test_a_view_in_a_pipe_has_a_line_for_each_change(self):
-        with subprocess.Popen([COMMAND, "--socket", self.path, "watch"], stdout=subprocess.PIPE, text=True) as watch:
-            seen = [watch.stdout.readline() for _ in range(6)]
-            self.assertEqual(seen[5], "2026-11-25 13:30:00  error    root            file system /: 95 % full\n")
-            watch.send_signal(signal.SIGINT)
-            self.assertEqual(watch.wait(20), 0)
+        for options, shown in (([], lines(read(SESSIONS / "watch"))), (["--json"], [compact(STATUS), compact(COMPONENT | {"status": 3})])):
+            with subprocess.Popen([COMMAND, *options, "--socket", self.path, "watch"], stdout=subprocess.PIPE, text=True) as watch:
+                self.assertEqual([watch.stdout.readline().rstrip("\n") for _ in shown], shown)
+                watch.send_signal(signal.SIGINT)
+                self.assertEqual((watch.wait(20), watch.stdout.read()), (0, ""))
         with open("/dev/full", "w") as full:
             self.assertEqual(subprocess.run([COMMAND, "--socket", self.path, "watch"], stdout=full, timeout=20).returncode, 1)
 
