@@ -92,7 +92,7 @@ class Session:
         self.test.assertEqual(self.program.wait(20), status)
 
 
-class Console(ProgramTest):
+class Terminal(ProgramTest):
     def test_an_operator_sets_mails_up_and_handles_an_alert(self):
         refusing = self.serve("--reply", "MAIL=550 not from you")
         server = self.serve("--auth", "anna:geheim")
@@ -111,15 +111,6 @@ class Console(ProgramTest):
         mail = server.mails()[2]
         self.assertEqual((mail["from"], mail["to"]), ("alerts@example.net", ["anna@example.net", "bert@example.net"]))
         self.assertIn(b"\r\nSubject: =?utf-8?Q?=C3=84rger_mit_Fan_1?=\r\n", base64.b64decode(mail["data"]))
-
-    def test_what_is_right_is_told(self):
-        mail = self.file("mail", "To: anna@example.net\n\ntext\n")
-        session = Session(self, LIBRARY, terminal=False)
-        session.follow("refusals", MAIL=str(mail))
-        session.type("pending")  # the last line has no end
-        session.end.shutdown(socket.SHUT_WR)
-        session.sees("No alert is pending.\n")
-        session.ends(1)  # commands have failed
 
     def test_lines_are_edited_recalled_and_completed(self):
         self.file(".editrc", 'bind -s "^G" "pending"\n')
@@ -226,6 +217,17 @@ class Console(ProgramTest):
             session.interrupts_data(silent, told)
         session.ends()
 
+
+class Console(ProgramTest):
+    def test_what_is_right_is_told(self):
+        mail = self.file("mail", "To: anna@example.net\n\ntext\n")
+        session = Session(self, LIBRARY, terminal=False)
+        session.follow("refusals", MAIL=str(mail))
+        session.type("pending")  # the last line has no end
+        session.end.shutdown(socket.SHUT_WR)
+        session.sees("No alert is pending.\n")
+        session.ends(1)  # commands have failed
+
     def test_switches_are_shown_as_the_module_takes_them(self):
         state = self.file("state", '[{"OC":57345,"OE":1024,"DA":256},{"OC":57345,"OE":1040,"DA":257}]')
         session = Session(self, LIBRARY, "--state", state, terminal=False, program=AGENT)
@@ -313,7 +315,7 @@ class Mails(ProgramTest):
         self.assertEqual(texts, [b"hello\r\n", b"a\r\r\nb is\r\n", b"a\r\r\nb is\r\n", b"hello\r\n"])
 
 
-class SingleCommands(ProgramTest):
+class Single(ProgramTest):
     def test_each_does_one_thing_and_tells_by_its_status(self):
         follow_rows(self, "commands", LIBRARY=LIBRARY, FAKE=FAKE_MODULE, FOLDER=self.folder, LONG=99999 * "h",
                     LATIN="K\udce4se", DELETE="\x7f")
