@@ -309,10 +309,11 @@ class Mails(ProgramTest):
                           "--reply", "RCPT:carl@example.net=450 4.2.1 later")
         strict = self.serve("--reply", "RCPT:anna@example.net=550 no", "--reply", "DOT=554 no")
         follow_rows(self, "mails", LIBRARY=LIBRARY, GOOD=good.port, SPAM=self.serve("--reply", "DOT=554 spam").port,
-                    STRICT=strict.port, AUTH=self.serve("--auth", "anna:geheim").port, LONG=99999 * "h", DELETE="\x7f")
+                    STRICT=strict.port, AUTH=self.serve("--auth", "anna:geheim").port, LONG=99999 * "h", DELETE="\x7f",
+                    MAIL=self.file("mail", "From: a@example.net\nTo: anna@example.net\n\nfrom a file"))
         mails = [base64.b64decode(mail["data"]) for mail in good.mails()]
         texts = [mail.partition(b"\r\n\r\n")[2] for mail in mails if not re.search(rb"\nSubject: \S*TEST.MAIL:", mail)]
-        self.assertEqual(texts, [b"hello\r\n", b"a\r\r\nb is\r\n", b"a\r\r\nb is\r\n", b"hello\r\n"])
+        self.assertEqual(texts, [b"hello\r\n", b"from a file\r\n", b"a\r\r\nb is\r\n", b"a\r\r\nb is\r\n", b"hello\r\n"])
 
 
 class Single(ProgramTest):
