@@ -306,7 +306,7 @@ def set_up(test, server):
 class Mails(ProgramTest):
     def test_what_becomes_of_a_mail_is_told(self):
         good = self.serve("--reply", "RCPT:bert@example.net=550 5.1.1 nobody",
-                          "--reply", "RCPT:carl@example.net=450 4.2.1 later")
+                          "--reply", r"RCPT:carl@example.net=450-4.2.1 busy\n450 4.2.1 later")
         strict = self.serve("--reply", "RCPT:anna@example.net=550 no", "--reply", "DOT=554 no")
         follow_rows(self, "mails", LIBRARY=LIBRARY, GOOD=good.port, SPAM=self.serve("--reply", "DOT=554 spam").port,
                     STRICT=strict.port, AUTH=self.serve("--auth", "anna:geheim").port, LONG=99999 * "h", DELETE="\x7f",
