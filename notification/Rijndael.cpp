@@ -59,7 +59,7 @@ constexpr RoundTables MakeTables(const Sbox& sbox, const std::array<std::uint8_t
     for (unsigned int i = 0; i < 256; ++i) {
         for (unsigned int row = 0; row < 4; ++row) {
             for (unsigned int k = 0; k < 4; ++k) {
-                tables[row][i] = tables[row][i] << 8 | Multiply(sbox[i], column[(k + 4 - row) % 4]);
+                tables[row][i] = tables[row][i] << 8 | Multiply(sbox[i], column[(k - row) % 4]);
             }
         }
     }

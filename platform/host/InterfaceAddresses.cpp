@@ -43,7 +43,7 @@ CUniqueFd RequestAddresses(const ifaddrmsg& wanted) {
     request.header.nlmsg_type = RTM_GETADDR;
     request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
     request.selection = wanted;
-    if (::send(netlink.Get(), &request, sizeof request, 0) < 0) {
+    if (::send(netlink.Get(), &request, sizeof request, 0) != static_cast<ssize_t>(sizeof request)) {
         Fail(errno);
     }
     return netlink;
