@@ -8,9 +8,9 @@
 
 /// What the command waits for: input, a thread that wakes it, and signals. While the object lives, SIGTERM and SIGHUP
 /// ask for an end in good order, and so does SIGINT; for people who edit lines it is the second SIGINT in a row, the
-/// first one is an interrupt. A signal that has asked for the end ends the program at once when it comes again. SIGHUP has
-/// the trace file opened anew instead, where there is one. What stops or ends the program from the keyboard gives the
-/// terminal back as it was. One object at a time.
+/// first one is an interrupt. A signal that has asked for the end ends the program at once when it comes again. SIGHUP
+/// has the trace file opened anew instead, where there is one. What stops or ends the program from the keyboard gives
+/// the terminal back as it was. One object at a time.
 class CConsoleWait {
 public:
     struct Options {
