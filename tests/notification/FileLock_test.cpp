@@ -71,6 +71,16 @@ TEST_F(FileLock, TakesALockFileOfItsOwnAndDeletesIt) {
     EXPECT_TRUE(::stat((directory_ / "deep").c_str(), &status) == 0 && (status.st_mode & 0777) == 0711);
 }
 
+TEST_F(FileLock, IsHeldAlsoWhenItsHolderCannotBeWritten) {
+    InChild([&] {
+        ::signal(SIGXFSZ, SIG_IGN);
+        const rlimit none{};
+        ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &none), 0);
+        CFileLock lock;
+        EXPECT_TRUE(lock.Lock(file_.c_str(), nullptr, 0) && lock.LastError() == EFBIG && ReadFile(lockFile_).empty());
+    });
+}
+
 TEST_F(FileLock, AHeldLockFailsAtOnceAndNamesItsHolder) {
     std::filesystem::create_directories(directory_ / "deep/er");
     WriteFile(lockFile_, "a dead process with a long name#4711");
