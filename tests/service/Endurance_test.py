@@ -125,13 +125,13 @@ freshness = "1h"
         for alert in (alert for _, alerts in Fleet.told[before:] for alert in alerts):
             self.assertLessEqual(alert["startsAt"], alert.get("endsAt", now))
             self.assertLessEqual(alert.get("endsAt", now), now)
-        for timers, name in ((250, "late"), (500, "later")):
+        for timers, name in ((280, "late"), (320, "later")):
             move(-DAY, timers)
             news = []
             self.submit(name)
             self.awaits(lambda: news.extend(alerts for _, alerts in Fleet.told if f"'{name}'" in str(alerts)) or news)
             self.assertEqual("endsAt" in str(news[0]), timers < 300)  # for so long the end is told
-        for timers, status in ((570, 503), (577, 503), (584, 200)):  # again each minute, and 5 s after a failure
+        for timers, status in ((390, 503), (397, 503), (404, 200)):  # again each minute, and 5 s after a failure
             Fleet.status, told = status, len(Fleet.told)
             move(-DAY, timers)
             self.awaits(lambda: len(Fleet.told) > told)
@@ -140,7 +140,7 @@ freshness = "1h"
         self.end(signal.SIGTERM)
         self.start()  # which has been told of times to come
         self.awaits(lambda: self.failed() == 4)
-        for timers, status in ((4100, 1), (4200, 2)):
+        for timers, status in ((3950, 1), (4050, 2)):
             move(-DAY, timers)
             self.pass_timers()
             self.assertEqual(self.component("reports")["status"], status)
