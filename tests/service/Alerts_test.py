@@ -239,7 +239,8 @@ class Alerts(ServiceTest):
         self.assertRegex(self.command("setting")[1], "(?s)mail +on.*severity +2")
         self.assertNotIn("theirs", str(self.ask({"ask": "settings"})))
         text = read(self.configure(more='[alertmanager]\nurls = []'))
-        self.reload(text.replace("subject =", "# ").replace('"$(ComponentDesignation)', '"by file: $(ComponentName) $(SystemModel) $(SystemSerialNr) $(SystemAssetID)'))
+        message = '"by file: $(ComponentName) $(SystemModel) $(SystemSerialNr) $(SystemAssetID)'
+        self.reload(text.replace("subject =", "# ").replace('"$(ComponentDesignation)', message))
         self.plugin(1, "DISK low")
         self.awaits(lambda: len(server.mails()) == 2)
         mail = base64.b64decode(server.mails()[1]["data"])

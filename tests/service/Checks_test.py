@@ -111,8 +111,7 @@ class Checks(ServiceTest):
         self.reload(configuration("intervals"))
         for name in (one["name"] for one in self.status()["components"]):
             checked = self.ask({"check": name})[0]["component"]
-            wait = until(checked) - until({"next": checked["checked"]})
-            self.assertAlmostEqual(wait.total_seconds(), int(name), delta=2)
+            self.assertAlmostEqual((until(checked) - until({"next": checked["checked"]})).total_seconds(), int(name), delta=2)
         self.assertEqual(self.end(signal.SIGINT), 0)  # with its checks, which write into the folder
 
     def test_what_the_package_brings_is_in_order(self):

@@ -32,8 +32,8 @@ class Fleet(http.server.BaseHTTPRequestHandler):
 
     def do_POST(self):
         self.send_response(Fleet.status)
-        path = self.path if self.headers["Content-Type"] == "application/json" else None
-        Fleet.told += [(path, json.loads(self.rfile.read(int(self.headers["Content-Length"]))))]
+        length = int(self.headers["Content-Length"])
+        Fleet.told += [((self.path, self.headers["Content-Type"]), json.loads(self.rfile.read(length)))]
         self.end_headers()
 
     def log_message(self, *_):
@@ -52,12 +52,13 @@ class ServiceTest(ProgramTest):
         (self.folder / "new").write_text(f"{status}\n{says}", errors="surrogateescape")
         (self.folder / "new").rename(self.folder / "says")  # at once, or a run could say the one and mean the other
 
-    def notices(self, watchdog):
+    def notices(self, watchdog, traces, **environment):
         """What the service tells systemd, and when."""
         notify = self.enterContext(socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM))
         self.addCleanup(notify.shutdown, socket.SHUT_RDWR)
         notify.bind(str(self.folder / "notify"))
-        self.environment |= {"NOTIFY_SOCKET": str(self.folder / "notify"), "WATCHDOG_USEC": str(watchdog)}
+        self.environment |= {"NOTIFY_SOCKET": str(self.folder / "notify"), "WATCHDOG_USEC": str(watchdog),
+                             "LUME_LOG_DEBUG_LEVEL": str(traces), **environment}
         heard = []
 
         def listen():
