@@ -142,6 +142,7 @@ class Alerts(ServiceTest):
         server = self.mail_server(offline=True)
         self.start()
         self.awaits(lambda: len(server.mails()) == 2 and "components/disk" not in read(self.folder / "state/registry"))
+        self.assertIn(b"file system /", b"".join(base64.b64decode(mail["data"]) for mail in server.mails()))
 
     def test_what_comes_again_is_told_as_its_own(self):
         nobody = '[alerts]\nmail = true\nseverity = 1\nsubject = "$(ComponentStatus)"\n'

@@ -158,8 +158,7 @@ class Control(ServiceTest):
         self.addCleanup(subprocess.run, ["umount", self.folder / "full"], check=True)
         (self.folder / "state").symlink_to("full")
         self.start(more=f'[metrics]\ntextfile = "{self.folder}/full/metrics"')
-        for name in ("a", "b", "c"):
-            self.submit(name)
+        self.submit("a", "b", "c")
         told = [f"cannot save the state in {self.folder}/state: No space left", f"cannot write {self.folder}/full/metrics"]
         self.awaits(lambda: all(words in self.logged() for words in told))
         self.submit("d")
