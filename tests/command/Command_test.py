@@ -24,6 +24,7 @@ import unittest
 
 from programs import AGENT, COMMAND, FAKE_MODULE, LIBRARY, SMTP_SERVER, ProgramTest, lines, read, rows
 
+signal.signal(signal.SIGQUIT, signal.SIG_DFL)  # a script's job in the background ignores it, and so would all that it runs
 TESTS = pathlib.Path(__file__).parent
 SESSIONS = TESTS / "sessions"
 
@@ -131,11 +132,12 @@ class Terminal(ProgramTest):
                 ("get user\033[A", "help"),
                 ("\033[A", "pending"),
                 ("\n", "No alert is pending."),
-                ("set password 1 x\n", "status 20"),
+                ("set password 1 x\n  \n", "status 20"),
                 ("\033[A", "pending")):
             session.type(keys)
             session.sees(shown)
         session.type("\025\004")  # control-D
+        session.sees("\r\n")
         session.ends()
         self.assertIn("SCN_SWITCH_SHUTDOWN", read(traces))
 
@@ -160,11 +162,18 @@ class Terminal(ProgramTest):
         session.program.send_signal(signal.SIGTSTP)  # no shell is there: it goes on at once
         session.sees("\rpassword 1: ")
         session.type("geheim\n")
-        session.sees("status 20", "> ")
+        session.sees("\r\npassword 1 was not changed: ", "status 20", "> ")
         session.type("set password 1\n")
         session.sees("password 1: ")
         session.program.send_signal(signal.SIGINT)
         session.sees("No password was given, and none is changed.", "> ")
+        modes = termios.tcgetattr(session.end)
+        modes[3] |= termios.ECHO  # as a shell leaves it
+        termios.tcsetattr(session.end, termios.TCSANOW, modes)
+        for number in (signal.SIGCONT, signal.SIGWINCH):
+            session.program.send_signal(number)
+            session.sees("> ")
+        self.assertFalse(termios.tcgetattr(session.end)[3] & termios.ECHO)
         self.assertNotIn(b"geheim", session.shown)
         session.program.send_signal(signal.SIGQUIT)
         session.ends(-signal.SIGQUIT)
@@ -182,12 +191,10 @@ class Terminal(ProgramTest):
                                   program=AGENT)
                 session.sees('Type "help"', *["> "] * terminal)
                 session.type("help pend")
-                if terminal and number == signal.SIGINT:  # the first one takes the line back
-                    session.sees("help pend")
-                    session.program.send_signal(number)
-                    session.sees("^C\r\n", "> ")
-                    session.type("pending\n")
-                    session.sees("No alert is pending.", "> ")
+                interrupted = [("", "help pend"), ("x", "x"), ("pending\n", "No alert is pending.\r\n> ")]
+                for typed, shown in interrupted * (terminal and number == signal.SIGINT):  # the first one takes the line back
+                    session.type(typed)
+                    session.sees(shown)
                     session.program.send_signal(number)
                     session.sees("^C\r\n", "> ")
                 session.program.send_signal(number)
@@ -196,8 +203,7 @@ class Terminal(ProgramTest):
                 self.assertIn('"step":"unmapped","result":true', read(self.folder / "transcript"))
 
     def test_an_interrupt_ends_a_wait_and_the_next_one_is_for_its_own_answer(self):
-        hanging, stuck, silent = (self.serve("--hang", "DOT") for _ in range(3))
-        server = self.serve()
+        hanging, stuck, silent, server = (self.serve(*options) for options in [("--hang", "DOT")] * 3 + [()])
         set_up(self, hanging)
         session = Session(self, LIBRARY)
         for words, what in (("test-mail -v", "sending"), ("test-mail", "waiting")):
@@ -234,13 +240,6 @@ class Console(ProgramTest):
         session.end.shutdown(socket.SHUT_WR)
         session.sees("No alert is pending.\n")
         session.ends(1)  # commands have failed
-
-    def test_switches_are_shown_as_the_module_takes_them(self):
-        state = self.file("state", '[{"OC":57345,"OE":1024,"DA":256},{"OC":57345,"OE":1040,"DA":257}]')
-        session = Session(self, LIBRARY, "--state", state, terminal=False, program=AGENT)
-        session.type("setting\nquit\n")
-        session.sees("beep              off", "mail              on")
-        session.ends()
 
     def test_a_status_dates_from_its_first_report_and_a_hundred_alerts_are_kept(self):
         with subprocess.Popen([COMMAND, "--module", LIBRARY], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
@@ -326,6 +325,7 @@ class Mails(ProgramTest):
 
 class Single(ProgramTest):
     def test_each_does_one_thing_and_tells_by_its_status(self):
+        self.file("settings.json", '[{"OC":57345,"OE":1024,"DA":256},{"OC":57345,"OE":1040,"DA":257}]')
         follow_rows(self, "commands", LIBRARY=LIBRARY, FAKE=FAKE_MODULE, FOLDER=self.folder, LONG=99999 * "h",
                     LATIN="K\udce4se", DELETE="\x7f")
         self.assertEqual((self.folder / ".local/state").stat().st_mode & 0o777, 0o700)
@@ -426,17 +426,16 @@ class Single(ProgramTest):
             done = subprocess.run([alone, "--json", *words.split()], stdout=subprocess.PIPE, timeout=20, check=False)
             self.assertEqual((done.returncode, [*json.loads(done.stdout)]), (status, [kind]), words)
 
-    def test_the_words_of_completion_and_manual_are_those_of_the_table(self):
-        self.assertEqual(run(self, "--complete se"), (0, "send-mail\nset\nsetting\n"))
-        self.assertEqual(run(self, "--complete t"), (0, "test-mail\n"))  # "trace" is for the console
-        self.assertEqual(run(self, "--complete set smtps ''"), (0, "1\n2\n"))
-        self.assertEqual(run(self, "--complete reset mail ''"), (0, ""))
+    def test_the_manual_says_what_the_help_says(self):
         page = run(self, "--man")[1]
-        done = subprocess.run(["groff", "-mandoc", "-ww", "-Tascii"], input=page, capture_output=True, text=True, check=True)
-        self.assertEqual(done.stderr, "")
-        self.assertRegex(done.stdout, r"mail\s+texts\s+\\n\s+is\s+a\s+line\s+break")
-        for name in run(self, "--complete ''")[1].split():
-            self.assertIn(".It Ic " + name.replace("-", "\\-"), page)
+        done = subprocess.run(["groff", "-mandoc", "-ww", "-Tascii", "-P-cbou", "-rLL=3000n"], input=page, capture_output=True,
+                              text=True, check=True)
+        shown = " ".join(done.stdout.split())
+        self.assertEqual((done.stderr, shown.count("Needs the service."), shown.count("The names are listed below.")), ("", 4, 3))
+        self.assertIn(" user 1|2 Who logs in. password 1|2 Stored ", shown)
+        for name in [*run(self, "--complete ''")[1].split(), "trace", "quit"]:
+            usage, _, text = run(self, f"help {name}")[1].partition("The names:")[0].partition(": ")
+            self.assertIn(f"{usage} {text[0].upper()}{' '.join(text[1:].split())}", shown)
         for option in re.findall("^  (--?[a-z-]+)", run(self, "--help")[1], re.M):
             self.assertIn(".It Cm " + option.replace("-", "\\-"), page)
 
