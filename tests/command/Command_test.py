@@ -41,7 +41,7 @@ class Session:
         else:
             ours, theirs = socket.socketpair()
         self.end = ours
-        environment = os.environ | {"TERM": "xterm", "HOME": test.folder, "LC_ALL": "C.UTF-8", "NO_COLOR": "1"}
+        environment = os.environ | {"TERM": "xterm", "HOME": test.folder, "LC_ALL": "C", "NO_COLOR": "1"}  # it takes UTF-8 all the same
         with theirs:
             self.program = subprocess.Popen([program, "--module", module, *options], stdin=theirs, stdout=theirs,
                                             stderr=theirs, start_new_session=True, env=environment)
