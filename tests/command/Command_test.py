@@ -600,6 +600,7 @@ class Service(ProgramTest):
                 self.assertEqual([watch.stdout.readline().rstrip("\n") for _ in shown], shown)
                 watch.send_signal(signal.SIGINT)
                 self.assertEqual((watch.wait(20), watch.stdout.read()), (0, ""))
+        self.assertEqual(self.asked.count({"subscribe": True}), 2)
         with open("/dev/full", "w") as full:
             self.assertEqual(subprocess.run([COMMAND, "--socket", self.path, "watch"], stdout=full, timeout=20).returncode, 1)
 
