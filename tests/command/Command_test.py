@@ -266,7 +266,7 @@ class Console(ProgramTest):
         self.assertRegex(run(self, f"--module {LIBRARY}", "trace 3\ntrace on\n")[1], f"(?s)(prints nothing: {silent}).*\\1")
         for name, is_silent in (("ini", True), ("em_alert.ini.old", False)):
             (folder / name).touch()
-            self.assertEqual(silent in run(self, f"--module {LIBRARY} check-config")[1], is_silent)
+            self.assertEqual(f"note   traces         {silent}" in run(self, f"--module {LIBRARY} check-config")[1], is_silent)
 
 
 def run(test, line, text="", **environment):
