@@ -242,6 +242,12 @@ class Console(ProgramTest):
         session.sees("No alert is pending.\n")
         session.ends(1)  # commands have failed
 
+    def test_settings_are_shown_as_the_module_takes_them(self):
+        state = SESSIONS / "settings.state"  # a value of its own for each
+        session = Session(self, LIBRARY, "--state", state, terminal=False, program=AGENT)
+        session.follow("settings")
+        session.ends(1)
+
     def test_a_status_dates_from_its_first_report_and_a_hundred_alerts_are_kept(self):
         with subprocess.Popen([COMMAND, "--module", LIBRARY], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
                               env=os.environ | {"HOME": str(self.folder)}) as console:
