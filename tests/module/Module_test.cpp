@@ -68,8 +68,10 @@ TEST(Library, CreatesOneModuleAtATimeAndUnloadsForGood) {
             EXPECT_EQ(module, library.CreateModule());
             EXPECT_STREQ(module->GetName(), "EM_ALERT");
             EXPECT_STREQ(library.name(), "EM_ALERT");
-            EXPECT_TRUE(module->DetectHardware());
+            EXPECT_TRUE(module->DetectHardware() && module->SetServerCabinetNumber(7));
             EXPECT_TRUE(library.remove());
+            SipJson request = MessageOf(R"({"OC":8768,"CA":7})");  // the number stays
+            EXPECT_TRUE(library.CreateModule()->ModuleRequest(request) && library.remove());
             EXPECT_FALSE(library.remove());
             EXPECT_EQ(library.setupAction(1), 1);
         }
