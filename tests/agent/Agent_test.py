@@ -56,7 +56,8 @@ class Scenarios(ProgramTest):
         for option in ("--state", "--scenario"):  # a directory can be opened, and holds nothing
             self.assertIn("em-alert-agent: cannot read /etc: Is a directory\n", self.run_scenario("[]", "", option, "/etc"))
         for status, arguments, words in rows(RUNS / "command-lines"):
-            names = {"@FAKE@": FAKE_MODULE, "@STATE@": str(self.file("state.json", "[]"))}
+            names = {"@FAKE@": FAKE_MODULE, "@STATE@": str(self.file("state.json", "[]")), "@LARGE@": self.file("large", "")}
+            os.truncate(names["@LARGE@"], (64 << 20) + 1)
             run = self.agent(*(names.get(word, word) for word in arguments.split()))
             self.assertEqual((run[0], words in run[1 if run[0] == 0 else 2]), (int(status), True), f"{arguments}: {run}")
         self.assertRegex(self.agent("--version")[1], "^em-alert-agent [0-9.]+\n$")

@@ -244,9 +244,12 @@ class Console(ProgramTest):
 
     def test_settings_are_shown_as_the_module_takes_them(self):
         state = SESSIONS / "settings.state"  # a value of its own for each
-        session = Session(self, LIBRARY, "--state", state, terminal=False, program=AGENT)
+        ports, sound = self.folder / "ports", self.folder / "wav"
+        session = Session(self, LIBRARY, "--state", state, "--story", "--wav", sound, "--port-log", ports, "--trace", "1",
+                          "--no-trace-times", terminal=False, program=AGENT)
         session.follow("settings")
         session.ends(1)
+        self.assertEqual((read(ports)[:12], sound.stat().st_size > 88200 * 0.1), ("open O_RDWR|", True))
 
     def test_a_status_dates_from_its_first_report_and_a_hundred_alerts_are_kept(self):
         with subprocess.Popen([COMMAND, "--module", LIBRARY], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
