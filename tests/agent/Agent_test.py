@@ -104,7 +104,7 @@ class Scenarios(ProgramTest):
                    "--transcript", transcript, "--trace", "2", "--trace-file", traces]
         for times in ([], ["--no-trace-times"]):
             with subprocess.Popen(command + times, stdin=subprocess.PIPE, text=True, env=os.environ) as run:
-                while '"OnSwitchStarted"' not in read(transcript) and run.poll() is None:
+                while "## OnSwitchStarted() finished" not in read(traces) and run.poll() is None:
                     select.select([], [], [], 0.01)
                 traces.rename(self.folder / "old")
                 run.send_signal(signal.SIGHUP)
@@ -121,7 +121,7 @@ class Scenarios(ProgramTest):
             for file in (transcript, traces):
                 self.assertEqual(file.stat().st_mode & 0o777, 0o600, file)
             traces.unlink()
-            transcript.unlink()
+            self.assertEqual(read(transcript).count('"dlopen"'), 1)  # the last run's
 
 
 unittest.main()
