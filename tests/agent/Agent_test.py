@@ -12,7 +12,7 @@ import subprocess
 import time
 import unittest
 
-from programs import AGENT, FAKE_MODULE, LIBRARY, ProgramTest, read, rows
+from programs import AGENT, FAKE_MODULE, LIBRARY, ProgramTest, lines, read, rows
 
 RUNS = pathlib.Path(__file__).parent / "runs"
 MANUAL = pathlib.Path(__file__).parents[2] / "docs/em-alert-agent.1"
@@ -40,34 +40,28 @@ class Scenarios(ProgramTest):
         for path in RUNS.glob("*.scenario"):
             state, scenario = read(path.with_suffix(".state")), read(path)
             for form, options in ((".transcript", []), (".story", ["--story"])):
-                run = self.run_scenario(state, scenario, "--cabinet", "7", *options)
-                self.assertEqual(run, (0, read(path.with_suffix(form)), ""), path)
+                status, output, errors = self.run_scenario(state, scenario, "--cabinet", "7", *options)
+                in_order = sorted if path.stem == "threads" else list  # threads race
+                expected = in_order(lines(read(path.with_suffix(form))))
+                self.assertEqual((status, in_order(lines(output)), errors), (0, expected, ""), path)
                 self.assertGreaterEqual(self.times[-1], max(map(int, re.findall(r'"wait":(\d+)', scenario)), default=0))
-
-    def test_threads_take_each_reply_once(self):
-        output = self.run_scenario("[]", read(RUNS / "threads.race"))[1]
-        self.assertEqual(output.count('{"kind":"reply"'), 3, output)
 
     def test_what_is_wrong_is_told(self):
         for state, scenario, words in rows(RUNS / "refusals"):
             status, output, errors = self.run_scenario(state, scenario)
             self.assertEqual((status, words in errors, errors[:16]), (1, True, "em-alert-agent: "), f"{words}, not {errors}")
             self.assertEqual('"EM_Delete"' in output and '"unmapped"' in output, '"dlopen"' in output, "left loaded: " + words)
-        for option in ("--state", "--scenario"):  # a directory can be opened, and holds nothing
-            self.assertIn("em-alert-agent: cannot read /etc: Is a directory\n", self.run_scenario("[]", "", option, "/etc"))
+        names = {"@FAKE@": FAKE_MODULE, "@STATE@": self.file("empty", "[]"), "@LARGE@": self.file("large", ""),
+                 "@BAD@": "/nowhere/lib\udcff.so"}
+        os.truncate(names["@LARGE@"], (64 << 20) + 1)
         for status, arguments, words in rows(RUNS / "command-lines"):
-            names = {"@FAKE@": FAKE_MODULE, "@STATE@": str(self.file("state.json", "[]")), "@LARGE@": self.file("large", "")}
-            os.truncate(names["@LARGE@"], (64 << 20) + 1)
             run = self.agent(*(names.get(word, word) for word in arguments.split()))
-            self.assertEqual((run[0], words in run[1 if run[0] == 0 else 2]), (int(status), True), f"{arguments}: {run}")
+            self.assertEqual((run[0], words in run[1] + run[2]), (int(status), True), f"{arguments}: {run}")
         self.assertRegex(self.agent("--version")[1], "^em-alert-agent [0-9.]+\n$")
         page, described = read(MANUAL), re.findall("^  .*--([a-z-]+)", self.agent("--help")[1], re.M)
         self.assertEqual(re.findall(r"(?m)^\.It.* -([a-z-]+)", page), described)
         self.assertEqual(self.run_scenario("[]", "", "--transcript", "/dev/full"),
                          (1, "", "em-alert-agent: the transcript could not be written\n"))
-        output, errors = self.run_scenario("[]", "", module="/nowhere/lib\udcff.so")[1:]
-        self.assertIn('"note":"/nowhere/lib\ufffd.so: cannot open', output)
-        self.assertIn("em-alert-agent: dlopen failed: /nowhere/lib\ufffd.so: cannot open", errors)
 
     def test_trace_level_and_run_mode_reach_the_module(self):
         log = 'event log source "Hostwarden Agentless Service" registered'

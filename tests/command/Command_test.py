@@ -188,9 +188,9 @@ class Terminal(ProgramTest):
     def test_signals_end_it_in_good_order(self):
         for terminal in (False, True):
             for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
-                session = Session(self, LIBRARY, "--transcript", self.folder / "transcript", terminal=terminal,
-                                  program=AGENT)
-                session.sees('Type "help"', *["> "] * terminal)
+                session = Session(self, LIBRARY, "--transcript", self.folder / "transcript", "--trace", "1",
+                                  terminal=terminal, program=AGENT)
+                session.sees("### Start of module", 'Type "help"', *["> "] * terminal)
                 session.type("help pend")
                 interrupted = [("", "help pend"), ("x", "x"), ("pending\n", "No alert is pending.\r\n> ")]
                 for typed, shown in interrupted * (terminal and number == signal.SIGINT):  # the first one takes the line back
@@ -244,12 +244,17 @@ class Console(ProgramTest):
 
     def test_settings_are_shown_as_the_module_takes_them(self):
         state = SESSIONS / "settings.state"  # a value of its own for each
-        ports, sound = self.folder / "ports", self.folder / "wav"
+        ports, sound, traces = (self.folder / name for name in ("ports", "wav", "traces"))
         session = Session(self, LIBRARY, "--state", state, "--story", "--wav", sound, "--port-log", ports, "--trace", "1",
-                          "--no-trace-times", terminal=False, program=AGENT)
+                          "--trace-file", traces, terminal=False, program=AGENT)
         session.follow("settings")
+        traces.rename(self.folder / "old")
+        session.program.send_signal(signal.SIGHUP)  # after a rotation
+        session.type("quit\n")
+        session.sees("s  The library is gone from memory\n", "The module is stopped and unloaded.\n")
         session.ends(1)
         self.assertEqual((read(ports)[:12], sound.stat().st_size > 88200 * 0.1), ("open O_RDWR|", True))
+        self.assertRegex(read(traces), r"\A(?!(?s:.)*### Start of)(?s:.)*### Stopping module EM_ALERT")
 
     def test_a_status_dates_from_its_first_report_and_a_hundred_alerts_are_kept(self):
         with subprocess.Popen([COMMAND, "--module", LIBRARY], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
@@ -397,7 +402,8 @@ class Single(ProgramTest):
         for mail, told in (("off", "$"), ("on", "[^@]*Notifications.xml[^@]*The mail was not sent")):
             self.assertRegex(run(self, "", f"setting mail {mail}\nstatus 2 Fan F\n")[1], r"2 \(warning\).\n" + told)
         self.assertIn("one thing is wrong", output)
-        path.write_text('<Notifications><email><SMTP><Server><Authentication Type="pop3"/></Server></SMTP></email></Notifications>')
+        server = '<Server><Authentication Type="pop3"/></Server>'
+        path.write_text(f"<Notifications><email><SMTP>{server}</SMTP></email></Notifications>")
         self.assertIn("authentication 1  pop3\n", run(self, "get")[1])
         for mode, words in ((0o640, "holds passwords and may be read"), (0o604, "holds passwords and may be read"),
                             (0o602, "may be changed"), (0o620, "may be changed")):
