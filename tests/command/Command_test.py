@@ -402,8 +402,7 @@ class Single(ProgramTest):
         for mail, told in (("off", "$"), ("on", "[^@]*Notifications.xml[^@]*The mail was not sent")):
             self.assertRegex(run(self, "", f"setting mail {mail}\nstatus 2 Fan F\n")[1], r"2 \(warning\).\n" + told)
         self.assertIn("one thing is wrong", output)
-        server = '<Server><Authentication Type="pop3"/></Server>'
-        path.write_text(f"<Notifications><email><SMTP>{server}</SMTP></email></Notifications>")
+        path.write_text('<Notifications><email><SMTP><Server><Authentication Type="pop3"/></Server></SMTP></email></Notifications>')
         self.assertIn("authentication 1  pop3\n", run(self, "get")[1])
         for mode, words in ((0o640, "holds passwords and may be read"), (0o604, "holds passwords and may be read"),
                             (0o602, "may be changed"), (0o620, "may be changed")):
