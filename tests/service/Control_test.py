@@ -16,7 +16,7 @@ import time
 import unittest
 
 from programs import read
-from running import HERE, Fleet, ServiceTest
+from running import HERE, Fleet, ServiceTest, configuration
 
 
 def letters(rows):
@@ -76,7 +76,7 @@ class Control(ServiceTest):
             self.end()
 
     def test_hostile_clients_delay_nothing(self):
-        self.start(more='[[check]]\nname = "limit"\ncommand = ["sh", "-c", "ulimit -Sn"]\ninterval = "100ms"')
+        self.start(more=configuration("gate", folder=self.folder))
         self.service.send_signal(signal.SIGSTOP)
         with self.client() as greedy, self.client() as other:  # each has its turn
             greedy.sendall(b'{"ask":"status"}\n' * 100)
@@ -99,7 +99,8 @@ class Control(ServiceTest):
             answers = client.makefile()
             kinds = [json.loads(answers.readline())["kind"] for _ in range(1001 + refused.count("\n"))]
             self.assertEqual(kinds, ["set"] * 1000 + ["error"] * refused.count("\n") + ["notified"])
-            client.sendall(b'{"check":"disk"}\n' * 16 + b'{"ask":"status"}\n')  # each is answered, also by one result
+            client.sendall(b'{"check":"gate"}\n' * 16 + b'{"ask":"status"}\n')  # each is answered, also by one result
+            self.assertTrue(self.ask(*[{"ask": "pending"}] * 40) and self.file("gate", ""))  # all are read before
             self.assertEqual([json.loads(answers.readline())["kind"] for _ in range(17)], ["checked"] * 16 + ["status"])
             self.plugin(2, "DISK fuller")
             self.awaits(lambda: self.component()["text"] == "DISK fuller")
