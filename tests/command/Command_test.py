@@ -21,6 +21,7 @@ import termios
 import threading
 import time
 import unittest
+import unittest.mock
 
 from programs import AGENT, COMMAND, FAKE_MODULE, LIBRARY, SMTP_SERVER, ProgramTest, lines, read, rows
 
@@ -143,7 +144,7 @@ class Terminal(ProgramTest):
         self.assertIn("SCN_SWITCH_SHUTDOWN", read(traces))
 
     def test_the_history_is_kept_without_passwords(self):
-        for keys, shown in (("help pending\nset host 1 u:x@m\n set  password 1 x\n", "status 20"), ("\033[A\033[A", "help pending")):
+        for keys, shown in (("help pending\nset host 1 o@u:x@m\n set  password 1 x\n", "status 20"), ("\033[A\033[A", "help pending")):
             session, other = (Session(self, FAKE_MODULE, "--state", self.folder / "own") for _ in range(2))
             other.sees("> ")
             session.sees("> ")
@@ -355,7 +356,14 @@ class Single(ProgramTest):
             select.select([], [], [], 0.05)
         session.ends(-signal.SIGTERM)
 
-    def test_a_mail_comes_from_a_socket(self):
+    def test_a_mail_comes_from_a_pipe_or_a_socket(self):
+        os.mkfifo(pipe := self.folder / "pipe")  # which nobody writes
+        session = Session(self, LIBRARY, "send-mail", pipe, terminal=False)
+        files = pathlib.Path(f"/proc/{session.program.pid}/fd")
+        self.awaits(lambda: str(pipe) in map(os.path.realpath, files.iterdir()))
+        session.program.send_signal(signal.SIGTERM)
+        session.sees(f"reading the mail in {pipe} was broken off")
+        session.ends(1)
         session = Session(self, LIBRARY, "send-mail", "-", terminal=False)
         session.type("\ufeffFrom: a@example.net\n\n")
         session.end.shutdown(socket.SHUT_WR)
@@ -390,10 +398,20 @@ class Single(ProgramTest):
             self.file("settings.json", '[{"OC":57345,"OE":1040,"DA":1}]')
         self.assertEqual(command.wait(20), 0)
         self.assertRegex(run(self, f"--module {LIBRARY} --state {self.folder} setting")[1], "(?s)beep +on.*mail +on")
+        (self.folder / "settings.json").unlink()
+        os.mkfifo(self.folder / "settings.json")
+        command = subprocess.Popen(command.args, stdout=subprocess.DEVNULL)
+        self.file("settings.json", "[]")  # for the first look
+        with open(f"{self.folder}/settings.json.lock", "w") as lock:
+            self.awaits(lambda: subprocess.run(["flock", "-n", lock.name, "true"]).returncode == 1)  # held while it reads
+        self.file("settings.json", "[]")
+        self.assertEqual(command.wait(20), 0)
 
     def test_wrong_causes_are_not_named(self):
         path = pathlib.Path("/etc/kestrel/HostwardenSuite/ManagedNode/Notifications/Notifications.xml")
-        path.parent.mkdir(parents=True)
+        path.mkdir(parents=True)
+        self.assertIn("Notifications.xml", run(self, "get")[1])
+        path.rmdir()
         path.write_text("<Notifications><email>")
         for command in ("get", "test-mail", "set sender a@example.net", "check-config"):
             status, output = run(self, command)
@@ -575,6 +593,15 @@ class Service(ProgramTest):
             session.sees("warning  root")
         self.connection.sendall(b"{}\n")  # which nobody reads any more
         self.connection.shutdown(socket.SHUT_RDWR)
+        session.type("ack\n")
+        session.sees("The 2 pending alerts are acknowledged")
+        with unittest.mock.patch.dict(SERVICE, acknowledge=[]):
+            session.type("ack\n")
+            self.awaits(lambda: self.asked.count({"acknowledge": True}) == 2)
+            session.program.send_signal(signal.SIGINT)
+            session.sees("was broken off")
+        with contextlib.suppress(OSError):
+            self.connection.sendall(b'{"kind":"acknowledged","alerts":9}\n')  # for nobody
         session.type("ack\n")
         session.sees("The 2 pending alerts are acknowledged")
         self.path.unlink()

@@ -105,9 +105,6 @@ class ServiceTest(ProgramTest):
         self.addCleanup(self.end)
         self.awaits(lambda: self.service.poll() is not None or self.answers())
 
-    def logged(self):
-        return read(self.folder / "log")
-
     def client(self):
         with contextlib.ExitStack() as unless_it_answers:
             client = unless_it_answers.enter_context(socket.socket(socket.AF_UNIX))
@@ -154,13 +151,6 @@ class ServiceTest(ProgramTest):
 
     def component(self, name="disk"):
         return {one["name"]: one for one in self.status()["components"]}.get(name)
-
-    def awaits(self, condition, seconds=20):
-        deadline = time.monotonic() + seconds
-        while not condition():
-            if time.monotonic() > deadline:
-                self.fail(self.logged())
-            time.sleep(0.05)
 
     def mail_server(self, *options, offline=False):
         server = self.serve(*options)

@@ -8,6 +8,7 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 AGENT, COMMAND, LIBRARY, FAKE_MODULE, SMTP_SERVER = (
@@ -68,3 +69,13 @@ class ProgramTest(unittest.TestCase):
     def file(self, name, text):
         (self.folder / name).write_text(text)
         return self.folder / name
+
+    def logged(self):
+        return read(self.folder / "log")
+
+    def awaits(self, condition, seconds=20):
+        deadline = time.monotonic() + seconds
+        while not condition():
+            if time.monotonic() > deadline:
+                self.fail(self.logged())
+            time.sleep(0.05)
