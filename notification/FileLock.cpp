@@ -200,7 +200,7 @@ bool CFileLock::ReadHolder() {
     const CUniqueFd fd(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     char text[kMaxHolderLength];
     const ssize_t length = fd ? ::read(fd.Get(), text, sizeof text) : -1;
-    if (length < 0) {
+    if (length == -1) {
         return false;
     }
     holder_ = ToXml(std::string_view(text, static_cast<std::size_t>(length)), XmlPlace::Verbatim);

@@ -73,10 +73,10 @@ std::uint64_t CCommandData::NumberBits(const value& number) {
         return static_cast<std::uint64_t>(number.GetInt64());
     }
     const double d = number.GetDouble();
-    if (d >= 0 && d < 0x1p64) {
-        return static_cast<std::uint64_t>(d);
+    if (d >= -0x1p63 && d < 0x1p63) {
+        return static_cast<std::uint64_t>(static_cast<std::int64_t>(d));
     }
-    return d < 0 && d >= -0x1p63 ? static_cast<std::uint64_t>(static_cast<std::int64_t>(d)) : 0;
+    return d >= 0x1p63 && d < 0x1p64 ? static_cast<std::uint64_t>(d) : 0;
 }
 
 std::uint64_t CCommandData::TextBits(const value& text) {

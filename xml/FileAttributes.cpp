@@ -20,7 +20,7 @@ bool IsSignature(std::string_view name) {
 int CopyAttribute(const std::string& from, int to, const char* name) {
     std::string wanted(XATTR_SIZE_MAX, '\0');
     const ssize_t size = ::getxattr(from.c_str(), name, wanted.data(), wanted.size());
-    if (size < 0) {
+    if (size == -1) {
         return errno == ENODATA ? 0 : errno;
     }
     wanted.resize(static_cast<std::size_t>(size));

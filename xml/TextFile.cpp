@@ -125,7 +125,7 @@ int FollowLinks(std::string& path) {
     char link[PATH_MAX];
     for (int i = 0; i < kMaxLinks; ++i) {
         const ssize_t length = ::readlink(path.c_str(), link, sizeof link);
-        if (length < 0) {
+        if (length == -1) {
             return errno == EINVAL || errno == ENOENT ? 0 : errno;
         }
         path = (link[0] == '/' ? "" : DirectoryOf(path)).append(link, static_cast<std::size_t>(length));

@@ -7,7 +7,7 @@
 int WriteAll(int file, std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = TEMP_FAILURE_RETRY(::write(file, text.data(), text.size()));
-        if (written < 0) {
+        if (written == -1) {
             return errno;
         }
         text.remove_prefix(static_cast<std::size_t>(written));

@@ -125,7 +125,7 @@ std::vector<CInterfaceAddress> ReadInterfaceAddresses(unsigned int interfaceInde
     std::vector<std::byte> buffer(kReceiveBuffer);
     for (;;) {
         const ssize_t received = TEMP_FAILURE_RETRY(::recv(netlink.Get(), buffer.data(), buffer.size(), 0));
-        if (received < 0) {
+        if (received == -1) {
             Fail(errno);
         }
         if (!TakeMessages(CBytes(buffer).first(static_cast<std::size_t>(received)), wanted, addresses)) {
