@@ -99,16 +99,9 @@ TEST(Registry, KeepsATreeOfAnyBytes) {
 
 TEST(Registry, ReadsRubbishAsTheFallback) {
     CRegistry registry("/nowhere");
-    for (const auto& [text, number] :
-         std::vector<std::pair<std::string, std::int64_t>>{{"0", 0},
-                                                           {"-9223372036854775808", INT64_MIN},
-                                                           {"9223372036854775808", 7},
-                                                           {"", 7},
-                                                           {"5 ", 7},
-                                                           {"+5", 7},
-                                                           {"0x5", 7}}) {
-        registry.Set("k", text);
-        EXPECT_EQ(registry.GetNumber("k", 7), number) << text;
+    for (const auto& row : DataRows(EM_TEST_DATA "/registry.numbers")) {
+        registry.Set("k", row[0]);
+        EXPECT_EQ(std::to_string(registry.GetNumber("k", 7)), row[1]) << row[0];
     }
     EXPECT_TRUE(registry.SetNumber("k", -5) && registry.GetNumber("k", 0) == -5);
     for (const char* const text : {"1", "True", "", "falsey"}) {
@@ -162,16 +155,9 @@ TEST(Registry, FallsBackFromADamagedFileAndKeepsIt) {
         EXPECT_TRUE(registry.Save() == 0 && registry.Save() == 0);
     }
     CRegistry registry(directory / "");
-    const std::string meaningless = "line 1 holds a backslash without a meaning";
-    for (const auto& [line, fault] :
-         std::vector<std::pair<std::string, std::string>>{{"novalue", "line 1 is not of the form key=value"},
-                                                          {"=v", "line 1 has no valid key"},
-                                                          {"a/=v", "line 1 has no valid key"},
-                                                          {"a=\\x", meaningless},
-                                                          {"a\\=b", meaningless},
-                                                          {"a=1\na=2", "line 2 holds a key for the second time"}}) {
-        WriteFile(path + ".default", line);
-        EXPECT_EQ(registry.Load().problem, path + ".default cannot be used (" + fault + ").");
+    for (const auto& row : DataRows(EM_TEST_DATA "/registry.faults")) {
+        WriteFile(path + ".default", row[0]);
+        EXPECT_EQ(registry.Load().problem, path + ".default cannot be used (" + row[1] + ").");
         EXPECT_TRUE(registry.Get("k") == "1" && !registry.Get("a"));
     }
     WriteFile(path + ".default", "");
@@ -189,14 +175,8 @@ TEST(Registry, FallsBackFromADamagedFileAndKeepsIt) {
 TEST(Registry, AStrokeAtAnyMomentLeavesTheOldStateOrTheNewOne) {
     const CTempDirectory directory;
     const std::string path = directory / "registry";
-    const std::string read = "open fstat read read ";
-    const std::string make = "unlink open write write write write fsync ";
-    const std::string sync = "open fsync ";
-    for (const auto& [start, inOrder] :
-         std::map<std::string, std::string>{{"nothing", "open open " + make + "rename " + sync},
-                                            {"whole", read + make + "unlink link rename " + sync},
-                                            {"new", read + read + "rename " + make + "rename rename " + sync},
-                                            {"old", read + "open " + make + "rename rename " + sync}}) {
+    for (const auto& row : DataRows(EM_TEST_DATA "/registry.calls")) {
+        const std::string& start = row[0];
         for (const int reason : {0, ENOSPC, EIO, EMFILE, EINTR, EPERM}) {
             failure = reason;
             bool isStruck = true;
@@ -243,7 +223,7 @@ TEST(Registry, AStrokeAtAnyMomentLeavesTheOldStateOrTheNewOne) {
                 EXPECT_TRUE(reason != EINTR || (struck != "read" && struck != "write") || now == "after") << struck;
             }
             EXPECT_EQ(Loaded(directory / ""), "after");
-            EXPECT_TRUE(reason == 0 || reason == EINTR || order == inOrder) << order;
+            EXPECT_TRUE(reason == 0 || reason == EINTR || order == row[1]) << order;
         }
     }
 }
