@@ -14,7 +14,7 @@ import termios
 import time
 import unittest
 
-from programs import AGENT, COMMAND, FAKE_MODULE, LIBRARY, ProgramTest, read
+from programs import AGENT, COMMAND, FAKE_MODULE, LIBRARY, ProgramTest, read, rows
 from running import SESSIONS, Session, run, set_up
 
 
@@ -44,23 +44,9 @@ class Terminal(ProgramTest):
         session.sees("> ")
         traces.rename(self.folder / "old")
         session.program.send_signal(signal.SIGHUP)
-        for keys, shown in (
-                ("\a\n", "No alert is pending."),
-                ("pen\t", "ding "),
-                ("\n", "No alert is pending."),
-                ("se\t", "send-mail  set  setting\r\n> se"),
-                ("t s\t\t", "sender  sender-name  servers  smtps\r\n> set s"),
-                ("mt\t", "ps "),
-                ("\t", "1  2\r\n> set smtps "),
-                ("1 o\t", "on  off\r\n"),
-                ("\025hlp\002\002e\n", "First steps"),  # control-U, and twice control-B
-                ("get user\033[A", "help"),
-                ("\033[A", "pending"),
-                ("\n", "No alert is pending."),
-                ("set password 1 x\n  \n", "status 20"),
-                ("\033[A", "pending")):
-            session.type(keys)
-            session.sees(shown)
+        for keys, shown in rows(SESSIONS / "keys"):
+            session.type(keys.encode().decode("unicode_escape"))
+            session.sees(shown.encode().decode("unicode_escape"))
         session.type("\025\004")  # control-D
         session.sees("\r\n")
         session.ends()
