@@ -111,13 +111,16 @@ Outcome RunSendMail(CCommandContext& context, const CommandArguments& arguments)
 
 Outcome RunPreview(CCommandContext& context, const CommandArguments& arguments) {
     const CSmtpMessage mail = ComposeMail(context.Link(), IsAboutUpdates(arguments), arguments.language);
-    std::string wire = BuildMailPayload(CMailEnvelope(mail.Sender(), mail), mail);
-    std::erase(wire, '\r');
+    std::string wire;
+    for (const char c : BuildMailPayload(CMailEnvelope(mail.Sender(), mail), mail)) {
+        wire += c == '\n' ? "\r\n" : std::string(1, c);  // as the upload does, whatever stands before it
+    }
     std::string text = mail.Text();
     std::erase(text, '\r');
     Outcome outcome;
     outcome.json = "{\"subject\":" + JsonString(mail.Subject()) + ",\"text\":" + JsonString(text) +
-                   ",\"wire\":" + JsonString(ToCrLf(wire)) + "}";
+                   ",\"wire\":" + JsonString(wire) + "}";
+    std::erase(wire, '\r');
     outcome.text = "Subject: " + mail.Subject() + "\n\n" + text + "\n-- as on the wire --\n" + wire;
     return outcome;
 }
