@@ -63,7 +63,8 @@ class Control(ServiceTest):
         kinds = []
         for place in range(101):
             client = self.enterContext(self.client())
-            _ = place < 100 and client.sendall(b'{"ask":"pending"}\n')  # each is taken before the next one comes
+            if place < 100:  # each is taken before the next one comes
+                client.sendall(b'{"ask":"pending"}\n')
             kinds += [json.loads(client.makefile().readline())["kind"]]
         self.assertEqual((kinds, client.recv(1)), (["pending"] * 100 + ["error"], b""))
 
