@@ -30,15 +30,16 @@ class Control(ServiceTest):
             subscriber.sendall(b'{"subscribe":true}\n')
             news.readline()
             # Their replies overtake the requests' return, and the last one's line has no end.
-            client.sendall(b"\n".join([b'{"request":{"OC":"0x2243"}}'] * 100))
+            client.sendall(b"\n".join(b'{"request":{"OC":"0x2243","OI":%d}}' % place for place in range(100)))
             client.shutdown(socket.SHUT_WR)
             answers = client.makefile()
-            kinds = [json.loads(answers.readline())["kind"] for _ in range(200)]
+            told = [json.loads(answers.readline()) for _ in range(200)]
             self.submit("fan")
             news = itertools.takewhile(lambda _, end=time.monotonic() + 20: time.monotonic() < end, news)
             for kind in ("reply", "event", "component"):
                 self.assertTrue(any(json.loads(line)["kind"] == kind for line in news))
-        self.assertEqual((kinds.count("returned"), kinds.count("reply")), (100, 100))
+        for kind in ("returned", "reply"):
+            self.assertEqual([one["message"]["SIP"]["CMD"][0]["OI"] for one in told if one["kind"] == kind], [*range(100)])
 
     def test_each_order_is_answered_and_each_change_is_logged(self):
         self.environment = {"JOURNAL_STREAM": "1:2"}  # of the session, which writes somewhere else
