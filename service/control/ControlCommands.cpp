@@ -231,9 +231,9 @@ void CControlCommands::Request(CControlClient& client, const Value& value) {
 
 /// Events and notices.
 void CControlCommands::Deliver(CControlClient& client, const Value& value) {
-    const Command notice = ParseMessage(value);
+    Command notice = ParseMessage(value);
     service_.Ask(
-        [notice](CDelivery& delivery, CAgent& agent) {
+        [notice = std::move(notice)](CDelivery& delivery, CAgent& agent) {
             delivery.Notice(agent, notice);
             return notice;
         },

@@ -221,7 +221,8 @@ class Alerts(ServiceTest):
         self.assertNotIn("none answers", self.run_command("--module", LIBRARY, "check-config")[1])
         self.assertEqual(self.command("reset", "mail")[0], 0)
         self.assertIn("not mailed", self.command("check-config", self.file("next.toml", ""))[1])
-        self.ask({"set": {"OC": "0xE001", "OE": "0x0411", "OI": 5, "DA": 1}},  # of one object: until the end
+        self.ask({"set": {"OC": "0xE001", "OE": "0x0411", "OI": 5, "DA": 1}},  # of one object, or cabinet: until the end
+                 {"set": {"OC": "0xE001", "OE": "0x0411", "CA": 5, "DA": 1}},
                  {"set": {"OC": "0xE001", "OE": 9999, "DA": "theirs"}})  # as what is no setting
         self.end()
         self.start()
