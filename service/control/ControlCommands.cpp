@@ -157,14 +157,19 @@ void CControlCommands::Ask(CControlClient& client, const Value& value) {
     }
 }
 
-/// What the module's work, which is counted and owed from here on, calls in the loop when it is done.
 /// @throw CAgentError when too much is under way
-template <typename Answer>
-auto CControlCommands::Later(CControlClient& client, Answer answer) {
+void CControlCommands::Count() {
     if (underWay_ >= kMostUnderWay) {
         throw CAgentError("too much waits for the module already; try again later");
     }
     ++underWay_;
+}
+
+/// What the module's work, which is counted and owed from here on, calls in the loop when it is done.
+/// @throw CAgentError as Count
+template <typename Answer>
+auto CControlCommands::Later(CControlClient& client, Answer answer) {
+    Count();
     client.Owe();
     return [this, id = client.Id(), answer](const auto& result) {
         --underWay_;
@@ -296,7 +301,8 @@ void CControlCommands::Reset(CControlClient& client, const Value& value) {
     if (!id) {
         throw CAgentError("\"reset\" is the number of a configuration value");
     }
-    service_.ResetSetting(*id);
+    Count();  // but not owed: its answer need not wait
+    service_.ResetSetting(*id, [this] { --underWay_; });
     RequireKept();
     client.Send(R"({"kind":"reset"})");
 }

@@ -34,6 +34,7 @@ private:
     void Notify(CControlClient& client, const Value& value);
     void RequireKept() const;
     void Set(CControlClient& client, const Value& value);
+    void Count();
     template <typename Answer>
     auto Later(CControlClient& client, Answer answer);
     void RefuseTooMuch(Command answer);

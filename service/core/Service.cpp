@@ -219,6 +219,12 @@ void CService::Ask(std::function<Command(CDelivery&, CAgent&)> work, std::functi
     });
 }
 
+void CService::ResetSetting(std::uint32_t id, std::function<void()> done) {
+    Notice(alertAnswers_.Reset(id));
+    Ask([](CDelivery& /*delivery*/, CAgent& /*agent*/) { return Command(); },
+        [done = std::move(done)](const Command& /*nothing*/) { done(); });
+}
+
 void CService::Acknowledge(std::function<void(std::size_t)> done) {
     auto count = std::make_shared<std::size_t>(0);
     Ask(

@@ -82,7 +82,8 @@ public:
     void ChangeSetting(const Command& answer) { alertAnswers_.Change(answer); }
 
     /// The configuration's value holds again, and the module is told.
-    void ResetSetting(std::uint32_t id) { Notice(alertAnswers_.Reset(id)); }
+    /// @param done  is called in the loop when it has been told
+    void ResetSetting(std::uint32_t id, std::function<void()> done);
 
     /// False when the module's traces are off, and with them what it tells of failures.
     bool HearsModule() const { return hearsModule_; }
